@@ -1,0 +1,13 @@
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "apps/tool/command_line.h"
+
+int main(int argc, char** argv) {
+  std::signal(SIGXFSZ, SIG_IGN);  // a file over the size limit is an error of its write, not the end of the process
+  const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+  return sonivo::tool::run_command_line(arguments, std::cout, std::cerr);
+}

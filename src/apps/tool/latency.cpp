@@ -1,0 +1,92 @@
+#include "apps/tool/latency.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <span>
+#include <vector>
+
+namespace sonivo::tool {
+
+namespace {
+
+constexpr std::size_t kWindowFrames = 2048;
+constexpr double kEqualEnergy = 0.99;       // share of the highest energy that counts as equal to it
+constexpr double kResemblance = 0.5;        // correlation below which two signals are strangers
+constexpr double kEqualCorrelation = 1e-9;  // far above the rounding of the sums
+
+std::vector<float> samples_of(const PcmAudio& audio, std::size_t first_frame, std::size_t frames) {
+  std::vector<float> samples(frames * audio.channels);
+  for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = sample_at(audio, first_frame * audio.channels + i);
+  return samples;
+}
+
+double energy(std::span<const float> samples) {
+  double sum = 0;
+  for (const float x : samples) sum += double{x} * double{x};
+  return sum;
+}
+
+/// First frame of the earliest window, on a grid of half windows, that is about as energetic as the best one.
+std::size_t most_energetic_window(const PcmAudio& audio, std::size_t window, double& window_energy) {
+  const std::size_t step = std::max<std::size_t>(window / 2, 1);
+  std::vector<double> energies;
+  for (std::size_t first = 0; first + window <= audio.frames(); first += step) {
+    energies.push_back(energy(samples_of(audio, first, window)));
+  }
+  const double highest = *std::max_element(energies.begin(), energies.end());
+  const auto found =
+      std::find_if(energies.begin(), energies.end(), [highest](double e) { return e >= kEqualEnergy * highest; });
+  window_energy = *found;
+  return step * static_cast<std::size_t>(found - energies.begin());
+}
+
+/// Four partial sums, so that an addition need not wait for the one before.
+double product(std::span<const float> a, const float* b) {
+  std::array<double, 4> sums{};
+  std::size_t i = 0;
+  for (; i + sums.size() <= a.size(); i += sums.size()) {
+    for (std::size_t k = 0; k < sums.size(); ++k) sums[k] += double{a[i + k]} * double{b[i + k]};
+  }
+  for (; i < a.size(); ++i) sums[0] += double{a[i]} * double{b[i]};
+  return (sums[0] + sums[1]) + (sums[2] + sums[3]);
+}
+
+/// Element i is the energy of the first i samples.
+std::vector<double> running_energy(std::span<const float> samples) {
+  std::vector<double> sums(samples.size() + 1);
+  for (std::size_t i = 0; i < samples.size(); ++i) sums[i + 1] = sums[i] + double{samples[i]} * double{samples[i]};
+  return sums;
+}
+
+}  // namespace
+
+Latency measure_latency(const PcmAudio& input, const PcmAudio& output, std::size_t max_frames) {
+  const std::size_t window = std::min({kWindowFrames, input.frames(), output.frames()});
+  double window_energy = 0;
+  const std::size_t first = window == 0 ? 0 : most_energetic_window(input, window, window_energy);
+  if (window_energy == 0) return {Latency::Outcome::input_silent};
+  if (first + window > output.frames()) return {Latency::Outcome::no_resemblance};
+
+  const std::size_t delays = std::min(max_frames, output.frames() - first - window) + 1;
+  const std::vector<float> wanted = samples_of(input, first, window);
+  const std::vector<float> heard = samples_of(output, first, window + delays - 1);
+
+  const std::vector<double> heard_energy = running_energy(heard);
+
+  Latency best{Latency::Outcome::no_resemblance};
+  double best_correlation = kResemblance;
+  for (std::size_t delay = 0; delay < delays; ++delay) {
+    const std::size_t start = delay * input.channels;
+    const double energy_there = heard_energy[start + wanted.size()] - heard_energy[start];
+    if (energy_there <= 0) continue;
+    const double correlation = product(wanted, heard.data() + start) / std::sqrt(window_energy * energy_there);
+    if (correlation > best_correlation + kEqualCorrelation) {
+      best_correlation = correlation;
+      best = {Latency::Outcome::measured, delay};
+    }
+  }
+  return best;
+}
+
+}  // namespace sonivo::tool

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace sonivo::tool {
+
+/// A file that appears under its name whole or not at all: written under a temporary name beside it, then renamed.
+/// What was not committed is removed, on SIGINT, SIGTERM and SIGHUP too. One at a time.
+class OutputFile {
+ public:
+  /// Creates the temporary file, so that a folder that can't be written to is found before the work. Throws Failure.
+  explicit OutputFile(const std::string& name);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  const std::string& name() const { return name_; }
+  int descriptor() const { return descriptor_; }
+
+  /// Gives the file its name. Throws Failure.
+  void commit();
+
+ private:
+  std::string name_;
+  std::filesystem::path target_;
+  std::filesystem::path temporary_;
+  int descriptor_ = -1;
+};
+
+}  // namespace sonivo::tool

@@ -1,0 +1,138 @@
+#include "apps/tool/wav_file.h"
+
+#include <fcntl.h>
+#include <sndfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include "apps/tool/failure.h"
+#include "apps/tool/wav_header.h"
+
+namespace sonivo::tool {
+
+namespace {
+
+constexpr std::size_t kChunkFrames = 4096;
+constexpr std::size_t kMaxChannels = 4;
+constexpr std::size_t kMaxWavBytes = std::numeric_limits<std::uint32_t>::max() - 1024;  // room for the head
+
+struct CloseSound {
+  void operator()(SNDFILE* sound) const { sf_close(sound); }
+};
+using Sound = std::unique_ptr<SNDFILE, CloseSound>;
+
+/// A file descriptor that closes itself.
+class InputFile {
+ public:
+  explicit InputFile(const std::string& path)
+      : path_(path), descriptor_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
+    if (descriptor_ < 0) {
+      throw Failure("cannot open '" + path + "': " + std::strerror(errno) + "; check its name and its permissions");
+    }
+  }
+  ~InputFile() { ::close(descriptor_); }
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  int descriptor() const { return descriptor_; }
+
+  std::uint64_t size() const {
+    struct stat status {};
+    ::fstat(descriptor_, &status);
+    if (S_ISDIR(status.st_mode)) throw Failure("'" + path_ + "' is a folder; give a WAV file");
+    if (!S_ISREG(status.st_mode)) {
+      throw Failure("'" + path_ + "' is a pipe or a device; write the audio to a file first");
+    }
+    return static_cast<std::uint64_t>(status.st_size);
+  }
+
+  std::size_t read_at(std::uint64_t offset, std::span<std::byte> bytes) const {
+    const ssize_t count = ::pread(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    return count < 0 ? 0 : static_cast<std::size_t>(count);
+  }
+
+ private:
+  const std::string& path_;
+  int descriptor_;
+};
+
+/// Appends the next frames, at most a chunk, and answers how many there were.
+std::size_t append_chunk(SNDFILE* sound, WavCoding coding, PcmAudio& audio) {
+  const auto frames = static_cast<sf_count_t>(kChunkFrames);
+  if (coding == WavCoding::ieee_float) {
+    std::array<float, kChunkFrames * kMaxChannels> chunk;
+    const auto count = static_cast<std::size_t>(sf_readf_float(sound, chunk.data(), frames));
+    for (const float sample : std::span(chunk).first(count * audio.channels)) append_float(audio, sample);
+    return count;
+  }
+  std::array<int, kChunkFrames * kMaxChannels> chunk;
+  const auto count = static_cast<std::size_t>(sf_readf_int(sound, chunk.data(), frames));
+  for (const int sample : std::span(chunk).first(count * audio.channels)) append_left_justified(audio, sample);
+  return count;
+}
+
+[[noreturn]] void fail_to_write(const OutputFile& file, const std::string& reason) {
+  throw Failure("cannot write '" + file.name() + "': " + reason + "; make room or choose another folder");
+}
+
+}  // namespace
+
+PcmAudio read_wav(const std::string& path, std::optional<std::uint16_t> bits) {
+  const InputFile file(path);
+  const WavHeader header = read_wav_header(
+      path, file.size(),
+      [&file](std::uint64_t offset, std::span<std::byte> bytes) { return file.read_at(offset, bytes); });
+
+  SF_INFO info{};
+  const Sound sound(sf_open_fd(file.descriptor(), SFM_READ, &info, SF_FALSE));
+  const bool agrees = sound && info.channels == header.channels && std::cmp_equal(info.samplerate, header.rate_hz) &&
+                      std::cmp_equal(info.frames, header.frames);
+  if (!agrees) throw Failure("'" + path + "' is damaged: its chunks contradict each other; make or copy it again");
+
+  PcmAudio audio;
+  audio.rate_hz = header.rate_hz;
+  audio.channels = header.channels;
+  audio.bits = bits.value_or(header.bits > 16 ? 24 : 16);
+  audio.bytes.reserve(header.frames * audio.bytes_per_frame());
+  while (append_chunk(sound.get(), header.coding, audio) > 0) {
+  }
+  if (audio.frames() != header.frames) throw Failure("cannot read all of '" + path + "'; make or copy it again");
+  return audio;
+}
+
+void write_wav(OutputFile& file, const PcmAudio& audio) {
+  if (audio.bytes.size() > kMaxWavBytes) {
+    throw Failure("the result does not fit into a WAV file of 4 GiB; relay a shorter one");
+  }
+  SF_INFO info{};
+  info.samplerate = static_cast<int>(audio.rate_hz);
+  info.channels = audio.channels;
+  info.format = SF_FORMAT_WAV | (audio.bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_16);
+  errno = 0;
+  Sound sound(sf_open_fd(file.descriptor(), SFM_WRITE, &info, SF_FALSE));
+  if (!sound) fail_to_write(file, sf_strerror(nullptr));
+
+  const auto size = static_cast<sf_count_t>(audio.bytes.size());
+  const bool written = sf_write_raw(sound.get(), audio.bytes.data(), size) == size;
+  const int reason = errno;
+  const bool closed = sf_close(sound.release()) == 0;
+  if (!written || !closed) fail_to_write(file, reason != 0 ? std::strerror(reason) : "the disk took only a part of it");
+}
+
+void refuse_same_file(const std::string& input, const std::string& output) {
+  std::error_code missing;
+  if (std::filesystem::equivalent(input, output, missing)) {
+    throw Failure("'" + output + "' is the input itself; choose another name for the output");
+  }
+}
+
+}  // namespace sonivo::tool

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <string_view>
+
+namespace sonivo {
+
+enum class TraceLevel { error, warning, info, debug };
+
+/// printf-style trace of the host and the relay. Writes nothing unless a sink is set; without one it costs a load.
+void trace(TraceLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+/// The few texts that a debugger is meant to see in the delivered process too.
+void output_debug_string(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+using TraceSink = std::function<void(TraceLevel, std::string_view)>;
+using DebugSink = std::function<void(std::string_view)>;
+
+/// Sets where formatted traces go, for as long as the object lives; calls may come from any thread.
+/// One at a time; the sink must not trace.
+class ScopedTraceSink {
+ public:
+  explicit ScopedTraceSink(TraceSink trace_sink, DebugSink debug_sink = {});
+  ~ScopedTraceSink();
+  ScopedTraceSink(const ScopedTraceSink&) = delete;
+  ScopedTraceSink& operator=(const ScopedTraceSink&) = delete;
+};
+
+}  // namespace sonivo

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/guid.h"
+#include "base/status.h"
+#include "platform/desktop.h"
+#include "platform/event.h"
+
+namespace sonivo {
+
+/// State of one overlapped request. Its owner keeps it and the buffers in place until it is done or cancelled.
+struct Overlapped {
+  Event* hEvent = nullptr;  ///< manual-reset; cleared when the request starts, set when it is done
+  bool pending = false;
+  Error error = error::kNone;     ///< outcome, once not pending
+  std::uint32_t transferred = 0;  ///< bytes, once not pending
+};
+
+/// An open handle to a device. Any thread may call any operation.
+class Device {
+ public:
+  virtual ~Device() = default;
+
+  /// Starts numbered control request `code`. 0: done at once; error::kIoPending: done when the event fires; anything
+  /// else: refused. `input` and `output` are used until the request is done.
+  virtual Error control(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
+                        Overlapped& request) = 0;
+
+  /// Outcome of a request, waiting for it on demand; error::kIoPending when it isn't done and `wait` is false.
+  virtual Error result(Overlapped& request, std::uint32_t& transferred, bool wait) = 0;
+
+  /// Ends a pending request with error::kOperationAborted; afterwards nothing touches it or its buffers.
+  virtual void cancel(Overlapped& request) = 0;
+
+  /// Synchronous form.
+  virtual Error control_now(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
+                            std::uint32_t& transferred) = 0;
+
+  /// Closes the handle: pending requests end with error::kOperationAborted, later ones fail with kInvalidHandle.
+  virtual void close() = 0;
+};
+
+struct DeviceInterface {
+  std::string path;
+  std::string service;  ///< name of the driver service that answers behind it
+};
+
+enum class Sharing { exclusive, shared };
+
+/// Keeps a removal notice alive; destroying it drops the notice.
+class RemovalNotice {
+ public:
+  virtual ~RemovalNotice() = default;
+};
+
+/// What a removal message carries.
+struct DeviceBroadcast {
+  std::uint32_t devicetype = 0;
+  const Device* handle = nullptr;
+};
+inline constexpr std::uint32_t kDeviceQueryRemove = 0x8001;
+inline constexpr std::uint32_t kDeviceTypeHandle = 6;
+
+class DeviceBus {
+ public:
+  virtual ~DeviceBus() = default;
+  /// Present interfaces of a class, in the machine's order.
+  virtual std::vector<DeviceInterface> interfaces(const Guid& category) = 0;
+  /// Null, with the reason in `why`, when the path can't be opened.
+  virtual std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Error& why) = 0;
+  /// Has `window` told before the device behind `device` goes. Null when that can't be had.
+  virtual std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) = 0;
+};
+
+}  // namespace sonivo

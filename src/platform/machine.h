@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/clock.h"
+#include "platform/desktop.h"
+#include "platform/device.h"
+#include "platform/endpoints.h"
+#include "platform/event.h"
+#include "platform/folders.h"
+#include "platform/fx_properties.h"
+#include "platform/session.h"
+#include "platform/thread.h"
+
+namespace sonivo {
+
+/// The machine that a program runs on: chosen once by its entry, handed downward, outliving all who hold it.
+struct Machine {
+  Clock& clock;
+  Events& events;
+  Threads& threads;
+  DeviceBus& bus;
+  Endpoints& endpoints;
+  FxProperties& fx_properties;
+  Session& session;
+  Desktop& desktop;
+  Folders& folders;
+};
+
+}  // namespace sonivo

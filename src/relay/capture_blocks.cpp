@@ -1,0 +1,111 @@
+// The 10 ms blocks of the microphone: from the PRE buffer through at most one chain into the stream ring.
+
+#include <stdexcept>
+
+#include "base/trace.h"
+#include "enhance/result.h"
+#include "relay/capture_interface.h"
+#include "relay/fade.h"
+#include "relay/sample_convert.h"
+
+namespace sonivo {
+
+struct CCaptureInterface::ChainTexts {
+  const char* data_length;
+  const char* execute;
+};
+
+namespace {
+
+/// Warnings of the enhancer leave a valid block behind.
+bool IsEnhancerWarning(int status) {
+  return status >= WARNING_AI_SPEECH_ENHANCE_BUFF_OVERFLOW && status <= WARNING_AI_SPEECH_ENHANCE_BUSY;
+}
+
+float FadeTarget(bool on) { return on ? 1.0f : 0.0f; }
+
+/// Key and noise reduction of a chain are switched together.
+Status SetReduction(Chain& chain, bool on) {
+  const std::uint16_t active = on ? 1 : 0;
+  if (chain.SetKeyReductionActive(active) == 0 && chain.SetNoiseReductionActive(active) == 0) return kOk;
+  trace(TraceLevel::error, "[cap] ProcessBlocks::SetReductionActive failed.\n");
+  return kFail;
+}
+
+}  // namespace
+
+std::int32_t CCaptureInterface::ProcessBlocks() {
+  std::int32_t result = 1;
+  while (m_PreBuffer.ValidSize() >= m_block.size()) {
+    if (m_PreBuffer.Read(m_block.data(), m_block.size()) < m_block.size()) {
+      trace(TraceLevel::error, "[cap] There is not enough data in the PRE buffer.\n");
+      result = 0;
+    }
+    Status status = kOk;
+    if (GateKC() && m_bKeyCancelOpen) RunKeyCancel();
+    if (GateBF() && m_bBeamFormingKeyCancelOpen) status = RunBeamForming();
+    if (GateAI() && m_bAISpeechEnhanceReady) status = RunAISpeech();
+    if (failed(status)) return status;
+
+    if (m_ring.Write(m_block.data(), m_block.size()) < m_block.size()) StatisticsCounter::add(m_counter.overruns);
+    StatisticsCounter::add(m_counter.blocks);
+  }
+  return result;
+}
+
+// Switching the first chain is the crossfade alone.
+void CCaptureInterface::RunKeyCancel() {
+  if (const auto changed = m_KeyCancelState.TakeChange()) m_fKCSelTarget = FadeTarget(*changed);
+  RunChain(*m_chains.key_cancel, {"kcErr", "CKeyCancel::Execute"}, m_fKCSelTarget, m_fKCSel);
+}
+
+Status CCaptureInterface::RunBeamForming() {
+  BeamFormingChain& chain = *m_chains.beam_forming;
+  if (const auto changed = m_BeamFormingkeyCancelState.TakeChange()) {
+    if (failed(SetReduction(chain, *changed))) return kFail;
+  }
+  const float target = FadeTarget(m_BeamFormingkeyCancelState.State());
+  if (const auto changed = m_BeamFormingState.TakeChange()) chain.SetBeamFormingActive(*changed ? 1 : 0);
+  RunChain(chain, {"BeamFormingkcErr", "CBeamFormingKeyCancel::Execute"}, target, m_fBeamFormingKCSel2);
+  return kOk;
+}
+
+// The fade of the third chain follows the enhancement, not the key cancellation.
+Status CCaptureInterface::RunAISpeech() {
+  AISpeechChain& chain = *m_chains.ai_speech;
+  if (const auto changed = m_AISpeechEnhanceKeyCancelState.TakeChange()) {
+    if (failed(SetReduction(chain, *changed))) return kFail;
+  }
+  float target = FadeTarget(m_AISpeechEnhanceState.State());
+  if (const auto changed = m_AISpeechEnhanceBeamFormingState.TakeChange()) chain.SetBeamFormingActive(*changed ? 1 : 0);
+  if (!m_AISpeechEnhanceIsOpen) target = 0.0f;
+  if (const auto changed = m_AISpeechEnhanceState.TakeChange()) chain.SetAISpeechEnhanceActive(*changed ? 1 : 0);
+  RunChain(chain, {"AISpeechEnhanceBeamFormingkcErr", "CAISpeechEnhance::Execute"}, target,
+           m_AISpeechEnhanceBeamFormingKCSel);
+  return kOk;
+}
+
+// What this throws ends the process: a chain that doesn't fit its stream must not go unnoticed.
+void CCaptureInterface::RunChain(Chain& chain, const ChainTexts& texts, float target, float& sel) {
+  std::uint16_t frames = 0;
+  if (chain.GetDataLength(&frames) != 0) throw std::runtime_error(texts.data_length);
+  if (std::size_t{frames} * m_format.nBlockAlign != m_block.size()) {
+    throw std::runtime_error(
+        "[cap] Keyboard sound cancellation processing unit does not match the size of the buffer to be extracted.");
+  }
+  const std::uint16_t bits = m_format.wBitsPerSample;
+  pcm_to_float(bits, m_block.data(), m_wet.data(), m_wet.size());
+  m_dry = m_wet;
+  if (Execute(chain) != 0) throw std::runtime_error(texts.execute);
+  crossfade(m_wet.data(), m_dry.data(), frames, m_format.nChannels, target, sel);
+  float_to_pcm(bits, m_wet.data(), m_block.data(), m_wet.size());
+}
+
+int CCaptureInterface::Execute(Chain& chain) {
+  if (&chain != m_chains.ai_speech.get()) return chain.Execute(m_wet.data());
+  const std::lock_guard lock(m_csAIOpen);
+  const int status = chain.Execute(m_wet.data());
+  return IsEnhancerWarning(status) ? 0 : status;
+}
+
+}  // namespace sonivo

@@ -1,0 +1,143 @@
+// Opening and closing of the chains with a physical stream, and the parameters behind them.
+
+#include <cstring>
+
+#include "base/trace.h"
+#include "relay/capture_interface.h"
+#include "relay/effect_properties.h"
+
+namespace sonivo {
+namespace {
+
+constexpr std::size_t kKeyCancelFlags = 2;
+constexpr std::size_t kBeamFormingFlags = 3;
+constexpr float kAIRate = 48000.0f;
+constexpr std::uint16_t kAIChannels = 2;
+constexpr std::uint16_t kAIFrames = 480;
+constexpr float kAIAddBuffMs = 20.0f;
+constexpr std::uint32_t kBlockMs = 10;
+
+std::uint16_t active(bool on) { return on ? 1 : 0; }
+
+}  // namespace
+
+Status CCaptureInterface::ReadParameters(Chain& chain, const PropertyKey& key, std::size_t flag_bytes, bool& readable) {
+  std::uint32_t size = 0;
+  if (chain.GetParamSize(&size) != 0) return kFail;
+  std::vector<std::byte> value(size + flag_bytes);
+  auto cb = static_cast<std::uint32_t>(value.size());
+  const Status status = GetFxCapturePropertiesValue(m_machine, key, value.data(), &cb);
+  readable = status == kOk;
+  if (!readable) {
+    trace(TraceLevel::error, "[cap] GetFxCapturePropertiesValue failed. (%d)\n", status);
+    return kOk;
+  }
+  m_paramFlags.assign(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(flag_bytes));
+  m_params.assign((size + 1) / 2, 0);
+  std::memcpy(m_params.data(), value.data() + flag_bytes, size);
+  return kOk;
+}
+
+Status CCaptureInterface::SetBlockShape(Chain& chain) {
+  const auto frames = static_cast<std::uint16_t>(FramesOfMs(kBlockMs));
+  const bool done = chain.SetDataLength(frames) == 0 &&
+                    chain.SetSamplingRate(static_cast<float>(m_format.nSamplesPerSec)) == 0 &&
+                    chain.SetChannel(m_format.nChannels) == 0;
+  return done ? kOk : kFail;
+}
+
+Status CCaptureInterface::OpenKeyCancel() {
+  KeyCancelChain& chain = *m_chains.key_cancel;
+  m_bKeyCancelOpen = false;
+  bool readable = false;
+  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_KC_Param, kKeyCancelFlags, readable))) return kFail;
+  if (!readable) return kOk;
+  m_bKeyCancelOpen = chain.Open(m_params.data(), static_cast<float>(m_format.nSamplesPerSec), m_format.nChannels,
+                                static_cast<std::uint16_t>(FramesOfMs(kBlockMs))) == 0 &&
+                     !failed(SetBlockShape(chain)) &&
+                     chain.SetKeyReductionActive(active(m_paramFlags[0] != std::byte{0})) == 0 &&
+                     chain.SetNoiseReductionActive(active(m_paramFlags[1] != std::byte{0})) == 0;
+  return m_bKeyCancelOpen ? kOk : kFail;
+}
+
+Status CCaptureInterface::OpenBeamForming() {
+  BeamFormingChain& chain = *m_chains.beam_forming;
+  m_bBeamFormingKeyCancelOpen = false;
+  bool readable = false;
+  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable))) return kFail;
+  if (!readable) return kOk;
+  const std::uint16_t reduction = active(m_BeamFormingkeyCancelState.State());
+  m_bBeamFormingKeyCancelOpen = chain.Open(m_params.data(), static_cast<float>(m_format.nSamplesPerSec),
+                                           m_format.nChannels, static_cast<std::uint16_t>(FramesOfMs(kBlockMs))) == 0 &&
+                                !failed(SetBlockShape(chain)) && chain.SetKeyReductionActive(reduction) == 0 &&
+                                chain.SetNoiseReductionActive(reduction) == 0 &&
+                                chain.SetBeamFormingActive(active(m_BeamFormingState.State())) == 0;
+  return m_bBeamFormingKeyCancelOpen ? kOk : kFail;
+}
+
+Status CCaptureInterface::StartAISpeech() {
+  AISpeechChain& chain = *m_chains.ai_speech;
+  if (!m_AISpeechEnhanceIsOpen) {
+    trace(TraceLevel::error, "[cap] PhysicalEndpointOpen::m_AISpeechEnhanceIsOpen = false.\n");
+    return kFail;
+  }
+  const std::uint16_t reduction = active(m_AISpeechEnhanceKeyCancelState.State());
+  const bool started = !failed(SetBlockShape(chain)) && chain.SetKeyReductionActive(reduction) == 0 &&
+                       chain.SetNoiseReductionActive(reduction) == 0 &&
+                       chain.SetBeamFormingActive(active(m_AISpeechEnhanceBeamFormingState.State())) == 0 &&
+                       chain.SetAISpeechEnhanceActive(active(m_AISpeechEnhanceState.State())) == 0 && chain.Run() == 0;
+  if (!started) return kFail;
+  m_bAISpeechEnhanceRunning = true;
+  m_bAISpeechEnhanceReady = true;
+  return kOk;
+}
+
+void CCaptureInterface::PhysicalEndpointClose() {
+  if (m_pAudioClient) m_pAudioClient->stop();
+  if (GateKC() && m_bKeyCancelOpen && m_chains.key_cancel->Close() != 0) {
+    trace(TraceLevel::error, "[cap] CKeyCancel::Close failed.\n");
+  }
+  if (GateBF() && m_bBeamFormingKeyCancelOpen && m_chains.beam_forming->Close() != 0) {
+    trace(TraceLevel::error, "[cap] CBeamFormingKeyCancel::Close failed.\n");
+  }
+  if (GateAI()) ReopenAISpeech();
+  m_pCaptureClient.reset();
+}
+
+// The third chain stays open between streams, since enrolment and model changes use it then.
+void CCaptureInterface::ReopenAISpeech() {
+  AISpeechChain& chain = *m_chains.ai_speech;
+  const std::lock_guard lock(m_csAIOpen);
+  if (m_AISpeechEnhanceIsOpen) {
+    if (m_bAISpeechEnhanceRunning && chain.Stop() != 0) return;
+    m_bAISpeechEnhanceRunning = false;
+    if (chain.Close() != 0) return;
+    m_AISpeechEnhanceIsOpen = false;
+  }
+  if (failed(OpenAISpeech(m_AISpeechEnhanceSetAiModelName))) return;
+  if (chain.SetAISpeechEnhanceStrength(ReadStrength()) != 0) {
+    chain.Close();
+    return;
+  }
+  m_AISpeechEnhanceIsOpen = true;
+}
+
+Status CCaptureInterface::OpenAISpeech(const std::string& model) {
+  AISpeechChain& chain = *m_chains.ai_speech;
+  bool readable = false;
+  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable)) || !readable) {
+    return kFail;
+  }
+  const int status =
+      chain.Open(m_params.data(), model.c_str(), kAIRate, kAIChannels, kAIFrames, kAIAddBuffMs, kAIAddBuffMs);
+  return status == 0 ? kOk : kFail;
+}
+
+float CCaptureInterface::ReadStrength() {
+  float strength = 1.0f;
+  std::uint32_t cb = sizeof strength;
+  if (GetFxCapturePropertiesValue(m_machine, PKEY_NVC_AI_Strength, &strength, &cb) != kOk) strength = 1.0f;
+  return strength;
+}
+
+}  // namespace sonivo

@@ -1,0 +1,69 @@
+#include "relay/chains.h"
+
+#include "classic/beam_forming_key_cancel.h"
+#include "classic/key_cancel.h"
+#include "enhance/ai_speech_enhance.h"
+
+namespace sonivo {
+namespace {
+
+/// Forwards what all chains have in common.
+template <class Interface, class Object>
+class Forward : public Interface {
+ public:
+  int GetVersion(std::uint16_t* major, std::uint16_t* minor) override { return m_object.GetVersion(major, minor); }
+  int GetParamSize(std::uint32_t* size) override { return m_object.GetParamSize(size); }
+  int SetDataLength(std::uint16_t frames) override { return m_object.SetDataLength(frames); }
+  int GetDataLength(std::uint16_t* frames) override { return m_object.GetDataLength(frames); }
+  int SetSamplingRate(float rate_hz) override { return m_object.SetSamplingRate(rate_hz); }
+  int SetChannel(std::uint16_t channels) override { return m_object.SetChannel(channels); }
+  int SetKeyReductionActive(std::uint16_t active) override { return m_object.SetKeyReductionActive(active); }
+  int SetNoiseReductionActive(std::uint16_t active) override { return m_object.SetNoiseReductionActive(active); }
+  int Execute(float* interleaved) override { return m_object.Execute(interleaved); }
+  int Close() override { return m_object.Close(); }
+
+ protected:
+  Object m_object;
+};
+
+template <class Interface, class Object>
+class ForwardClassic : public Forward<Interface, Object> {
+ public:
+  int Open(const void* params, float rate_hz, std::uint16_t channels, std::uint16_t frames) override {
+    return this->m_object.Open(params, rate_hz, channels, frames);
+  }
+};
+
+class BeamForming final : public ForwardClassic<BeamFormingChain, CBeamFormingKeyCancel> {
+ public:
+  int SetBeamFormingActive(std::uint16_t active) override { return m_object.SetBeamFormingActive(active); }
+};
+
+class AISpeech final : public Forward<AISpeechChain, CAISpeechEnhance> {
+ public:
+  int Open(const std::uint16_t* params, const char* model, float rate_hz, std::uint16_t channels, std::uint16_t frames,
+           float add_buff_in_ms, float add_buff_out_ms) override {
+    return m_object.Open(params, model, rate_hz, channels, frames, add_buff_in_ms, add_buff_out_ms);
+  }
+  int Run() override { return m_object.Run(); }
+  int Stop() override { return m_object.Stop(); }
+  int SetBeamFormingActive(std::uint16_t active) override { return m_object.SetBeamFormingActive(active); }
+  int SetAISpeechEnhanceActive(std::uint16_t active) override { return m_object.SetAISpeechEnhanceActive(active); }
+  int SetAISpeechEnhanceStrength(float strength) override { return m_object.SetAISpeechEnhanceStrength(strength); }
+  int SetAIModel(const char* model) override { return m_object.SetAIModel(model); }
+  int MakeAIModel(const char* base_model, const char* encoder_model, const char* wav, const char* out_file,
+                  std::uint16_t preprocess_on) override {
+    return m_object.MakeAIModel(base_model, encoder_model, wav, out_file, preprocess_on);
+  }
+  int QuitMakeAIModel() override { return m_object.QuitMakeAIModel(); }
+};
+
+}  // namespace
+
+Chains MakeChains() {
+  return {.key_cancel = std::make_unique<ForwardClassic<KeyCancelChain, CKeyCancel>>(),
+          .beam_forming = std::make_unique<BeamForming>(),
+          .ai_speech = std::make_unique<AISpeech>()};
+}
+
+}  // namespace sonivo

@@ -1,0 +1,59 @@
+#include "relay/sample_convert.h"
+
+#include <cstring>
+
+namespace sonivo {
+namespace {
+
+constexpr float kScale16 = 32768.0f;
+constexpr float kScale24 = 8388608.0f;
+
+/// Truncates toward zero; what lies outside [low, high] goes to the nearer end.
+std::int32_t truncate_limited(float value, float low, float high) {
+  if (value > high) return static_cast<std::int32_t>(high);
+  if (value < low) return static_cast<std::int32_t>(low);
+  return value == value ? static_cast<std::int32_t>(value) : 0;
+}
+
+std::int32_t load24(const std::byte* p) {
+  const auto bits = std::to_integer<std::uint32_t>(p[0]) << 8 | std::to_integer<std::uint32_t>(p[1]) << 16 |
+                    std::to_integer<std::uint32_t>(p[2]) << 24;
+  return static_cast<std::int32_t>(bits) >> 8;
+}
+
+void store24(std::byte* p, std::int32_t value) {
+  p[0] = static_cast<std::byte>(value);
+  p[1] = static_cast<std::byte>(value >> 8);
+  p[2] = static_cast<std::byte>(value >> 16);
+}
+
+}  // namespace
+
+void pcm_to_float(std::uint16_t bits, const std::byte* pcm, float* out, std::size_t samples) {
+  if (bits == 16) {
+    for (std::size_t i = 0; i < samples; ++i) {
+      std::int16_t sample;
+      std::memcpy(&sample, pcm + 2 * i, sizeof sample);
+      out[i] = static_cast<float>(sample) / kScale16;
+    }
+  } else if (bits == 24) {
+    for (std::size_t i = 0; i < samples; ++i) out[i] = static_cast<float>(load24(pcm + 3 * i)) / kScale24;
+  }
+}
+
+void float_to_pcm(std::uint16_t bits, float* in, std::byte* pcm, std::size_t samples) {
+  if (bits == 16) {
+    for (std::size_t i = 0; i < samples; ++i) {
+      in[i] *= kScale16;
+      const auto sample = static_cast<std::int16_t>(truncate_limited(in[i], -32768.0f, 32767.0f));
+      std::memcpy(pcm + 2 * i, &sample, sizeof sample);
+    }
+  } else if (bits == 24) {
+    for (std::size_t i = 0; i < samples; ++i) {
+      in[i] *= kScale24;
+      store24(pcm + 3 * i, truncate_limited(in[i], -8388608.0f, 8388607.0f));
+    }
+  }
+}
+
+}  // namespace sonivo

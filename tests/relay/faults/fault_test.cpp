@@ -1,0 +1,135 @@
+#include <algorithm>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "random_script.h"
+
+namespace sonivo::test {
+namespace {
+
+#if defined(__SANITIZE_THREAD__)
+constexpr std::uint64_t kScripts = 60;
+constexpr auto kSchedule = sim::Schedule::free;
+#elif defined(__SANITIZE_ADDRESS__)
+constexpr std::uint64_t kScripts = 300;
+constexpr auto kSchedule = sim::Schedule::serial;
+#else
+constexpr std::uint64_t kScripts = 2000;
+constexpr auto kSchedule = sim::Schedule::serial;
+#endif
+
+constexpr std::uint32_t kQuietMs = 4000;
+constexpr std::uint64_t kStopLimitMs = 2000;
+
+/// The state table, as far as it can be seen: each state with those that may come next. A stopped stream starts over in
+/// the first one.
+void expect_path_of_the_table(const std::vector<std::string>& states) {
+  static const std::map<std::string, std::set<std::string>> kNext{
+      {"eWaitVirtualDriver", {"eWaitVirtualDriver", "eWaitVirtualStream"}},
+      {"eWaitVirtualStream", {"eWaitVirtualDriver", "eVirtualStreaming"}},
+      {"eVirtualStreaming", {"eWaitVirtualDriver", "ePhysicalStreaming"}},
+      {"ePhysicalStreaming", {"eWaitVirtualDriver"}},
+  };
+  for (std::size_t i = 0; i + 1 < states.size(); ++i) {
+    ASSERT_TRUE(kNext.at(states[i]).contains(states[i + 1])) << states[i] << " to " << states[i + 1];
+  }
+}
+
+void expect_ends_in_time(RelayBench& bench) {
+  const std::uint64_t before = bench.machine.scheduler().tick_ms();
+  bench.relay->Stop();
+  EXPECT_LE(bench.machine.scheduler().tick_ms() - before, kStopLimitMs);
+}
+
+void expect_nothing_left(RelayBench& bench) {
+  bench.relay.reset();
+  EXPECT_EQ(bench.machine.leaks(), sim::Leaks{});
+}
+
+class TwoThousandRandomScripts : public ::testing::TestWithParam<std::uint64_t> {};
+
+// In eight shares, so that they can run side by side.
+constexpr std::uint64_t kShares = 8;
+
+TEST_P(TwoThousandRandomScripts, LeaveTheRelayStreamingAndInAgreement) {
+  for (std::uint64_t seed = GetParam(); seed < kScripts; seed += kShares) {
+    SCOPED_TRACE("script " + std::to_string(seed));
+    const bool deadly = seed % 5 == 0;
+    sim::Config config;
+    config.schedule = kSchedule;
+    config.pins.drift_ppm = static_cast<double>(seed % 3) * 500 - 500;
+    config.echo_filter = seed % 2 == 0;
+    RelayBench bench(config, seed % 4 == 0 ? Notebook::beam_forming : Notebook::plain);
+    bench.store_beam_forming_parameters();
+    RandomScript script(bench, seed, deadly);
+    bench.start();
+    script.run();
+    script.calm_down();
+    bench.machine.run_for(kQuietMs);
+    if (!deadly) {
+      EXPECT_EQ(bench.relay->Stream(DataFlow::capture).State(), StreamState::ePhysicalStreaming);
+      EXPECT_EQ(bench.relay->Stream(DataFlow::render).State(), StreamState::ePhysicalStreaming);
+      EXPECT_EQ(bench.machine.endpoint(sim::kVirtualMic).volume().muted(),
+                bench.machine.endpoint(sim::kMicArray).volume().muted());
+    }
+    expect_ends_in_time(bench);
+    expect_path_of_the_table(bench.log.states("[cap]"));
+    expect_path_of_the_table(bench.log.states("[ren]"));
+    expect_nothing_left(bench);
+    if (HasFailure()) break;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shares, TwoThousandRandomScripts, ::testing::Range<std::uint64_t>(0, kShares));
+
+using Overtaking = void (*)(RelayBench&);
+
+struct Mishap {
+  const char* name;
+  Overtaking happen;
+};
+
+const std::vector<Mishap> kMishaps{
+    {"MicDeviceGone", [](RelayBench& b) { b.machine.driver().surprise_remove(sim::PinId::mic); }},
+    {"SpeakerDeviceGone", [](RelayBench& b) { b.machine.driver().surprise_remove(sim::PinId::speaker); }},
+    {"RecorderLeaves", [](RelayBench& b) { b.machine.driver().close_client(sim::PinId::mic); }},
+    {"PlayerLeaves", [](RelayBench& b) { b.machine.driver().close_client(sim::PinId::speaker); }},
+    {"MicUnplugged", [](RelayBench& b) { b.machine.endpoints().set_state(sim::kMicArray, kDeviceUnplugged); }},
+    {"SpeakersUnplugged", [](RelayBench& b) { b.machine.endpoints().set_state(sim::kSpeakers, kDeviceUnplugged); }},
+};
+
+class AMishapDuringEachCall : public ::testing::TestWithParam<Mishap> {};
+
+TEST_P(AMishapDuringEachCall, IsRecoveredFrom) {
+  const std::size_t stride = kSchedule == sim::Schedule::free ? 7 : 1;
+  for (std::size_t step = 0; step < sim::kStepCount; step += stride) {
+    for (const std::uint64_t nth : {1u, 2u, 5u}) {
+      SCOPED_TRACE(std::string(to_string(static_cast<sim::Step>(step))) + " call " + std::to_string(nth));
+      sim::Config config;
+      config.schedule = kSchedule;
+      RelayBench bench(config);
+      bench.machine.script().before(static_cast<sim::Step>(step), nth, [&] { GetParam().happen(bench); });
+      RandomScript script(bench, 0, false);
+      script.calm_down();
+      bench.start();
+      bench.machine.run_for(300);
+      script.calm_down();
+      bench.machine.run_for(kQuietMs);
+      EXPECT_EQ(bench.relay->Stream(DataFlow::capture).State(), StreamState::ePhysicalStreaming);
+      EXPECT_EQ(bench.relay->Stream(DataFlow::render).State(), StreamState::ePhysicalStreaming);
+      expect_ends_in_time(bench);
+      expect_path_of_the_table(bench.log.states("[cap]"));
+      expect_path_of_the_table(bench.log.states("[ren]"));
+      expect_nothing_left(bench);
+      if (HasFailure()) return;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Mishaps, AMishapDuringEachCall, ::testing::ValuesIn(kMishaps),
+                         [](const auto& mishap) { return mishap.param.name; });
+
+}  // namespace
+}  // namespace sonivo::test
