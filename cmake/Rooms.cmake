@@ -26,7 +26,8 @@ function(sonivo_room target folder prefix)
   target_link_libraries(${target} ${scope} ${ROOM_DEPENDS} ${ROOM_LIBRARIES})
 endfunction()
 
-# sonivo_tests(<target> <folder> [DEPENDS <targets>]): one GoogleTest program of all sources in the folder.
+# sonivo_tests(<target> <folder> [DEPENDS <targets>] [LABELS <labels>]): one GoogleTest program of all sources in the
+# folder. Target tests_<label> builds all programs with that label.
 function(sonivo_tests target folder)
   cmake_parse_arguments(TESTS "" "" "DEPENDS;LABELS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
@@ -37,4 +38,10 @@ function(sonivo_tests target folder)
   target_link_libraries(${target} PRIVATE sonivo_warnings ${TESTS_DEPENDS} GTest::gmock GTest::gtest_main)
   target_precompile_headers(${target} PRIVATE <gtest/gtest.h> <gmock/gmock.h>)
   gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${TESTS_LABELS}")
+  foreach(label IN LISTS TESTS_LABELS)
+    if(NOT TARGET tests_${label})
+      add_custom_target(tests_${label})
+    endif()
+    add_dependencies(tests_${label} ${target})
+  endforeach()
 endfunction()

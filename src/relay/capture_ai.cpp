@@ -75,8 +75,7 @@ Status CCaptureInterface::SetAISpeechEnhanceOpen() {
     trace(TraceLevel::error, "[cap] SetAISpeechEnhanceOpen::m_AISpeechEnhanceIsOpen Already Open.\n");
     return kFail;
   }
-  m_AISpeechEnhanceSetAiModelName = CurrentModelRow().speech_enhancement;
-  if (failed(OpenAISpeech(m_AISpeechEnhanceSetAiModelName))) return kFail;
+  if (failed(OpenAISpeech(CurrentModelRow().speech_enhancement))) return kFail;
   m_AISpeechEnhanceIsOpen = true;
   return kOk;
 }

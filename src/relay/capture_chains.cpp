@@ -128,8 +128,9 @@ Status CCaptureInterface::OpenAISpeech(const std::string& model) {
   if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable)) || !readable) {
     return kFail;
   }
-  const int status =
-      chain.Open(m_params.data(), model.c_str(), kAIRate, kAIChannels, kAIFrames, kAIAddBuffMs, kAIAddBuffMs);
+  m_AISpeechEnhanceSetAiModelName = model;
+  const int status = chain.Open(m_params.data(), m_AISpeechEnhanceSetAiModelName.c_str(), kAIRate, kAIChannels,
+                                kAIFrames, kAIAddBuffMs, kAIAddBuffMs);
   return status == 0 ? kOk : kFail;
 }
 

@@ -196,7 +196,8 @@ std::int32_t CCaptureInterface::PhysicalDataReady() {
   }
   std::int32_t result = ProcessBlocks();
   m_pCaptureClient->release_buffer(frames);
-  if (!m_bRingReady && m_ring.ValidSize() >= BytesOfMs(kRingReadyMs)) m_bRingReady = true;
+  const std::uint32_t ready_bytes = m_format.nSamplesPerSec * kRingReadyMs * m_format.nBlockAlign / 1000;
+  if (!m_bRingReady && m_ring.ValidSize() >= ready_bytes) m_bRingReady = true;
   if (!fits) {
     trace(TraceLevel::error, "[cap] physical mic: too small valid space in ring buffer\n");
     result = 0;

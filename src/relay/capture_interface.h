@@ -95,6 +95,7 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   Status OpenBeamForming();
   Status StartAISpeech();
   void ReopenAISpeech();
+  /// Opens with the parameters now stored; once these could be read, `model` is the model in use.
   Status OpenAISpeech(const std::string& model);
   /// Reads the parameters behind `key`, which start after `flag_bytes`. A failed status where the chain can't tell
   /// their size; `readable` is false where the store has none.

@@ -57,7 +57,8 @@ bool IOBuffer::WaitStream(WAVEFORMATEXTENSIBLE& format) {
 }
 
 bool IOBuffer::SetFeedback(std::int32_t value) {
-  return Submit(kControlFeedback, std::as_bytes(std::span(&value, 1)), {});
+  m_feedback = value;
+  return Submit(kControlFeedback, std::as_bytes(std::span(&m_feedback, 1)), {});
 }
 
 }  // namespace sonivo

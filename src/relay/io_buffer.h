@@ -57,6 +57,7 @@ class IOBuffer {
   Overlapped m_overlapped;
   std::unique_ptr<Event> m_event;
   std::uint32_t m_transferred = 0;
+  std::int32_t m_feedback = 0;  // kept here, as the driver may read it after SetFeedback has returned
   std::shared_ptr<Device> m_hDevice;
   Error m_lastError = error::kNone;
 };

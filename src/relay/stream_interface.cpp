@@ -141,11 +141,11 @@ bool CStreamInterface::IsConsoleSession() {
 
 bool CStreamInterface::OpenVirtualDevice() {
   const auto path = FindVirtualDevicePath(m_machine.bus, Flow());
+  Error why = error::kNone;
+  if (path) m_machine.bus.open(*path, Sharing::shared, why).reset();  // a first touch; its outcome means nothing
   CloseVirtualDevice();
   if (!path) return false;
 
-  Error why = error::kNone;
-  m_machine.bus.open(*path, Sharing::shared, why).reset();  // a first touch; its outcome means nothing
   auto device = m_machine.bus.open(*path, Sharing::exclusive, why);
   if (!device) return false;
 

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cmath>
+#include <cstring>
+#include <deque>
 #include <memory>
 #include <vector>
 
@@ -138,7 +140,7 @@ TEST_F(DriverTest, ClosingTheHandleEndsAWaitingStreamRequestAndAllLaterOnesFail)
 TEST_F(DriverTest, TransfersCompleteOneAPeriodAndInOrder) {
   const auto device = open(PinId::mic);
   driver.open_recorder(kFormat);
-  std::vector<Request> requests;
+  std::deque<Request> requests;  // they must stay in place
   for (std::uint32_t i = 0; i < 5; ++i) {
     requests.emplace_back(machine);
     requests.back().data = counted_frames(1000 * i, 480);

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "base/status.h"
@@ -20,7 +23,7 @@ class Callbacks {
     if (callback == nullptr) return kInvalidArgument;
     callback->AddRef();
     std::scoped_lock lock(scheduler_.mutex());
-    registered_.push_back(callback);
+    registered_.push_back({callback, ++latest_});
     return kOk;
   }
 
@@ -28,7 +31,8 @@ class Callbacks {
   Status remove(T* callback) {
     {
       std::unique_lock lock(scheduler_.mutex());
-      const auto found = std::find(registered_.begin(), registered_.end(), callback);
+      const auto found = std::find_if(registered_.begin(), registered_.end(),
+                                      [&](const Registration& each) { return each.callback == callback; });
       if (found == registered_.end()) return status_from_error(error::kNotFound);
       registered_.erase(found);
       if (!scheduler_.on_system_thread()) {
@@ -39,27 +43,32 @@ class Callbacks {
     return kOk;
   }
 
-  /// With the mutex held: has the system thread call all that are registered when their turn comes.
+  /// With the mutex held: has the system thread call all that are registered now and still are when their turn comes.
   void notify(std::function<void(T&)> call) {
-    scheduler_.post_to_system([this, call = std::move(call)] { call_all(call); });
+    if (registered_.empty()) return;
+    scheduler_.post_to_system([this, latest = latest_, call = std::move(call)] { call_all(latest, call); });
   }
 
   /// With the mutex held.
   std::size_t size() const { return registered_.size(); }
 
  private:
-  bool registered(T* callback) const {
-    return std::find(registered_.begin(), registered_.end(), callback) != registered_.end();
-  }
+  struct Registration {
+    T* callback;
+    std::uint64_t number;
+  };
 
-  void call_all(const std::function<void(T&)>& call) {
+  void call_all(std::uint64_t latest, const std::function<void(T&)>& call) {
     std::unique_lock lock(scheduler_.mutex());
-    const std::vector<T*> now_registered = registered_;
-    for (T* callback : now_registered) {
-      if (!registered(callback)) continue;
-      in_call_ = callback;
+    for (std::uint64_t done = 0;;) {
+      const auto next = std::find_if(registered_.begin(), registered_.end(), [&](const Registration& each) {
+        return each.number > done && each.number <= latest;
+      });
+      if (next == registered_.end()) return;
+      done = next->number;
+      in_call_ = next->callback;
       lock.unlock();
-      call(*callback);
+      call(*in_call_);
       lock.lock();
       in_call_ = nullptr;
       call_ended_.signal();
@@ -67,7 +76,8 @@ class Callbacks {
   }
 
   Scheduler& scheduler_;
-  std::vector<T*> registered_;
+  std::vector<Registration> registered_;  ///< in the order of their numbers
+  std::uint64_t latest_ = 0;
   T* in_call_ = nullptr;
   SimEvent call_ended_;
 };

@@ -37,6 +37,26 @@ void expect_path_of_the_table(const std::vector<std::string>& states) {
   }
 }
 
+void expect_mutes(RelayBench& bench, bool muted) {
+  bench.machine.run_for(1);
+  EXPECT_EQ(bench.machine.endpoint(sim::kMicArray).volume().muted(), muted);
+  EXPECT_EQ(bench.machine.endpoint(sim::kVirtualMic).volume().muted(), muted);
+}
+
+/// Both endpoints agree as they were left, and after a change from either side and by the program.
+void expect_mutes_agree(RelayBench& bench) {
+  auto& physical = bench.machine.endpoint(sim::kMicArray).volume();
+  auto& virtual_mic = bench.machine.endpoint(sim::kVirtualMic).volume();
+  expect_mutes(bench, physical.muted());
+  const bool muted = physical.muted();
+  physical.set_mute(!muted);
+  expect_mutes(bench, !muted);
+  virtual_mic.set_mute(muted);
+  expect_mutes(bench, muted);
+  EXPECT_EQ(bench.relay->SetMuteAction(!muted), kOk);
+  expect_mutes(bench, !muted);
+}
+
 void expect_ends_in_time(RelayBench& bench) {
   const std::uint64_t before = bench.machine.scheduler().tick_ms();
   bench.relay->Stop();
@@ -71,8 +91,7 @@ TEST_P(TwoThousandRandomScripts, LeaveTheRelayStreamingAndInAgreement) {
     if (!deadly) {
       EXPECT_EQ(bench.relay->Stream(DataFlow::capture).State(), StreamState::ePhysicalStreaming);
       EXPECT_EQ(bench.relay->Stream(DataFlow::render).State(), StreamState::ePhysicalStreaming);
-      EXPECT_EQ(bench.machine.endpoint(sim::kVirtualMic).volume().muted(),
-                bench.machine.endpoint(sim::kMicArray).volume().muted());
+      expect_mutes_agree(bench);
     }
     expect_ends_in_time(bench);
     expect_path_of_the_table(bench.log.states("[cap]"));
@@ -119,6 +138,7 @@ TEST_P(AMishapDuringEachCall, IsRecoveredFrom) {
       bench.machine.run_for(kQuietMs);
       EXPECT_EQ(bench.relay->Stream(DataFlow::capture).State(), StreamState::ePhysicalStreaming);
       EXPECT_EQ(bench.relay->Stream(DataFlow::render).State(), StreamState::ePhysicalStreaming);
+      expect_mutes_agree(bench);
       expect_ends_in_time(bench);
       expect_path_of_the_table(bench.log.states("[cap]"));
       expect_path_of_the_table(bench.log.states("[ren]"));

@@ -1,0 +1,153 @@
+#include "relay/virtual_device.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/sim/machine.h"
+#include "support/relay_bench.h"
+
+namespace sonivo::test {
+namespace {
+
+class VirtualDevicePath : public testing::Test {
+ protected:
+  std::optional<std::string> find(DataFlow flow, std::vector<DeviceInterface> interfaces) {
+    machine.driver().set_interfaces(std::move(interfaces));
+    return FindVirtualDevicePath(machine.seams().bus, flow);
+  }
+
+  sim::SimMachine machine;
+};
+
+TEST_F(VirtualDevicePath, CutsTheInterfacePathAtTheFilterNameAndAppendsTheDriversOwn) {
+  EXPECT_EQ(find(DataFlow::capture, {{R"(\\?\root#media#0000#{guid}\wavemicin)", "NorvellRelay"}}),
+            R"(\\?\root#media#0000#{guid}\VADrv\WaveMicIn)");
+  EXPECT_EQ(find(DataFlow::render, {{R"(\\?\root#media#0000#{guid}\wavespeaker)", "NorvellRelay"}}),
+            R"(\\?\root#media#0000#{guid}\VADrv\WaveSpeaker)");
+}
+
+TEST_F(VirtualDevicePath, IgnoresTheCaseOfThePathAndGivesItInLowerCase) {
+  EXPECT_EQ(find(DataFlow::capture, {{R"(\\?\ROOT#Media\WAVEMICIN)", "NorvellRelay"}}),
+            R"(\\?\root#media\VADrv\WaveMicIn)");
+}
+
+TEST_F(VirtualDevicePath, DropsWhatFollowsTheFilterName) {
+  EXPECT_EQ(find(DataFlow::capture, {{R"(\\?\root\wavemicin\more)", "NorvellRelay"}}), R"(\\?\root\VADrv\WaveMicIn)");
+}
+
+TEST_F(VirtualDevicePath, CutsAtTheFirstOfTwoFilterNames) {
+  EXPECT_EQ(find(DataFlow::capture, {{R"(\\?\a\wavemicin\b\wavemicin)", "NorvellRelay"}}), R"(\\?\a\VADrv\WaveMicIn)");
+}
+
+TEST_F(VirtualDevicePath, TakesOnlyTheServiceOfExactlyThisName) {
+  for (const char* service : {"norvellrelay", "NorvellRelay2", "Norvell", "", "NORVELLRELAY", " NorvellRelay"}) {
+    EXPECT_EQ(find(DataFlow::capture, {{R"(\\?\root\wavemicin)", service}}), std::nullopt) << service;
+  }
+}
+
+TEST_F(VirtualDevicePath, EachDirectionWantsItsOwnFilter) {
+  const std::vector<DeviceInterface> mic{{R"(\\?\root\wavemicin)", "NorvellRelay"}};
+  const std::vector<DeviceInterface> speaker{{R"(\\?\root\wavespeaker)", "NorvellRelay"}};
+  EXPECT_EQ(find(DataFlow::render, mic), std::nullopt);
+  EXPECT_EQ(find(DataFlow::capture, speaker), std::nullopt);
+}
+
+TEST_F(VirtualDevicePath, TheFilterNameCountsOnlyWithItsSeparator) {
+  EXPECT_EQ(find(DataFlow::capture, {{R"(\\?\root\mywavemicin)", "NorvellRelay"}}), std::nullopt);
+}
+
+TEST_F(VirtualDevicePath, TheFirstHitWins) {
+  EXPECT_EQ(find(DataFlow::capture, {{R"(\\?\zero\wavemicin)", "Other"},
+                                     {R"(\\?\one\wavespeaker)", "NorvellRelay"},
+                                     {R"(\\?\two\wavemicin)", "NorvellRelay"},
+                                     {R"(\\?\three\wavemicin)", "NorvellRelay"}}),
+            R"(\\?\two\VADrv\WaveMicIn)");
+}
+
+TEST_F(VirtualDevicePath, IsNoneWithoutInterfaces) { EXPECT_EQ(find(DataFlow::capture, {}), std::nullopt); }
+
+TEST_F(VirtualDevicePath, OfTheNotebookIsTheDevicesOwn) {
+  EXPECT_EQ(FindVirtualDevicePath(machine.seams().bus, DataFlow::capture),
+            sim::SimDriver::device_path(sim::PinId::mic));
+  EXPECT_EQ(FindVirtualDevicePath(machine.seams().bus, DataFlow::render),
+            sim::SimDriver::device_path(sim::PinId::speaker));
+}
+
+TEST(VirtualDevice, IsTouchedSharedBeforeItIsOpenedForGoodAndTheOutcomeOfThatIsIgnored) {
+  RelayBench bench;
+  bench.machine.script().fail_always(sim::Step::device_probe, error::kAccessDenied);
+  bench.start();
+  bench.machine.run_for(10);
+  EXPECT_EQ(bench.machine.script().count(sim::Step::device_probe), 2u);
+  EXPECT_EQ(bench.machine.script().count(sim::Step::device_open), 2u);
+  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
+  EXPECT_EQ(bench.machine.driver().removal_notices(), 2u);
+}
+
+TEST(VirtualDevice, IsTouchedBeforeTheHandleHeldSoFarIsClosed) {
+  RelayBench bench;
+  bench.start();
+  bench.machine.run_for(10);
+  bench.machine.script().start_trace();
+  bench.machine.driver().surprise_remove(sim::PinId::mic);  // ends the wait for a stream
+  bench.machine.driver().return_device(sim::PinId::mic);
+  bench.machine.run_for(10);
+  std::vector<std::string> steps;
+  for (const std::string& line : bench.machine.script().trace()) {
+    const std::string step = line.substr(line.find(' ') + 1);
+    if (step == "device_probe" || step == "device_close" || step == "device_open") steps.push_back(step);
+  }
+  EXPECT_THAT(steps, testing::ElementsAre("device_probe", "device_close", "device_open"));
+}
+
+TEST(VirtualDevice, WhereNoneIsFoundIsLookedForAgainEachSecond) {
+  RelayBench bench;
+  bench.machine.driver().set_interfaces({});
+  bench.start();
+  bench.machine.run_for(2500);
+  EXPECT_EQ(bench.machine.script().count(sim::Step::bus_interfaces), 6u);  // at 0, 1 and 2 s, by two directions
+  EXPECT_EQ(bench.machine.script().count(sim::Step::device_probe), 0u);
+  EXPECT_EQ(bench.machine.driver().handles().opened, 0u);
+}
+
+TEST(VirtualDevice, ThatCannotBeOpenedIsTriedAgainAfterASecond) {
+  RelayBench bench;
+  bench.machine.script().fail(sim::Step::device_open, error::kAccessDenied, 1);
+  bench.machine.script().fail(sim::Step::device_open, error::kAccessDenied, 2);
+  bench.start();
+  bench.machine.run_for(999);
+  EXPECT_EQ(bench.machine.driver().handles().open(), 0u);
+  bench.machine.run_for(2);
+  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
+}
+
+TEST(VirtualDevice, WithoutARemovalNoticeIsNoneAndTriedAgainAfterASecond) {
+  RelayBench bench;
+  bench.machine.script().fail(sim::Step::device_notify_removal, error::kAccessDenied, 1);
+  bench.machine.script().fail(sim::Step::device_notify_removal, error::kAccessDenied, 2);
+  bench.start();
+  bench.machine.run_for(999);
+  EXPECT_TRUE(bench.log.has("[[cap]] RegisterDeviceNotification failed.\n"));
+  EXPECT_TRUE(bench.log.has("[[ren]] RegisterDeviceNotification failed.\n"));
+  EXPECT_EQ(bench.machine.driver().removal_notices(), 0u);
+  bench.machine.run_for(2);
+  EXPECT_EQ(bench.machine.driver().removal_notices(), 2u);
+  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
+}
+
+TEST(VirtualDevice, ThatIsGoneIsLetGoOfWhenItIsNotFoundAgain) {
+  RelayBench bench;
+  bench.start();
+  bench.machine.run_for(10);
+  ASSERT_EQ(bench.machine.driver().handles().open(), 2u);
+  bench.machine.driver().surprise_remove(sim::PinId::mic);
+  bench.machine.run_for(10);
+  EXPECT_EQ(bench.machine.driver().handles().open(), 1u);
+  EXPECT_EQ(bench.machine.driver().removal_notices(), 1u);
+  bench.machine.driver().return_device(sim::PinId::mic);
+  bench.machine.run_for(1000);
+  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
+}
+
+}  // namespace
+}  // namespace sonivo::test
