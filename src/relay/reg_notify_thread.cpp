@@ -60,12 +60,13 @@ RegNotifyStatus CAudioControl::RegNotifyThread() {
   }
   guid.back() = u'\0';
 
+  std::unique_ptr<Event> changed;  // before the watch, which may set it for as long as it lives
   std::unique_ptr<FxWatch> watch;
   if (const Error why = m_machine.fx_properties.open_watch(to_utf8(guid.data()), watch); why != error::kNone) {
     trace(TraceLevel::error, "!!![CAudioControl::RegNotifyThread] Failed open registry: %ld.", static_cast<long>(why));
     return RegNotifyStatus::no_store;
   }
-  const auto changed = m_machine.events.create(Reset::manual);
+  changed = m_machine.events.create(Reset::manual);
   if (!changed) return RegNotifyStatus::no_event;
 
   std::vector<std::byte> latest(baseline.size());

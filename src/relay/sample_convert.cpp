@@ -8,11 +8,13 @@ namespace {
 constexpr float kScale16 = 32768.0f;
 constexpr float kScale24 = 8388608.0f;
 
-/// Truncates toward zero; what lies outside [low, high] goes to the nearer end.
+/// Truncates toward zero; what lies outside [low, high] goes to the nearer end, what is no number to 0. Written as
+/// selections, so that loops over it become vector code.
 std::int32_t truncate_limited(float value, float low, float high) {
-  if (value > high) return static_cast<std::int32_t>(high);
-  if (value < low) return static_cast<std::int32_t>(low);
-  return value == value ? static_cast<std::int32_t>(value) : 0;
+  const float number = value == value ? value : 0.0f;
+  const float limited_below = number < low ? low : number;
+  const float limited = limited_below > high ? high : limited_below;
+  return static_cast<std::int32_t>(limited);
 }
 
 std::int32_t load24(const std::byte* p) {

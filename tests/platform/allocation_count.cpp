@@ -7,9 +7,12 @@ namespace {
 thread_local std::size_t count = 0;
 }
 
-void* operator new(std::size_t size) {
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   ++count;
-  if (void* memory = std::malloc(size)) return memory;
+  return std::malloc(size);
+}
+void* operator new(std::size_t size) {
+  if (void* memory = operator new(size, std::nothrow)) return memory;
   throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept { std::free(memory); }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -78,8 +79,6 @@ TEST_F(FxTest, AnArmedWatchSignalsOnceForAChangeOfItsEndpoint) {
   std::unique_ptr<FxWatch> watch;
   ASSERT_EQ(fx.open_watch("{1F6A0C2E-3B57-4D1C-9A60-5C0D7E2B8A02}", watch), error::kNone);
   const auto event = machine.scheduler().create(Reset::automatic);
-  fx.set(FxHome::effect_store, kMicArray, kKey, 1u);
-  EXPECT_FALSE(signalled(event)) << "not armed yet";
   EXPECT_EQ(watch->arm(event.get()), kOk);
   fx.set(FxHome::effect_store, kHeadsetMic, kKey, 1u);
   fx.set(FxHome::device_properties, kMicArray, kKey, 1u);
@@ -88,6 +87,18 @@ TEST_F(FxTest, AnArmedWatchSignalsOnceForAChangeOfItsEndpoint) {
   EXPECT_TRUE(signalled(event));
   fx.set(FxHome::user_store, kMicArray, kKey, 2u);
   EXPECT_FALSE(signalled(event)) << "one arm, one signal";
+}
+
+TEST_F(FxTest, AChangeWhileNothingIsArmedSignalsAtTheNextArming) {
+  std::unique_ptr<FxWatch> watch;
+  ASSERT_EQ(fx.open_watch("{1f6a0c2e-3b57-4d1c-9a60-5c0d7e2b8a02}", watch), error::kNone);
+  const auto event = machine.scheduler().create(Reset::automatic);
+  fx.set(FxHome::effect_store, kMicArray, kKey, 1u);
+  EXPECT_FALSE(signalled(event));
+  EXPECT_EQ(watch->arm(event.get()), kOk);
+  EXPECT_TRUE(signalled(event));
+  EXPECT_EQ(watch->arm(event.get()), kOk);
+  EXPECT_FALSE(signalled(event)) << "told already";
 }
 
 TEST_F(FxTest, AWatchOfAnUnknownEndpointOrWithoutAnEventIsRefused) {

@@ -1,9 +1,11 @@
 #include "apps/tool/simulated_relay.h"
 
+#include <algorithm>
 #include <chrono>
 #include <iomanip>
 #include <memory>
 #include <ostream>
+#include <span>
 #include <sstream>
 #include <string_view>
 
@@ -46,38 +48,33 @@ std::unique_ptr<ScopedTraceSink> traces_to(std::ostream* target, sim::Scheduler&
   return std::make_unique<ScopedTraceSink>([write](TraceLevel, std::string_view text) { write(text); }, write);
 }
 
-/// The application and the physical endpoint at both ends of the relay.
-class Ends {
- public:
-  Ends(sim::SimMachine& machine, const PcmAudio& input, Direction direction)
-      : machine_(machine), input_(input), capture_(direction == Direction::capture) {
-    if (capture_) machine_.endpoint(sim::kMicArray).set_source(sim::memory_source(input_.bytes));
+/// The audio once, then silence. It must outlive the source.
+sim::Source source_of(const PcmAudio& audio) {
+  return [rest = std::span(audio.bytes)](std::span<std::byte> frames) mutable {
+    const std::size_t count = std::min(rest.size(), frames.size());
+    std::copy_n(rest.begin(), count, frames.begin());
+    std::fill(frames.begin() + static_cast<std::ptrdiff_t>(count), frames.end(), std::byte{0});
+    rest = rest.subspan(count);
+  };
+}
+
+/// Appends to the audio, which must outlive the sink.
+sim::Sink sink_of(PcmAudio& audio) {
+  return [&audio](std::span<const std::byte> frames) {
+    audio.bytes.insert(audio.bytes.end(), frames.begin(), frames.end());
+  };
+}
+
+/// The application starts to record or to play, and so the audio to flow.
+void open_application(sim::SimMachine& machine, Direction direction, const PcmAudio& input, PcmAudio& output) {
+  if (direction == Direction::capture) {
+    machine.endpoint(sim::kMicArray).set_source(source_of(input));
+    machine.driver().open_recorder(input.format(), sink_of(output));
+  } else {
+    machine.endpoint(sim::kSpeakers).set_sink(sink_of(output));
+    machine.driver().open_player(input.format(), source_of(input));
   }
-
-  void open_application() {
-    if (capture_) {
-      machine_.driver().open_recorder(input_.format());
-    } else {
-      machine_.driver().open_player(input_.format(), sim::memory_source(input_.bytes));
-    }
-  }
-
-  void close_application() { machine_.driver().close_client(capture_ ? sim::PinId::mic : sim::PinId::speaker); }
-
-  std::uint64_t frames_out() const {
-    return capture_ ? machine_.driver().stats(sim::PinId::mic).frames
-                    : machine_.endpoint(sim::kSpeakers).render_stats().played_frames;
-  }
-
-  std::vector<std::byte> recorded() const {
-    return capture_ ? machine_.driver().recording() : machine_.endpoint(sim::kSpeakers).played();
-  }
-
- private:
-  sim::SimMachine& machine_;
-  const PcmAudio& input_;
-  const bool capture_;
-};
+}
 
 double seconds_of(std::chrono::steady_clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
@@ -86,40 +83,44 @@ double seconds_of(std::chrono::steady_clock::duration duration) {
 }  // namespace
 
 RelayedAudio relay_on_notebook(const PcmAudio& input, const NotebookSetup& setup, const OnProgress& on_progress) {
-  sim::SimMachine machine(config_for(input, setup));
-  const auto traces = traces_to(setup.traces, machine.scheduler());
-  CAudioControl control(machine.seams());
-  Ends ends(machine, input, setup.direction);
+  RelayedAudio relayed;
+  PcmAudio& output = relayed.audio;
+  output.rate_hz = input.rate_hz;
+  output.bits = input.bits;
+  output.channels = input.channels;
+  const std::size_t bytes_to_await = frames_to_await(input, setup) * input.bytes_per_frame();
+  output.bytes.reserve(bytes_to_await + kSliceMs * input.format().nAvgBytesPerSec / 1000);
 
+  sim::SimMachine machine(config_for(input, setup));
+  sim::Scheduler& scheduler = machine.scheduler();
+  const auto traces = traces_to(setup.traces, scheduler);
+  CAudioControl control(machine.seams());
   control.SetGenAndFunction(0, 0, 0, 0);
   control.SetEndpointForce(DataFlow::capture, {});
   control.SetEndpointForce(DataFlow::render, {});
   control.Start();
   machine.run_for(kSettleMs);
 
-  machine.scheduler().set_realtime(setup.realtime);
+  scheduler.set_realtime(setup.realtime);
   const auto real_start = std::chrono::steady_clock::now();
-  const sim::Time virtual_start = machine.scheduler().now();
-  const std::size_t frames = frames_to_await(input, setup);
-  ends.open_application();
-  for (std::uint64_t out = 0; out < frames;) {
+  const sim::Time virtual_start = scheduler.now();
+  open_application(machine, setup.direction, input, output);
+  bool flows = true;
+  while (flows && output.bytes.size() < bytes_to_await) {
+    const std::size_t before = output.bytes.size();
     machine.run_for(kSliceMs);
-    if (ends.frames_out() == out) throw Failure("the relay stands still; add --verbose to see why");
-    out = ends.frames_out();
-    on_progress(out);
+    flows = output.bytes.size() > before;
+    on_progress(output.frames());
   }
-
-  RelayedAudio relayed;
-  relayed.audio_seconds = static_cast<double>(machine.scheduler().now() - virtual_start) / sim::kSecond;
+  relayed.audio_seconds = static_cast<double>(scheduler.now() - virtual_start) / sim::kSecond;
   relayed.elapsed_seconds = seconds_of(std::chrono::steady_clock::now() - real_start);
-  ends.close_application();
-  machine.scheduler().set_realtime(false);
-  control.Stop();
+  scheduler.set_realtime(false);
 
+  machine.driver().close_client(setup.direction == Direction::capture ? sim::PinId::mic : sim::PinId::speaker);
+  control.Stop();
+  if (!flows) throw Failure("the relay stands still; add --verbose to see why");
   relayed.statistics = setup.direction == Direction::capture ? control.CaptureStatistics() : control.RenderStatistics();
-  relayed.audio = input;
-  relayed.audio.bytes = ends.recorded();
-  relayed.audio.bytes.resize(frames * input.bytes_per_frame());
+  output.bytes.resize(bytes_to_await);
   return relayed;
 }
 

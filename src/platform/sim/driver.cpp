@@ -1,6 +1,7 @@
 #include "platform/sim/driver.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "base/text.h"

@@ -1,5 +1,6 @@
 #include "platform/sim/endpoint_objects.h"
 
+#include <optional>
 #include <utility>
 
 #include "platform/sim/audio_client.h"

@@ -56,12 +56,17 @@ class SimFxProperties::Watch final : public FxWatch {
     if (event == nullptr) return kInvalidArgument;
     std::scoped_lock lock(fx_.scheduler_.mutex());
     armed_ = static_cast<SimEvent*>(event);
+    if (std::exchange(untold_, false)) fire();
     return kOk;
   }
 
   // With the mutex held.
   void fire() {
-    if (armed_ != nullptr) std::exchange(armed_, nullptr)->signal();
+    if (armed_ != nullptr) {
+      std::exchange(armed_, nullptr)->signal();
+    } else {
+      untold_ = true;
+    }
   }
 
   const std::string id;
@@ -69,6 +74,7 @@ class SimFxProperties::Watch final : public FxWatch {
  private:
   SimFxProperties& fx_;
   SimEvent* armed_ = nullptr;
+  bool untold_ = false;  ///< a change came while nothing was armed
   LiveMark mark_;
 };
 

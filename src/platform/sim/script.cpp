@@ -1,6 +1,6 @@
 #include "platform/sim/script.h"
 
-#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace sonivo::sim {
@@ -128,10 +128,11 @@ std::optional<std::uint32_t> Script::enter_scripted(Step step, std::uint64_t cal
     std::scoped_lock lock(mutex_);
     if (tracing_) trace_.push_back(std::to_string(now_ != nullptr ? now_->load() : 0) + " " + to_string(step));
     failure = lasting_[index_of(step)];
-    const auto first_due = std::stable_partition(
-        entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.step != step || entry.at != call; });
-    std::move(first_due, entries_.end(), std::back_inserter(due));
-    entries_.erase(first_due, entries_.end());
+    for (auto entry = entries_.begin(); entry != entries_.end();) {
+      const bool is_due = entry->step == step && entry->at == call;
+      if (is_due) due.push_back(std::move(*entry));
+      entry = is_due ? entries_.erase(entry) : entry + 1;
+    }
   }
   for (const Entry& entry : due) {
     if (entry.action) entry.action();

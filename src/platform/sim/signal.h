@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <functional>
 #include <span>
-#include <utility>
 #include <vector>
 
 namespace sonivo::sim {

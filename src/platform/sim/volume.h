@@ -1,8 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
-
 #include "platform/endpoint_volume.h"
 #include "platform/sim/callbacks.h"
 #include "platform/sim/scheduler.h"

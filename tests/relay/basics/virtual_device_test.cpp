@@ -73,17 +73,6 @@ TEST_F(VirtualDevicePath, OfTheNotebookIsTheDevicesOwn) {
             sim::SimDriver::device_path(sim::PinId::speaker));
 }
 
-TEST(VirtualDevice, IsTouchedSharedBeforeItIsOpenedForGoodAndTheOutcomeOfThatIsIgnored) {
-  RelayBench bench;
-  bench.machine.script().fail_always(sim::Step::device_probe, error::kAccessDenied);
-  bench.start();
-  bench.machine.run_for(10);
-  EXPECT_EQ(bench.machine.script().count(sim::Step::device_probe), 2u);
-  EXPECT_EQ(bench.machine.script().count(sim::Step::device_open), 2u);
-  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
-  EXPECT_EQ(bench.machine.driver().removal_notices(), 2u);
-}
-
 TEST(VirtualDevice, IsTouchedBeforeTheHandleHeldSoFarIsClosed) {
   RelayBench bench;
   bench.start();
@@ -98,55 +87,6 @@ TEST(VirtualDevice, IsTouchedBeforeTheHandleHeldSoFarIsClosed) {
     if (step == "device_probe" || step == "device_close" || step == "device_open") steps.push_back(step);
   }
   EXPECT_THAT(steps, testing::ElementsAre("device_probe", "device_close", "device_open"));
-}
-
-TEST(VirtualDevice, WhereNoneIsFoundIsLookedForAgainEachSecond) {
-  RelayBench bench;
-  bench.machine.driver().set_interfaces({});
-  bench.start();
-  bench.machine.run_for(2500);
-  EXPECT_EQ(bench.machine.script().count(sim::Step::bus_interfaces), 6u);  // at 0, 1 and 2 s, by two directions
-  EXPECT_EQ(bench.machine.script().count(sim::Step::device_probe), 0u);
-  EXPECT_EQ(bench.machine.driver().handles().opened, 0u);
-}
-
-TEST(VirtualDevice, ThatCannotBeOpenedIsTriedAgainAfterASecond) {
-  RelayBench bench;
-  bench.machine.script().fail(sim::Step::device_open, error::kAccessDenied, 1);
-  bench.machine.script().fail(sim::Step::device_open, error::kAccessDenied, 2);
-  bench.start();
-  bench.machine.run_for(999);
-  EXPECT_EQ(bench.machine.driver().handles().open(), 0u);
-  bench.machine.run_for(2);
-  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
-}
-
-TEST(VirtualDevice, WithoutARemovalNoticeIsNoneAndTriedAgainAfterASecond) {
-  RelayBench bench;
-  bench.machine.script().fail(sim::Step::device_notify_removal, error::kAccessDenied, 1);
-  bench.machine.script().fail(sim::Step::device_notify_removal, error::kAccessDenied, 2);
-  bench.start();
-  bench.machine.run_for(999);
-  EXPECT_TRUE(bench.log.has("[[cap]] RegisterDeviceNotification failed.\n"));
-  EXPECT_TRUE(bench.log.has("[[ren]] RegisterDeviceNotification failed.\n"));
-  EXPECT_EQ(bench.machine.driver().removal_notices(), 0u);
-  bench.machine.run_for(2);
-  EXPECT_EQ(bench.machine.driver().removal_notices(), 2u);
-  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
-}
-
-TEST(VirtualDevice, ThatIsGoneIsLetGoOfWhenItIsNotFoundAgain) {
-  RelayBench bench;
-  bench.start();
-  bench.machine.run_for(10);
-  ASSERT_EQ(bench.machine.driver().handles().open(), 2u);
-  bench.machine.driver().surprise_remove(sim::PinId::mic);
-  bench.machine.run_for(10);
-  EXPECT_EQ(bench.machine.driver().handles().open(), 1u);
-  EXPECT_EQ(bench.machine.driver().removal_notices(), 1u);
-  bench.machine.driver().return_device(sim::PinId::mic);
-  bench.machine.run_for(1000);
-  EXPECT_EQ(bench.machine.driver().handles().open(), 2u);
 }
 
 }  // namespace

@@ -79,6 +79,16 @@ inline std::vector<std::byte> join(std::initializer_list<std::vector<std::byte>>
   return whole;
 }
 
+/// Whether two signals are equal to the bit, and from which frame on they aren't.
+inline ::testing::AssertionResult same_pcm(const std::vector<std::byte>& heard, const std::vector<std::byte>& expected,
+                                           std::size_t block_align = 4) {
+  if (heard == expected) return ::testing::AssertionSuccess();
+  const auto differs = std::mismatch(heard.begin(), heard.end(), expected.begin(), expected.end()).first;
+  return ::testing::AssertionFailure() << heard.size() / block_align << " frames instead of "
+                                       << expected.size() / block_align << ", different from frame "
+                                       << static_cast<std::size_t>(differs - heard.begin()) / block_align << " on";
+}
+
 /// A 16-bit stereo signal for the microphone, longer than any of the streams here.
 inline std::vector<std::byte> microphone(std::uint16_t bits = 16, std::uint16_t channels = 2) {
   return numbered_pcm(24000, bits, channels);

@@ -17,14 +17,14 @@ void expect_exact_passage(const Timing& timing, std::uint16_t bits, std::uint16_
   start_idle(bench);
   const auto mic = microphone(bits, channels);
   bench.record(pcm_format(timing.rate, bits, channels), mic);
-  bench.machine.run_for(200);
+  bench.machine.run_for(205);
   bench.stop();
 
   const auto heard = bench.machine.driver().recording();
   ASSERT_GE(heard.size() / align, timing.leading_zeros() + 3 * timing.block());
   EXPECT_EQ(leading_zero_frames(heard, align), timing.leading_zeros());
   const std::size_t passed = heard.size() / align - timing.leading_zeros();
-  EXPECT_EQ(cut_from(heard, timing.leading_zeros(), align), cut(mic, 0, passed, align));
+  EXPECT_TRUE(same_pcm(cut_from(heard, timing.leading_zeros(), align), cut(mic, 0, passed, align), align));
   EXPECT_EQ(bench.relay->CaptureStatistics().underruns, 0u);
   EXPECT_EQ(bench.relay->CaptureStatistics().overruns, 0u);
 }
@@ -66,7 +66,7 @@ TEST(CapturePassage, SevenSilentPeriodsAndThreeMillisecondsComeFirstWhenAllPerio
   RelayBench bench(untrimmed());
   start_idle(bench);
   record_stereo(bench);
-  bench.machine.run_for(100);
+  bench.machine.run_for(105);
   EXPECT_EQ(leading_zero_frames(bench.machine.driver().recording(), 4), 7u * 480 + 144);
 }
 
@@ -75,7 +75,7 @@ TEST(CapturePassage, IsSilentForTheFirst30MillisecondsSinceTheRingIsntReady) {
   start_idle(bench);
   record_stereo(bench);
   bench.machine.run_for(39);  // the buffers that completed by now went out before the ring was filled
-  EXPECT_EQ(bench.machine.driver().recording(), zeros(3 * 480));
+  EXPECT_TRUE(same_pcm(bench.machine.driver().recording(), zeros(3 * 480)));
 }
 
 TEST(CapturePassage, CountsTheThirtyMillisecondsOfTheRingInBytesOfTheRate) {
@@ -94,9 +94,9 @@ TEST(CapturePassage, NeverGetsReadyWhenTenVirtualPeriodsAreLessThan30Millisecond
   RelayBench bench(untrimmed(timing));
   start_idle(bench);
   record_stereo(bench);
-  bench.machine.run_for(200);
+  bench.machine.run_for(205);
   const auto heard = bench.machine.driver().recording();
-  EXPECT_EQ(heard, zeros(heard.size() / 4));
+  EXPECT_TRUE(same_pcm(heard, zeros(heard.size() / 4)));
   EXPECT_EQ(bench.relay->Stream(DataFlow::capture).State(), StreamState::ePhysicalStreaming);
 }
 
@@ -105,11 +105,11 @@ TEST(CapturePassage, TurnsAPacketThatIsFlaggedSilentIntoAZeroedBlock) {
   bench.machine.endpoint(sim::kMicArray).make_packet_silent(5);
   start_idle(bench);
   record_stereo(bench);
-  bench.machine.run_for(200);
+  bench.machine.run_for(205);
   const auto mic = microphone();
   const auto expected = join({zeros(7 * 480 + 144), cut(mic, 0, 5 * 480), zeros(480), cut(mic, 6 * 480, 10 * 480)});
   const auto heard = bench.machine.driver().recording();
-  EXPECT_EQ(heard, cut(expected, 0, heard.size() / 4));
+  EXPECT_TRUE(same_pcm(heard, cut(expected, 0, heard.size() / 4)));
   EXPECT_EQ(heard.size(), 20u * 480 * 4);
 }
 
@@ -118,9 +118,9 @@ TEST(CapturePassage, ReleasesAnEmptyPacketAndGoesOnUnharmed) {
   bench.machine.endpoint(sim::kMicArray).make_packet_empty(4);
   start_idle(bench);
   record_stereo(bench);
-  bench.machine.run_for(200);
+  bench.machine.run_for(205);
   const auto heard = bench.machine.driver().recording();
-  EXPECT_EQ(cut_from(heard, 7 * 480 + 144), cut(microphone(), 0, heard.size() / 4 - 7 * 480 - 144));
+  EXPECT_TRUE(same_pcm(cut_from(heard, 7 * 480 + 144), cut(microphone(), 0, heard.size() / 4 - 7 * 480 - 144)));
   EXPECT_EQ(bench.log.count("[cap] IAudioCaptureClient::GetBuffer 0 frame\n"), 1u);
   const sim::Script& script = bench.machine.script();
   EXPECT_EQ(script.count(Step::capture_get_buffer), 21u);  // twenty packets and the empty one
@@ -136,7 +136,7 @@ TEST(CapturePassage, LosesWithoutNoticeWhatDoesntFitIntoTheStreamRing) {
   start_idle(bench);
   const auto mic = numbered_pcm(48000, 16, 2);
   bench.record(pcm_format(48000, 16, 2), mic);
-  bench.machine.run_for(600);
+  bench.machine.run_for(605);
 
   const auto processed = join({zeros(144), mic});
   std::vector<std::byte> expected = zeros(4 * 480);
@@ -157,9 +157,9 @@ TEST(CapturePassage, LosesWithoutNoticeWhatDoesntFitIntoTheStreamRing) {
   }
   const auto heard = bench.machine.driver().recording();
   EXPECT_EQ(heard.size(), 30u * 480 * 4);
-  EXPECT_EQ(heard, cut(expected, 0, 30 * 480));
+  EXPECT_TRUE(same_pcm(heard, cut(expected, 0, 30 * 480)));
   EXPECT_EQ(bench.relay->CaptureStatistics().overruns, lost);
-  EXPECT_GT(lost, 15u);
+  EXPECT_GE(lost, 20u);
   EXPECT_EQ(traces_with(bench, "ring buffer"), 0u);
   EXPECT_EQ(recording_states(bench), (std::vector<std::uint64_t>{1}));
 }
@@ -177,7 +177,7 @@ TEST(CapturePassage, StartsWithSilenceAnewWhenTheStreamRestarts) {
       join({zeros(7 * 480 + 144), cut(mic, 0, 3 * 480 - 144), zeros(7 * 480 + 144), cut(mic, 10 * 480, 10 * 480)});
   const auto heard = bench.machine.driver().recording();
   EXPECT_EQ(heard.size(), 25u * 480 * 4);
-  EXPECT_EQ(heard, cut(expected, 0, 25 * 480));
+  EXPECT_TRUE(same_pcm(heard, cut(expected, 0, 25 * 480)));
 }
 
 }  // namespace

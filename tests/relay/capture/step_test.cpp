@@ -203,7 +203,7 @@ TEST_F(CaptureUnderrun, LeavesStaleBytesInTheTailAndStartsOverWithSilence) {
                               cut(after_restart, 0, 4 * 400)});
   const auto heard = bench_.machine.driver().recording();
   ASSERT_GE(heard.size(), expected.size());
-  EXPECT_EQ(cut(heard, 0, expected.size() / 4), expected);
+  EXPECT_TRUE(same_pcm(cut(heard, 0, expected.size() / 4), expected));
   EXPECT_EQ(bench_.machine.endpoint(sim::kMicArray).capture_stats().dropped_frames, 5u * 480);
 }
 

@@ -1,9 +1,10 @@
 // How the fill of the stream ring trims the clock of the virtual stream.
 
+#include "relay/feedback.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "relay/feedback.h"
 #include "relay/ring_buffer.h"
 #include "stream_bench.h"
 
@@ -105,7 +106,7 @@ TEST_P(Feedback, TheMarksAreTenAndTwentyMillisecondsAtAnyRate) {
   EXPECT_THAT(values(), ElementsAre(high_side(), 0));
 }
 
-// Half-period reads of a ring that is filled by 30 ms at a time empty it down to the last frame.
+// Reads of 10 ms empty a ring that is filled by 30 ms at a time down to the last frame.
 TEST(FeedbackOfRender, SpeedsTheVirtualSpeakerUpWhenTheRingRunsLow) {
   StreamBench bench(DataFlow::render, {.pins = {.virtual_period = 1440, .trim_ppm = 0}});
   bench.start_streaming();

@@ -12,7 +12,6 @@ namespace {
 
 using sim::Step;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class PhysicalStreaming : public EachDirection {
  protected:

@@ -40,8 +40,8 @@ TEST_P(StreamControl, StopEndsAStreamAtOnce) {
   EXPECT_EQ(bench.machine.driver().handles().open(), 0u);
   EXPECT_EQ(bench.machine.driver().removal_notices(), 0u);
   EXPECT_EQ(bench.machine.leaks().audio_clients, 0u);
-  EXPECT_THAT(bench.states(), ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
-                                          "ePhysicalStreaming"));
+  EXPECT_THAT(bench.states(),
+              ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming", "ePhysicalStreaming"));
 }
 
 TEST_P(StreamControl, StopWaitsForThePauseOfTheFirstStateToPass) {

@@ -1,9 +1,13 @@
 // The path of the virtual device, from the interfaces on the bus.
 
+#include "relay/virtual_device.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "relay/virtual_device.h"
+#include <optional>
+#include <utility>
+
 #include "stream_bench.h"
 
 namespace sonivo::test {

@@ -32,9 +32,9 @@ class VirtualStreaming : public EachDirection {
     EXPECT_THAT(bench.times_of(Step::sleep), ElementsAre(start));
     EXPECT_THAT(bench.times_of(Step::device_wait_stream), ElementsAre(0, start + 100));
     EXPECT_EQ(bench.stream->State(), StreamState::ePhysicalStreaming);
-    EXPECT_THAT(bench.states(), ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
-                                            "eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
-                                            "ePhysicalStreaming"));
+    EXPECT_THAT(bench.states(),
+                ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming", "eWaitVirtualDriver",
+                            "eWaitVirtualStream", "eVirtualStreaming", "ePhysicalStreaming"));
   }
 };
 INSTANTIATE_TEST_SUITE_P(Of, VirtualStreaming, both_directions(), direction_name);
@@ -69,7 +69,8 @@ TEST_P(VirtualStreaming, AClientThatCannotBeActivatedIsTriedAgain) {
 TEST_P(VirtualStreaming, AClientThatCannotBeInitializedIsStoppedLetGoAndTriedAgain) {
   wait_for_application();
   bench.machine.script().fail(Step::client_initialize, kFail);
-  bench.machine.script().before(Step::sleep, 1, [&] { EXPECT_EQ(bench.machine.script().count(Step::client_stop), 1u); });
+  bench.machine.script().before(Step::sleep, 1,
+                                [&] { EXPECT_EQ(bench.machine.script().count(Step::client_stop), 1u); });
   expect_one_failed_attempt();
 }
 
@@ -85,7 +86,8 @@ TEST_P(VirtualStreaming, AnEndpointChangedDuringAFailedOpeningIsTheOneOfTheNextA
 
 TEST_P(VirtualStreaming, AnEndpointChangedDuringAFailedActivationIsTheOneOfTheNextAttempt) {
   wait_for_application();
-  bench.machine.script().before(Step::endpoint_activate_client, 1, [&] { bench.stream->SetEndpointId(bench.other_id); });
+  bench.machine.script().before(Step::endpoint_activate_client, 1,
+                                [&] { bench.stream->SetEndpointId(bench.other_id); });
   bench.machine.script().fail(Step::endpoint_activate_client, kFail);
   expect_one_failed_attempt();
   EXPECT_EQ(bench.other().initialized().size(), 1u);
@@ -116,8 +118,7 @@ TEST_P(VirtualStreaming, TheMuteStateIsTakenOverAfterTheMessageAndBeforeStreamin
   bench.machine.run_for(1);
   bench.log.clear();
   bench.open_application();
-  bench.machine.script().before(Step::volume_mute, 1,
-                                [&] { EXPECT_THAT(bench.recording_messages(), ElementsAre(1)); });
+  bench.machine.script().before(Step::volume_mute, 1, [&] { EXPECT_THAT(bench.recording_messages(), ElementsAre(1)); });
   bench.machine.run_for(1);
   EXPECT_EQ(bench.log.count(bench.text(" saved mute state: TRUE\n")), 1u);
   EXPECT_EQ(bench.virtual_endpoint().volume().muted(), capture());

@@ -10,7 +10,6 @@ namespace {
 
 using sim::Step;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class WaitVirtualDriver : public EachDirection {};
 INSTANTIATE_TEST_SUITE_P(Of, WaitVirtualDriver, both_directions(), direction_name);
@@ -128,10 +127,9 @@ TEST_P(WaitVirtualDriver, TheOldHookIsTakenOffBeforeTheNewOneIsMade) {
   bench.machine.driver().surprise_remove(bench.pin);
   bench.machine.driver().return_device(bench.pin);
   bench.machine.run_for(1);
-  EXPECT_EQ(
-      bench.sequence_of({Step::volume_unregister, Step::volume_register, Step::device_wait_stream}),
-      names({Step::volume_register, Step::volume_register, Step::device_wait_stream, Step::volume_unregister,
-             Step::volume_register, Step::device_wait_stream}));
+  EXPECT_EQ(bench.sequence_of({Step::volume_unregister, Step::volume_register, Step::device_wait_stream}),
+            names({Step::volume_register, Step::volume_register, Step::device_wait_stream, Step::volume_unregister,
+                   Step::volume_register, Step::device_wait_stream}));
   EXPECT_EQ(bench.virtual_endpoint().volume().callbacks().size(), 1u);
 }
 

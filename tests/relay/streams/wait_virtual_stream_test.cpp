@@ -21,8 +21,8 @@ TEST_P(WaitVirtualStream, WaitsInOneRequestUntilAnApplicationOpensTheEndpoint) {
   EXPECT_THAT(bench.states(), ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream"));
   bench.open_application();
   bench.machine.run_for(1);
-  EXPECT_THAT(bench.states(), ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
-                                          "ePhysicalStreaming"));
+  EXPECT_THAT(bench.states(),
+              ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming", "ePhysicalStreaming"));
 }
 
 TEST_P(WaitVirtualStream, AnApplicationThatIsThereAlreadyIsServedAtOnce) {
@@ -48,8 +48,8 @@ TEST_P(WaitVirtualStream, ARefusedRequestLeadsBackAtOnce) {
   EXPECT_EQ(bench.log.count(bench.text(" IOBuffer::WaitStream failed. 5\n")), 1u);
   EXPECT_THAT(bench.times_of(Step::device_wait_stream), ElementsAre(0, 0));
   EXPECT_EQ(bench.machine.script().count(Step::sleep), 0u);
-  EXPECT_THAT(bench.states(), ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eWaitVirtualDriver",
-                                          "eWaitVirtualStream"));
+  EXPECT_THAT(bench.states(),
+              ElementsAre("eWaitVirtualDriver", "eWaitVirtualStream", "eWaitVirtualDriver", "eWaitVirtualStream"));
 }
 
 TEST_P(WaitVirtualStream, AFailedOutcomeLeadsBackAtOnce) {

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "capture_bench.h"
+#include "relay/effect_properties.h"
+
+namespace sonivo::test {
+
+/// A folder that is there for the length of a test.
+class TempFolder {
+ public:
+  TempFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "sonivo-capture-XXXXXX").string();
+    path_ = mkdtemp(pattern.data());
+  }
+  ~TempFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+inline constexpr const char* kModels1[] = {"model_se_streaming_RTF0.5_v2.bin", "model_tsse_streaming_rtf0.5_v2.bin",
+                                           "model_spkenc_rtf0.5_v2.bin"};
+inline constexpr const char* kModels2[] = {"model_se_streaming_RTF0.25_v2.bin", "model_tsse_streaming_rtf0.25_v2.bin",
+                                           "model_spkenc_rtf0.25_v2.bin"};
+inline constexpr const char* kModels3[] = {"model_se_streaming_RTF0.10_v2.bin", "model_tsse_streaming_rtf0.10_v2.bin",
+                                           "model_spkenc_rtf0.10_v2.bin"};
+
+/// A relay whose microphone goes through the third chain; its parameters are stored, its folders are empty, and the
+/// path of the enrolled model is set.
+class AIBench {
+ public:
+  AIBench() : bench_(config(), Notebook::ai_speech), relay_(*bench_.relay), chain_(*bench_.chains.ai_speech) {
+    bench_.store_beam_forming_parameters();
+    std::filesystem::create_directories(folder_.path() / "models");
+    std::filesystem::create_directories(folder_.path() / "user");
+    relay_.SetAISpeechEnhancePmodel(enrolled().c_str());
+  }
+
+ protected:
+  std::string model(const char* name) const { return (folder_.path() / "models" / name).string(); }
+  std::string enrolled() const { return (folder_.path() / "user" / "EnhanceModel.bin").string(); }
+  static void make_file(const std::string& path) { std::ofstream(path) << "model"; }
+  static bool exists(const std::string& path) { return std::filesystem::exists(path); }
+  static std::string open_call(const std::string& model) { return "Open(" + model + ", 48000, 2, 480, 20, 20)"; }
+  static std::string call(const char* name, const std::string& argument) {
+    return std::string(name) + "(" + argument + ")";
+  }
+
+  void store_strength(float strength) {
+    std::vector<std::byte> value(sizeof strength);
+    std::memcpy(value.data(), &strength, sizeof strength);
+    bench_.machine.fx().set_effect(sim::kMicArray, PKEY_NVC_AI_Strength, value);
+  }
+  void open() { ASSERT_EQ(relay_.SetAISpeechEnhanceOpen(), kOk); }
+  /// Opens the chain, starts the relay, and forgets what that asked of the chain.
+  void start() {
+    open();
+    start_idle(bench_);
+    chain_.clear();
+  }
+  void stream(std::uint32_t ms) {
+    start();
+    record_stereo(bench_);
+    bench_.machine.run_for(ms);
+  }
+  /// The application goes, and the stream with it.
+  void end_stream() {
+    bench_.machine.driver().close_client(sim::PinId::mic);
+    bench_.machine.run_for(1);
+  }
+  /// Runs an action inside Execute of block n, counted from 1.
+  void during_block(int n, std::function<void()> action) {
+    chain_.process = [n, action = std::move(action), block = 0](float*, std::size_t, std::size_t) mutable {
+      if (++block == n) action();
+    };
+  }
+  /// Calls since the latest clear(), without the blocks.
+  std::vector<std::string> calls_between_blocks() {
+    std::vector<std::string> kept;
+    for (const std::string& each : chain_.calls()) {
+      if (each != "GetDataLength" && each != "Execute") kept.push_back(each);
+    }
+    return kept;
+  }
+
+  TempFolder folder_;
+  RelayBench bench_;
+  CAudioControl& relay_;
+  ChainScript& chain_;
+
+ private:
+  sim::Config config() const {
+    sim::Config config = untrimmed();
+    config.folder = folder_.path();
+    return config;
+  }
+};
+
+}  // namespace sonivo::test
