@@ -2,6 +2,11 @@
 
 namespace sonivo {
 
+bool IsConsistent(const WAVEFORMATEXTENSIBLE& format) {
+  return format.nSamplesPerSec != 0 && format.nBlockAlign != 0 && format.wBitsPerSample % 8 == 0 &&
+         format.nBlockAlign == format.nChannels * (format.wBitsPerSample / 8);
+}
+
 WAVEFORMATEXTENSIBLE pcm_format(std::uint32_t rate_hz, std::uint16_t bits, std::uint16_t channels) {
   constexpr std::uint16_t kFormatExtensible = 0xFFFE;
   constexpr std::uint16_t kExtraBytes = 22;

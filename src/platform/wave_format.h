@@ -25,6 +25,9 @@ struct WAVEFORMATEXTENSIBLE {
 #pragma pack(pop)
 static_assert(sizeof(WAVEFORMATEXTENSIBLE) == 40);
 
+/// Whether the fields that sizes are computed from agree: packed samples of whole bytes, and none of them 0.
+bool IsConsistent(const WAVEFORMATEXTENSIBLE& format);
+
 /// Integer PCM with packed samples of `bits` bits.
 WAVEFORMATEXTENSIBLE pcm_format(std::uint32_t rate_hz, std::uint16_t bits, std::uint16_t channels);
 

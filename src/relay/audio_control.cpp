@@ -18,7 +18,9 @@ constexpr Guid kIidMMNotificationClient{0x7991EEC9, 0x7E89, 0x4D85, {0x83, 0x90,
 CAudioControl::CAudioControl(const Machine& machine, ChainFactory make_chains)
     : m_machine(machine), m_makeChains(std::move(make_chains)), m_Capture(machine, m_makeChains), m_Render(machine) {}
 
-CAudioControl::~CAudioControl() = default;
+CAudioControl::~CAudioControl() {
+  if (m_started) Stop();
+}
 
 Status CAudioControl::QueryInterface(const Guid& iid, void** object) {
   if (iid == kIidUnknown || iid == kIidMMNotificationClient) {
@@ -52,11 +54,13 @@ void CAudioControl::SetMuteWindow(WindowHandle window) {
 }
 
 void CAudioControl::SetHostEvents(Event* default_changed, Event* stop_change_thread) {
+  const std::lock_guard lock(m_csHostEvents);
   m_hEvent[0] = default_changed;
   m_hEvent[1] = stop_change_thread;
 }
 
 void CAudioControl::Start() {
+  m_started = true;
   output_debug_string("OutputLevelDetecor version: %#08lx\n", static_cast<unsigned long>(OutputLevelDetectorVersion()));
 
   m_hRegNotifyStopEvent = m_machine.events.create(Reset::manual);
@@ -71,11 +75,11 @@ void CAudioControl::Start() {
 }
 
 void CAudioControl::Stop() {
+  m_started = false;
   m_machine.endpoints.unregister_callback(this);
   m_Render.Stop();
   m_Capture.Stop();
-  if (!m_hRegNotifyStopEvent) return;
-  m_hRegNotifyStopEvent->set();
+  if (m_hRegNotifyStopEvent) m_hRegNotifyStopEvent->set();
   if (m_hRegNotifyThread) m_hRegNotifyThread->join();
   m_hRegNotifyThread.reset();
 }
@@ -123,7 +127,8 @@ Status CAudioControl::MoveStream(DataFlow flow, const std::string& id, bool forc
 Status CAudioControl::OnDefaultDeviceChanged(DataFlow flow, Role role, const std::string& id) {
   if (role == Role::console && FollowsDefault(flow)) MoveStream(flow, id, false);
   if (GateBeamForming(m_FunctionMic, m_dwGenerationMic) || GateAISpeech(m_FunctionMic, m_dwGenerationMic)) {
-    if (Event* changed = m_hEvent[0]) changed->set();
+    const std::lock_guard lock(m_csHostEvents);
+    if (m_hEvent[0] != nullptr) m_hEvent[0]->set();
   }
   return kOk;
 }

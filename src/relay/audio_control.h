@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,7 @@ enum class RegNotifyStatus : std::int32_t {
 class CAudioControl final : public IMMNotificationClient {
  public:
   explicit CAudioControl(const Machine& machine, ChainFactory make_chains = MakeChains);
+  /// Stops a relay that was started.
   ~CAudioControl();
   CAudioControl(const CAudioControl&) = delete;
   CAudioControl& operator=(const CAudioControl&) = delete;
@@ -49,11 +51,12 @@ class CAudioControl final : public IMMNotificationClient {
   Status OnDefaultDeviceChanged(DataFlow flow, Role role, const std::string& id) override;
   Status OnPropertyValueChanged(const std::string&, const PropertyKey&) override { return kOk; }
 
+  /// Before Start: which notebook this is.
   void SetGenAndFunction(std::uint32_t generation, std::uint32_t function, std::uint32_t generation_mic,
                          std::uint32_t function_mic);
   void SetMuteWindow(WindowHandle window);
-  /// Events of the host: the first is set when a default device changes. They outlive this object, or are taken back by
-  /// another call.
+  /// Events of the host: the first is set when a default device changes. They stay until another call replaces them or
+  /// takes them back with null.
   void SetHostEvents(Event* default_changed, Event* stop_change_thread);
 
   void Start();
@@ -117,11 +120,13 @@ class CAudioControl final : public IMMNotificationClient {
 
   Machine m_machine;
   ChainFactory m_makeChains;
-  std::array<std::atomic<Event*>, 2> m_hEvent{};
+  std::mutex m_csHostEvents;
+  std::array<Event*, 2> m_hEvent{};
   WindowHandle m_hWnd = WindowHandle::none;
   CCaptureInterface m_Capture;
   CRenderInterface m_Render;
   std::atomic<std::uint32_t> m_refCount{1};
+  bool m_started = false;
   std::unique_ptr<Event> m_hRegNotifyStopEvent;
   std::unique_ptr<Thread> m_hRegNotifyThread;
   std::atomic<RegNotifyStatus> m_regNotifyStatus{RegNotifyStatus::running};

@@ -36,7 +36,7 @@ CCaptureInterface::CCaptureInterface(const Machine& machine, const ChainFactory&
   }
 }
 
-CCaptureInterface::~CCaptureInterface() { Stop(); }
+CCaptureInterface::~CCaptureInterface() { Detach(); }
 
 void CCaptureInterface::SetGenAndFunction(std::uint32_t generation, std::uint32_t function,
                                           std::uint32_t generation_mic, std::uint32_t function_mic) {

@@ -8,7 +8,7 @@ namespace sonivo {
 IOBuffer::~IOBuffer() { Unbind(); }
 
 void IOBuffer::Unbind() {
-  if (m_hDevice && m_overlapped.pending) m_hDevice->cancel(m_overlapped);
+  if (m_hDevice) m_hDevice->cancel(m_overlapped);
   m_event.reset();
   m_hDevice.reset();
 }

@@ -41,7 +41,8 @@ class IOBuffer {
 
   /// Blocks until an application opens the virtual endpoint and gives the format that it opened it in.
   bool WaitStream(WAVEFORMATEXTENSIBLE& format);
-  /// Tells the driver to trim the virtual stream's clock: -1 slower, 0 nominal, 1 faster. Isn't waited for.
+  /// Tells the driver to trim the virtual stream's clock: -1 slower, 0 nominal, 1 faster. Isn't waited for: the buffer
+  /// stays until the driver has had time to take it.
   bool SetFeedback(std::int32_t value);
 
   /// Fires when the request is done; null until bound.

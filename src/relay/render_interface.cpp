@@ -69,7 +69,7 @@ std::int32_t CRenderInterface::VirtualTransferDone() {
     trace(TraceLevel::error, "[ren] ReleaseCurrentIOBuffer failed.\n");
     result = 0;
   }
-  if (!m_bPlaying && m_ring.ValidSize() >= BytesOfMs(kLeadMs)) {
+  if (!m_bPlaying && m_ring.ValidSize() >= m_format.nSamplesPerSec * kLeadMs * m_format.nBlockAlign / 1000) {
     m_bPlaying = true;
     m_targetGain = 1.0f;
     m_currentGain = 0.0f;
@@ -127,6 +127,7 @@ std::int32_t CRenderInterface::FillPacket(std::byte* data, std::uint32_t frames,
 void CRenderInterface::ReadRamped(std::byte* data, std::uint32_t frames) {
   const std::size_t samples = std::size_t{frames} * m_format.nChannels;
   m_ring.Read(data, std::size_t{frames} * m_format.nBlockAlign);
+  if (m_ramped.size() < samples) m_ramped.resize(samples);  // the endpoint's buffer has grown
   pcm_to_float(m_format.wBitsPerSample, data, m_ramped.data(), samples);
   gain_ramp(m_ramped.data(), frames, m_format.nChannels, m_targetGain, m_currentGain);
   float_to_pcm(m_format.wBitsPerSample, m_ramped.data(), data, samples);

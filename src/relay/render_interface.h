@@ -13,7 +13,7 @@ namespace sonivo {
 class CRenderInterface final : public CStreamInterface {
  public:
   explicit CRenderInterface(const Machine& machine) : CStreamInterface(machine, DataFlow::render) {}
-  ~CRenderInterface() override { Stop(); }
+  ~CRenderInterface() override { Detach(); }
 
  private:
   float PhysicalLevel() const override { return 1.0f; }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cstring>
 
 namespace sonivo {
 namespace {
@@ -27,9 +26,9 @@ std::size_t RingBuffer::Write(const std::byte* src, std::size_t len) {
   assert(m_capacity != 0);
   len = std::min<std::size_t>(len, m_capacity - m_valid);
   const std::size_t first = std::min<std::size_t>(len, m_capacity - m_writePos);
-  std::memcpy(m_data.get() + m_writePos, src, first);
+  std::copy_n(src, first, m_data.get() + m_writePos);
   if (first < len) {
-    std::memcpy(m_data.get(), src + first, len - first);
+    std::copy_n(src + first, len - first, m_data.get());
     m_writePos = static_cast<std::uint32_t>(len - first);
   } else {
     m_writePos = static_cast<std::uint32_t>((m_writePos + first) % m_capacity);
@@ -43,9 +42,9 @@ std::size_t RingBuffer::WriteSilence(std::size_t len) {
   assert(m_capacity != 0);
   len = std::min<std::size_t>(len, m_capacity - m_valid);
   const std::size_t first = std::min<std::size_t>(len, m_capacity - m_writePos);
-  std::memset(m_data.get() + m_writePos, 0, first);
+  std::fill_n(m_data.get() + m_writePos, first, std::byte{0});
   if (first < len) {
-    std::memset(m_data.get(), 0, len - first);
+    std::fill_n(m_data.get(), len - first, std::byte{0});
     m_writePos = static_cast<std::uint32_t>(first);
   } else {
     m_writePos = static_cast<std::uint32_t>((m_writePos + first) % m_capacity);
@@ -59,9 +58,9 @@ std::size_t RingBuffer::Read(std::byte* dst, std::size_t len) {
   assert(m_capacity != 0);
   len = std::min<std::size_t>(len, m_valid);
   const std::size_t first = std::min<std::size_t>(len, m_capacity - m_readPos);
-  std::memcpy(dst, m_data.get() + m_readPos, first);
+  std::copy_n(m_data.get() + m_readPos, first, dst);
   if (first < len) {
-    std::memcpy(dst + first, m_data.get(), len - first);
+    std::copy_n(m_data.get(), len - first, dst + first);
     m_readPos = static_cast<std::uint32_t>(len - first);
   } else {
     m_readPos = static_cast<std::uint32_t>((m_readPos + first) % m_capacity);

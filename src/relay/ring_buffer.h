@@ -11,8 +11,8 @@ namespace sonivo {
 
 /// Byte FIFO with a lock and a statistic of how low it ran, which the clock feedback steers by.
 ///
-/// Any thread may ask for sizes; one thread moves data. Allocate before the first transfer. The last two of the
-/// operations allocate nothing.
+/// Any thread may ask for sizes; one thread moves data. Allocate before the first transfer, which like all later ones
+/// takes no memory.
 class RingBuffer {
  public:
   explicit RingBuffer(Clock& clock) : m_clock(clock) {}

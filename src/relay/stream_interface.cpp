@@ -39,13 +39,14 @@ CStreamInterface::CStreamInterface(const Machine& machine, DataFlow flow)
       m_hStopEvent(machine.events.create(Reset::automatic)),
       m_volumeCallback(true, this) {}
 
-CStreamInterface::~CStreamInterface() {
-  // No notification may arrive any more when the members go.
+void CStreamInterface::Detach() {
+  Stop();
   m_physical.SetEndpoint({});
-  if (m_pVirtualVolume) m_pVirtualVolume->unregister_callback(&m_volumeCallback);
+  UnhookVirtualVolume();
 }
 
 Status CStreamInterface::Start() {
+  if (!m_hStopEvent || !m_hPhysicalEvent) return kFail;
   m_bStop = false;
   m_hStopEvent->reset();
   m_hThread = m_machine.threads.start(m_bCapture ? "capture" : "render", [this] { Run(); });
@@ -54,18 +55,17 @@ Status CStreamInterface::Start() {
 
 void CStreamInterface::Stop() {
   m_bStop = true;
-  m_hStopEvent->set();
+  RequestRestart();
   CloseVirtualDevice();
   if (m_hThread) m_hThread->join();
   m_hThread.reset();
   CloseVirtualDevice();  // the thread may have opened it once more before it saw the flag
 }
 
+// Both copies change under one lock: of two callers, one has its way in both.
 Status CStreamInterface::SetEndpointId(const std::string& id) {
-  {
-    const std::lock_guard lock(m_csEndpointId);
-    m_endpointId = id;
-  }
+  const std::lock_guard lock(m_csEndpointId);
+  m_endpointId = id;
   return m_physical.SetEndpoint(id);
 }
 
@@ -77,7 +77,8 @@ std::string CStreamInterface::EndpointId() const {
 StreamStatistics CStreamInterface::Statistics() const {
   StreamStatistics statistics = m_counter.Snapshot();
   const std::uint32_t minimum = m_ring.MinValidSize();
-  if (minimum != RingBuffer::kNoMinimum) statistics.ring_minimum = minimum / Format().nBlockAlign;
+  const std::uint16_t block_align = Format().nBlockAlign;
+  if (minimum != RingBuffer::kNoMinimum && block_align != 0) statistics.ring_minimum = minimum / block_align;
   return statistics;
 }
 
@@ -110,6 +111,7 @@ void CStreamInterface::Run() {
         break;
     }
   }
+  if (state == StreamState::ePhysicalStreaming) LeavePhysicalEndpoint();  // stopped between the opening and the audio
 }
 
 void CStreamInterface::Enter(StreamState state) {
@@ -150,25 +152,29 @@ bool CStreamInterface::OpenVirtualDevice() {
   if (!device) return false;
 
   const DeviceBroadcast broadcast{.devicetype = kDeviceTypeHandle, .handle = device.get()};
-  auto notice = m_machine.bus.notify_removal(broadcast, m_hWnd);
-  const bool notified = notice != nullptr;
   {
     const std::lock_guard lock(m_csDevice);
     m_hDevice = std::move(device);
-    m_hDevNotify = std::move(notice);
   }
-  if (!notified) trace(TraceLevel::error, "[%s] RegisterDeviceNotification failed.\n", Prefix());
-  return notified;
+  auto notice = m_machine.bus.notify_removal(broadcast, m_hWnd);
+  if (!notice) {
+    trace(TraceLevel::error, "[%s] RegisterDeviceNotification failed.\n", Prefix());
+    return false;
+  }
+  const std::lock_guard lock(m_csDevice);
+  m_hDevNotify = std::move(notice);
+  return true;
 }
 
 void CStreamInterface::CloseVirtualDevice() {
-  std::unique_ptr<RemovalNotice> notice;
   std::shared_ptr<Device> device;
+  std::unique_ptr<RemovalNotice> notice;
   {
     const std::lock_guard lock(m_csDevice);
-    notice = std::move(m_hDevNotify);
     device = std::move(m_hDevice);
+    notice = std::move(m_hDevNotify);
   }
+  notice.reset();
   if (device) device->close();
 }
 
@@ -178,9 +184,9 @@ std::shared_ptr<Device> CStreamInterface::VirtualDevice() const {
 }
 
 StreamState CStreamInterface::WaitVirtualStream() {
+  WAVEFORMATEXTENSIBLE format;
   IOBuffer request;
   request.BindDevice(m_machine.events, VirtualDevice());
-  WAVEFORMATEXTENSIBLE format;
   if (!request.WaitStream(format)) {
     trace(TraceLevel::info, "%s IOBuffer::WaitStream failed. %lu\n", Prefix(),
           static_cast<unsigned long>(request.LastError()));
@@ -205,6 +211,7 @@ StreamState CStreamInterface::VirtualStreaming() {
     return StreamState::eWaitVirtualDriver;
   }
   m_physical.MarkOpen();
+  if (!IsConsistent(m_format)) return give_up();
   if (failed(ActivateAudioClient())) {
     m_pAudioClient.reset();
     return give_up();
@@ -230,13 +237,17 @@ StreamState CStreamInterface::PhysicalStreaming() {
     }
   }
   trace(TraceLevel::info, "%s stream stopped\n", Prefix());
+  LeavePhysicalEndpoint();
+  if (audio_class != 0) m_machine.threads.leave_audio_class(audio_class);
+  return StreamState::eWaitVirtualDriver;
+}
+
+void CStreamInterface::LeavePhysicalEndpoint() {
   RestoreMuteState();
   PhysicalEndpointClose();
   CloseAudioClient();
   m_physical.ClearState();
   PostRecordingState(false);
-  if (audio_class != 0) m_machine.threads.leave_audio_class(audio_class);
-  return StreamState::eWaitVirtualDriver;
 }
 
 Status CStreamInterface::ActivateAudioClient() {
@@ -309,9 +320,8 @@ void CStreamInterface::UpdateFeedback() {
   m_feedback = value;
   m_counter.note_feedback(value);
   trace(TraceLevel::debug, "%s feedback %ld\n", Prefix(), static_cast<long>(value));
-  IOBuffer request;
-  request.BindDevice(m_machine.events, VirtualDevice());
-  request.SetFeedback(value);
+  m_feedbackRequest.BindDevice(m_machine.events, VirtualDevice());
+  m_feedbackRequest.SetFeedback(value);
 }
 
 void CStreamInterface::PostRecordingState(bool on) {

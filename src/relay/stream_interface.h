@@ -33,12 +33,12 @@ enum class StreamState {
 class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
  public:
   CStreamInterface(const Machine& machine, DataFlow flow);
-  /// The stream must be stopped.
-  virtual ~CStreamInterface();
+  /// The derived class has called Detach.
+  virtual ~CStreamInterface() = default;
   CStreamInterface(const CStreamInterface&) = delete;
   CStreamInterface& operator=(const CStreamInterface&) = delete;
 
-  /// Starts the thread; failed when the machine has none.
+  /// Starts the thread; failed when the machine has none, or has no events.
   Status Start();
   /// Ends the thread and waits for that without limit; does nothing when it isn't started.
   void Stop();
@@ -47,7 +47,9 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   Status SetEndpointId(const std::string& id);
   std::string EndpointId() const;
   /// Leaves the streaming state, so that all is opened anew; the thread goes on.
-  void RequestRestart() { m_hStopEvent->set(); }
+  void RequestRestart() {
+    if (m_hStopEvent) m_hStopEvent->set();
+  }
   /// The window got a device-change message: lets go of the device when it is asked to go away.
   void OnDeviceChange(std::uint32_t wParam, const DeviceBroadcast* header);
 
@@ -58,6 +60,9 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   void OnNotify(CAudioEndpointVolumeCallback* callback, const AUDIO_VOLUME_NOTIFICATION_DATA* data) override;
 
  protected:
+  /// For the destructor of a derived class: stops the stream and takes back all callbacks while the object is whole.
+  void Detach();
+
   /// What a stream thread waits for, in this order.
   enum WaitIndex : std::size_t { kVirtualTransfer = 0, kPhysicalEvent = 1, kStopRequest = 2 };
 
@@ -91,10 +96,10 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   Machine m_machine;
   const bool m_bCapture;
   std::atomic<WindowHandle> m_hWnd{WindowHandle::none};
+  std::unique_ptr<Event> m_hPhysicalEvent;  // outlives the client that sets it
   std::unique_ptr<AudioClient> m_pAudioClient;
   WAVEFORMATEXTENSIBLE m_format;  // written by the thread, under m_csFormat
   mutable std::mutex m_csFormat;
-  std::unique_ptr<Event> m_hPhysicalEvent;
   RingBuffer m_ring;
   CPhysicalDevice m_physical;
   StatisticsCounter m_counter;
@@ -120,6 +125,8 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   void CloseAudioClient();
   Status SetupIOBuffers();
   bool SubmitIOBuffer(IOBuffer& buffer) { return m_bCapture ? buffer.SubmitWrite() : buffer.SubmitRead(); }
+  void LeavePhysicalEndpoint();
+  void UnhookVirtualVolume();
   void PostRecordingState(bool on);
   void InitMuteState();
   void RestoreMuteState();
@@ -140,6 +147,7 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   std::size_t m_ioBufferCount = 0;
   std::unique_ptr<IOBuffer[]> m_ioBuffers;
   std::int32_t m_feedback = 0;
+  IOBuffer m_feedbackRequest;  // stays until the next one, as nobody waits for it
   float m_savedVolume = -1.0f;
 
   // Handshake between the stream, which re-hooks the virtual endpoint, and notifications of the physical one.

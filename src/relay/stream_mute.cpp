@@ -16,9 +16,13 @@ std::shared_ptr<EndpointVolume> CStreamInterface::VirtualVolume() const {
   return m_pVirtualVolume;
 }
 
+void CStreamInterface::UnhookVirtualVolume() {
+  if (const auto volume = VirtualVolume()) volume->unregister_callback(&m_volumeCallback);
+}
+
 Status CStreamInterface::HookVirtualVolume() {
   while (m_volumeSyncState.exchange(kSyncHooking) == kSyncApplying) m_machine.clock.sleep_ms(kVolumeSyncPauseMs);
-  if (const auto old = VirtualVolume()) old->unregister_callback(&m_volumeCallback);
+  UnhookVirtualVolume();
 
   std::shared_ptr<EndpointVolume> volume;
   Status status = GetVirtualEndpointVolume(m_machine.endpoints, Flow(), volume);

@@ -169,9 +169,11 @@ TEST_F(Ring, AllocateEmptiesItAndTakesTheNewCapacity) {
   EXPECT_EQ(read(ring, 3), bytes("abc"));
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose allocators end the process instead
 TEST_F(Ring, AllocateOfMoreThanThereIsThrows) {
   EXPECT_THROW(ring.Allocate(std::numeric_limits<std::size_t>::max()), std::bad_alloc);
 }
+#endif
 
 TEST_F(Ring, ARingOfOneByteWrapsAtEachTransfer) {
   ring.Allocate(1);

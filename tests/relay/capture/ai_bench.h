@@ -87,14 +87,6 @@ class AIBench {
       if (++block == n) action();
     };
   }
-  /// Calls since the latest clear(), without the blocks.
-  std::vector<std::string> calls_between_blocks() {
-    std::vector<std::string> kept;
-    for (const std::string& each : chain_.calls()) {
-      if (each != "GetDataLength" && each != "Execute") kept.push_back(each);
-    }
-    return kept;
-  }
 
   TempFolder folder_;
   RelayBench bench_;

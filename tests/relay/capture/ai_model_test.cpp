@@ -178,6 +178,9 @@ TEST_F(AIModelState, GoesBackToTheRowsModel) {
   chain_.clear();
   EXPECT_EQ(relay_.UpdateAISpeechEnhanceSetAiModelState(false), 1);
   EXPECT_THAT(chain_.calls(), ElementsAre(call("SetAIModel", model(kModels3[0])), "SetAISpeechEnhanceStrength(1)"));
+  chain_.clear();
+  EXPECT_EQ(relay_.UpdateAISpeechEnhanceSetAiModelState(true), 1);
+  EXPECT_THAT(chain_.calls(), ElementsAre(call("SetAIModel", enrolled()), "SetAISpeechEnhanceStrength(1)"));
 }
 
 TEST_F(AIModelState, DoesNothingWhenTheStateStays) {

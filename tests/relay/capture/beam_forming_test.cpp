@@ -192,6 +192,24 @@ TEST_F(BeamForming, IsClosedOnceMoreWhenTheNextClientDoesntInitialize) {
   EXPECT_EQ(chain_.count("Close"), 2u);
 }
 
+TEST_F(BeamForming, IsntClosedOnceItsSizeCouldntBeHad) {
+  stream(15);
+  chain_.answer("GetParamSize", 6);
+  restart_stream();
+  bench_.machine.run_for(150);
+  EXPECT_EQ(chain_.count("Close"), 1u);
+}
+
+TEST_F(BeamForming, IsBypassedInAStreamThatFindsItsParametersGone) {
+  stream(15);
+  bench_.machine.script().fail_always(Step::fx_user_value, kFail);
+  restart_stream();
+  chain_.clear();
+  bench_.machine.run_for(50);
+  EXPECT_THAT(chain_.calls(), ElementsAre("Close", "GetParamSize"));
+  EXPECT_EQ(state(), StreamState::ePhysicalStreaming);
+}
+
 TEST_F(BeamForming, LeavesTheOtherChainsAlone) {
   bench_.chains.key_cancel->clear();
   bench_.chains.ai_speech->clear();

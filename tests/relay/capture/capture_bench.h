@@ -15,7 +15,7 @@ namespace sonivo::test {
 
 using sim::Step;
 
-/// What decides when audio begins to flow. Periods are in frames and at least 3 ms long.
+/// What decides when audio begins to flow. Periods are in frames, the virtual one is at least 3 ms long.
 struct Timing {
   std::uint32_t rate = 48000;
   std::uint32_t hardware_period = 480;

@@ -34,11 +34,6 @@ class ClassicBench {
       if (++block == n) action();
     };
   }
-  /// Calls from that number of the log on.
-  std::vector<std::string> calls_from(std::size_t first) {
-    const auto calls = chain_.calls();
-    return {calls.begin() + static_cast<std::ptrdiff_t>(std::min(first, calls.size())), calls.end()};
-  }
   void restart_stream() { bench_.relay->Stream(DataFlow::capture).RequestRestart(); }
   StreamState state() { return bench_.relay->Stream(DataFlow::capture).State(); }
 

@@ -33,8 +33,12 @@ TEST_F(KeyCancel, CountsItsFramesByTheRateOfTheStream) {
 }
 
 TEST_F(KeyCancel, TakesAnyFlagByteButZeroForOn) {
-  bench_.store_key_cancel_parameters(0, 0x80);
+  bench_.store_key_cancel_parameters(0x80, 0);
   stream(1);
+  EXPECT_EQ(chain_.count("SetKeyReductionActive(1)"), 1u);
+  EXPECT_EQ(chain_.count("SetNoiseReductionActive(0)"), 1u);
+  bench_.store_key_cancel_parameters(0, 0x80);
+  bench_.machine.run_for(1);  // the change restarts the stream
   EXPECT_EQ(chain_.count("SetKeyReductionActive(0)"), 1u);
   EXPECT_EQ(chain_.count("SetNoiseReductionActive(1)"), 1u);
 }
@@ -156,6 +160,24 @@ TEST_F(KeyCancel, IsntClosedOnceItsOpeningFailed) {
   bench_.machine.run_for(100);  // a second attempt failed too
   EXPECT_EQ(chain_.count("SetChannel(2)"), 3u);
   EXPECT_EQ(chain_.count("Close"), 1u);
+}
+
+TEST_F(KeyCancel, IsntClosedOnceItsSizeCouldntBeHad) {
+  stream(15);
+  chain_.answer("GetParamSize", 6);
+  restart_stream();
+  bench_.machine.run_for(150);
+  EXPECT_EQ(chain_.count("Close"), 1u);
+}
+
+TEST_F(KeyCancel, IsBypassedInAStreamThatFindsItsParametersGone) {
+  stream(15);
+  bench_.machine.script().fail_always(Step::fx_user_value, kFail);
+  restart_stream();
+  chain_.clear();
+  bench_.machine.run_for(50);
+  EXPECT_THAT(chain_.calls(), ElementsAre("Close", "GetParamSize"));
+  EXPECT_EQ(state(), StreamState::ePhysicalStreaming);
 }
 
 TEST_F(KeyCancel, LeavesTheOtherChainsAlone) {

@@ -208,10 +208,15 @@ TEST_P(PhysicalStreaming, AnEndpointChangeEndsTheStreamAndTheNewEndpointIsTakenA
   bench.start_streaming();
   EXPECT_EQ(bench.stream->SetEndpointId(bench.other_id), kOk);
   EXPECT_EQ(bench.other().volume().callbacks().size(), 0u) << "the change waits for the close";
+  bool taken_before_the_message = false;
+  const std::uint64_t end_message = capture() ? 2 : 1;  // the mute of the new microphone is told first
+  bench.machine.script().before(Step::post_message, end_message,
+                                [&] { taken_before_the_message = bench.other().volume().callbacks().size() == 1; });
   bench.machine.run_for(4);
   EXPECT_EQ(bench.log.count(bench.text(" stream stopped\n")), 0u) << "nothing woke the stream so far";
   bench.machine.run_for(2);
   EXPECT_EQ(bench.log.count(bench.text(" stream stopped\n")), 1u);
+  EXPECT_TRUE(taken_before_the_message);
   EXPECT_EQ(bench.physical().initialized().size(), 1u);
   EXPECT_EQ(bench.other().initialized().size(), 1u);
   EXPECT_EQ(bench.other().volume().callbacks().size(), 1u);
