@@ -10,7 +10,7 @@ enum class TraceLevel { error, warning, info, debug };
 /// printf-style trace of the host and the relay. Writes nothing unless a sink is set; without one it costs a load.
 void trace(TraceLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-/// The few texts that a debugger is meant to see in the delivered process too.
+/// The few texts that are meant for a debugger; they go to its sink, if there is one.
 void output_debug_string(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 using TraceSink = std::function<void(TraceLevel, std::string_view)>;

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/event.h"
 #include "base/status.h"
-#include "platform/event.h"
 #include "platform/wave_format.h"
 
 namespace sonivo {

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "base/event.h"
 #include "base/guid.h"
 #include "base/status.h"
 #include "platform/desktop.h"
-#include "platform/event.h"
 
 namespace sonivo {
 

@@ -3,10 +3,10 @@
 #include <memory>
 #include <string>
 
+#include "base/event.h"
 #include "base/guid.h"
 #include "base/status.h"
 #include "platform/endpoints.h"
-#include "platform/event.h"
 #include "platform/properties.h"
 
 namespace sonivo {

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "platform/clock.h"
+#include "base/clock.h"
+#include "base/event.h"
+#include "base/thread.h"
 #include "platform/desktop.h"
 #include "platform/device.h"
 #include "platform/endpoints.h"
-#include "platform/event.h"
 #include "platform/folders.h"
 #include "platform/fx_properties.h"
 #include "platform/session.h"
-#include "platform/thread.h"
 
 namespace sonivo {
 

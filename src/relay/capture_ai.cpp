@@ -77,15 +77,20 @@ Status CCaptureInterface::SetAISpeechEnhanceOpen() {
   }
   if (failed(OpenAISpeech(CurrentModelRow().speech_enhancement))) return kFail;
   m_AISpeechEnhanceIsOpen = true;
+  m_bAISpeechEnhanceWanted = true;
   return kOk;
 }
 
-// Takes no lock: the host closes when nothing else of its own runs any more.
+// Takes no lock: the host closes when nothing else of its own runs any more. Blocks pass the chain by before it stops.
 Status CCaptureInterface::SetAISpeechEnhanceClose() {
+  m_bAISpeechEnhanceWanted = false;
   if (!m_AISpeechEnhanceIsOpen) return kOk;
-  if (m_bAISpeechEnhanceRunning && m_chains.ai_speech->Stop() != 0) return kFail;
-  if (m_chains.ai_speech->Close() != 0) return kFail;
-  m_bAISpeechEnhanceReady = false;
+  const bool ready = m_bAISpeechEnhanceReady.exchange(false);
+  if ((m_bAISpeechEnhanceRunning && m_chains.ai_speech->Stop() != 0) || m_chains.ai_speech->Close() != 0) {
+    m_bAISpeechEnhanceReady = ready;
+    m_bAISpeechEnhanceWanted = true;
+    return kFail;
+  }
   m_bAISpeechEnhanceRunning = false;
   m_AISpeechEnhanceIsOpen = false;
   return kOk;

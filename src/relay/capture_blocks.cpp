@@ -55,31 +55,32 @@ std::int32_t CCaptureInterface::ProcessBlocks() {
 
 // Switching the first chain is the crossfade alone.
 void CCaptureInterface::RunKeyCancel() {
-  if (const auto changed = m_KeyCancelState.TakeChange()) m_fKCSelTarget = FadeTarget(*changed);
+  const auto key_cancel = m_KeyCancelState.Take();
+  if (key_cancel.changed) m_fKCSelTarget = FadeTarget(key_cancel.state);
   RunChain(*m_chains.key_cancel, {"kcErr", "CKeyCancel::Execute"}, m_fKCSelTarget, m_fKCSel);
 }
 
 Status CCaptureInterface::RunBeamForming() {
   BeamFormingChain& chain = *m_chains.beam_forming;
-  if (const auto changed = m_BeamFormingkeyCancelState.TakeChange()) {
-    if (failed(SetReduction(chain, *changed))) return kFail;
-  }
-  const float target = FadeTarget(m_BeamFormingkeyCancelState.State());
-  if (const auto changed = m_BeamFormingState.TakeChange()) chain.SetBeamFormingActive(*changed ? 1 : 0);
-  RunChain(chain, {"BeamFormingkcErr", "CBeamFormingKeyCancel::Execute"}, target, m_fBeamFormingKCSel2);
+  const auto key_cancel = m_BeamFormingkeyCancelState.Take();
+  if (key_cancel.changed && failed(SetReduction(chain, key_cancel.state))) return kFail;
+  const auto beam = m_BeamFormingState.Take();
+  if (beam.changed) chain.SetBeamFormingActive(beam.state ? 1 : 0);
+  RunChain(chain, {"BeamFormingkcErr", "CBeamFormingKeyCancel::Execute"}, FadeTarget(key_cancel.state),
+           m_fBeamFormingKCSel2);
   return kOk;
 }
 
 // The fade of the third chain follows the enhancement, not the key cancellation.
 Status CCaptureInterface::RunAISpeech() {
   AISpeechChain& chain = *m_chains.ai_speech;
-  if (const auto changed = m_AISpeechEnhanceKeyCancelState.TakeChange()) {
-    if (failed(SetReduction(chain, *changed))) return kFail;
-  }
-  float target = FadeTarget(m_AISpeechEnhanceState.State());
-  if (const auto changed = m_AISpeechEnhanceBeamFormingState.TakeChange()) chain.SetBeamFormingActive(*changed ? 1 : 0);
-  if (!m_AISpeechEnhanceIsOpen) target = 0.0f;
-  if (const auto changed = m_AISpeechEnhanceState.TakeChange()) chain.SetAISpeechEnhanceActive(*changed ? 1 : 0);
+  const auto key_cancel = m_AISpeechEnhanceKeyCancelState.Take();
+  if (key_cancel.changed && failed(SetReduction(chain, key_cancel.state))) return kFail;
+  const auto beam = m_AISpeechEnhanceBeamFormingState.Take();
+  if (beam.changed) chain.SetBeamFormingActive(beam.state ? 1 : 0);
+  const auto enhance = m_AISpeechEnhanceState.Take();
+  if (enhance.changed) chain.SetAISpeechEnhanceActive(enhance.state ? 1 : 0);
+  const float target = FadeTarget(enhance.state && m_AISpeechEnhanceIsOpen);
   RunChain(chain, {"AISpeechEnhanceBeamFormingkcErr", "CAISpeechEnhance::Execute"}, target,
            m_AISpeechEnhanceBeamFormingKCSel);
   return kOk;

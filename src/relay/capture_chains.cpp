@@ -25,8 +25,7 @@ Status CCaptureInterface::ReadParameters(Chain& chain, const PropertyKey& key, s
   std::uint32_t size = 0;
   if (chain.GetParamSize(&size) != 0) return kFail;
   std::vector<std::byte> value(size + flag_bytes);
-  auto cb = static_cast<std::uint32_t>(value.size());
-  const Status status = GetFxCapturePropertiesValue(m_machine, key, value.data(), &cb);
+  const Status status = GetFxCaptureBytes(m_machine, key, value);
   readable = status == kOk;
   if (!readable) {
     trace(TraceLevel::error, "[cap] GetFxCapturePropertiesValue failed. (%d)\n", status);
@@ -104,7 +103,8 @@ void CCaptureInterface::PhysicalEndpointClose() {
   m_pCaptureClient.reset();
 }
 
-// The third chain stays open between streams, since enrolment and model changes use it then.
+// The third chain stays open between streams, since enrolment and model changes use it then. One that could not be
+// opened again is tried anew here, for as long as the host wants it open.
 void CCaptureInterface::ReopenAISpeech() {
   AISpeechChain& chain = *m_chains.ai_speech;
   const std::lock_guard lock(m_csAIOpen);
@@ -114,7 +114,7 @@ void CCaptureInterface::ReopenAISpeech() {
     if (chain.Close() != 0) return;
     m_AISpeechEnhanceIsOpen = false;
   }
-  if (failed(OpenAISpeech(m_AISpeechEnhanceSetAiModelName))) return;
+  if (!m_bAISpeechEnhanceWanted || failed(OpenAISpeech(m_AISpeechEnhanceSetAiModelName))) return;
   if (chain.SetAISpeechEnhanceStrength(ReadStrength()) != 0) {
     chain.Close();
     return;
@@ -136,9 +136,9 @@ Status CCaptureInterface::OpenAISpeech(const std::string& model) {
 
 float CCaptureInterface::ReadStrength() {
   float strength = 1.0f;
-  std::uint32_t cb = sizeof strength;
-  if (GetFxCapturePropertiesValue(m_machine, PKEY_NVC_AI_Strength, &strength, &cb) != kOk) strength = 1.0f;
-  return strength;
+  const Status status =
+      GetFxCaptureBytes(m_machine, PKEY_NVC_AI_Strength, std::as_writable_bytes(std::span(&strength, 1)));
+  return status == kOk ? strength : 1.0f;
 }
 
 }  // namespace sonivo

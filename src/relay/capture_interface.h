@@ -134,6 +134,7 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   std::atomic<bool> m_AISpeechEnhanceIsOpen{false};
   std::atomic<bool> m_bAISpeechEnhanceRunning{false};
   std::atomic<bool> m_bAISpeechEnhanceReady{false};
+  std::atomic<bool> m_bAISpeechEnhanceWanted{false};  // from the host's open to its close
   WantedState m_AISpeechEnhanceKeyCancelState{false};
   WantedState m_AISpeechEnhanceBeamFormingState{false};
   WantedState m_AISpeechEnhanceState{false};

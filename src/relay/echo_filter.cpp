@@ -12,6 +12,7 @@ constexpr std::uint32_t kControlMuteState = 0x9C40E0A0;
 }  // namespace
 
 bool EchoFilter::NotifyEchoFilter(std::uint32_t value) {
+  const std::lock_guard lock(m_cs);
   m_refused.reset();
   Error why = error::kNone;
   auto filter = m_bus.open(kFilterPath, Sharing::shared, why);

@@ -2,12 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "platform/device.h"
 
 namespace sonivo {
 
-/// The optional filter driver of the notebook's maker, which wants to know whether the microphone is muted.
+/// The optional filter driver of the notebook's maker, which wants to know whether the microphone is muted. Any thread.
 class EchoFilter {
  public:
   explicit EchoFilter(DeviceBus& bus) : m_bus(bus) {}
@@ -18,6 +19,7 @@ class EchoFilter {
 
  private:
   DeviceBus& m_bus;
+  std::mutex m_cs;
   std::shared_ptr<Device> m_refused;
 };
 

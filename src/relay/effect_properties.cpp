@@ -93,4 +93,15 @@ Status GetFxCapturePropertiesValue(const Machine& machine, const PropertyKey& ke
   return result;
 }
 
+Status GetFxCaptureBytes(const Machine& machine, const PropertyKey& key, std::span<std::byte> bytes) {
+  std::vector<std::byte> room(bytes.size() * sizeof(char16_t));  // a text counts in characters
+  std::copy(bytes.begin(), bytes.end(), room.begin());
+  auto cb = static_cast<std::uint32_t>(bytes.size());
+  const Status status = GetFxCapturePropertiesValue(machine, key, room.data(), &cb);
+  if (status == kOk || status == static_cast<Status>(error::kMoreData)) {
+    std::copy_n(room.begin(), bytes.size(), bytes.begin());
+  }
+  return status;
+}
+
 }  // namespace sonivo

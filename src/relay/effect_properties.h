@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "base/status.h"
 #include "platform/endpoints.h"
@@ -34,6 +36,10 @@ inline constexpr Guid kEffectClass{0x06B604E5, 0xC78E, 0x4283, {0xBC, 0x39, 0x7C
 /// error::kNotFound: no such endpoint or empty value; error::kInvalidData: a type that isn't read; negative: the failed
 /// status of the machine. Unless stated the buffer is left as it was.
 Status GetFxCapturePropertiesValue(const Machine& machine, const PropertyKey& key, void* buffer, std::uint32_t* cb);
+
+/// The same for readers of a blob of this size, with room in between for whatever else the store may hold. Bytes that
+/// the value doesn't have stay as they were; `bytes` changes only when the answer is 0 or error::kMoreData.
+Status GetFxCaptureBytes(const Machine& machine, const PropertyKey& key, std::span<std::byte> bytes);
 
 /// The same from one endpoint.
 Status GetFxPropertiesValueEx2(const Machine& machine, Endpoint& device, const std::string& id, const PropertyKey& key,

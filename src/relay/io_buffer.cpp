@@ -8,9 +8,15 @@ namespace sonivo {
 IOBuffer::~IOBuffer() { Unbind(); }
 
 void IOBuffer::Unbind() {
-  if (m_hDevice) m_hDevice->cancel(m_overlapped);
+  CancelOutstanding();
   m_event.reset();
   m_hDevice.reset();
+}
+
+// Whether the request is done by now is for the device to tell, which completes it on a thread of its own.
+void IOBuffer::CancelOutstanding() {
+  if (m_outstanding) m_hDevice->cancel(m_overlapped);
+  m_outstanding = false;
 }
 
 bool IOBuffer::BindDevice(Events& events, std::shared_ptr<Device> device) {
@@ -34,7 +40,8 @@ bool IOBuffer::Submit(std::uint32_t code, std::span<const std::byte> input, std:
     return false;
   }
   m_lastError = m_hDevice->control(code, input, output, m_overlapped);
-  return m_lastError == error::kNone || m_lastError == error::kIoPending;
+  m_outstanding = m_lastError == error::kIoPending;
+  return m_lastError == error::kNone || m_outstanding;
 }
 
 bool IOBuffer::SubmitWrite() { return Submit(kControlTransfer, Data(), {}); }
@@ -47,6 +54,7 @@ bool IOBuffer::GetResult(std::uint32_t* bytes, bool wait) {
     return false;
   }
   m_lastError = m_hDevice->result(m_overlapped, m_transferred, wait);
+  if (m_lastError == error::kNone) m_outstanding = false;
   if (bytes != nullptr) *bytes = m_transferred;
   return m_lastError == error::kNone;
 }
@@ -57,6 +65,7 @@ bool IOBuffer::WaitStream(WAVEFORMATEXTENSIBLE& format) {
 }
 
 bool IOBuffer::SetFeedback(std::int32_t value) {
+  CancelOutstanding();
   m_feedback = value;
   return Submit(kControlFeedback, std::as_bytes(std::span(&m_feedback, 1)), {});
 }

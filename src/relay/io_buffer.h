@@ -5,8 +5,8 @@
 #include <memory>
 #include <span>
 
+#include "base/event.h"
 #include "platform/device.h"
-#include "platform/event.h"
 #include "platform/wave_format.h"
 
 namespace sonivo {
@@ -41,8 +41,8 @@ class IOBuffer {
 
   /// Blocks until an application opens the virtual endpoint and gives the format that it opened it in.
   bool WaitStream(WAVEFORMATEXTENSIBLE& format);
-  /// Tells the driver to trim the virtual stream's clock: -1 slower, 0 nominal, 1 faster. Isn't waited for: the buffer
-  /// stays until the driver has had time to take it.
+  /// Tells the driver to trim the virtual stream's clock: -1 slower, 0 nominal, 1 faster. Isn't waited for; a value
+  /// that the driver hasn't taken by the next call is superseded.
   bool SetFeedback(std::int32_t value);
 
   /// Fires when the request is done; null until bound.
@@ -52,10 +52,12 @@ class IOBuffer {
  private:
   bool Submit(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output);
   void Unbind();
+  void CancelOutstanding();
 
   std::unique_ptr<std::byte[]> m_data;
   std::size_t m_size = 0;
   Overlapped m_overlapped;
+  bool m_outstanding = false;  // submitted, and not yet seen to have succeeded
   std::unique_ptr<Event> m_event;
   std::uint32_t m_transferred = 0;
   std::int32_t m_feedback = 0;  // kept here, as the driver may read it after SetFeedback has returned

@@ -22,8 +22,7 @@ bool CAudioControl::ReadParameters(std::vector<std::byte>& blob) const {
       GateBeamForming(m_FunctionMic, m_dwGenerationMic) || GateAISpeech(m_FunctionMic, m_dwGenerationMic);
   if (!key_cancel && !others) return false;
   const PropertyKey& key = key_cancel ? PKEY_NVC_MTGMIC_KC_Param : PKEY_NVC_MTGMIC_BF_KC_Param;
-  auto cb = static_cast<std::uint32_t>(blob.size());
-  return GetFxCapturePropertiesValue(m_machine, key, blob.data(), &cb) == kOk;
+  return GetFxCaptureBytes(m_machine, key, blob) == kOk;
 }
 
 RegNotifyStatus CAudioControl::RegNotifyThread() {

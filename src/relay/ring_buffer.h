@@ -5,7 +5,7 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/clock.h"
+#include "base/clock.h"
 
 namespace sonivo {
 

@@ -298,6 +298,7 @@ Status CStreamInterface::SetupIOBuffers() {
       return kFail;
     }
   }
+  m_feedbackRequest.BindDevice(m_machine.events, device);
   return kOk;
 }
 
@@ -320,7 +321,6 @@ void CStreamInterface::UpdateFeedback() {
   m_feedback = value;
   m_counter.note_feedback(value);
   trace(TraceLevel::debug, "%s feedback %ld\n", Prefix(), static_cast<long>(value));
-  m_feedbackRequest.BindDevice(m_machine.events, VirtualDevice());
   m_feedbackRequest.SetFeedback(value);
 }
 

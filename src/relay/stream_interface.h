@@ -147,7 +147,7 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   std::size_t m_ioBufferCount = 0;
   std::unique_ptr<IOBuffer[]> m_ioBuffers;
   std::int32_t m_feedback = 0;
-  IOBuffer m_feedbackRequest;  // stays until the next one, as nobody waits for it
+  IOBuffer m_feedbackRequest;  // stays, as nobody waits for it
   float m_savedVolume = -1.0f;
 
   // Handshake between the stream, which re-hooks the virtual endpoint, and notifications of the physical one.

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <mutex>
-#include <optional>
+#include <utility>
 
 namespace sonivo {
 
@@ -26,12 +26,14 @@ class WantedState {
     const std::lock_guard lock(m_cs);
     return m_state;
   }
-  /// The state if it changed since the last call, clearing the flag.
-  std::optional<bool> TakeChange() {
+  struct Taken {
+    bool state;
+    bool changed;  ///< since the last call
+  };
+  /// The state of now, clearing the flag.
+  Taken Take() {
     const std::lock_guard lock(m_cs);
-    if (!m_changed) return std::nullopt;
-    m_changed = false;
-    return m_state;
+    return {m_state, std::exchange(m_changed, false)};
   }
 
  private:

@@ -91,7 +91,10 @@ class ScriptedAISpeech final : public Scripted<AISpeechChain> {
     return script_->enter("Open", list(model, rate_hz, channels, frames, add_buff_in_ms, add_buff_out_ms));
   }
   int Run() override { return script_->enter("Run"); }
-  int Stop() override { return script_->enter("Stop"); }
+  int Stop() override {
+    if (script_->during_stop) script_->during_stop();
+    return script_->enter("Stop");
+  }
   int SetBeamFormingActive(std::uint16_t active) override {
     return script_->enter("SetBeamFormingActive", list(active));
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -23,12 +24,13 @@ class ChainScript {
   void clear();
 
   std::uint32_t param_size = 16;
-  std::uint16_t frames = 480;  ///< GetDataLength answers this; SetDataLength stores it unless fixed
+  std::atomic<std::uint16_t> frames = 480;  ///< GetDataLength answers this; SetDataLength stores it unless fixed
   bool frames_fixed = false;
   std::function<void(float* block, std::size_t frames, std::size_t channels)> process;  ///< what Execute does
   std::function<void()> during_make;                                                    ///< runs inside MakeAIModel
-  std::vector<std::uint8_t> opened_with;  ///< parameter bytes of the latest Open
-  std::uint16_t channels = 0;             ///< of the latest SetChannel
+  std::function<void()> during_stop;                                                    ///< runs inside Stop
+  std::vector<std::uint8_t> opened_with;    ///< parameter bytes of the latest Open
+  std::atomic<std::uint16_t> channels = 0;  ///< of the latest SetChannel
 
   int enter(const std::string& call, const std::string& arguments = {});
 

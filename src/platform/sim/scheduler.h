@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
-#include "platform/event.h"
+#include "base/clock.h"
+#include "base/event.h"
+#include "base/thread.h"
 #include "platform/sim/script.h"
 #include "platform/sim/timeline.h"
-#include "platform/thread.h"
 
 namespace sonivo::sim {
 

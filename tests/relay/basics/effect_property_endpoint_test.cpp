@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/trace.h"
 #include "platform/sim/machine.h"
 #include "relay/effect_properties.h"
 #include "support/trace_log.h"

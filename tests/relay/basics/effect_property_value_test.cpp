@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <initializer_list>
+#include <string>
+#include <vector>
 
 #include "platform/sim/machine.h"
 #include "relay/effect_properties.h"

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <optional>
 
 #include "platform/sim/machine.h"
 #include "relay/io_buffer.h"

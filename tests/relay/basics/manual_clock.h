@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/clock.h"
+#include "base/clock.h"
 
 namespace sonivo::test {
 

@@ -5,7 +5,6 @@
 
 #include <type_traits>
 
-#include "base/text.h"
 #include "platform/sim/machine.h"
 
 namespace sonivo::test {

@@ -18,12 +18,27 @@ class AISpeech : public AIBench, public ::testing::Test {};
 TEST_F(AISpeech, KeepsTheStreamFromOpeningWhileItIsClosed) {
   start_idle(bench_);
   chain_.clear();
-  chain_.answer("GetParamSize", 6);  // so that the end of the attempt doesn't open it
   record_stereo(bench_);
   bench_.machine.run_for(1);
   EXPECT_EQ(bench_.log.count("[cap] PhysicalEndpointOpen::m_AISpeechEnhanceIsOpen = false.\n"), 1u);
-  EXPECT_THAT(chain_.calls(), ElementsAre("GetParamSize"));
+  EXPECT_THAT(chain_.calls(), IsEmpty());  // nor is it opened behind the host's back
   EXPECT_EQ(recording_states(bench_), std::vector<std::uint64_t>{});
+}
+
+TEST_F(AISpeech, StaysClosedAtTheEndOfAStreamOnceTheHostHasClosedIt) {
+  stream(15);
+  EXPECT_EQ(relay_.SetAISpeechEnhanceClose(), kOk);
+  chain_.clear();
+  end_stream();
+  EXPECT_THAT(chain_.calls(), IsEmpty());
+}
+
+TEST_F(AISpeech, IsPassedByBeforeItIsStoppedByTheHost) {
+  stream(15);
+  const auto blocks_seen = chain_.count("Execute");
+  bench_.chains.ai_speech->during_stop = [&] { bench_.machine.run_for(50); };  // audio goes on meanwhile
+  EXPECT_EQ(relay_.SetAISpeechEnhanceClose(), kOk);
+  EXPECT_EQ(chain_.count("Execute"), blocks_seen);
 }
 
 TEST_F(AISpeech, IsSetUpWithTheStatesThatItStartsWithAndRun) {
@@ -263,7 +278,6 @@ TEST_P(AISpeechReopenFailure, LeavesItClosed) {
   bench_.machine.run_for(1);
   EXPECT_EQ(bench_.log.count("[cap] PhysicalEndpointOpen::m_AISpeechEnhanceIsOpen = false.\n"), 1u);
   EXPECT_EQ(chain_.count("Run"), 0u);
-  EXPECT_EQ(relay_.SetAISpeechEnhanceClose(), kOk);  // nothing to close
 
   // Each end of an attempt opens it again.
   chain_.pardon(GetParam());
