@@ -155,6 +155,7 @@ Status RenderStream::get_buffer(std::uint32_t frames, std::byte*& data) {
   if (lent_frames_ != 0) return kOutOfOrder;
   if (frames > buffer_frames_ - padding()) return kBufferTooLarge;
   lent_frames_ = frames;
+  std::fill_n(lent_.begin(), frames * frame_bytes_, std::byte{0x55});  // so that what isn't filled is heard
   data = lent_.data();
   return kOk;
 }

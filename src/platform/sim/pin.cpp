@@ -7,6 +7,8 @@
 namespace sonivo::sim {
 namespace {
 
+constexpr std::size_t kExpectedFeedback = 1024;  // so that minutes of it take no memory from under the audio
+
 constexpr std::size_t kRecordingSeconds = 30;
 
 void begin(Overlapped& overlapped) {
@@ -19,7 +21,9 @@ void begin(Overlapped& overlapped) {
 }  // namespace
 
 PinModel::PinModel(Scheduler& scheduler, PinId id, const PinConfig& config)
-    : scheduler_(scheduler), id_(id), config_(config), request_done_(scheduler, Reset::manual) {}
+    : scheduler_(scheduler), id_(id), config_(config), request_done_(scheduler, Reset::manual) {
+  feedback_log_.reserve(kExpectedFeedback);
+}
 
 void PinModel::complete(Overlapped& overlapped, Error error, std::uint32_t transferred) {
   overlapped.pending = false;

@@ -1,4 +1,4 @@
-#include <tuple>
+#include <ostream>
 
 #include "support/relay_bench.h"
 
@@ -35,13 +35,22 @@ class GapCounter {
   bool started_ = false;
 };
 
-using Case = std::tuple<double, std::uint32_t>;  // drift in ppm, hardware period
+struct Case {
+  double drift_ppm;
+  std::uint32_t hardware_period;
+  WAVEFORMATEXTENSIBLE format;
+};
+void PrintTo(const Case& c, std::ostream* out) {
+  *out << c.drift_ppm << " ppm, period " << c.hardware_period << ", " << c.format.nSamplesPerSec << " Hz";
+}
+
 class AnHourOfDrift : public ::testing::TestWithParam<Case> {
  protected:
   static sim::Config config() {
     sim::Config config;
-    config.pins.drift_ppm = std::get<0>(GetParam());
-    config.hardware_period = std::get<1>(GetParam());
+    config.rate_hz = GetParam().format.nSamplesPerSec;
+    config.pins.drift_ppm = GetParam().drift_ppm;
+    config.hardware_period = GetParam().hardware_period;
     return config;
   }
 };
@@ -51,35 +60,34 @@ constexpr std::uint32_t kSeconds = 120;
 #else
 constexpr std::uint32_t kSeconds = 3600;
 #endif
-constexpr std::uint32_t kRate = 48000;
-constexpr std::uint32_t kBlock = kRate / 100;  // 10 ms
 
 /// Runs for an hour, looking once a second at what the feedback steers by. Its bounds are 10 and 20 ms; as the ring
 /// moves in blocks of 10 ms, it may be seen one block beyond a bound before the feedback answers, and no further.
-void expect_held_between_bounds(RelayBench& bench, DataFlow flow) {
+void expect_held_between_bounds(RelayBench& bench, DataFlow flow, std::uint32_t rate_hz) {
+  const std::uint32_t block = rate_hz / 100;
   bench.start();
   const CStreamInterface& stream = bench.relay->Stream(flow);
   bench.machine.run_for(2000);
   for (std::uint32_t second = 2; second < kSeconds; ++second) {
     bench.machine.run_for(1000);
-    ASSERT_LE(stream.Statistics().ring_minimum, 3 * kBlock) << "after " << second << " s";
+    ASSERT_LE(stream.Statistics().ring_minimum, 3 * block) << "after " << second << " s";
   }
   const StreamStatistics statistics = stream.Statistics();
   EXPECT_EQ(statistics.streams, 1u);
   EXPECT_EQ(statistics.underruns, 0u);
   EXPECT_EQ(statistics.overruns, 0u);
   EXPECT_GT(statistics.fill_count, (kSeconds - 1) * 99u);
-  EXPECT_LE(statistics.fill_max, 4 * kBlock);
+  EXPECT_LE(statistics.fill_max, 4 * block);
 }
 
 TEST_P(AnHourOfDrift, LeavesTheMicrophoneWithoutAGap) {
   RelayBench bench(config());
   GapCounter counter;
   bench.machine.endpoint(sim::kMicArray).set_source(counter.source());
-  bench.machine.driver().open_recorder(pcm_format(kRate, 16, 1), counter.sink());
-  expect_held_between_bounds(bench, DataFlow::capture);
+  bench.machine.driver().open_recorder(GetParam().format, counter.sink());
+  expect_held_between_bounds(bench, DataFlow::capture, GetParam().format.nSamplesPerSec);
   EXPECT_EQ(counter.mismatches(), 0u);
-  EXPECT_GT(counter.received(), std::uint64_t{kRate} * 2 * (kSeconds - 2));
+  EXPECT_GT(counter.received(), std::uint64_t{GetParam().format.nAvgBytesPerSec} * (kSeconds - 2));
   EXPECT_EQ(bench.machine.driver().stats(sim::PinId::mic).starved_frames, 0u);
 }
 
@@ -87,14 +95,17 @@ TEST_P(AnHourOfDrift, LeavesTheSpeakerWithoutAnUnderrun) {
   RelayBench bench(config());
   GapCounter counter;
   bench.machine.endpoint(sim::kSpeakers).set_sink([](std::span<const std::byte>) {});
-  bench.machine.driver().open_player(pcm_format(kRate, 16, 1), counter.source());
-  expect_held_between_bounds(bench, DataFlow::render);
+  bench.machine.driver().open_player(GetParam().format, counter.source());
+  expect_held_between_bounds(bench, DataFlow::render, GetParam().format.nSamplesPerSec);
   EXPECT_EQ(bench.machine.endpoint(sim::kSpeakers).render_stats().glitch_frames, 0u);
   EXPECT_EQ(bench.machine.driver().stats(sim::PinId::speaker).starved_frames, 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Drifts, AnHourOfDrift,
-                         ::testing::Values(Case{500.0, 480}, Case{-500.0, 480}, Case{137.0, 1024}));
+                         ::testing::Values(Case{500.0, 480, pcm_format(48000, 16, 1)},
+                                           Case{-500.0, 480, pcm_format(48000, 16, 1)},
+                                           Case{137.0, 1024, pcm_format(48000, 16, 1)},
+                                           Case{-500.0, 441, pcm_format(44100, 24, 1)}));
 
 }  // namespace
 }  // namespace sonivo::test

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <map>
 #include <set>
 #include <string>
@@ -21,7 +22,6 @@ constexpr auto kSchedule = sim::Schedule::serial;
 #endif
 
 constexpr std::uint32_t kQuietMs = 4000;
-constexpr std::uint64_t kStopLimitMs = 2000;
 
 /// The state table, as far as it can be seen: each state with those that may come next. A stopped stream starts over in
 /// the first one.
@@ -70,6 +70,8 @@ void expect_nothing_left(RelayBench& bench) {
 
 class TwoThousandRandomScripts : public ::testing::TestWithParam<std::uint64_t> {};
 
+constexpr std::array kNotebooks{Notebook::plain, Notebook::key_cancel, Notebook::beam_forming, Notebook::ai_speech};
+
 // In eight shares, so that they can run side by side.
 constexpr std::uint64_t kShares = 8;
 
@@ -81,8 +83,13 @@ TEST_P(TwoThousandRandomScripts, LeaveTheRelayStreamingAndInAgreement) {
     config.schedule = kSchedule;
     config.pins.drift_ppm = static_cast<double>(seed % 3) * 500 - 500;
     config.echo_filter = seed % 2 == 0;
-    RelayBench bench(config, seed % 4 == 0 ? Notebook::beam_forming : Notebook::plain);
+    const Notebook notebook = kNotebooks[seed % kNotebooks.size()];
+    RelayBench bench(config, notebook);
+    bench.store_key_cancel_parameters(1, 1);
     bench.store_beam_forming_parameters();
+    if (notebook == Notebook::ai_speech) {
+      ASSERT_EQ(bench.relay->SetAISpeechEnhanceOpen(), kOk);
+    }
     RandomScript script(bench, seed, deadly);
     bench.start();
     script.run();
@@ -116,6 +123,16 @@ const std::vector<Mishap> kMishaps{
     {"RecorderLeaves", [](RelayBench& b) { b.machine.driver().close_client(sim::PinId::mic); }},
     {"PlayerLeaves", [](RelayBench& b) { b.machine.driver().close_client(sim::PinId::speaker); }},
     {"MicUnplugged", [](RelayBench& b) { b.machine.endpoints().set_state(sim::kMicArray, kDeviceUnplugged); }},
+    {"CaptureRestarts", [](RelayBench& b) { b.relay->Stream(DataFlow::capture).RequestRestart(); }},
+    {"RenderRestarts", [](RelayBench& b) { b.relay->Stream(DataFlow::render).RequestRestart(); }},
+    {"DefaultMicChanges",
+     [](RelayBench& b) { b.machine.endpoints().set_default(DataFlow::capture, sim::kHeadsetMic); }},
+    {"MutedFromBothSides",
+     [](RelayBench& b) {
+       b.machine.endpoint(sim::kMicArray).volume().set_mute(true);
+       b.machine.endpoint(sim::kVirtualMic).volume().set_mute(true);
+     }},
+    {"ParametersChange", [](RelayBench& b) { b.store_beam_forming_parameters(9); }},
     {"SpeakersUnplugged", [](RelayBench& b) { b.machine.endpoints().set_state(sim::kSpeakers, kDeviceUnplugged); }},
 };
 
@@ -128,7 +145,8 @@ TEST_P(AMishapDuringEachCall, IsRecoveredFrom) {
       SCOPED_TRACE(std::string(to_string(static_cast<sim::Step>(step))) + " call " + std::to_string(nth));
       sim::Config config;
       config.schedule = kSchedule;
-      RelayBench bench(config);
+      RelayBench bench(config, Notebook::beam_forming);
+      bench.store_beam_forming_parameters();
       bench.machine.script().before(static_cast<sim::Step>(step), nth, [&] { GetParam().happen(bench); });
       RandomScript script(bench, 0, false);
       script.calm_down();

@@ -36,6 +36,8 @@ constexpr std::array kSteps{
     Step::render_release_buffer,
     Step::endpoint_activate_client,
     Step::volume_level,
+    Step::fx_user_value,
+    Step::fx_arm,
     Step::volume_set_level,
     Step::audio_class_enter,
     Step::process_session,
@@ -86,17 +88,19 @@ void RandomScript::place_fault() {
   if (draw(2) == 0) {
     bench_.machine.script().fail(step, sim::kDeviceInvalidated, nth);
   } else {
-    bench_.machine.script().before(step, nth, [this] { do_hardware(); });
+    bench_.machine.script().before(step, nth, [this, seed = random_()] { do_hardware(seed); });
   }
 }
 
 // Safe on any thread, in the middle of any call.
-void RandomScript::do_hardware() {
+void RandomScript::do_hardware(std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  const auto pick = [&](std::uint32_t count) { return static_cast<std::uint32_t>(random() % count); };
   auto& machine = bench_.machine;
   auto& driver = machine.driver();
-  const PinId pin = draw(2) == 0 ? PinId::mic : PinId::speaker;
-  const auto format = pcm_format(kRates[draw(2)], kBits[draw(2)], static_cast<std::uint16_t>(1 + draw(4)));
-  switch (draw(8)) {
+  const PinId pin = pick(2) == 0 ? PinId::mic : PinId::speaker;
+  const auto format = pcm_format(kRates[pick(2)], kBits[pick(2)], static_cast<std::uint16_t>(1 + pick(4)));
+  switch (pick(12)) {
     case 0:
       driver.surprise_remove(pin);
       break;
@@ -113,15 +117,71 @@ void RandomScript::do_hardware() {
       driver.open_player(format, sim::memory_source({}));
       break;
     case 5:
-      machine.endpoints().set_state(kMics[draw(2)], draw(2) == 0 ? kDeviceUnplugged : kDeviceActive);
+      machine.endpoints().set_state(kMics[pick(2)], pick(2) == 0 ? kDeviceUnplugged : kDeviceActive);
       break;
     case 6:
-      machine.endpoints().set_state(kSpeakers[draw(2)], draw(2) == 0 ? kDeviceUnplugged : kDeviceActive);
+      machine.endpoints().set_state(kSpeakers[pick(2)], pick(2) == 0 ? kDeviceUnplugged : kDeviceActive);
       break;
-    default:
+    case 7:
       driver.query_remove(pin);
       break;
+    case 8:
+      machine.endpoints().set_default(DataFlow::capture, static_cast<Role>(pick(3)), kMics[pick(2)]);
+      break;
+    case 9:
+      machine.endpoint(sim::kVirtualMic).volume().set_mute(pick(2) == 0);
+      break;
+    case 10:
+      bench_.store_beam_forming_parameters(static_cast<std::uint8_t>(pick(4)));
+      break;
+    default:
+      bench_.relay->Stream(DataFlow::capture).RequestRestart();
+      break;
   }
+}
+
+// What the host changes while audio runs.
+void RandomScript::do_setting() {
+  auto& relay = *bench_.relay;
+  const bool on = draw(2) == 0;
+  switch (draw(9)) {
+    case 0:
+      relay.UpdateKeyCancelState(on);
+      break;
+    case 1:
+      relay.UpdateBeamFormingKeyCancelState(on);
+      break;
+    case 2:
+      relay.UpdateBeamFormingState(on);
+      break;
+    case 3:
+      relay.UpdateAISpeechEnhanceBeamFormingKeyCancelState(on);
+      break;
+    case 4:
+      relay.UpdateAISpeechEnhanceBeamFormingState(on);
+      break;
+    case 5:
+      relay.UpdateAISpeechEnhanceState(on);
+      break;
+    case 6:
+      relay.UpdateAISpeechEnhanceSetAiModelState(on);
+      break;
+    case 7:
+      relay.SetAISpeechEnhanceModelNo(static_cast<std::int32_t>(draw(5)));
+      break;
+    default:
+      relay.CheckDeviceName("Realtek");
+      break;
+  }
+}
+
+void RandomScript::stop_and_start() {
+  auto& machine = bench_.machine;
+  const std::uint64_t before = machine.scheduler().tick_ms();
+  bench_.relay->Stop();
+  EXPECT_LE(machine.scheduler().tick_ms() - before, kStopLimitMs);
+  machine.run_for(draw(50));
+  bench_.relay->Start();
 }
 
 void RandomScript::do_anything() {
@@ -130,7 +190,7 @@ void RandomScript::do_anything() {
   const DataFlow flow = draw(2) == 0 ? DataFlow::capture : DataFlow::render;
   const auto& ids = flow == DataFlow::capture ? kMics : kSpeakers;
   auto& mic = machine.endpoint(kMics[draw(2)]);
-  switch (draw(12)) {
+  switch (draw(14)) {
     case 0:
       relay.SetEndpoint(flow, draw(3) == 0 ? "" : ids[draw(2)]);
       break;
@@ -162,14 +222,14 @@ void RandomScript::do_anything() {
       machine.session().set_console_session(1 + (draw(4) == 0 ? 1 : 0));
       break;
     case 10:
-      if (draw(4) == 0) {
-        relay.Stop();
-        machine.run_for(draw(50));
-        relay.Start();
-      }
+      if (draw(4) == 0) stop_and_start();
+      break;
+    case 11:
+    case 12:
+      do_setting();
       break;
     default:
-      do_hardware();
+      do_hardware(random_());
       break;
   }
 }

@@ -7,6 +7,9 @@
 
 namespace sonivo::test {
 
+/// Virtual time that a stop may take.
+inline constexpr std::uint64_t kStopLimitMs = 2000;
+
 /// What may happen to a relay, drawn by a seeded generator: hardware, applications, users and the host at work, and
 /// calls of the machine that fail or are overtaken by one of these.
 class RandomScript {
@@ -22,8 +25,10 @@ class RandomScript {
  private:
   std::uint32_t draw(std::uint32_t count);
   void place_fault();
-  void do_hardware();
+  void do_hardware(std::uint64_t seed);
+  void do_setting();
   void do_anything();
+  void stop_and_start();
 
   RelayBench& bench_;
   std::mt19937_64 random_;

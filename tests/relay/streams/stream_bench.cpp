@@ -36,7 +36,7 @@ StreamBench::StreamBench(DataFlow direction, const sim::Config& config)
 }
 
 StreamBench::~StreamBench() {
-  stream->Stop();
+  if (stream) stream->Stop();
   machine.desktop().set_window_procedure({});
   stream.reset();
 }
