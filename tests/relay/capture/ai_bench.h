@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <utility>
 
 #include "capture_bench.h"
 #include "relay/effect_properties.h"
@@ -42,7 +43,8 @@ inline constexpr const char* kModels3[] = {"model_se_streaming_RTF0.10_v2.bin", 
 /// path of the enrolled model is set.
 class AIBench {
  public:
-  AIBench() : bench_(config(), Notebook::ai_speech), relay_(*bench_.relay), chain_(*bench_.chains.ai_speech) {
+  explicit AIBench(sim::Schedule schedule = sim::Schedule::serial)
+      : bench_(config(schedule), Notebook::ai_speech), relay_(*bench_.relay), chain_(*bench_.chains.ai_speech) {
     bench_.store_beam_forming_parameters();
     std::filesystem::create_directories(folder_.path() / "models");
     std::filesystem::create_directories(folder_.path() / "user");
@@ -81,12 +83,7 @@ class AIBench {
     bench_.machine.driver().close_client(sim::PinId::mic);
     bench_.machine.run_for(1);
   }
-  /// Runs an action inside Execute of block n, counted from 1.
-  void during_block(int n, std::function<void()> action) {
-    chain_.process = [n, action = std::move(action), block = 0](float*, std::size_t, std::size_t) mutable {
-      if (++block == n) action();
-    };
-  }
+  void during_block(int n, std::function<void()> action) { run_during_block(chain_, n, std::move(action)); }
 
   TempFolder folder_;
   RelayBench bench_;
@@ -94,8 +91,9 @@ class AIBench {
   ChainScript& chain_;
 
  private:
-  sim::Config config() const {
+  sim::Config config(sim::Schedule schedule) const {
     sim::Config config = untrimmed();
+    config.schedule = schedule;
     config.folder = folder_.path();
     return config;
   }

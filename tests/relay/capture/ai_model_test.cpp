@@ -1,7 +1,6 @@
 // The third chain as the host steers it: open, close, model rows, use of the enrolled model.
 
 #include "ai_bench.h"
-#include "relay/model_table.h"
 
 namespace sonivo::test {
 namespace {
@@ -9,23 +8,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Values;
-
-TEST(ModelTable, HasThreeRowsOfFilesInTheSystemsModelFolder) {
-  const std::filesystem::path folder = "/opt/models";
-  const auto row = [&](int no) {
-    const ModelRow files = GetModelRow(folder, no);
-    return std::vector{files.speech_enhancement, files.target_speaker, files.speaker_encoder};
-  };
-  EXPECT_THAT(row(1),
-              ElementsAre("/opt/models/model_se_streaming_RTF0.5_v2.bin",
-                          "/opt/models/model_tsse_streaming_rtf0.5_v2.bin", "/opt/models/model_spkenc_rtf0.5_v2.bin"));
-  EXPECT_THAT(row(2), ElementsAre("/opt/models/model_se_streaming_RTF0.25_v2.bin",
-                                  "/opt/models/model_tsse_streaming_rtf0.25_v2.bin",
-                                  "/opt/models/model_spkenc_rtf0.25_v2.bin"));
-  EXPECT_THAT(row(3), ElementsAre("/opt/models/model_se_streaming_RTF0.10_v2.bin",
-                                  "/opt/models/model_tsse_streaming_rtf0.10_v2.bin",
-                                  "/opt/models/model_spkenc_rtf0.10_v2.bin"));
-}
 
 class AIOpen : public AIBench, public ::testing::Test {
  protected:

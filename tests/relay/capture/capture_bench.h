@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/relay_bench.h"
@@ -94,6 +96,13 @@ inline std::vector<std::byte> microphone(std::uint16_t bits = 16, std::uint16_t 
   return numbered_pcm(24000, bits, channels);
 }
 
+/// Runs an action inside Execute of block n, counted from 1.
+inline void run_during_block(ChainScript& chain, int n, std::function<void()> action) {
+  chain.process = [n, action = std::move(action), block = 0](float*, std::size_t, std::size_t) mutable {
+    if (++block == n) action();
+  };
+}
+
 /// Starts the relay and lets its threads come to rest, waiting for an application.
 inline void start_idle(RelayBench& bench) {
   bench.start();
@@ -138,6 +147,17 @@ inline std::size_t traces_with(const RelayBench& bench, const std::string& text)
   const auto traces = bench.log.traces();
   return static_cast<std::size_t>(std::count_if(
       traces.begin(), traces.end(), [&](const std::string& trace) { return trace.find(text) != std::string::npos; }));
+}
+
+/// Of 205 ms of microphone() through a chain that leaves it alone, block 6 was lost in ProcessBlocks, and the stream
+/// went on.
+inline void expect_block_6_lost(RelayBench& bench, const ChainScript& chain) {
+  EXPECT_EQ(chain.count("Execute"), 19u);
+  EXPECT_EQ(traces_with(bench, "ProcessBlocks"), 1u);
+  EXPECT_EQ(recording_states(bench), (std::vector<std::uint64_t>{1}));
+  const auto processed = join({zeros(144), microphone()});
+  const auto expected = join({zeros(7 * 480), cut(processed, 0, 5 * 480), cut(processed, 6 * 480, 8 * 480)});
+  EXPECT_TRUE(same_pcm(bench.machine.driver().recording(), expected));
 }
 
 }  // namespace sonivo::test

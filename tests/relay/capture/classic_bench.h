@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-
 #include "capture_bench.h"
 
 namespace sonivo::test {
@@ -28,12 +26,7 @@ class ClassicBench {
     record_stereo(bench_);
     bench_.machine.run_for(ms);
   }
-  /// Runs an action inside Execute of block n, counted from 1.
-  void during_block(int n, std::function<void()> action) {
-    chain_.process = [n, action = std::move(action), block = 0](float*, std::size_t, std::size_t) mutable {
-      if (++block == n) action();
-    };
-  }
+  void during_block(int n, std::function<void()> action) { run_during_block(chain_, n, std::move(action)); }
   void restart_stream() { bench_.relay->Stream(DataFlow::capture).RequestRestart(); }
   StreamState state() { return bench_.relay->Stream(DataFlow::capture).State(); }
 

@@ -100,6 +100,18 @@ TEST(CapturePassage, NeverGetsReadyWhenTenVirtualPeriodsAreLessThan30Millisecond
   EXPECT_EQ(bench.relay->Stream(DataFlow::capture).State(), StreamState::ePhysicalStreaming);
 }
 
+// The ring is full at its first 30 ms, so that the next block no longer fits whole.
+TEST(CapturePassage, GetsReadyWhenTenVirtualPeriodsAreExactly30Milliseconds) {
+  const Timing timing{.virtual_period = 144};
+  RelayBench bench(untrimmed(timing));
+  start_idle(bench);
+  record_stereo(bench);
+  bench.machine.run_for(60);
+  const auto heard = bench.machine.driver().recording();
+  ASSERT_EQ(leading_zero_frames(heard, 4), timing.leading_zeros());
+  EXPECT_TRUE(same_pcm(cut(heard, timing.leading_zeros(), 144), cut(microphone(), 0, 144)));
+}
+
 TEST(CapturePassage, TurnsAPacketThatIsFlaggedSilentIntoAZeroedBlock) {
   RelayBench bench(untrimmed());
   bench.machine.endpoint(sim::kMicArray).make_packet_silent(5);

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -116,6 +117,7 @@ struct Mishap {
   const char* name;
   Overtaking happen;
 };
+void PrintTo(const Mishap& mishap, std::ostream* out) { *out << mishap.name; }
 
 const std::vector<Mishap> kMishaps{
     {"MicDeviceGone", [](RelayBench& b) { b.machine.driver().surprise_remove(sim::PinId::mic); }},

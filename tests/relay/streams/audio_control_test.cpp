@@ -134,6 +134,26 @@ TEST(AudioControlReferences, TheLastReleaseDeletesTheObject) {
   EXPECT_EQ(machine.leaks(), sim::Leaks{});
 }
 
+TEST(AudioControlReferences, AnObjectThatGoesWhileItIsStartedStopsItself) {
+  const TraceLog log;
+  sim::SimMachine machine;
+  {
+    const ScriptedChains chains;
+    CAudioControl relay(machine.seams(), chains.factory());
+    relay.SetEndpoint(DataFlow::capture, {});
+    relay.SetEndpoint(DataFlow::render, {});
+    machine.driver().open_recorder(pcm_format(48000, 16, 2));
+    machine.driver().open_player(pcm_format(48000, 16, 2), sim::memory_source({}));
+    relay.Start();
+    machine.run_for(100);
+    ASSERT_EQ(relay.Stream(DataFlow::capture).State(), StreamState::ePhysicalStreaming);
+    ASSERT_EQ(relay.Stream(DataFlow::render).State(), StreamState::ePhysicalStreaming);
+  }
+  EXPECT_TRUE(log.has("[cap] stream stopped\n"));
+  EXPECT_TRUE(log.has("[ren] stream stopped\n"));
+  EXPECT_EQ(machine.leaks(), sim::Leaks{});
+}
+
 TEST_F(AudioControl, AnswersItsTwoInterfacesAndCountsThem) {
   for (const Guid& iid : {kIidUnknown, kIidNotificationClient}) {
     void* object = nullptr;
@@ -276,6 +296,18 @@ TEST_F(AudioControl, WithForceEvenTheSameEndpointIsOpenedAnew) {
   bench.machine.run_for(50);
   EXPECT_EQ(relay().CaptureStatistics().streams, 2u);
   EXPECT_EQ(relay().RenderStatistics().streams, 1u);
+}
+
+TEST_F(AudioControl, WithForceAndNoIdEvenTheSameDefaultIsOpenedAnew) {
+  stream_both();
+  EXPECT_EQ(relay().SetEndpoint(DataFlow::capture, {}), kOk);
+  bench.machine.run_for(50);
+  EXPECT_EQ(relay().CaptureStatistics().streams, 1u);
+  EXPECT_EQ(relay().SetEndpointForce(DataFlow::capture, {}), kOk);
+  bench.machine.run_for(50);
+  EXPECT_EQ(relay().CaptureStatistics().streams, 2u);
+  EXPECT_EQ(relay().RenderStatistics().streams, 1u);
+  EXPECT_EQ(relay().Stream(DataFlow::capture).EndpointId(), sim::kMicArray);
 }
 
 TEST_F(AudioControl, AnotherEndpointMovesARunningStream) {

@@ -1,11 +1,12 @@
 // How the fill of the stream ring trims the clock of the virtual stream.
 
-#include "relay/feedback.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "relay/ring_buffer.h"
+#include <cstdint>
+#include <set>
+#include <vector>
+
 #include "stream_bench.h"
 
 namespace sonivo::test {
@@ -13,32 +14,6 @@ namespace {
 
 using sim::Step;
 using ::testing::ElementsAre;
-
-constexpr std::uint32_t kLow = 1920;
-constexpr std::uint32_t kHigh = 3840;
-
-std::int32_t of(DataFlow flow, std::uint32_t v) { return feedback_value(flow, v, kLow, kHigh); }
-
-TEST(FeedbackValue, OfCaptureSlowsDownBelowTheLowMarkAndSpeedsUpAboveTheHighOne) {
-  EXPECT_EQ(of(DataFlow::capture, 0), -1);
-  EXPECT_EQ(of(DataFlow::capture, kLow - 1), -1);
-  EXPECT_EQ(of(DataFlow::capture, kLow), 0);
-  EXPECT_EQ(of(DataFlow::capture, kHigh), 0);
-  EXPECT_EQ(of(DataFlow::capture, kHigh + 1), 1);
-}
-
-TEST(FeedbackValue, OfRenderSpeedsUpBelowTheLowMarkAndSlowsDownAboveTheHighOne) {
-  EXPECT_EQ(of(DataFlow::render, 0), 1);
-  EXPECT_EQ(of(DataFlow::render, kLow - 1), 1);
-  EXPECT_EQ(of(DataFlow::render, kLow), 0);
-  EXPECT_EQ(of(DataFlow::render, kHigh), 0);
-  EXPECT_EQ(of(DataFlow::render, kHigh + 1), -1);
-}
-
-TEST(FeedbackValue, OfARingThatHasNoMinimumYetIsTheHighSide) {
-  EXPECT_EQ(of(DataFlow::capture, RingBuffer::kNoMinimum), 1);
-  EXPECT_EQ(of(DataFlow::render, RingBuffer::kNoMinimum), -1);
-}
 
 /// Streams whose virtual clock isn't moved by the feedback, so that the fill is known.
 class Feedback : public ::testing::TestWithParam<DataFlow> {
@@ -123,6 +98,68 @@ TEST(FeedbackOfRender, LeavesTheVirtualSpeakerAloneAtTheLowMark) {
   bench.machine.run_for(1100);
   EXPECT_EQ(bench.stream->Statistics().fill_min, 480u);
   EXPECT_EQ(bench.stream->Statistics().feedback, 0);
+}
+
+/// What the virtual microphone's ring and feedback come to when it is emptied by `period` frames at a time: a transfer
+/// that is due together with a packet is served first, and the ring is ready once it holds 1440 frames.
+struct CaptureFeedback {
+  explicit CaptureFeedback(std::uint32_t period) {
+    StreamBench bench(DataFlow::capture, {.pins = {.virtual_period = period, .trim_ppm = 0}});
+    bench.start_streaming();
+    bench.machine.run_for(1100);
+    minimum = bench.stream->Statistics().ring_minimum;
+    EXPECT_EQ(bench.stream->Statistics().underruns, 0u);
+    for (const sim::FeedbackRecord& record : bench.machine.driver().feedback(bench.pin)) values.push_back(record.value);
+  }
+
+  std::uint32_t minimum = 0;  ///< of the first second, in frames
+  std::vector<std::int32_t> values;
+};
+
+// 48 transfers of 950 frames take 950 ms, when the ring has had 94 blocks and has given 47 transfers.
+TEST(FeedbackOfCapture, SlowsTheVirtualMicrophoneDownBelowTheLowMark) {
+  const CaptureFeedback ten_frames_below(950);
+  EXPECT_EQ(ten_frames_below.minimum, 470u);
+  EXPECT_THAT(ten_frames_below.values, ElementsAre(1, -1));
+}
+
+TEST(FeedbackOfCapture, LeavesTheVirtualMicrophoneAloneAtTheLowMark) {
+  const CaptureFeedback at_10_ms(960);
+  EXPECT_EQ(at_10_ms.minimum, 480u);
+  EXPECT_THAT(at_10_ms.values, ElementsAre(1, 0));
+}
+
+TEST(FeedbackOfCapture, LeavesTheVirtualMicrophoneAloneAtTheHighMark) {
+  const CaptureFeedback at_20_ms(480);
+  EXPECT_EQ(at_20_ms.minimum, 960u);
+  EXPECT_THAT(at_20_ms.values, ElementsAre(1, 0));
+}
+
+// The fourth transfer is the first from a ring that is ready, a frame's length ahead of the fourth block: 1440 - 479.
+TEST(FeedbackOfCapture, GoesOnSpeedingTheVirtualMicrophoneUpAboveTheHighMark) {
+  const CaptureFeedback one_frame_above(479);
+  EXPECT_EQ(one_frame_above.minimum, 961u);
+  EXPECT_THAT(one_frame_above.values, ElementsAre(1));
+}
+
+/// Clocks that drift apart, which the trim can make up for twice over.
+class FeedbackUnderDrift : public ::testing::TestWithParam<double> {};
+INSTANTIATE_TEST_SUITE_P(Ppm, FeedbackUnderDrift, ::testing::Values(-5000.0, 5000.0),
+                         [](const auto& drift) { return drift.param < 0 ? "Slower" : "Faster"; });
+
+TEST_P(FeedbackUnderDrift, IsThatOfTheLatestMinimumAtAllTimes) {
+  StreamBench bench(DataFlow::capture, {.pins = {.drift_ppm = GetParam(), .trim_ppm = 10'000}});
+  bench.start_streaming();
+  bench.machine.run_for(1100);
+  std::set<std::int32_t> seen;
+  for (int ms = 0; ms < 10'000; ms += 5) {
+    bench.machine.run_for(5);
+    const StreamStatistics statistics = bench.stream->Statistics();
+    ASSERT_EQ(statistics.feedback, statistics.ring_minimum < 480 ? -1 : statistics.ring_minimum <= 960 ? 0 : 1);
+    seen.insert(statistics.feedback);
+  }
+  EXPECT_THAT(seen, GetParam() < 0 ? ElementsAre(0, 1) : ElementsAre(-1, 0));
+  EXPECT_EQ(bench.stream->Statistics().underruns, 0u);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 
 #include "relay/effect_properties.h"
 #include "support/relay_bench.h"
@@ -104,6 +105,16 @@ TEST_P(RegNotify, EndsWithTwoWhenTheParametersAreLargerThanSizeAndThreeFlags) {
   EXPECT_EQ(status(), RegNotifyStatus::no_parameters);
 }
 
+TEST_P(RegNotify, AsksOnlyItsOwnChainForItsSize) {
+  const std::array all{bench.chains.key_cancel, bench.chains.beam_forming, bench.chains.ai_speech};
+  for (const auto& each : all) {
+    if (each.get() != &chain()) each->answer("GetParamSize", 7);
+  }
+  start();
+  EXPECT_EQ(status(), RegNotifyStatus::running);
+  for (const auto& each : all) EXPECT_EQ(each->count("GetParamSize"), each.get() == &chain() ? 1u : 0u);
+}
+
 TEST_P(RegNotify, ReadsOnlyTheParametersOfItsChain) {
   store({});
   bench.machine.fx().set_effect(sim::kMicArray, key_of_the_others(), blob(kParamSize + 3));
@@ -129,6 +140,31 @@ TEST_P(RegNotify, EndsWithFourWhenTheGuidLeadsNowhere) {
   start();
   EXPECT_EQ(status(), RegNotifyStatus::no_store);
   EXPECT_EQ(bench.log.count("!!![CAudioControl::RegNotifyThread] Failed open registry: 2."), 1u);
+}
+
+TEST_P(RegNotify, ReadsAGuidOfUpTo259CharactersAndCutsALongerOne) {
+  const std::string longest(259, 'g');
+  bench.machine.fx().set_endpoint_guid(sim::kMicArray, longest);
+  start();
+  EXPECT_EQ(status(), RegNotifyStatus::running);
+  bench.stop();
+  for (const std::size_t length : {260u, 261u}) {
+    bench.machine.fx().set_endpoint_guid(sim::kMicArray, longest + std::string(length - 259, 'h'));
+    start();
+    EXPECT_EQ(status(), RegNotifyStatus::running) << length << ": the part that is read leads to the endpoint";
+    bench.stop();
+  }
+}
+
+TEST_P(RegNotify, EndsWithFourWhenAGuidOfOver259CharactersIsCut) {
+  for (const std::size_t length : {260u, 261u}) {
+    bench.machine.fx().set_endpoint_guid(sim::kMicArray, std::string(length, 'g'));
+    start();
+    EXPECT_EQ(status(), RegNotifyStatus::no_store) << length;
+    EXPECT_EQ(bench.log.count("!!![CAudioControl::RegNotifyThread] Failed open registry: 2."), 1u) << length;
+    bench.log.clear();
+    bench.stop();
+  }
 }
 
 TEST_P(RegNotify, EndsWithFiveWithoutAnEvent) {
@@ -244,6 +280,19 @@ TEST_P(RegNotify, AChangeBetweenTheWakeUpAndTheNextWatchIsNoticed) {
   store(blob(kParamSize + 3, 9));
   bench.machine.run_for(1);
   EXPECT_EQ(changes(), 2u);
+}
+
+TEST_P(RegNotify, AStopComesBeforeAChangeOfTheSameInstant) {
+  start();
+  bench.machine.script().before(Step::fx_arm, 1, [&] {
+    bench.machine.scheduler().pass(10 * sim::kMillisecond);  // in which the relay is stopped
+    store(blob(kParamSize + 3, 30));
+  });
+  store(blob(kParamSize + 3));  // has the watch armed anew
+  bench.machine.run_for(1);
+  bench.stop();
+  EXPECT_EQ(status(), RegNotifyStatus::stopped);
+  EXPECT_EQ(changes(), 0u);
 }
 
 TEST(RegNotifyRestart, TheCaptureStreamTakesTheNewParametersAndRenderIsLeftAlone) {

@@ -71,6 +71,12 @@ TEST(RenderLead, IsCompleteWithThirtyMillisecondsExactly) {
 
 TEST(RenderLead, OneFrameLessIsNotEnough) { EXPECT_EQ(silence_before_audio(1439), 7u * 480); }
 
+// 30 ms at 22050 Hz are 2646 bytes: more than 661 frames, which would be 30 ms cut to whole frames, less than 662.
+TEST(RenderLead, IsCountedInBytesOfTheRate) {
+  EXPECT_EQ(silence_before_audio(661, 22050), 8u * 220) << "the second transfer comes after 59.95 ms";
+  EXPECT_EQ(silence_before_audio(662, 22050), 5u * 220) << "the first one after 30.02 ms";
+}
+
 TEST_F(RenderStep, IsSilentUntilTheLeadIsComplete) {
   stream_for(25);
   EXPECT_EQ(bench.stream->Statistics().physical_packets, 2u);

@@ -79,6 +79,17 @@ TEST_P(WaitVirtualDriver, TheDeviceIsProbedOpenedAndWatchedInThisOrder) {
   EXPECT_EQ(bench.machine.driver().removal_notices(), 1u);
 }
 
+TEST_P(WaitVirtualDriver, TheDeviceIsProbedBeforeTheHandleHeldSoFarIsClosed) {
+  bench.start();
+  bench.machine.run_for(1);
+  bench.machine.driver().surprise_remove(bench.pin);  // ends the wait for a stream
+  bench.machine.driver().return_device(bench.pin);
+  bench.machine.run_for(1);
+  EXPECT_EQ(bench.sequence_of({Step::device_probe, Step::device_open, Step::device_close}),
+            names({Step::device_probe, Step::device_open,  //
+                   Step::device_probe, Step::device_close, Step::device_open}));
+}
+
 TEST_P(WaitVirtualDriver, TheOutcomeOfTheProbeMeansNothing) {
   bench.machine.script().fail(Step::device_probe, error::kSharingViolation);
   bench.start();
