@@ -85,7 +85,7 @@ TEST(CommandLine, SaysWhichChainsAreNotBuilt) {
   for (const std::string chain : {"keycancel", "beamforming", "ai"}) {
     const Outcome outcome = run({"relay", "in.wav", "out.wav", "--chain", chain});
     EXPECT_EQ(outcome.exit_code, 1);
-    EXPECT_EQ(outcome.errors, "error: the " + chain + " chain is not built into this version\n");
+    EXPECT_EQ(outcome.errors, "error: the " + chain + " chain is not built into this version; use --chain none\n");
   }
 }
 

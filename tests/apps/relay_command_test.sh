@@ -10,7 +10,7 @@ cd "$folder" || exit 1
 passed=0
 failed=0
 
-# A 16-bit WAV file with a second of a rising pattern. Usage: make_wav FILE RATE CHANNELS
+# A 16-bit WAV file with a second of a rising pattern.
 bytes() { # VALUE COUNT: little-endian bytes
   local value=$1 i
   for ((i = 0; i < $2; ++i)); do
@@ -18,11 +18,11 @@ bytes() { # VALUE COUNT: little-endian bytes
     value=$((value >> 8))
   done
 }
-make_wav() {
+make_wav() { # FILE RATE CHANNELS [BITS, as the header says]
   local size=$(($2 * $3 * 2))
   {
     printf RIFF && bytes $((size + 36)) 4 && printf 'WAVEfmt ' && bytes 16 4 && bytes 1 2 && bytes "$3" 2 &&
-      bytes "$2" 4 && bytes $(($2 * $3 * 2)) 4 && bytes $(($3 * 2)) 2 && bytes 16 2 && printf data && bytes "$size" 4
+      bytes "$2" 4 && bytes $(($2 * $3 * 2)) 4 && bytes $(($3 * 2)) 2 && bytes "${4:-16}" 2 && printf data && bytes "$size" 4
     seq -w 0 99999 | tr -d '\n' | head -c "$size"
   } >"$1"
 }
@@ -53,6 +53,7 @@ make_wav in.wav 48000 2
 make_wav cd.wav 44100 1
 make_wav telephone.wav 8000 1
 make_wav nine.wav 48000 9
+make_wav narrow.wav 48000 2 12
 make_wav none.wav 48000 0
 head -c 1000 in.wav >cut.wav
 printf 'hello' >text.wav
@@ -78,13 +79,14 @@ expect "version" 0 '^sonivo [0-9]' '^$' --version
 
 expect "no command" 2 '^$' '^error: [^'$'\n'']+$'
 expect "a period out of range" 2 '^$' "^error: --period takes 48 to 2048 frames, not '47'\$" relay in.wav out.wav --period 47
-expect "a chain that is not built" 1 '^$' '^error: the ai chain is not built into this version$' relay in.wav out.wav --chain ai
+expect "a chain that is not built" 1 '^$' '^error: the ai chain is not built into this version; use --chain none$' relay in.wav out.wav --chain ai
 expect "no such file" 1 '^$' "^error: cannot open 'gone.wav': No such file or directory; [^"$'\n'']+$' relay gone.wav out.wav
 expect "a text file" 1 '^$' "^error: 'text.wav' is not a WAV file; [^"$'\n'']+$' relay text.wav out.wav
 expect "an empty file" 1 '^$' "^error: 'empty.wav' is empty; [^"$'\n'']+$' relay empty.wav out.wav
 expect "a truncated file" 1 '^$' "^error: 'cut.wav' is truncated: its header promises 192000 bytes of audio, the file holds 956; " \
   relay cut.wav out.wav
 expect "an unsupported rate" 1 '^$' "^error: 'telephone.wav' has a sampling rate of 8000 Hz; " relay telephone.wav out.wav
+expect "an unsupported width" 1 '^$' "^error: 'narrow.wav' [^"$'\n'']+12' relay narrow.wav out.wav
 expect "nine channels" 1 '^$' "^error: 'nine.wav' has 9 channels; " relay nine.wav out.wav
 expect "no channels" 1 '^$' "^error: 'none.wav' has 0 channels; " relay none.wav out.wav
 expect "a folder as input" 1 '^$' "^error: 'folder' is a folder; " relay folder out.wav
@@ -92,6 +94,7 @@ expect "standard input" 1 '^$' "^error: '/dev/null' is a pipe or a device; " rel
 expect "the same file" 1 '^$' "^error: 'in.wav' is the input itself; " relay in.wav in.wav
 expect "the same file through a link" 1 '^$' "^error: 'link.wav' is the input itself; " relay in.wav link.wav
 expect "a missing output folder" 1 '^$' "^error: cannot create 'gone/out.wav': No such file or directory; " relay in.wav gone/out.wav
+expect "an output folder that takes no files" 1 '^$' "^error: cannot create '/proc/out.wav': " relay in.wav /proc/out.wav
 expect "a file as output folder" 1 '^$' "^error: cannot create 'text.wav/out.wav': Not a directory; " relay in.wav text.wav/out.wav
 expect "a folder as output" 1 '^$' "^error: 'folder' is a folder; " relay in.wav folder
 expect "a device as output" 1 '^$' "^error: '/dev/null' is a pipe or a device; " relay in.wav /dev/null

@@ -37,7 +37,7 @@ bool is_terminal(const std::ostream& errors) {
 void run_relay_command(const RelayOptions& options, std::ostream& output, std::ostream& errors) {
   check_relay_options(options);
   if (options.chain != Chain::none) {
-    throw Failure("the " + to_string(options.chain) + " chain is not built into this version");
+    throw Failure("the " + to_string(options.chain) + " chain is not built into this version; use --chain none");
   }
   refuse_same_file(options.input, options.output);
   const PcmAudio input = read_wav(options.input, options.bits);

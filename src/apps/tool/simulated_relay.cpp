@@ -22,6 +22,8 @@ constexpr std::uint32_t kSettleMs = 1000;      // the streams come to wait for a
 constexpr std::uint32_t kSliceMs = 100;        // virtual time between two looks at the progress
 constexpr std::uint32_t kLongestRestMs = 100;  // on top of one engine period, for the buffers on the way to run out
 
+constexpr WindowHandle kMuteWindow{1};
+
 sim::Config config_for(const PcmAudio& input, const NotebookSetup& setup) {
   sim::Config config;
   config.rate_hz = input.rate_hz;
@@ -96,6 +98,7 @@ RelayedAudio relay_on_notebook(const PcmAudio& input, const NotebookSetup& setup
   const auto traces = traces_to(setup.traces, scheduler);
   CAudioControl control(machine.seams());
   control.SetGenAndFunction(0, 0, 0, 0);
+  control.SetMuteWindow(kMuteWindow);
   control.SetEndpointForce(DataFlow::capture, {});
   control.SetEndpointForce(DataFlow::render, {});
   control.Start();
