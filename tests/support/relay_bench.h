@@ -7,6 +7,7 @@
 
 #include "platform/sim/machine.h"
 #include "relay/audio_control.h"
+#include "support/printers.h"
 #include "support/scripted_chains.h"
 #include "support/signals.h"
 #include "support/trace_log.h"

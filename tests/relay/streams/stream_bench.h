@@ -9,6 +9,7 @@
 #include "platform/sim/machine.h"
 #include "relay/capture_interface.h"
 #include "relay/render_interface.h"
+#include "support/printers.h"
 #include "support/scripted_chains.h"
 #include "support/signals.h"
 #include "support/trace_log.h"
