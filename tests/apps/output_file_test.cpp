@@ -66,11 +66,15 @@ TEST(OutputFile, WritesWhereALinkLeads) {
   EXPECT_EQ(bytes_of_file(folder / "real"), "new");
 }
 
-TEST(OutputFile, ReplacesWhatAKilledProcessOfTheSameNumberLeft) {
+TEST(OutputFile, KeepsThePermissionsOfTheFileThatItReplaces) {
   const TemporaryFolder folder;
-  folder.write(".sonivo-" + std::to_string(::getpid()) + ".tmp", "stale");
-  { const OutputFile file(folder / "out"); }
-  EXPECT_THAT(folder.entries(), IsEmpty());
+  folder.write("out.wav", "old");
+  ::chmod((folder / "out.wav").c_str(), 0640);
+  OutputFile file(folder / "out.wav");
+  file.commit();
+  struct stat status {};
+  ASSERT_EQ(::stat((folder / "out.wav").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640u);
 }
 
 TEST(OutputFile, IsRemovedWhenTheUserInterrupts) {

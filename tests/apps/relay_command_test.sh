@@ -77,6 +77,11 @@ expect "traces" 0 '^format' '^\[ +[0-9.]+ s\] ' relay in.wav out.wav --verbose
 expect "help" 0 'Example:' '^$' relay --help
 expect "version" 0 '^sonivo [0-9]' '^$' --version
 
+if "$sonivo" relay in.wav out.wav >/dev/full 2>.errors || [[ $(cat .errors) != 'error: cannot write the table to standard output; '* ]]; then
+  failed=$((failed + 1))
+  echo "FAILED: a table that nobody gets"
+else passed=$((passed + 1)); fi
+
 expect "no command" 2 '^$' '^error: [^'$'\n'']+$'
 expect "a period out of range" 2 '^$' "^error: --period takes 48 to 2048 frames, not '47'\$" relay in.wav out.wav --period 47
 expect "a chain that is not built" 1 '^$' '^error: the ai chain is not built into this version; use --chain none$' relay in.wav out.wav --chain ai

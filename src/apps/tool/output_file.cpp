@@ -1,6 +1,7 @@
 #include "apps/tool/output_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -8,6 +9,8 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
+#include <random>
+#include <string>
 
 #include "apps/tool/failure.h"
 
@@ -57,8 +60,8 @@ OutputFile::OutputFile(const std::string& name) : name_(name), target_(resolve(n
   if (std::filesystem::exists(target_, error) && !std::filesystem::is_regular_file(target_, error)) {
     throw Failure("'" + name + "' is a pipe or a device; give a file name");
   }
-  temporary_ = target_.parent_path() / (".sonivo-" + std::to_string(::getpid()) + ".tmp");
-  ::unlink(temporary_.c_str());  // of a process that had our number and was killed
+  std::random_device random;
+  temporary_ = target_.parent_path() / (".sonivo-" + std::to_string(random()) + "-" + std::to_string(random()));
   watch(temporary_);
   descriptor_ = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (descriptor_ < 0) {
@@ -67,6 +70,8 @@ OutputFile::OutputFile(const std::string& name) : name_(name), target_(resolve(n
     throw Failure("cannot create '" + name + "': " + std::strerror(reason) +
                   "; choose a folder that exists and can be written to");
   }
+  struct stat replaced {};
+  if (::stat(target_.c_str(), &replaced) == 0) ::fchmod(descriptor_, replaced.st_mode & 0777);
 }
 
 OutputFile::~OutputFile() {
