@@ -1,4 +1,5 @@
-// Options of `sonivo relay`, one argument a line: a parse either ends in an error or leaves every value in its range.
+// Arguments of `sonivo relay`, one a line: a parse either ends in an error or leaves every value in its range and both
+// names a file's.
 
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -23,6 +24,8 @@ bool in_range(const RelayOptions& options) {
          options.strength.value_or(0) <= 1;
 }
 
+bool is_file_name(const std::string& name) { return !name.empty() && name != "-"; }
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -36,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     command.parse(std::move(arguments));
     check_relay_options(options);
-    if (!in_range(options)) std::abort();
+    if (!in_range(options) || !is_file_name(options.input) || !is_file_name(options.output)) std::abort();
   } catch (const CLI::ParseError&) {
   } catch (const UsageError&) {
   }

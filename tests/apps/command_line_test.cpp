@@ -81,6 +81,29 @@ TEST(CommandLine, RefusesOptionsThatDoNotGoTogether) {
                      "--render carries the speaker direction, which has no chain; leave out --chain");
 }
 
+TEST(CommandLine, RefusesNamesThatAreNoFiles) {
+  const auto complaint_about = [](const std::string& input, const std::string& output) {
+    const Outcome outcome = run({"relay", input, output});
+    EXPECT_EQ(outcome.exit_code, 2);
+    EXPECT_EQ(outcome.output, "");
+    return outcome.errors;
+  };
+  EXPECT_EQ(complaint_about("-", "out.wav"), "error: IN must be a file: '-' for standard input is not supported\n");
+  EXPECT_EQ(complaint_about("in.wav", "-"), "error: OUT must be a file: '-' for standard output is not supported\n");
+  EXPECT_EQ(complaint_about("", "out.wav"), "error: IN takes the name of a file, not ''\n");
+  EXPECT_EQ(complaint_about("in.wav", ""), "error: OUT takes the name of a file, not ''\n");
+}
+
+TEST(CommandLine, WritesOutControlCharactersOfItsArguments) {
+  const Outcome failed = run({"relay", "/no\nwhere/\x1b[2Jin.wav", "out.wav"});
+  EXPECT_EQ(failed.exit_code, 1);
+  EXPECT_EQ(failed.errors,
+            "error: cannot open '/no\\nwhere/\\x1b[2Jin.wav': No such file or directory; check its name and its "
+            "permissions\n");
+  expect_wrong_usage({"--period=4\x1b"}, "--period takes 48 to 2048 frames, not '4\\x1b'");
+  expect_wrong_usage({"mo\nre"}, "The following argument was not expected: mo\\nre");
+}
+
 TEST(CommandLine, SaysWhichChainsAreNotBuilt) {
   for (const std::string chain : {"keycancel", "beamforming", "ai"}) {
     const Outcome outcome = run({"relay", "in.wav", "out.wav", "--chain", chain});

@@ -1,5 +1,6 @@
 #include "apps/tool/output_file.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -66,6 +67,43 @@ TEST(OutputFile, WritesWhereALinkLeads) {
   EXPECT_EQ(bytes_of_file(folder / "real"), "new");
 }
 
+TEST(OutputFile, WritesWhereALinkLeadsThoughNothingIsThereYet) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directory(folder / "inner");
+  std::filesystem::create_symlink("inner/second", folder / "first");
+  std::filesystem::create_symlink("real", folder / "inner/second");
+  {
+    const OutputFile file(folder / "first");
+    write(file, "ne");
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder / "inner/real"));
+  OutputFile file(folder / "first");
+  write(file, "new");
+  file.commit();
+  EXPECT_THAT(folder.entries(), ElementsAre("first", "inner"));
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "first"));
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "inner/second"));
+  EXPECT_EQ(bytes_of_file(folder / "inner/real"), "new");
+}
+
+TEST(OutputFile, RefusesALinkIntoAFolderThatDoesNotExist) {
+  const TemporaryFolder folder;
+  std::filesystem::create_symlink("gone/out.wav", folder / "link");
+  const std::string name = folder / "link";
+  EXPECT_EQ(complaint_about(name), "cannot create '" + name +
+                                       "': No such file or directory; choose a folder that exists and can be written "
+                                       "to");
+}
+
+TEST(OutputFile, RefusesALinkToItself) {
+  const TemporaryFolder folder;
+  std::filesystem::create_symlink("link", folder / "link");
+  const std::string name = folder / "link";
+  EXPECT_EQ(complaint_about(name),
+            "cannot create '" + name + "': Too many levels of symbolic links; choose another name");
+  EXPECT_TRUE(std::filesystem::is_symlink(name));
+}
+
 TEST(OutputFile, KeepsThePermissionsOfTheFileThatItReplaces) {
   const TemporaryFolder folder;
   folder.write("out.wav", "old");
@@ -121,6 +159,35 @@ TEST(OutputFile, RefusesAFolderAsAFile) {
 
 TEST(OutputFile, RefusesADevice) {
   EXPECT_EQ(complaint_about("/dev/null"), "'/dev/null' is a pipe or a device; give a file name");
+}
+
+TEST(OutputFile, RefusesALinkToADevice) {
+  const TemporaryFolder folder;
+  std::filesystem::create_symlink("/dev/null", folder / "link");
+  const std::string name = folder / "link";
+  EXPECT_EQ(complaint_about(name), "'" + name + "' is a pipe or a device; give a file name");
+}
+
+TEST(OutputFile, RefusesAPipe) {
+  const TemporaryFolder folder;
+  const std::string name = folder / "pipe";
+  ASSERT_EQ(::mkfifo(name.c_str(), 0600), 0);
+  EXPECT_EQ(complaint_about(name), "'" + name + "' is a pipe or a device; give a file name");
+}
+
+TEST(OutputFile, RefusesAFileThatARedirectionHasOpen) {
+  const TemporaryFolder folder;
+  const std::string name = folder.write("out.wav", "old");
+  const int descriptor = ::open(name.c_str(), O_WRONLY);
+  ASSERT_GE(descriptor, 0);
+  ASSERT_LT(descriptor, 10);
+  for (const std::string& alias : {name, "/dev/fd/" + std::to_string(descriptor)}) {
+    EXPECT_EQ(complaint_about(alias),
+              "'" + alias + "' belongs to a redirection of this command; give the name of another file");
+  }
+  ::close(descriptor);
+  EXPECT_EQ(complaint_about(name), "none");
+  EXPECT_EQ(bytes_of_file(name), "old");
 }
 
 }  // namespace

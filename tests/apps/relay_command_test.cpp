@@ -158,6 +158,21 @@ TEST_F(RelayCommand, TracesWithTheVirtualTime) {
   EXPECT_GT(count, 0u);
 }
 
+TEST_F(RelayCommand, TakesAStreamedFileForItsWholeLength) {
+  WavBytes wav;
+  wav.data_size = 0xFFFFFFFF;
+  wav.audio = std::string(9600, 'x');
+  folder_.write("in.wav", wav.text());
+  std::ostringstream output;
+  std::ostringstream errors;
+  const std::vector<std::string> arguments{"relay", folder_ / "in.wav", folder_ / "out.wav"};
+  ASSERT_EQ(run_command_line(arguments, output, errors), 0) << errors.str();
+  wav.data_size = 9600;
+  const PcmAudio input = read_wav(folder_.write("plain.wav", wav.text()), std::nullopt);
+  const PcmAudio relayed = read_wav(folder_ / "out.wav", std::nullopt);
+  expect_exact(input, relayed, leading_zero_frames(relayed));
+}
+
 TEST_F(RelayCommand, LeavesNothingBehindWhenItFails) {
   folder_.write("in.wav", "no WAV");
   std::ostringstream output;

@@ -49,6 +49,22 @@ expect() {
   fi
 }
 
+# Usage: check NAME FUNCTION
+check() {
+  if "$2"; then passed=$((passed + 1)); else
+    failed=$((failed + 1))
+    printf 'FAILED: %s\n' "$1"
+    cat .errors
+  fi
+}
+relays() { "$sonivo" relay "$@" >.output 2>.errors; }
+says() { [[ $(cat .errors) == "error: $1"* ]]; }
+
+# Copies a file with a field of its head replaced.
+with_field() { # FROM TO OFFSET SIZE VALUE
+  { head -c "$3" "$1" && bytes "$5" "$4" && tail -c +$(($3 + $4 + 1)) "$1"; } >"$2"
+}
+
 make_wav in.wav 48000 2
 make_wav cd.wav 44100 1
 make_wav telephone.wav 8000 1
@@ -56,10 +72,18 @@ make_wav nine.wav 48000 9
 make_wav narrow.wav 48000 2 12
 make_wav none.wav 48000 0
 head -c 1000 in.wav >cut.wav
+with_field in.wav streamed.wav 40 4 $((0xFFFFFFFF))
+with_field in.wav unfinished.wav 40 4 0
+with_field in.wav uneven.wav 40 4 191999
+with_field in.wav misrated.wav 28 4 48000
+with_field in.wav misaligned.wav 32 2 2
+{ printf RF64 && tail -c +5 in.wav; } >long.wav
 printf 'hello' >text.wav
 : >empty.wav
 mkdir folder
 ln -s in.wav link.wav
+ln -s in.wav ./-in.wav
+mkfifo pipe.wav
 
 table='^format +48000 Hz, 16 bits, 2 channels
 latency +[0-9]+ frames, [0-9.]+ ms microphone to application
@@ -73,35 +97,96 @@ expect "the microphone path" 0 "$table" '^$' relay in.wav out.wav
 expect "another rate, width and period" 0 '44100 Hz, 24 bits, 1 channel' '^$' \
   relay cd.wav out.wav --bits 24 --period 2048 --drift -300
 expect "the speaker path" 0 'application to speaker' '^$' relay in.wav out.wav --render
+expect "a streamed file" 0 "$table" '^$' relay streamed.wav out.wav
+expect "a name with a dash" 0 'application to speaker' '^$' relay --render -- -in.wav out.wav
 expect "traces" 0 '^format' '^\[ +[0-9.]+ s\] ' relay in.wav out.wav --verbose
 expect "help" 0 'Example:' '^$' relay --help
 expect "version" 0 '^sonivo [0-9]' '^$' --version
 
-if "$sonivo" relay in.wav out.wav >/dev/full 2>.errors || [[ $(cat .errors) != 'error: cannot write the table to standard output; '* ]]; then
-  failed=$((failed + 1))
-  echo "FAILED: a table that nobody gets"
-else passed=$((passed + 1)); fi
+dashes() {
+  relays -- -in.wav -out.wav && [[ -s ./-out.wav ]] && rm ./-out.wav && relays in.wav -- -out.wav && [[ -s ./-out.wav ]]
+}
+check "names with dashes" dashes
+rm -f ./-out.wav
+
+link_to_nothing() { relays in.wav dangling.wav && [[ -L dangling.wav && -f folder/real.wav && -s folder/real.wav ]]; }
+ln -s folder/real.wav dangling.wav
+check "a link to a file that is not there yet" link_to_nothing
+rm -f dangling.wav folder/real.wav
+
+link_to_nothing_fails() {
+  ! (ulimit -S -f 100 && relays in.wav dangling.wav) && says "cannot write 'dangling.wav': File too large; " &&
+    [[ -L dangling.wav && -z $(ls -A folder) ]]
+}
+ln -s folder/real.wav dangling.wav
+check "a link to a file that does not become whole" link_to_nothing_fails
+rm -f dangling.wav folder/real.wav
+
+nobody_gets_the_table() {
+  ! "$sonivo" relay in.wav out.wav >/dev/full 2>.errors && says 'cannot write the table to standard output; '
+}
+check "a table that nobody gets" nobody_gets_the_table
+
+refused() { [[ $1 -eq 1 && ! -s stream ]] && says "$2"; }
+redirected_output() {
+  "$sonivo" relay in.wav /dev/stdout >stream 2>.errors
+  refused $? "'/dev/stdout' belongs to a redirection of this command; "
+}
+redirected_descriptor() {
+  "$sonivo" relay in.wav /dev/fd/3 3>stream 2>.errors
+  refused $? "'/dev/fd/3' belongs to a redirection of this command; "
+}
+table_into_the_output() {
+  "$sonivo" relay in.wav stream >stream 2>.errors
+  refused $? "'stream' belongs to a redirection of this command; "
+}
+piped_output() {
+  "$sonivo" relay in.wav /dev/stdout 2>.errors | cat >stream
+  refused "${PIPESTATUS[0]}" "'/dev/stdout' is a pipe or a device; "
+}
+check "standard output, redirected, as output" redirected_output
+check "another redirection as output" redirected_descriptor
+check "the table's file as output" table_into_the_output
+check "standard output, piped, as output" piped_output
+rm -f stream
 
 expect "no command" 2 '^$' '^error: [^'$'\n'']+$'
 expect "a period out of range" 2 '^$' "^error: --period takes 48 to 2048 frames, not '47'\$" relay in.wav out.wav --period 47
+expect "standard input" 2 '^$' "^error: IN must be a file: '-' for standard input is not supported\$" relay - out.wav
+expect "standard output" 2 '^$' "^error: OUT must be a file: '-' for standard output is not supported\$" relay in.wav -
+expect "an input without a name" 2 '^$' "^error: IN takes the name of a file, not ''\$" relay '' out.wav
+expect "an output without a name" 2 '^$' "^error: OUT takes the name of a file, not ''\$" relay in.wav ''
+expect "control characters in the name of the input" 1 '^$' "^error: cannot open 'a\\\\n\\\\x1b\[2J': No such file" relay $'a\n\e[2J' out.wav
+expect "control characters in the name of the output" 1 '^$' "^error: cannot create 'gone\\\\x07/b': No such file" relay in.wav $'gone\a/b'
 expect "a chain that is not built" 1 '^$' '^error: the ai chain is not built into this version; use --chain none$' relay in.wav out.wav --chain ai
 expect "no such file" 1 '^$' "^error: cannot open 'gone.wav': No such file or directory; [^"$'\n'']+$' relay gone.wav out.wav
 expect "a text file" 1 '^$' "^error: 'text.wav' is not a WAV file; [^"$'\n'']+$' relay text.wav out.wav
 expect "an empty file" 1 '^$' "^error: 'empty.wav' is empty; [^"$'\n'']+$' relay empty.wav out.wav
 expect "a truncated file" 1 '^$' "^error: 'cut.wav' is truncated: its header promises 192000 bytes of audio, the file holds 956; " \
   relay cut.wav out.wav
+expect "a size that was never filled in" 1 '^$' "^error: 'unfinished.wav' promises no audio in its header, though 192000 bytes follow; " \
+  relay unfinished.wav out.wav
+expect "a part of a frame" 1 '^$' "^error: 'uneven.wav' is damaged: its 191999 bytes of audio do not end with a whole frame of 4; " \
+  relay uneven.wav out.wav
+expect "a wrong byte rate" 1 '^$' "^error: 'misrated.wav' is damaged: its seconds have 48000 bytes where its format needs 192000; " \
+  relay misrated.wav out.wav
+expect "a wrong frame size" 1 '^$' "^error: 'misaligned.wav' is damaged: its frames have 2 bytes where its format needs 4; " \
+  relay misaligned.wav out.wav
+expect "a 64-bit file" 1 '^$' "^error: 'long.wav' is a 64-bit WAV file \(RF64\), which is not supported; convert it to plain WAV\$" \
+  relay long.wav out.wav
 expect "an unsupported rate" 1 '^$' "^error: 'telephone.wav' has a sampling rate of 8000 Hz; " relay telephone.wav out.wav
 expect "an unsupported width" 1 '^$' "^error: 'narrow.wav' [^"$'\n'']+12' relay narrow.wav out.wav
 expect "nine channels" 1 '^$' "^error: 'nine.wav' has 9 channels; " relay nine.wav out.wav
 expect "no channels" 1 '^$' "^error: 'none.wav' has 0 channels; " relay none.wav out.wav
 expect "a folder as input" 1 '^$' "^error: 'folder' is a folder; " relay folder out.wav
-expect "standard input" 1 '^$' "^error: '/dev/null' is a pipe or a device; " relay /dev/null out.wav
+expect "a device as input" 1 '^$' "^error: '/dev/null' is a pipe or a device; " relay /dev/null out.wav
 expect "the same file" 1 '^$' "^error: 'in.wav' is the input itself; " relay in.wav in.wav
 expect "the same file through a link" 1 '^$' "^error: 'link.wav' is the input itself; " relay in.wav link.wav
 expect "a missing output folder" 1 '^$' "^error: cannot create 'gone/out.wav': No such file or directory; " relay in.wav gone/out.wav
 expect "an output folder that takes no files" 1 '^$' "^error: cannot create '/proc/out.wav': " relay in.wav /proc/out.wav
 expect "a file as output folder" 1 '^$' "^error: cannot create 'text.wav/out.wav': Not a directory; " relay in.wav text.wav/out.wav
 expect "a folder as output" 1 '^$' "^error: 'folder' is a folder; " relay in.wav folder
+expect "a pipe as output" 1 '^$' "^error: 'pipe.wav' is a pipe or a device; " relay in.wav pipe.wav
 expect "a device as output" 1 '^$' "^error: '/dev/null' is a pipe or a device; " relay in.wav /dev/null
 
 limit=$(ulimit -f)

@@ -25,7 +25,9 @@ struct WavBytes {
   std::uint32_t rate_hz = 48000;
   std::uint16_t bits = 16;
   std::optional<std::uint16_t> block_align;
-  std::optional<std::uint32_t> data_size;  ///< what the head claims
+  std::optional<std::uint32_t> byte_rate;
+  std::optional<std::uint16_t> valid_bits;  ///< of an extensible format
+  std::optional<std::uint32_t> data_size;   ///< what the head claims
   std::string audio;
 
   std::uint16_t frame_bytes() const { return block_align.value_or(static_cast<std::uint16_t>(channels * (bits / 8))); }
@@ -34,12 +36,12 @@ struct WavBytes {
     const bool extensible = tag == 0xFFFE;
     std::string text = "fmt " + little_endian(extensible ? 40 : 16, 4) + little_endian(tag, 2) +
                        little_endian(channels, 2) + little_endian(rate_hz, 4) +
-                       little_endian(std::uint64_t{rate_hz} * frame_bytes(), 4) + little_endian(frame_bytes(), 2) +
+                       little_endian(byte_rate.value_or(rate_hz * frame_bytes()), 4) + little_endian(frame_bytes(), 2) +
                        little_endian(bits, 2);
     if (extensible) {
       const std::string pcm_guid_tail("\x00\x00\x00\x00\x10\x00\x80\x00\x00\xAA\x00\x38\x9B\x71", 14);
-      text += little_endian(22, 2) + little_endian(bits, 2) + little_endian((1u << channels) - 1, 4) +
-              little_endian(1, 2) + pcm_guid_tail;
+      text += little_endian(22, 2) + little_endian(valid_bits.value_or(bits), 2) +
+              little_endian((1u << channels) - 1, 4) + little_endian(1, 2) + pcm_guid_tail;
     }
     return text;
   }
@@ -50,8 +52,8 @@ struct WavBytes {
 
   std::string text() const { return riff(format_chunk() + data_chunk()); }
 
-  static std::string riff(const std::string& chunks) {
-    return "RIFF" + little_endian(chunks.size() + 4, 4) + "WAVE" + chunks;
+  static std::string riff(const std::string& chunks, const std::string& name = "RIFF") {
+    return name + little_endian(chunks.size() + 4, 4) + "WAVE" + chunks;
   }
 };
 

@@ -74,6 +74,28 @@ TEST(ReadWav, ReadsFilesThatAreLongerThanAChunk) {
   EXPECT_EQ(read_wav(folder.write("in.wav", wav.text()), 16).bytes, as_bytes(wav.audio));
 }
 
+TEST(ReadWav, ReadsToTheEndWhatHasNoSize) {
+  const TemporaryFolder folder;
+  WavBytes wav;
+  wav.channels = 2;
+  wav.data_size = 0xFFFFFFFF;
+  wav.audio = "abcdefgh";
+  EXPECT_EQ(read_wav(folder.write("in.wav", wav.text()), std::nullopt).bytes, as_bytes("abcdefgh"));
+  wav.audio = "abcdefghijk";
+  EXPECT_EQ(read_wav(folder.write("in.wav", wav.text()), std::nullopt).bytes, as_bytes("abcdefgh"));
+}
+
+TEST(ReadWav, ReadsToTheEndWhatHasNoSizeInAnyFormat) {
+  const TemporaryFolder folder;
+  WavBytes wav;
+  wav.tag = 0xFFFE;
+  wav.bits = 24;
+  wav.valid_bits = 20;
+  wav.data_size = 0xFFFFFFFF;
+  wav.audio = "abcdefg";  // a byte of padding
+  EXPECT_EQ(read_wav(folder.write("in.wav", wav.text()), std::nullopt).bytes, as_bytes("abcdef"));
+}
+
 TEST(ReadWav, RefusesAFileThatIsNotThere) {
   EXPECT_EQ(complaint_of([] { read_wav("/nowhere/in.wav", 16); }),
             "cannot open '/nowhere/in.wav': No such file or directory; check its name and its permissions");

@@ -11,22 +11,26 @@
 namespace sonivo::tool {
 namespace {
 
-WavHeader parse(const std::string& bytes) {
-  return read_wav_header("in.wav", bytes.size(), [&bytes](std::uint64_t offset, std::span<std::byte> target) {
+WavHeader parse(const std::string& bytes, std::uint64_t file_bytes) {
+  return read_wav_header("in.wav", file_bytes, [&bytes](std::uint64_t offset, std::span<std::byte> target) {
     const std::size_t count = std::min<std::size_t>(target.size(), bytes.size() - std::min(bytes.size(), offset));
     std::memcpy(target.data(), bytes.data() + offset, count);
     return count;
   });
 }
 
-std::string complaint_about(const std::string& bytes) {
+WavHeader parse(const std::string& bytes) { return parse(bytes, bytes.size()); }
+
+std::string complaint_about(const std::string& bytes, std::uint64_t file_bytes) {
   try {
-    parse(bytes);
+    parse(bytes, file_bytes);
   } catch (const Failure& failure) {
     return failure.what();
   }
   return "none";
 }
+
+std::string complaint_about(const std::string& bytes) { return complaint_about(bytes, bytes.size()); }
 
 TEST(WavHeader, TellsWhatAPlainFileHolds) {
   WavBytes wav;
@@ -66,11 +70,51 @@ TEST(WavHeader, SkipsOtherChunksAndTheirPadding) {
   EXPECT_EQ(parse(WavBytes::riff(odd_chunk + wav.format_chunk() + odd_chunk + wav.data_chunk())).frames, 2u);
 }
 
-TEST(WavHeader, CountsWholeFramesOnly) {
+TEST(WavHeader, TakesAnUnknownSizeAsAllUpToTheEnd) {
+  WavBytes wav;
+  wav.channels = 2;
+  wav.data_size = 0xFFFFFFFF;
+  for (const std::size_t bytes : {8u, 9u, 11u}) {
+    wav.audio = std::string(bytes, 'x');
+    EXPECT_EQ(parse(wav.text()).frames, 2u) << bytes;
+  }
+}
+
+TEST(WavHeader, RefusesAnUnknownSizeThatTurnsOutToBeNone) {
+  WavBytes wav;
+  wav.data_size = 0xFFFFFFFF;
+  const std::string text = "'in.wav' holds no audio; give a WAV file with audio in it";
+  EXPECT_EQ(complaint_about(wav.text()), text);
+  wav.audio = "x";
+  EXPECT_EQ(complaint_about(wav.text()), text);
+}
+
+TEST(WavHeader, RefusesAnUnknownSizeBeyondThatOfAWavFile) {
+  WavBytes wav;
+  wav.data_size = 0xFFFFFFFF;
+  const std::string head = wav.text();
+  EXPECT_EQ(complaint_about(head, head.size() + 0x100000000),
+            "'in.wav' holds more than the 4 GiB of a WAV file; cut it into shorter ones");
+}
+
+TEST(WavHeader, RefusesAPartOfAFrame) {
   WavBytes wav;
   wav.channels = 2;
   wav.audio = std::string(11, 'x');
-  EXPECT_EQ(parse(wav.text()).frames, 2u);
+  EXPECT_EQ(complaint_about(wav.text()),
+            "'in.wav' is damaged: its 11 bytes of audio do not end with a whole frame of 4; make or copy it again");
+  wav.audio = "abc";
+  EXPECT_EQ(complaint_about(wav.text()),
+            "'in.wav' is damaged: its 3 bytes of audio do not end with a whole frame of 4; make or copy it again");
+}
+
+TEST(WavHeader, RefusesASizeThatWasNeverFilledIn) {
+  WavBytes wav;
+  wav.audio = std::string(10, 'x');
+  wav.data_size = 0;
+  EXPECT_EQ(complaint_about(wav.text()),
+            "'in.wav' promises no audio in its header, though 10 bytes follow; if they are audio, mend it with "
+            "sox --ignore-length");
 }
 
 TEST(WavHeader, RefusesAnEmptyFile) {
@@ -82,6 +126,15 @@ TEST(WavHeader, RefusesWhatIsNoWavFile) {
   EXPECT_EQ(complaint_about("R"), text);
   EXPECT_EQ(complaint_about("RIFF....AVI fmt "), text);
   EXPECT_EQ(complaint_about("fLaC and more than twelve bytes"), text);
+}
+
+TEST(WavHeader, RefusesFilesOf64Bits) {
+  WavBytes wav;
+  wav.audio = "abcd";
+  for (const std::string name : {"RF64", "BW64"}) {
+    EXPECT_EQ(complaint_about(WavBytes::riff(wav.format_chunk() + wav.data_chunk(), name)),
+              "'in.wav' is a 64-bit WAV file (" + name + "), which is not supported; convert it to plain WAV");
+  }
 }
 
 TEST(WavHeader, RefusesAFileThatEndsBeforeItsAudio) {
@@ -127,6 +180,37 @@ TEST(WavHeader, RefusesFramesOfAnotherSizeThanTheFormatNeeds) {
   wav.block_align = 3;
   EXPECT_EQ(complaint_about(wav.text()),
             "'in.wav' is damaged: its frames have 3 bytes where its format needs 4; make or copy it again");
+}
+
+TEST(WavHeader, RefusesSecondsOfAnotherSizeThanTheFormatNeeds) {
+  WavBytes wav;
+  wav.channels = 2;
+  wav.byte_rate = 96000;
+  EXPECT_EQ(complaint_about(wav.text()),
+            "'in.wav' is damaged: its seconds have 96000 bytes where its format needs 192000; make or copy it again");
+}
+
+TEST(WavHeader, RefusesValidBitsThatItsSamplesCannotHave) {
+  WavBytes wav;
+  wav.tag = 0xFFFE;
+  wav.bits = 24;
+  for (const std::uint16_t valid : {std::uint16_t{0}, std::uint16_t{25}, std::uint16_t{65535}}) {
+    wav.valid_bits = valid;
+    EXPECT_EQ(complaint_about(wav.text()), "'in.wav' is damaged: it says that " + std::to_string(valid) +
+                                               " bits of its 24-bit samples are valid; make or copy it again");
+  }
+}
+
+TEST(WavHeader, TakesSamplesThatAreNotValidToTheLastBit) {
+  WavBytes wav;
+  wav.tag = 0xFFFE;
+  wav.bits = 24;
+  wav.audio = "abcdef";
+  for (const std::uint16_t valid : {std::uint16_t{1}, std::uint16_t{20}, std::uint16_t{24}}) {
+    wav.valid_bits = valid;
+    EXPECT_EQ(parse(wav.text()).bits, 24);
+    EXPECT_EQ(parse(wav.text()).frames, 2u);
+  }
 }
 
 TEST(WavHeader, RefusesChannelCountsThatCannotBeRelayed) {

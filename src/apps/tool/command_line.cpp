@@ -5,9 +5,11 @@
 #include <exception>
 #include <new>
 #include <ostream>
+#include <string_view>
 #include <vector>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/printable.h"
 #include "apps/tool/relay_command.h"
 #include "apps/tool/relay_options.h"
 
@@ -26,11 +28,12 @@ constexpr const char* kRelayDescription =
 
 constexpr const char* kRelayExample =
     "Example:\n"
-    "  sonivo relay speech.wav recorded.wav --period 441 --drift 100\n";
+    "  sonivo relay speech.wav recorded.wav --period 441 --drift 100\n"
+    "File names that start with a dash come last, after --:\n"
+    "  sonivo relay --render -- -speech.wav -played.wav\n";
 
-int report(std::ostream& errors, std::string text, int exit_code) {
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  errors << "error: " << text << '\n';
+int report(std::ostream& errors, std::string_view text, int exit_code) {
+  errors << "error: " << printable(text) << '\n';
   return exit_code;
 }
 

@@ -44,22 +44,44 @@ void watch(const std::filesystem::path& temporary) {
 
 void unwatch() { replace_action(remove_pending_file, SIG_DFL); }
 
-/// Where the file is to go when the name is a link.
+/// Whether the command was started with a redirection from or to the file; /dev/stdout is one of its names then.
+bool is_redirection(const struct stat& file) {
+  constexpr int kRedirections = 10;  // those that every shell has: 0 to 9
+  for (int descriptor = 0; descriptor < kRedirections; ++descriptor) {
+    struct stat open {};
+    if (::fstat(descriptor, &open) == 0 && open.st_dev == file.st_dev && open.st_ino == file.st_ino) return true;
+  }
+  return false;
+}
+
+void refuse_all_but_a_file_of_its_own(const std::string& name, const struct stat& existing) {
+  if (S_ISDIR(existing.st_mode)) throw Failure("'" + name + "' is a folder; give a file name in it");
+  if (!S_ISREG(existing.st_mode)) throw Failure("'" + name + "' is a pipe or a device; give a file name");
+  if (is_redirection(existing)) {
+    throw Failure("'" + name + "' belongs to a redirection of this command; give the name of another file");
+  }
+}
+
+/// Where the file is to go: the end of the links that the name may be, also when there is no file yet.
 std::filesystem::path resolve(const std::string& name) {
+  constexpr int kMaxLinks = 40;  // as the kernel has it
+  std::filesystem::path path = name;
   std::error_code error;
-  const auto path = std::filesystem::weakly_canonical(name, error);
-  return error ? std::filesystem::path(name) : path;
+  for (int links = 0; std::filesystem::is_symlink(path, error); ++links) {
+    if (links == kMaxLinks) {
+      throw Failure("cannot create '" + name + "': " + std::strerror(ELOOP) + "; choose another name");
+    }
+    path = path.parent_path() / std::filesystem::read_symlink(path, error);
+  }
+  return path;
 }
 
 }  // namespace
 
 OutputFile::OutputFile(const std::string& name) : name_(name), target_(resolve(name)) {
-  std::error_code error;
-  if (std::filesystem::is_directory(target_, error))
-    throw Failure("'" + name + "' is a folder; give a file name in it");
-  if (std::filesystem::exists(target_, error) && !std::filesystem::is_regular_file(target_, error)) {
-    throw Failure("'" + name + "' is a pipe or a device; give a file name");
-  }
+  struct stat existing {};
+  const bool replaces = ::stat(name.c_str(), &existing) == 0;
+  if (replaces) refuse_all_but_a_file_of_its_own(name, existing);
   std::random_device random;
   temporary_ = target_.parent_path() / (".sonivo-" + std::to_string(random()) + "-" + std::to_string(random()));
   watch(temporary_);
@@ -70,8 +92,7 @@ OutputFile::OutputFile(const std::string& name) : name_(name), target_(resolve(n
     throw Failure("cannot create '" + name + "': " + std::strerror(reason) +
                   "; choose a folder that exists and can be written to");
   }
-  struct stat replaced {};
-  if (::stat(target_.c_str(), &replaced) == 0) ::fchmod(descriptor_, replaced.st_mode & 0777);
+  if (replaces) ::fchmod(descriptor_, existing.st_mode & 0777);
 }
 
 OutputFile::~OutputFile() {

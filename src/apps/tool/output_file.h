@@ -5,11 +5,13 @@
 
 namespace sonivo::tool {
 
-/// A file that appears under its name whole or not at all: written under a temporary name beside it, then renamed.
+/// A file that appears under its name, or where the links of that name lead, whole or not at all: written under a
+/// temporary name beside it, then renamed.
 /// What was not committed is removed, on SIGINT, SIGTERM and SIGHUP too. One at a time.
 class OutputFile {
  public:
-  /// Creates the temporary file, so that a folder that can't be written to is found before the work. Throws Failure.
+  /// Creates the temporary file, so that a folder that can't be written to is found before the work. Throws Failure,
+  /// also for what is no file or belongs to a redirection.
   explicit OutputFile(const std::string& name);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;

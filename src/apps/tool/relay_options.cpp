@@ -56,6 +56,11 @@ double parse_strength(const std::string& text) {
   return *strength;
 }
 
+void check_file_name(const std::string& argument, const std::string& name, const std::string& stream) {
+  if (name.empty()) refuse(argument, "the name of a file", name);
+  if (name == "-") throw UsageError(argument + " must be a file: '-' for " + stream + " is not supported");
+}
+
 /// An option whose text `parse` turns into the value of `field`.
 template <typename Field, typename Value>
 CLI::Option* add_parsed(CLI::App& command, const std::string& name, Field& field, Value (*parse)(const std::string&),
@@ -96,6 +101,8 @@ void add_relay_options(CLI::App& command, RelayOptions& options) {
 }
 
 void check_relay_options(const RelayOptions& options) {
+  check_file_name("IN", options.input, "standard input");
+  check_file_name("OUT", options.output, "standard output");
   if (options.render && options.chain != Chain::none) {
     throw UsageError("--render carries the speaker direction, which has no chain; leave out --chain");
   }

@@ -38,7 +38,7 @@ std::string to_string(Chain chain);
 /// ends the parse with an error.
 void add_relay_options(CLI::App& command, RelayOptions& options);
 
-/// Throws UsageError for options that don't go together.
+/// Throws UsageError for options that don't go together and for names that are no file's.
 void check_relay_options(const RelayOptions& options);
 
 }  // namespace sonivo::tool
