@@ -1,16 +1,21 @@
 #pragma once
 
-#include <cstdint>
+#include "platform/foreground.h"
+#include "platform/input.h"
+#include "platform/message_queue.h"
+#include "platform/painting.h"
+#include "platform/window_messages.h"
+#include "platform/windows.h"
 
 namespace sonivo {
 
-enum class WindowHandle : std::uint64_t { none = 0 };
-
-class Desktop {
+/// The desktop of the session: message queues, and what they bring messages from. Its parts live as long as it does.
+class Desktop : public MessageQueue {
  public:
-  virtual ~Desktop() = default;
-  /// Queues a message to a window and returns at once; any thread.
-  virtual void post_message(WindowHandle window, std::uint32_t message, std::uint64_t wParam) = 0;
+  virtual Windows& windows() = 0;
+  virtual Foreground& foreground() = 0;
+  virtual Painting& painting() = 0;
+  virtual Input& input() = 0;
 };
 
 }  // namespace sonivo

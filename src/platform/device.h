@@ -10,7 +10,7 @@
 #include "base/event.h"
 #include "base/guid.h"
 #include "base/status.h"
-#include "platform/desktop.h"
+#include "platform/message.h"
 
 namespace sonivo {
 
@@ -59,7 +59,7 @@ class RemovalNotice {
   virtual ~RemovalNotice() = default;
 };
 
-/// What a removal message carries.
+/// What kWmDeviceChange with kDeviceQueryRemove carries.
 struct DeviceBroadcast {
   std::uint32_t devicetype = 0;
   const Device* handle = nullptr;

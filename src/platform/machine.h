@@ -8,6 +8,8 @@
 #include "platform/endpoints.h"
 #include "platform/folders.h"
 #include "platform/fx_properties.h"
+#include "platform/power.h"
+#include "platform/processes.h"
 #include "platform/session.h"
 
 namespace sonivo {
@@ -21,7 +23,9 @@ struct Machine {
   Endpoints& endpoints;
   FxProperties& fx_properties;
   Session& session;
+  Power& power;
   Desktop& desktop;
+  Processes& processes;
   Folders& folders;
 };
 

@@ -202,6 +202,8 @@ TEST_F(SchedulerTest, ThreadsTellTheirNamePriorityAndClass) {
     EXPECT_NE(token, 0u);
     const std::array<Event*, 1> events{stop.get()};
     scheduler.wait_any(events);
+    scheduler.leave_audio_class(token + 1);
+    scheduler.sleep_ms(5);
     scheduler.leave_audio_class(token);
     scheduler.sleep_ms(5);
   });
@@ -212,7 +214,10 @@ TEST_F(SchedulerTest, ThreadsTellTheirNamePriorityAndClass) {
   EXPECT_TRUE(scheduler.threads()[0].in_audio_class);
   stop->set();
   scheduler.sleep_ms(1);
+  EXPECT_TRUE(scheduler.threads()[0].in_audio_class) << "that was no token of its";
+  scheduler.sleep_ms(5);
   EXPECT_FALSE(scheduler.threads()[0].in_audio_class);
+  EXPECT_EQ(script.count(Step::audio_class_leave), 2u);
   thread->join();
 }
 

@@ -23,7 +23,9 @@ std::string guid_part(const std::string& id) { return id.substr(id.find(".{") + 
 SimMachine::SimMachine(const Config& config)
     : scheduler_(script_, config.schedule),
       desktop_(scheduler_, script_),
-      session_(script_),
+      session_(desktop_.model()),
+      power_(desktop_.model()),
+      processes_(scheduler_, script_, session_),
       folders_(config.folder),
       driver_(scheduler_, script_, desktop_, config.pins, config.echo_filter),
       endpoints_(scheduler_, script_),
@@ -50,7 +52,9 @@ Machine SimMachine::seams() {
           .endpoints = endpoints_,
           .fx_properties = fx_,
           .session = session_,
+          .power = power_,
           .desktop = desktop_,
+          .processes = processes_,
           .folders = folders_};
 }
 
@@ -73,6 +77,15 @@ Leaks SimMachine::leaks() {
           .property_stores = count(live.stores),
           .registered_callbacks = endpoints_.registered_callbacks(),
           .fx_objects = fx_.live_objects(),
+          .session_registrations = session_.registrations(),
+          .power_registrations = power_.registrations(),
+          .windows = desktop_.windows().live_windows(),
+          .timers = desktop_.windows().live_timers(),
+          .hooks = desktop_.input().live_hooks(),
+          .attached_inputs = desktop_.foreground().attached_inputs(),
+          .bitmaps = desktop_.painting().live_bitmaps(),
+          .painters = desktop_.painting().live_painters(),
+          .process_handles = processes_.live_handles(),
           .events = scheduler_.live_events(),
           .threads = scheduler_.live_threads()};
 }

@@ -10,6 +10,8 @@
 #include "platform/sim/endpoints.h"
 #include "platform/sim/folders.h"
 #include "platform/sim/fx.h"
+#include "platform/sim/power.h"
+#include "platform/sim/processes.h"
 #include "platform/sim/scheduler.h"
 #include "platform/sim/script.h"
 #include "platform/sim/session.h"
@@ -46,6 +48,15 @@ struct Leaks {
   std::size_t property_stores = 0;
   std::size_t registered_callbacks = 0;
   std::size_t fx_objects = 0;
+  std::size_t session_registrations = 0;
+  std::size_t power_registrations = 0;
+  std::size_t windows = 0;
+  std::size_t timers = 0;
+  std::size_t hooks = 0;
+  std::size_t attached_inputs = 0;
+  std::size_t bitmaps = 0;
+  std::size_t painters = 0;
+  std::size_t process_handles = 0;
   std::size_t events = 0;
   std::size_t threads = 0;
 
@@ -69,7 +80,9 @@ class SimMachine {
   EndpointModel& endpoint(const std::string& id) { return endpoints_.at(id); }
   SimFxProperties& fx() { return fx_; }
   SimSession& session() { return session_; }
+  SimPower& power() { return power_; }
   SimDesktop& desktop() { return desktop_; }
+  SimProcesses& processes() { return processes_; }
 
   /// Lets virtual time pass.
   void run_for(std::uint32_t ms) { scheduler_.pass(ms * kMillisecond); }
@@ -83,6 +96,8 @@ class SimMachine {
   Scheduler scheduler_;
   SimDesktop desktop_;
   SimSession session_;
+  SimPower power_;
+  SimProcesses processes_;
   SimFolders folders_;
   SimDriver driver_;
   SimEndpoints endpoints_;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <condition_variable>
+#include <cstdint>
 #include <string>
 #include <thread>
 #include <utility>
@@ -17,16 +18,17 @@ inline constexpr std::size_t kMaxWaits = 64;
 struct Participant {
   enum class State { ready, running, blocked, finished };
 
-  Participant(Scheduler& scheduler, std::string its_name, ParticipantKind its_kind)
-      : name(std::move(its_name)), kind(its_kind), finished(scheduler, Reset::manual) {}
+  Participant(Scheduler& scheduler, std::uint64_t its_number, std::string its_name, ParticipantKind its_kind)
+      : number(its_number), name(std::move(its_name)), kind(its_kind), finished(scheduler, Reset::manual) {}
 
+  const std::uint64_t number;
   const std::string name;
   const ParticipantKind kind;
   std::thread::id thread_id;
   std::thread thread;  ///< none for the entry
   State state = State::ready;
   Priority priority = Priority::normal;
-  bool in_audio_class = false;
+  std::uint64_t audio_class = 0;  ///< token; 0: not in the class
   bool abandoned = false;
   const char* waits_for = "";
   std::condition_variable wake;

@@ -72,7 +72,7 @@ class SimThread final : public Thread {
 
 Scheduler::Scheduler(Script& script, Schedule schedule)
     : script_(script), schedule_(schedule), serial_number_(next_serial_number++), now_(kFirstInstant) {
-  auto entry = std::make_shared<Participant>(*this, "entry", ParticipantKind::entry);
+  auto entry = std::make_shared<Participant>(*this, ++launched_, "entry", ParticipantKind::entry);
   entry->thread_id = std::this_thread::get_id();
   entry->state = Participant::State::running;
   participants_.push_back(std::move(entry));
@@ -290,8 +290,8 @@ void Scheduler::report_stuck(const char* what) {
 // ---- Threads
 
 std::shared_ptr<Participant> Scheduler::launch(const char* name, ParticipantKind kind, std::function<void()> body) {
-  auto participant = std::make_shared<Participant>(*this, name, kind);
   std::scoped_lock lock(mutex_);
+  auto participant = std::make_shared<Participant>(*this, ++launched_, name, kind);
   participants_.push_back(participant);
   participant->state = Participant::State::blocked;
   participant->waits_for = "its first turn";
@@ -365,7 +365,7 @@ std::vector<ThreadInfo> Scheduler::threads() {
   for (const auto& participant : participants_) {
     if (participant->kind != ParticipantKind::program) continue;
     if (participant->state == Participant::State::finished) continue;
-    threads.push_back({participant->name, participant->priority, participant->in_audio_class});
+    threads.push_back({participant->name, participant->priority, participant->audio_class != 0});
   }
   return threads;
 }
@@ -378,13 +378,13 @@ void Scheduler::set_current_priority(Priority priority) {
 std::uint64_t Scheduler::enter_audio_class() {
   if (script_.enter(Step::audio_class_enter)) return 0;
   std::scoped_lock lock(mutex_);
-  self().in_audio_class = true;
-  return ++audio_tokens_;
+  return self().audio_class = ++audio_tokens_;
 }
 
-void Scheduler::leave_audio_class(std::uint64_t) {
+void Scheduler::leave_audio_class(std::uint64_t token) {
+  if (script_.enter(Step::audio_class_leave)) return;
   std::scoped_lock lock(mutex_);
-  self().in_audio_class = false;
+  if (self().audio_class == token) self().audio_class = 0;
 }
 
 // ---- System thread
@@ -411,6 +411,8 @@ void Scheduler::system_main() {
 }
 
 bool Scheduler::on_system_thread() { return self().kind == ParticipantKind::system; }
+
+std::uint64_t Scheduler::current_thread() { return self().number; }
 
 // ---- Settings
 

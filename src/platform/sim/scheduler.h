@@ -110,7 +110,12 @@ class Scheduler final : public Clock, public Events, public Threads {
       wait_signalled(lock, changed, reason);
     }
   }
+  /// Waits like wait_any, up to an instant of virtual time, and is no step of any script.
+  std::optional<std::size_t> wait(std::unique_lock<std::mutex>& lock, std::span<Event* const> events,
+                                  std::optional<Time> deadline, const char* reason);
   bool on_system_thread();
+  /// Number of the calling participant: the entry is 1, the system 2, those of the program follow as they are started.
+  std::uint64_t current_thread();
 
   // For tests.
   /// Lets this much virtual time pass for the calling thread; not a step of any script.
@@ -142,8 +147,6 @@ class Scheduler final : public Clock, public Events, public Threads {
   void reap(Lock& lock, Participant& participant);
   void reap_abandoned();
 
-  std::optional<std::size_t> wait(Lock& lock, std::span<Event* const> events, std::optional<Time> deadline,
-                                  const char* reason);
   void wait_signalled(Lock& lock, SimEvent& event, const char* reason);
   void block(Lock& lock, Participant& me);
   void make_ready(Participant& participant);
@@ -169,6 +172,7 @@ class Scheduler final : public Clock, public Events, public Threads {
   bool advancing_ = false;  ///< someone sleeps in real time before moving the clock
   bool realtime_ = false;
   std::int64_t realtime_origin_ = 0;  ///< real time minus virtual time, ns
+  std::uint64_t launched_ = 0;        ///< participants so far
   std::uint64_t audio_tokens_ = 0;
   std::deque<std::function<void()>> posted_;
   bool system_stop_ = false;

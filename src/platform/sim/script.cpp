@@ -1,75 +1,13 @@
 #include "platform/sim/script.h"
 
-#include <iterator>
 #include <utility>
 
 namespace sonivo::sim {
 namespace {
 
-constexpr const char* kNames[] = {
-    "bus_interfaces",
-    "device_probe",
-    "device_open",
-    "device_notify_removal",
-    "device_wait_stream",
-    "device_transfer",
-    "device_feedback",
-    "device_result",
-    "device_cancel",
-    "device_close",
-    "filter_open",
-    "filter_control",
-    "endpoints_list",
-    "endpoints_default",
-    "endpoints_register",
-    "endpoints_unregister",
-    "endpoint_id",
-    "endpoint_open_properties",
-    "endpoint_property_value",
-    "endpoint_activate_client",
-    "endpoint_activate_volume",
-    "volume_mute",
-    "volume_set_mute",
-    "volume_level",
-    "volume_set_level",
-    "volume_register",
-    "volume_unregister",
-    "client_initialize",
-    "client_set_event",
-    "client_capture_service",
-    "client_render_service",
-    "client_buffer_size",
-    "client_padding",
-    "client_start",
-    "client_stop",
-    "client_reset",
-    "client_engine_period",
-    "client_mix_format",
-    "capture_get_buffer",
-    "capture_release_buffer",
-    "render_get_buffer",
-    "render_release_buffer",
-    "event_create",
-    "wait_any",
-    "sleep",
-    "thread_start",
-    "audio_class_enter",
-    "process_session",
-    "post_message",
-    "fx_user_store",
-    "fx_user_value",
-    "fx_policy_config",
-    "fx_policy_value",
-    "fx_open_watch",
-    "fx_arm",
-};
-static_assert(std::size(kNames) == kStepCount);
-
 constexpr std::size_t index_of(Step step) { return static_cast<std::size_t>(step); }
 
 }  // namespace
-
-const char* to_string(Step step) { return kNames[index_of(step)]; }
 
 void Script::fail(Step step, std::int64_t status_or_error, std::uint64_t nth) {
   place({step, count(step) + nth, static_cast<std::uint32_t>(status_or_error), nullptr});

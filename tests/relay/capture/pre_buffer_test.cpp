@@ -19,7 +19,9 @@ class PreBuffer : public ::testing::Test {
                                                            .endpoints = *endpoints_,
                                                            .fx_properties = seams.fx_properties,
                                                            .session = seams.session,
+                                                           .power = seams.power,
                                                            .desktop = seams.desktop,
+                                                           .processes = seams.processes,
                                                            .folders = seams.folders},
                                                    bench_.chains.factory());
     bench_.relay->SetMuteWindow(kMuteWindow);

@@ -98,7 +98,9 @@ class PendingFeedback : public ::testing::TestWithParam<DataFlow> {
                        .endpoints = real.endpoints,
                        .fx_properties = real.fx_properties,
                        .session = real.session,
+                       .power = real.power,
                        .desktop = real.desktop,
+                       .processes = real.processes,
                        .folders = real.folders};
     if (GetParam() == DataFlow::capture) {
       bench.stream = std::make_unique<CCaptureInterface>(slow, bench.chains.factory());

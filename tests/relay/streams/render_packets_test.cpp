@@ -41,7 +41,9 @@ struct ObservedRender {
             .endpoints = speakers,
             .fx_properties = real.fx_properties,
             .session = real.session,
+            .power = real.power,
             .desktop = real.desktop,
+            .processes = real.processes,
             .folders = real.folders};
   }
 };
