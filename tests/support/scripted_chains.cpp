@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <sstream>
+#include <utility>
 
 namespace sonivo::test {
 namespace {
@@ -91,10 +92,7 @@ class ScriptedAISpeech final : public Scripted<AISpeechChain> {
     return script_->enter("Open", list(model, rate_hz, channels, frames, add_buff_in_ms, add_buff_out_ms));
   }
   int Run() override { return script_->enter("Run"); }
-  int Stop() override {
-    if (script_->during_stop) script_->during_stop();
-    return script_->enter("Stop");
-  }
+  int Stop() override { return script_->enter("Stop"); }
   int SetBeamFormingActive(std::uint16_t active) override {
     return script_->enter("SetBeamFormingActive", list(active));
   }
@@ -107,9 +105,7 @@ class ScriptedAISpeech final : public Scripted<AISpeechChain> {
   int SetAIModel(const char* model) override { return script_->enter("SetAIModel", model); }
   int MakeAIModel(const char* base_model, const char* encoder_model, const char* wav, const char* out_file,
                   std::uint16_t preprocess_on) override {
-    const int status = script_->enter("MakeAIModel", list(base_model, encoder_model, wav, out_file, preprocess_on));
-    if (script_->during_make) script_->during_make();
-    return status;
+    return script_->enter("MakeAIModel", list(base_model, encoder_model, wav, out_file, preprocess_on));
   }
   int QuitMakeAIModel() override { return script_->enter("QuitMakeAIModel"); }
 };
@@ -124,6 +120,11 @@ void ChainScript::answer(const std::string& call, int status) {
 void ChainScript::pardon(const std::string& call) {
   const std::lock_guard lock(mutex_);
   answers_.erase(call);
+}
+
+void ChainScript::during(const std::string& call, std::function<void()> action) {
+  const std::lock_guard lock(mutex_);
+  during_[call] = std::move(action);
 }
 
 std::vector<std::string> ChainScript::calls() const {
@@ -142,10 +143,16 @@ void ChainScript::clear() {
 }
 
 int ChainScript::enter(const std::string& call, const std::string& arguments) {
-  const std::lock_guard lock(mutex_);
-  calls_.push_back(arguments.empty() ? call : call + "(" + arguments + ")");
-  const auto scripted = answers_.find(call);
-  return scripted == answers_.end() ? 0 : scripted->second;
+  std::function<void()> action;
+  int status = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    calls_.push_back(arguments.empty() ? call : call + "(" + arguments + ")");
+    if (const auto scripted = answers_.find(call); scripted != answers_.end()) status = scripted->second;
+    if (const auto scripted = during_.find(call); scripted != during_.end()) action = scripted->second;
+  }
+  if (action) action();
+  return status;
 }
 
 ChainFactory ScriptedChains::factory() const {

@@ -19,6 +19,8 @@ class ChainScript {
  public:
   void answer(const std::string& call, int status);
   void pardon(const std::string& call);
+  /// Runs the action inside each call of this name from here on, on the thread that calls.
+  void during(const std::string& call, std::function<void()> action);
   std::vector<std::string> calls() const;
   std::size_t count(const std::string& call) const;
   void clear();
@@ -27,8 +29,6 @@ class ChainScript {
   std::atomic<std::uint16_t> frames = 480;  ///< GetDataLength answers this; SetDataLength stores it unless fixed
   bool frames_fixed = false;
   std::function<void(float* block, std::size_t frames, std::size_t channels)> process;  ///< what Execute does
-  std::function<void()> during_make;                                                    ///< runs inside MakeAIModel
-  std::function<void()> during_stop;                                                    ///< runs inside Stop
   std::vector<std::uint8_t> opened_with;    ///< parameter bytes of the latest Open
   std::atomic<std::uint16_t> channels = 0;  ///< of the latest SetChannel
 
@@ -37,6 +37,7 @@ class ChainScript {
  private:
   mutable std::mutex mutex_;
   std::map<std::string, int> answers_;
+  std::map<std::string, std::function<void()>> during_;
   std::vector<std::string> calls_;
 };
 

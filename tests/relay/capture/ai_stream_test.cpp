@@ -36,7 +36,7 @@ TEST_F(AISpeech, StaysClosedAtTheEndOfAStreamOnceTheHostHasClosedIt) {
 TEST_F(AISpeech, IsPassedByBeforeItIsStoppedByTheHost) {
   stream(15);
   const auto blocks_seen = chain_.count("Execute");
-  bench_.chains.ai_speech->during_stop = [&] { bench_.machine.run_for(50); };  // audio goes on meanwhile
+  chain_.during("Stop", [&] { bench_.machine.run_for(50); });  // audio goes on meanwhile
   EXPECT_EQ(relay_.SetAISpeechEnhanceClose(), kOk);
   EXPECT_EQ(chain_.count("Execute"), blocks_seen);
 }

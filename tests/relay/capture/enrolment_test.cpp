@@ -58,7 +58,7 @@ TEST_F(Enrolment, NeedsAnOpenChain) {
 
 TEST_F(Enrolment, PreparesTheChainMakesTheModelAndUsesIt) {
   store_strength(0.5f);
-  chain_.during_make = [this] { make_file(enrolled()); };
+  chain_.during("MakeAIModel", [this] { make_file(enrolled()); });
   open();
   EXPECT_EQ(enrol(), 0);
   auto expected = preparation();
@@ -191,20 +191,20 @@ TEST_F(Enrolment, DoesWithoutAModelFileToDelete) {
 }
 
 TEST_F(Enrolment, AnswersTheFailureOfTheLastSwapButKeepsTheModel) {
-  chain_.during_make = [this] {
+  chain_.during("MakeAIModel", [this] {
     make_file(enrolled());
     chain_.answer("SetAIModel", 8);
-  };
+  });
   open();
   EXPECT_EQ(enrol(), 8);
   EXPECT_TRUE(exists(enrolled()));
 }
 
 TEST_F(Enrolment, AnswersTheFailureOfTheLastStrengthButKeepsTheModel) {
-  chain_.during_make = [this] {
+  chain_.during("MakeAIModel", [this] {
     make_file(enrolled());
     chain_.answer("SetAISpeechEnhanceStrength", 6);
-  };
+  });
   open();
   EXPECT_EQ(enrol(), 6);
   EXPECT_TRUE(exists(enrolled()));
@@ -221,11 +221,11 @@ TEST_F(Enrolment, EndsWithTheRowsModelWhenTheChainLeftNoFile) {
 TEST_F(Enrolment, HoldsItsLockWhileTheModelIsMade) {
   std::future<int> change;
   bool waited = false;
-  chain_.during_make = [&] {
+  chain_.during("MakeAIModel", [&] {
     change = std::async(std::launch::async, [this] { return relay_.UpdateAISpeechEnhanceSetAiModelState(true); });
     waited = change.wait_for(std::chrono::milliseconds(20)) == std::future_status::timeout;
     make_file(enrolled());
-  };
+  });
   open();
   EXPECT_EQ(enrol(), 0);
   EXPECT_TRUE(waited);
@@ -233,7 +233,7 @@ TEST_F(Enrolment, HoldsItsLockWhileTheModelIsMade) {
 }
 
 TEST_F(Enrolment, CanBeQuitWhileTheModelIsMade) {
-  chain_.during_make = [this] { EXPECT_EQ(relay_.QuitAISpeechEnhanceModel(), 0); };
+  chain_.during("MakeAIModel", [this] { EXPECT_EQ(relay_.QuitAISpeechEnhanceModel(), 0); });
   chain_.answer("MakeAIModel", 103);
   open();
   EXPECT_EQ(enrol(), 103);

@@ -32,7 +32,7 @@ class SettingsFromTwoThreads : public AIBench, public ::testing::Test {
 
   SettingsFromTwoThreads() : AIBench(sim::Schedule::free) {
     for (const auto& row : {kModels1, kModels2, kModels3}) make_file(model(row[0]));
-    chain_.during_make = [this] { make_file(enrolled()); };
+    chain_.during("MakeAIModel", [this] { make_file(enrolled()); });
   }
 
   void change_settings(int round) {
