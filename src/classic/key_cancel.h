@@ -1,40 +1,11 @@
 #pragma once
 
-#include <cstdint>
+#include "classic/classic_chain.h"
 
 namespace sonivo {
 
-/// Keyboard-noise cancellation and noise reduction of one to four independent channels.
-///
-/// Operations answer 0 on success and a code of classic/result.h otherwise. Everything but GetVersion and GetParamSize
-/// answers ERROR_BEAMFORMING_KEY_CANCEL_INVARID_ARG while closed, as the object is for now in all of its life: it has
-/// no engine yet.
-class CKeyCancel {
- public:
-  CKeyCancel() = default;
-  CKeyCancel(const CKeyCancel&) = delete;
-  CKeyCancel& operator=(const CKeyCancel&) = delete;
-
-  /// param: blob of GetParamSize bytes; samplingRate 44100 or 48000; channels 1 to 4; dataLength in frames, not 0.
-  int Open(const void* param, float samplingRate, std::uint16_t channels, std::uint16_t dataLength);
-  int Close();
-  /// Processes dataLength interleaved frames in place, full scale 1.0.
-  int Execute(float* inout);
-
-  int GetVersion(std::uint16_t* major, std::uint16_t* minor) const;
-  int GetParamSize(std::uint32_t* size) const;
-  int SetParam(const void* param);
-  int GetParamID(std::uint16_t* id) const;
-  int SetKeyReductionActive(std::uint16_t active);
-  int GetKeyReductionActive(std::uint16_t* active) const;
-  int SetNoiseReductionActive(std::uint16_t active);
-  int GetNoiseReductionActive(std::uint16_t* active) const;
-  int SetSamplingRate(float rate);
-  int GetSamplingRate(float* rate) const;
-  int SetChannel(std::uint16_t channels);
-  int GetChannel(std::uint16_t* channels) const;
-  int SetDataLength(std::uint16_t frames);
-  int GetDataLength(std::uint16_t* frames) const;
-};
+/// Keyboard-noise cancellation and noise reduction of one to four independent channels. Version 0.4, blobs of 15808
+/// bytes with major version 0.
+class CKeyCancel : public ClassicChain<classic::KeyCancelChannel> {};
 
 }  // namespace sonivo

@@ -1,0 +1,54 @@
+#include "classic/key_cancel_channel.h"
+
+#include <utility>
+
+#include "classic/input_filter.h"
+#include "classic/noise_reduction.h"
+#include "classic/sane_frame.h"
+
+namespace sonivo::classic {
+
+struct KeyCancelChannel::Stages {
+  explicit Stages(const Param& param) : filter(param.head.ain), key(param.pulse), noise(param) {}
+
+  InputFilter filter;
+  KeyReduction<1> key;
+  NoiseReduction noise;
+};
+
+KeyCancelChannel::KeyCancelChannel(std::shared_ptr<const Param> param) : own_(std::move(param)) { reset(); }
+KeyCancelChannel::~KeyCancelChannel() = default;
+
+void KeyCancelChannel::reset(std::shared_ptr<const Param> param) {
+  stages_ = std::make_unique<Stages>(*param);
+  param_ = std::move(param);
+}
+
+const DetectionStatistics& KeyCancelChannel::statistics() const { return stages_->key.statistics(); }
+
+void KeyCancelChannel::process(const Frames& in, std::size_t channel, Frames& out) {
+  const auto& x = in[channel];
+  auto& y = out[channel];
+  if (!is_sane(x)) {
+    y.fill(0.0f);
+    return;
+  }
+  y = x;
+  if (x.back() == 0.0f) return;
+
+  auto& [filter, key, noise] = *stages_;
+  key.clear_statistics();
+  if (keyBypass && noiseBypass) return;
+
+  auto a = x;
+  filter.process(a);
+  auto b = a;
+  if (!keyBypass) key.process({a}, noise.voice(), {b});
+  if (noiseBypass) {
+    y = b;
+  } else {
+    noise.process(b, a, y);
+  }
+}
+
+}  // namespace sonivo::classic
