@@ -1,5 +1,6 @@
 // The 10 ms blocks of the microphone: from the PRE buffer through at most one chain into the stream ring.
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "base/trace.h"
@@ -98,6 +99,10 @@ void CCaptureInterface::RunChain(Chain& chain, const ChainTexts& texts, float ta
   pcm_to_float(bits, m_block.data(), m_wet.data(), m_wet.size());
   m_dry = m_wet;
   if (Execute(chain) != 0) throw std::runtime_error(texts.execute);
+  if (!all_finite(m_wet.data(), m_wet.size())) {
+    std::fill(m_wet.begin(), m_wet.end(), 0.0f);
+    StatisticsCounter::add(m_counter.silenced);
+  }
   crossfade(m_wet.data(), m_dry.data(), frames, m_format.nChannels, target, sel);
   float_to_pcm(bits, m_wet.data(), m_block.data(), m_wet.size());
 }

@@ -1,6 +1,8 @@
 #include "relay/sample_convert.h"
 
+#include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace sonivo {
 namespace {
@@ -56,6 +58,12 @@ void float_to_pcm(std::uint16_t bits, float* in, std::byte* pcm, std::size_t sam
       store24(pcm + 3 * i, truncate_limited(in[i], -8388608.0f, 8388607.0f));
     }
   }
+}
+
+bool all_finite(const float* samples, std::size_t count) {
+  std::size_t finite = 0;
+  for (std::size_t i = 0; i < count; ++i) finite += std::abs(samples[i]) <= std::numeric_limits<float>::max() ? 1u : 0u;
+  return finite == count;
 }
 
 }  // namespace sonivo

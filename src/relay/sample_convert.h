@@ -13,4 +13,7 @@ void pcm_to_float(std::uint16_t bits, const std::byte* pcm, float* out, std::siz
 /// becomes 0. Other widths leave `pcm` as it is.
 void float_to_pcm(std::uint16_t bits, float* in, std::byte* pcm, std::size_t samples);
 
+/// Whether every sample is a finite number.
+bool all_finite(const float* samples, std::size_t count);
+
 }  // namespace sonivo

@@ -12,7 +12,7 @@ namespace sonivo {
 class StatisticsCounter {
  public:
   using Count = std::atomic<std::uint64_t>;
-  Count streams{0}, virtual_transfers{0}, physical_packets{0}, blocks{0}, underruns{0}, overruns{0};
+  Count streams{0}, virtual_transfers{0}, physical_packets{0}, blocks{0}, underruns{0}, overruns{0}, silenced{0};
 
   static void add(Count& count) { count.store(count.load(relaxed) + 1, relaxed); }
 
@@ -34,6 +34,7 @@ class StatisticsCounter {
             .blocks = blocks.load(relaxed),
             .underruns = underruns.load(relaxed),
             .overruns = overruns.load(relaxed),
+            .silenced = silenced.load(relaxed),
             .feedback_changes = feedback_changes_.load(relaxed),
             .feedback = feedback_.load(relaxed),
             .fill_count = fill_count_.load(relaxed),

@@ -14,6 +14,7 @@ struct StreamStatistics {
   std::uint64_t blocks = 0;             ///< 10 ms blocks that went through the chain (capture)
   std::uint64_t underruns = 0;          ///< reads that found too little in the ring
   std::uint64_t overruns = 0;           ///< writes that did not fit into a ring whole
+  std::uint64_t silenced = 0;           ///< blocks in which a chain left a sample that is no number (capture)
   std::uint64_t feedback_changes = 0;   ///< values sent to the driver
   std::int32_t feedback = 0;            ///< the latest of them
   std::uint64_t fill_count = 0;

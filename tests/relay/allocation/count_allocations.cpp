@@ -13,30 +13,40 @@ void* __libc_memalign(std::size_t alignment, std::size_t size);
 }
 
 namespace {
+
+constexpr auto relaxed = std::memory_order_relaxed;
 std::atomic<std::uint64_t> count{0};
+std::atomic<std::uint64_t> bytes{0};
+std::atomic<std::uint64_t> failing{0};  // number of the call that is to fail
+
+/// Whether the call may go on.
+bool note(std::size_t size) {
+  bytes.fetch_add(size, relaxed);
+  return count.fetch_add(1, relaxed) + 1 != failing.load(relaxed);
 }
 
+}  // namespace
+
 extern "C" {
-void* malloc(std::size_t size) {
-  count.fetch_add(1, std::memory_order_relaxed);
-  return __libc_malloc(size);
-}
-void* calloc(std::size_t n, std::size_t size) {
-  count.fetch_add(1, std::memory_order_relaxed);
-  return __libc_calloc(n, size);
-}
-void* realloc(void* block, std::size_t size) {
-  count.fetch_add(1, std::memory_order_relaxed);
-  return __libc_realloc(block, size);
-}
+void* malloc(std::size_t size) { return note(size) ? __libc_malloc(size) : nullptr; }
+void* calloc(std::size_t n, std::size_t size) { return note(n * size) ? __libc_calloc(n, size) : nullptr; }
+void* realloc(void* block, std::size_t size) { return note(size) ? __libc_realloc(block, size) : nullptr; }
 void* aligned_alloc(std::size_t alignment, std::size_t size) {
-  count.fetch_add(1, std::memory_order_relaxed);
-  return __libc_memalign(alignment, size);
+  return note(size) ? __libc_memalign(alignment, size) : nullptr;
 }
 }
 
 namespace sonivo::test {
 
-std::uint64_t allocations() { return count.load(std::memory_order_relaxed); }
+std::uint64_t allocations() { return count.load(relaxed); }
+std::uint64_t allocated_bytes() { return bytes.load(relaxed); }
+
+void fail_allocation(std::uint64_t nth) { failing.store(count.load(relaxed) + nth, relaxed); }
+
+bool allocation_failed() {
+  const bool failed = count.load(relaxed) >= failing.load(relaxed);
+  failing.store(0, relaxed);
+  return failed;
+}
 
 }  // namespace sonivo::test

@@ -140,5 +140,20 @@ TEST(SampleConversion, A24BitSampleComesBack) {
   EXPECT_EQ(to_pcm(24, to_float(24, samples)), pack(24, samples));
 }
 
+TEST(AllFinite, KnowsEverySampleThatIsNoNumber) {
+  const float bad[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                       -std::numeric_limits<float>::infinity()};
+  std::vector<float> samples(961, -std::numeric_limits<float>::max());
+  EXPECT_TRUE(all_finite(samples.data(), samples.size()));
+  EXPECT_TRUE(all_finite(samples.data(), 0));
+  for (const float value : bad) {
+    for (const std::size_t at : {std::size_t{0}, std::size_t{479}, std::size_t{960}}) {
+      auto one_bad = samples;
+      one_bad[at] = value;
+      EXPECT_FALSE(all_finite(one_bad.data(), one_bad.size())) << value << " at " << at;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace sonivo

@@ -1,6 +1,7 @@
 // The work that a chain does on a block: conversion, Execute, crossfade, conversion back.
 
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "classic_bench.h"
@@ -208,6 +209,28 @@ TEST_F(RunChain, ExecutesButChangesNothingOfSamplesOfAnotherWidth) {
   EXPECT_EQ(chain_.count("Execute"), 15u);
   const auto heard = bench_.machine.driver().recording();
   EXPECT_TRUE(same_pcm(cut_from(heard, 7 * 480 + 144, 8), cut(microphone(32), 0, 8 * 480 - 144, 8), 8));
+}
+
+TEST_F(RunChain, PassesABlockWithASampleThatIsNoNumberAsSilenceAndCountsIt) {
+  chain_.process = [block = 0](float* samples, std::size_t frames, std::size_t) mutable {
+    std::fill_n(samples, 2 * frames, 0.5f);
+    ++block;
+    if (block == 3) samples[17] = std::numeric_limits<float>::quiet_NaN();
+    if (block == 5) samples[2 * frames - 1] = std::numeric_limits<float>::infinity();
+  };
+  start();
+  bench_.record(pcm_format(48000, 24, 2), constant_pcm24(4800, {0.25, 0.25}));
+  bench_.machine.run_for(155);
+  const auto heard = bench_.machine.driver().recording();
+  for (std::size_t block = 1; block <= 6; ++block) {
+    const double expected = block == 3 || block == 5 ? 0.0 : 0.5;
+    for (const std::size_t frame : {std::size_t{0}, std::size_t{479}}) {
+      const std::size_t at = kSilentFrames + (block - 1) * 480 + frame;
+      EXPECT_NEAR(sample24(heard, 2 * at), expected, kFadeTolerance) << "block " << block;
+      EXPECT_NEAR(sample24(heard, 2 * at + 1), expected, kFadeTolerance) << "block " << block;
+    }
+  }
+  EXPECT_EQ(bench_.relay->CaptureStatistics().silenced, 2u);
 }
 
 }  // namespace
