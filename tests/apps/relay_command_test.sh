@@ -1,69 +1,9 @@
 #!/usr/bin/env bash
-# Drives the built program: exit codes, messages, and that nothing is left behind.
+# Drives `sonivo relay`: exit codes, messages, and that nothing is left behind.
 # Usage: relay_command_test.sh SONIVO
-set -uo pipefail
+source "$(dirname "$0")/command_cases.sh"
 
-sonivo=$(realpath "$1")
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-cd "$folder" || exit 1
-passed=0
-failed=0
-
-# A 16-bit WAV file with a second of a rising pattern.
-bytes() { # VALUE COUNT: little-endian bytes
-  local value=$1 i
-  for ((i = 0; i < $2; ++i)); do
-    printf "\\x$(printf %02x $((value & 255)))"
-    value=$((value >> 8))
-  done
-}
-make_wav() { # FILE RATE CHANNELS [BITS, as the header says]
-  local size=$(($2 * $3 * 2))
-  {
-    printf RIFF && bytes $((size + 36)) 4 && printf 'WAVEfmt ' && bytes 16 4 && bytes 1 2 && bytes "$3" 2 &&
-      bytes "$2" 4 && bytes $(($2 * $3 * 2)) 4 && bytes $(($3 * 2)) 2 && bytes "${4:-16}" 2 && printf data && bytes "$size" 4
-    seq -w 0 99999 | tr -d '\n' | head -c "$size"
-  } >"$1"
-}
-
-# Usage: expect NAME EXIT_CODE OUTPUT_PATTERN ERRORS_PATTERN ARGUMENTS...
-# Afterwards the folder holds what it held before, and out.wav exists just if the exit code is 0.
-expect() {
-  local name=$1 code=$2 output=$3 errors=$4
-  shift 4
-  rm -f out.wav
-  local before after status=0
-  before=$(ls -A)
-  "$sonivo" "$@" >.output 2>.errors || status=$?
-  after=$(ls -A | grep -vxE '\.output|\.errors' || true)
-  [[ $status -eq 0 && -e out.wav ]] && before=$(printf '%s\nout.wav' "$before" | sort)
-  before=$(grep -vxE '\.output|\.errors' <<<"$before" | sort)
-  if [[ $status -eq $code && $(cat .output) =~ $output && $(cat .errors) =~ $errors && $(sort <<<"$after") == "$before" ]]; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    printf 'FAILED: %s\nexit code %s\n' "$name" "$status"
-    cat .output .errors
-    echo "files: $after"
-  fi
-}
-
-# Usage: check NAME FUNCTION
-check() {
-  if "$2"; then passed=$((passed + 1)); else
-    failed=$((failed + 1))
-    printf 'FAILED: %s\n' "$1"
-    cat .errors
-  fi
-}
 relays() { "$sonivo" relay "$@" >.output 2>.errors; }
-says() { [[ $(cat .errors) == "error: $1"* ]]; }
-
-# Copies a file with a field of its head replaced.
-with_field() { # FROM TO OFFSET SIZE VALUE
-  { head -c "$3" "$1" && bytes "$5" "$4" && tail -c +$(($3 + $4 + 1)) "$1"; } >"$2"
-}
 
 make_wav in.wav 48000 2
 make_wav cd.wav 44100 1
@@ -79,6 +19,7 @@ with_field in.wav misrated.wav 28 4 48000
 with_field in.wav misaligned.wav 32 2 2
 { printf RF64 && tail -c +5 in.wav; } >long.wav
 printf 'hello' >text.wav
+head -c 15808 /dev/zero >zeros.bin
 : >empty.wav
 mkdir folder
 ln -s in.wav link.wav
@@ -100,6 +41,10 @@ expect "the speaker path" 0 'application to speaker' '^$' relay in.wav out.wav -
 expect "a streamed file" 0 "$table" '^$' relay streamed.wav out.wav
 expect "a name with a dash" 0 'application to speaker' '^$' relay --render -- -in.wav out.wav
 expect "traces" 0 '^format' '^\[ +[0-9.]+ s\] ' relay in.wav out.wav --verbose
+expect "key cancelling" 0 "$table" '^$' relay in.wav out.wav --chain keycancel
+expect "beam forming" 0 "$table" '^$' relay in.wav out.wav --chain beamforming
+expect "a chain at another rate, width and period" 0 '44100 Hz, 24 bits, 1 channel' '^$' \
+  relay cd.wav out.wav --chain keycancel --bits 24 --period 2048 --drift -300
 expect "help" 0 'Example:' '^$' relay --help
 expect "version" 0 '^sonivo [0-9]' '^$' --version
 
@@ -158,7 +103,8 @@ expect "an input without a name" 2 '^$' "^error: IN takes the name of a file, no
 expect "an output without a name" 2 '^$' "^error: OUT takes the name of a file, not ''\$" relay in.wav ''
 expect "control characters in the name of the input" 1 '^$' "^error: cannot open 'a\\\\n\\\\x1b\[2J': No such file" relay $'a\n\e[2J' out.wav
 expect "control characters in the name of the output" 1 '^$' "^error: cannot create 'gone\\\\x07/b': No such file" relay in.wav $'gone\a/b'
-expect "a chain that is not built" 1 '^$' '^error: the ai chain is not built into this version; use --chain none$' relay in.wav out.wav --chain ai
+expect "a chain that is not built" 1 '^$' '^error: the ai chain is not built into this version; use --chain none, keycancel or beamforming$' \
+  relay in.wav out.wav --chain ai
 expect "no such file" 1 '^$' "^error: cannot open 'gone.wav': No such file or directory; [^"$'\n'']+$' relay gone.wav out.wav
 expect "a text file" 1 '^$' "^error: 'text.wav' is not a WAV file; [^"$'\n'']+$' relay text.wav out.wav
 expect "an empty file" 1 '^$' "^error: 'empty.wav' is empty; [^"$'\n'']+$' relay empty.wav out.wav
@@ -189,28 +135,42 @@ expect "a folder as output" 1 '^$' "^error: 'folder' is a folder; " relay in.wav
 expect "a pipe as output" 1 '^$' "^error: 'pipe.wav' is a pipe or a device; " relay in.wav pipe.wav
 expect "a device as output" 1 '^$' "^error: '/dev/null' is a pipe or a device; " relay in.wav /dev/null
 
+expect "a chain that is none" 2 '^$' "^error: --chain takes none, keycancel, beamforming or ai, not 'magic'\$" \
+  relay in.wav out.wav --chain magic
+expect "parameters without a chain" 2 '^$' '^error: --params needs a chain to set up; ' relay in.wav out.wav --params one.bin
+expect "a chain for the speaker" 2 '^$' '^error: --render carries the speaker direction, which has no chain; leave out --chain$' \
+  relay in.wav out.wav --render --chain keycancel
+expect "a model without its chain" 2 '^$' '^error: --model needs --chain ai$' relay in.wav out.wav --chain keycancel --model m
+expect "a strength without its chain" 2 '^$' '^error: --strength needs --chain ai$' relay in.wav out.wav --strength 1
+expect "one microphone for two beams" 1 '^$' "^error: 'cd.wav' has one channel; the beamforming chain needs two microphones\$" \
+  relay cd.wav out.wav --chain beamforming
+expect "missing parameters" 1 '^$' "^error: cannot open 'gone.bin': No such file or directory; check its name and its permissions\$" \
+  relay in.wav out.wav --chain keycancel --params gone.bin
+expect "a folder for parameters" 1 '^$' "^error: 'folder' is a folder; give a parameter blob\$" \
+  relay in.wav out.wav --chain keycancel --params folder
+expect "parameters of another size" 1 '^$' "^error: 'text.wav' is no parameter blob of the keycancel chain, which has 15808 bytes; " \
+  relay in.wav out.wav --chain keycancel --params text.wav
+expect "parameters that are none" 1 '^$' \
+  '^error: the parameter blob of the keycancel chain is damaged or of another version; build it again with sonivo params build$' \
+  relay in.wav out.wav --chain keycancel --params zeros.bin
+expect "a text for parameters" 1 '^$' "^error: 'in.wav' is no parameter blob of the beamforming chain, which has 32636 bytes; " \
+  relay in.wav out.wav --chain beamforming --params in.wav
+
+alone() {
+  mkdir -p folder/bin && cp "$sonivo" folder/bin && ! folder/bin/sonivo relay in.wav out.wav --chain keycancel >.output 2>.errors &&
+    says "cannot open '$folder/folder/share/sonivo/par/keycancel.bin': No such file or directory; give a parameter blob with --params" &&
+    [[ ! -e out.wav ]]
+}
+check "a program without its parameters" alone
+rm -rf folder/bin
+
 limit=$(ulimit -f)
 ulimit -S -f 100
 expect "a full disk" 1 '^$' "^error: cannot write 'out.wav': File too large; " relay in.wav out.wav
+expect "a full disk behind a chain" 1 '^$' "^error: cannot write 'out.wav': File too large; " relay in.wav out.wav --chain beamforming
 ulimit -S -f "$limit"
 
-# An interrupt in the middle of the work: it takes a second of real time, so that there is a middle.
-(
-  set -m
-  "$sonivo" relay in.wav out.wav --realtime 2>/dev/null &
-  relay=$!
-  for _ in $(seq 100); do
-    compgen -G '.sonivo-*' >/dev/null && break
-    sleep 0.01
-  done
-  kill -INT "$relay"
-  wait "$relay"
-) >/dev/null 2>&1
-rm -f out.wav
-if ! compgen -G '.sonivo-*' >/dev/null && [[ ! -e out.wav ]]; then passed=$((passed + 1)); else
-  failed=$((failed + 1))
-  echo "FAILED: an interrupt leaves files behind"
-fi
+expect_nothing_after INT relay in.wav out.wav --realtime
+expect_nothing_after TERM relay in.wav out.wav --realtime --chain keycancel
 
-echo "$passed passed, $failed failed"
-[[ $failed -eq 0 ]]
+totals

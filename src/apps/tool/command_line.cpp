@@ -8,8 +8,11 @@
 #include <string_view>
 #include <vector>
 
+#include "apps/tool/classic_command.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/params_command.h"
 #include "apps/tool/printable.h"
+#include "apps/tool/quality_command.h"
 #include "apps/tool/relay_command.h"
 #include "apps/tool/relay_options.h"
 
@@ -21,17 +24,6 @@ constexpr int kSuccess = 0;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-constexpr const char* kRelayDescription =
-    "Sends a WAV file through the whole microphone (or speaker) path on a simulated notebook.\n"
-    "IN is what the physical microphone hears, OUT what an application records from the virtual\n"
-    "one, from its first sample on.";
-
-constexpr const char* kRelayExample =
-    "Example:\n"
-    "  sonivo relay speech.wav recorded.wav --period 441 --drift 100\n"
-    "File names that start with a dash come last, after --:\n"
-    "  sonivo relay --render -- -speech.wav -played.wav\n";
-
 int report(std::ostream& errors, std::string_view text, int exit_code) {
   errors << "error: " << printable(text) << '\n';
   return exit_code;
@@ -39,13 +31,21 @@ int report(std::ostream& errors, std::string_view text, int exit_code) {
 
 void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostream& output, std::ostream& errors) {
   RelayOptions relay;
-  CLI::App* const relay_command = app.add_subcommand("relay", kRelayDescription);
-  relay_command->footer(kRelayExample);
-  add_relay_options(*relay_command, relay);
+  ClassicOptions classic;
+  QualityOptions quality;
+  const CLI::App* const relay_command = add_relay_command(app, relay);
+  const CLI::App* const classic_command = add_classic_command(app, classic);
+  const CLI::App* const quality_command = add_quality_command(app, quality);
+  ParamsOptions params;
+  add_params_commands(*app.add_subcommand("params", "Makes parameter blobs of the classic chains and lists them."),
+                      params);
 
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
   app.parse(std::move(arguments));
   if (relay_command->parsed()) run_relay_command(relay, output, errors);
+  if (classic_command->parsed()) run_classic_command(classic, errors);
+  if (quality_command->parsed()) run_quality_command(quality, output);
+  run_params_command(params, output);
 }
 
 }  // namespace

@@ -10,15 +10,13 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr std::size_t kWindowFrames = 2048;
+constexpr std::size_t kWindowFrames = 8192;
 constexpr double kEqualEnergy = 0.99;       // share of the highest energy that counts as equal to it
 constexpr double kResemblance = 0.5;        // correlation below which two signals are strangers
 constexpr double kEqualCorrelation = 1e-9;  // far above the rounding of the sums
 
-std::vector<float> samples_of(const PcmAudio& audio, std::size_t first_frame, std::size_t frames) {
-  std::vector<float> samples(frames * audio.channels);
-  for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = sample_at(audio, first_frame * audio.channels + i);
-  return samples;
+std::span<const float> frames_of(const FloatAudio& audio, std::size_t first, std::size_t count) {
+  return std::span(audio.samples).subspan(first * audio.channels, count * audio.channels);
 }
 
 double energy(std::span<const float> samples) {
@@ -28,11 +26,11 @@ double energy(std::span<const float> samples) {
 }
 
 /// First frame of the earliest window, on a grid of half windows, that is about as energetic as the best one.
-std::size_t most_energetic_window(const PcmAudio& audio, std::size_t window, double& window_energy) {
+std::size_t most_energetic_window(const FloatAudio& audio, std::size_t window, double& window_energy) {
   const std::size_t step = std::max<std::size_t>(window / 2, 1);
   std::vector<double> energies;
   for (std::size_t first = 0; first + window <= audio.frames(); first += step) {
-    energies.push_back(energy(samples_of(audio, first, window)));
+    energies.push_back(energy(frames_of(audio, first, window)));
   }
   const double highest = *std::max_element(energies.begin(), energies.end());
   const auto found =
@@ -61,7 +59,7 @@ std::vector<double> running_energy(std::span<const float> samples) {
 
 }  // namespace
 
-Latency measure_latency(const PcmAudio& input, const PcmAudio& output, std::size_t max_frames) {
+Latency measure_latency(const FloatAudio& input, const FloatAudio& output, std::size_t max_frames) {
   const std::size_t window = std::min({kWindowFrames, input.frames(), output.frames()});
   double window_energy = 0;
   const std::size_t first = window == 0 ? 0 : most_energetic_window(input, window, window_energy);
@@ -69,8 +67,8 @@ Latency measure_latency(const PcmAudio& input, const PcmAudio& output, std::size
   if (first + window > output.frames()) return {Latency::Outcome::no_resemblance};
 
   const std::size_t delays = std::min(max_frames, output.frames() - first - window) + 1;
-  const std::vector<float> wanted = samples_of(input, first, window);
-  const std::vector<float> heard = samples_of(output, first, window + delays - 1);
+  const auto wanted = frames_of(input, first, window);
+  const auto heard = frames_of(output, first, window + delays - 1);
 
   const std::vector<double> heard_energy = running_energy(heard);
 
@@ -87,6 +85,10 @@ Latency measure_latency(const PcmAudio& input, const PcmAudio& output, std::size
     }
   }
   return best;
+}
+
+Latency measure_latency(const PcmAudio& input, const PcmAudio& output, std::size_t max_frames) {
+  return measure_latency(to_float(input), to_float(output), max_frames);
 }
 
 }  // namespace sonivo::tool

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "apps/tool/float_audio.h"
 #include "apps/tool/pcm_audio.h"
 
 namespace sonivo::tool {
@@ -15,6 +16,7 @@ struct Latency {
 
 /// Searches delays of 0 to max_frames for the highest normalised correlation of the input's most energetic stretch with
 /// the output. Of equals the first counts: the earliest stretch, and the shortest delay. Both have the same channels.
+Latency measure_latency(const FloatAudio& input, const FloatAudio& output, std::size_t max_frames);
 Latency measure_latency(const PcmAudio& input, const PcmAudio& output, std::size_t max_frames);
 
 }  // namespace sonivo::tool

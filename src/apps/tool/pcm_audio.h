@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "apps/tool/float_audio.h"
 #include "platform/wave_format.h"
 
 namespace sonivo::tool {
@@ -30,5 +31,7 @@ void append_float(PcmAudio& audio, float sample);
 
 /// Sample at an index that counts all channels, in -1 to 1.
 float sample_at(const PcmAudio& audio, std::size_t index);
+
+FloatAudio to_float(const PcmAudio& audio);
 
 }  // namespace sonivo::tool

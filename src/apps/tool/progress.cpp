@@ -1,8 +1,10 @@
 #include "apps/tool/progress.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <iomanip>
-#include <ostream>
+#include <iostream>
 #include <string>
 #include <utility>
 
@@ -36,6 +38,10 @@ void Progress::update(std::uint64_t done) {
   const auto filled = static_cast<std::size_t>(kWidth * done / total_);
   *terminal_ << '\r' << '[' << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] " << std::setw(3)
              << 100 * done / total_ << " %" << std::flush;
+}
+
+std::ostream* progress_terminal(std::ostream& errors) {
+  return errors.rdbuf() == std::cerr.rdbuf() && ::isatty(STDERR_FILENO) != 0 ? &errors : nullptr;
 }
 
 }  // namespace sonivo::tool

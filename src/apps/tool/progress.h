@@ -28,4 +28,7 @@ class Progress {
   bool drawn_ = false;
 };
 
+/// The stream for a bar: `errors` when it is the terminal, else none.
+std::ostream* progress_terminal(std::ostream& errors);
+
 }  // namespace sonivo::tool

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_name.h"
 #include "apps/tool/numbers.h"
 
 namespace sonivo::tool {
@@ -18,6 +19,17 @@ constexpr std::array<std::pair<const char*, Chain>, 4> kChains{{
     {"beamforming", Chain::beamforming},
     {"ai", Chain::ai},
 }};
+
+constexpr const char* kRelayDescription =
+    "Sends a WAV file through the whole microphone (or speaker) path on a simulated notebook.\n"
+    "IN is what the physical microphone hears, OUT what an application records from the virtual\n"
+    "one, from its first sample on.";
+
+constexpr const char* kRelayExample =
+    "Example:\n"
+    "  sonivo relay speech.wav recorded.wav --period 441 --drift 100\n"
+    "File names that start with a dash come last, after --:\n"
+    "  sonivo relay --render -- -speech.wav -played.wav\n";
 
 [[noreturn]] void refuse(const std::string& option, const std::string& range, const std::string& text) {
   throw UsageError(option + " takes " + range + ", not '" + text + "'");
@@ -56,11 +68,6 @@ double parse_strength(const std::string& text) {
   return *strength;
 }
 
-void check_file_name(const std::string& argument, const std::string& name, const std::string& stream) {
-  if (name.empty()) refuse(argument, "the name of a file", name);
-  if (name == "-") throw UsageError(argument + " must be a file: '-' for " + stream + " is not supported");
-}
-
 /// An option whose text `parse` turns into the value of `field`.
 template <typename Field, typename Value>
 CLI::Option* add_parsed(CLI::App& command, const std::string& name, Field& field, Value (*parse)(const std::string&),
@@ -80,7 +87,9 @@ std::string to_string(Chain chain) {
   return {};
 }
 
-void add_relay_options(CLI::App& command, RelayOptions& options) {
+CLI::App* add_relay_command(CLI::App& app, RelayOptions& options) {
+  CLI::App& command = *app.add_subcommand("relay", kRelayDescription);
+  command.footer(kRelayExample);
   command.add_option("IN", options.input, "WAV file that the physical microphone hears")->type_name("FILE")->required();
   command.add_option("OUT", options.output, "WAV file of what an application records")->type_name("FILE")->required();
   add_parsed(command, "--chain", options.chain, parse_chain, "CHAIN",
@@ -98,6 +107,7 @@ void add_relay_options(CLI::App& command, RelayOptions& options) {
                    "the speaker direction: an application plays IN, the physical speaker plays OUT");
   command.add_flag("--realtime", options.realtime, "as fast as the audio plays, not as fast as the machine allows");
   command.add_flag("--verbose", options.verbose, "traces with their virtual time on standard error");
+  return &command;
 }
 
 void check_relay_options(const RelayOptions& options) {

@@ -34,9 +34,9 @@ struct RelayOptions {
 
 std::string to_string(Chain chain);
 
-/// Declares the arguments of `sonivo relay`. Parsing fills `options`, which must outlive it; a value out of its range
-/// ends the parse with an error.
-void add_relay_options(CLI::App& command, RelayOptions& options);
+/// Declares the command. Parsing fills `options`, which must outlive it; a value out of its range ends the parse with
+/// an error.
+CLI::App* add_relay_command(CLI::App& app, RelayOptions& options);
 
 /// Throws UsageError for options that don't go together and for names that are no file's.
 void check_relay_options(const RelayOptions& options);

@@ -55,6 +55,8 @@ void print_relay_report(std::ostream& output, Direction direction, const Relayed
   row("latency", latency_text(direction, latency, rate_hz));
   if (direction == Direction::capture) {
     row("blocks", std::to_string(statistics.blocks) + " of 10 ms");
+    if (statistics.silenced != 0)
+      row("silenced", std::to_string(statistics.silenced) + " blocks without a valid result");
   } else {
     row("packets", std::to_string(statistics.physical_packets));
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <initializer_list>
 #include <iomanip>
 #include <memory>
 #include <ostream>
@@ -13,6 +14,7 @@
 #include "base/trace.h"
 #include "platform/sim/machine.h"
 #include "relay/audio_control.h"
+#include "relay/effect_properties.h"
 
 namespace sonivo::tool {
 
@@ -78,6 +80,28 @@ void open_application(sim::SimMachine& machine, Direction direction, const PcmAu
   }
 }
 
+std::vector<std::byte> with_flags(std::initializer_list<std::byte> flags, const std::vector<std::byte>& params) {
+  std::vector<std::byte> value(flags);
+  value.insert(value.end(), params.begin(), params.end());
+  return value;
+}
+
+/// Makes the notebook one whose microphone goes through the chain, with everything in it switched on.
+void choose_chain(sim::SimMachine& machine, CAudioControl& control, const NotebookSetup& setup) {
+  constexpr std::byte kOn{1};
+  const std::string mic = sim::kMicArray;
+  if (setup.chain == Chain::keycancel) {
+    control.SetGenAndFunction(8, 0, 2, 1);
+    machine.fx().set_effect(mic, PKEY_NVC_MTGMIC_KC_Param, with_flags({kOn, kOn}, setup.params));
+  } else if (setup.chain == Chain::beamforming) {
+    control.SetGenAndFunction(8, 0, 3, 2);
+    control.ChangeBeamFormingState(true);
+    machine.fx().set_effect(mic, PKEY_NVC_MTGMIC_BF_KC_Param, with_flags({kOn, kOn, kOn}, setup.params));
+  } else {
+    control.SetGenAndFunction(0, 0, 0, 0);
+  }
+}
+
 double seconds_of(std::chrono::steady_clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
 }
@@ -97,7 +121,7 @@ RelayedAudio relay_on_notebook(const PcmAudio& input, const NotebookSetup& setup
   sim::Scheduler& scheduler = machine.scheduler();
   const auto traces = traces_to(setup.traces, scheduler);
   CAudioControl control(machine.seams());
-  control.SetGenAndFunction(0, 0, 0, 0);
+  choose_chain(machine, control, setup);
   control.SetMuteWindow(kMuteWindow);
   control.SetEndpointForce(DataFlow::capture, {});
   control.SetEndpointForce(DataFlow::render, {});

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <vector>
 
 #include "apps/tool/pcm_audio.h"
+#include "apps/tool/relay_options.h"
 #include "relay/stream_statistics.h"
 
 namespace sonivo::tool {
@@ -15,7 +18,9 @@ enum class Direction { capture, render };
 struct NotebookSetup {
   Direction direction = Direction::capture;
   std::uint32_t period_frames = 480;  ///< engine period of the physical endpoint
-  double drift_ppm = 0;               ///< how much faster the virtual clock is than the physical one
+  Chain chain = Chain::none;
+  std::vector<std::byte> params;  ///< of the chain
+  double drift_ppm = 0;           ///< how much faster the virtual clock is than the physical one
   bool realtime = false;
   std::ostream* traces = nullptr;  ///< where traces go, with their virtual time
 };

@@ -80,52 +80,83 @@ std::size_t append_chunk(SNDFILE* sound, WavCoding coding, PcmAudio& audio) {
   return count;
 }
 
+/// An open WAV file with a head that both readers understand alike.
+struct WavReader {
+  WavReader(const std::string& path, const InputFile& file)
+      : header(read_wav_header(path, file.size(), [&file](std::uint64_t offset, std::span<std::byte> bytes) {
+          return file.read_at(offset, bytes);
+        })) {
+    SF_INFO info{};
+    sound.reset(sf_open_fd(file.descriptor(), SFM_READ, &info, SF_FALSE));
+    const bool agrees = sound && info.channels == header.channels && std::cmp_equal(info.samplerate, header.rate_hz) &&
+                        std::cmp_equal(info.frames, header.frames);
+    if (!agrees) throw Failure("'" + path + "' is damaged: its chunks contradict each other; make or copy it again");
+  }
+
+  WavHeader header;
+  Sound sound;
+};
+
+Failure incomplete(const std::string& path) {
+  return Failure("cannot read all of '" + path + "'; make or copy it again");
+}
+
 [[noreturn]] void fail_to_write(const OutputFile& file, const std::string& reason) {
   throw Failure("cannot write '" + file.name() + "': " + reason + "; make room or choose another folder");
+}
+
+void write_sound(OutputFile& file, std::uint32_t rate_hz, int channels, int coding, std::span<const std::byte> bytes) {
+  if (bytes.size() > kMaxWavBytes) {
+    throw Failure("the result does not fit into a WAV file of 4 GiB; process a shorter one");
+  }
+  SF_INFO info{};
+  info.samplerate = static_cast<int>(rate_hz);
+  info.channels = channels;
+  info.format = SF_FORMAT_WAV | coding;
+  errno = 0;
+  Sound sound(sf_open_fd(file.descriptor(), SFM_WRITE, &info, SF_FALSE));
+  if (!sound) fail_to_write(file, sf_strerror(nullptr));
+
+  const auto size = static_cast<sf_count_t>(bytes.size());
+  const bool written = sf_write_raw(sound.get(), bytes.data(), size) == size;
+  const int reason = errno;
+  const bool closed = sf_close(sound.release()) == 0;
+  if (!written || !closed) fail_to_write(file, reason != 0 ? std::strerror(reason) : "the disk took only a part of it");
 }
 
 }  // namespace
 
 PcmAudio read_wav(const std::string& path, std::optional<std::uint16_t> bits) {
   const InputFile file(path);
-  const WavHeader header = read_wav_header(
-      path, file.size(),
-      [&file](std::uint64_t offset, std::span<std::byte> bytes) { return file.read_at(offset, bytes); });
-
-  SF_INFO info{};
-  const Sound sound(sf_open_fd(file.descriptor(), SFM_READ, &info, SF_FALSE));
-  const bool agrees = sound && info.channels == header.channels && std::cmp_equal(info.samplerate, header.rate_hz) &&
-                      std::cmp_equal(info.frames, header.frames);
-  if (!agrees) throw Failure("'" + path + "' is damaged: its chunks contradict each other; make or copy it again");
-
+  const WavReader reader(path, file);
   PcmAudio audio;
-  audio.rate_hz = header.rate_hz;
-  audio.channels = header.channels;
-  audio.bits = bits.value_or(header.bits > 16 ? 24 : 16);
-  audio.bytes.reserve(header.frames * audio.bytes_per_frame());
-  while (append_chunk(sound.get(), header.coding, audio) > 0) {
+  audio.rate_hz = reader.header.rate_hz;
+  audio.channels = reader.header.channels;
+  audio.bits = bits.value_or(reader.header.bits > 16 ? 24 : 16);
+  audio.bytes.reserve(reader.header.frames * audio.bytes_per_frame());
+  while (append_chunk(reader.sound.get(), reader.header.coding, audio) > 0) {
   }
-  if (audio.frames() != header.frames) throw Failure("cannot read all of '" + path + "'; make or copy it again");
+  if (audio.frames() != reader.header.frames) throw incomplete(path);
+  return audio;
+}
+
+FloatAudio read_wav_float(const std::string& path) {
+  const InputFile file(path);
+  const WavReader reader(path, file);
+  FloatAudio audio{reader.header.rate_hz, reader.header.channels, {}};
+  audio.samples.resize(reader.header.frames * audio.channels);
+  const auto frames = static_cast<sf_count_t>(reader.header.frames);
+  if (sf_readf_float(reader.sound.get(), audio.samples.data(), frames) != frames) throw incomplete(path);
   return audio;
 }
 
 void write_wav(OutputFile& file, const PcmAudio& audio) {
-  if (audio.bytes.size() > kMaxWavBytes) {
-    throw Failure("the result does not fit into a WAV file of 4 GiB; relay a shorter one");
-  }
-  SF_INFO info{};
-  info.samplerate = static_cast<int>(audio.rate_hz);
-  info.channels = audio.channels;
-  info.format = SF_FORMAT_WAV | (audio.bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_16);
-  errno = 0;
-  Sound sound(sf_open_fd(file.descriptor(), SFM_WRITE, &info, SF_FALSE));
-  if (!sound) fail_to_write(file, sf_strerror(nullptr));
+  const int coding = audio.bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_16;
+  write_sound(file, audio.rate_hz, audio.channels, coding, std::as_bytes(std::span(audio.bytes)));
+}
 
-  const auto size = static_cast<sf_count_t>(audio.bytes.size());
-  const bool written = sf_write_raw(sound.get(), audio.bytes.data(), size) == size;
-  const int reason = errno;
-  const bool closed = sf_close(sound.release()) == 0;
-  if (!written || !closed) fail_to_write(file, reason != 0 ? std::strerror(reason) : "the disk took only a part of it");
+void write_wav(OutputFile& file, const FloatAudio& audio) {
+  write_sound(file, audio.rate_hz, audio.channels, SF_FORMAT_FLOAT, std::as_bytes(std::span(audio.samples)));
 }
 
 void refuse_same_file(const std::string& input, const std::string& output) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "apps/tool/float_audio.h"
 #include "apps/tool/output_file.h"
 #include "apps/tool/pcm_audio.h"
 
@@ -13,8 +14,13 @@ namespace sonivo::tool {
 /// without it of 24 when the file has more than 16, else of 16. Throws Failure.
 PcmAudio read_wav(const std::string& path, std::optional<std::uint16_t> bits);
 
-/// Writes a WAV file of the audio's own width. Throws Failure; the file is then not to be committed.
+/// The same with every sample as it stands in the file; of 32 bits the upper 24 count.
+FloatAudio read_wav_float(const std::string& path);
+
+/// Writes a WAV file of the audio's own width, or of 32-bit float. Throws Failure; the file is then not to be
+/// committed.
 void write_wav(OutputFile& file, const PcmAudio& audio);
+void write_wav(OutputFile& file, const FloatAudio& audio);
 
 /// Throws Failure when both names lead to the same file, through links too.
 void refuse_same_file(const std::string& input, const std::string& output);
