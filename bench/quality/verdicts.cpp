@@ -37,10 +37,6 @@ void judge_keys(const Row& row, std::vector<Verdict>& verdicts) {
   const Scores& ours = row.systems[0];
   verdicts.push_back({"keys: off their energy in pauses, dB", ours.off_in_pauses, kOffInPausesDb});
   verdicts.push_back({"keys: off their energy under speech, dB", ours.blows_off_under_speech, kOffUnderSpeechDb});
-  if (row.systems.size() > 1) {
-    verdicts.push_back({"keys: over what they change under speech, dB, best peer", ours.off_under_speech,
-                        best_peer(row, &Scores::off_under_speech)});
-  }
 }
 
 }  // namespace
