@@ -232,6 +232,44 @@ TEST_F(Enrolment, HoldsItsLockWhileTheModelIsMade) {
   EXPECT_EQ(change.get(), 1);
 }
 
+class EnrolmentLock : public Enrolment {
+ protected:
+  EnrolmentLock() {
+    chain_.during("MakeAIModel", [this] {
+      make_file(enrolled());
+      made_ = true;
+    });
+    open();
+  }
+  /// Whether another thread that asks for the lock is still without it after this time.
+  bool is_held(std::chrono::milliseconds patience) {
+    // An update to the state that is there already asks for the lock and for nothing else.
+    updates_.push_back(std::async(
+        std::launch::async, [this, state = made_] { return relay_.UpdateAISpeechEnhanceSetAiModelState(state); }));
+    return updates_.back().wait_for(patience) == std::future_status::timeout;
+  }
+
+  std::vector<bool> held_;
+
+ private:
+  bool made_ = false;
+  std::vector<std::future<int>> updates_;
+};
+
+TEST_F(EnrolmentLock, IsHeldWhileAModelIsSetBeforeAndAfterTheMaking) {
+  chain_.during("SetAIModel", [this] { held_.push_back(is_held(std::chrono::milliseconds(20))); });
+  EXPECT_EQ(enrol(), 0);
+  EXPECT_THAT(held_, ElementsAre(true, true, true));  // preparation, change of the state, the end
+}
+
+TEST_F(EnrolmentLock, IsFreeWhileThePreparationSetsTheStrength) {
+  chain_.during("SetAISpeechEnhanceStrength", [this] {
+    if (held_.empty()) held_.push_back(is_held(std::chrono::seconds(10)));
+  });
+  EXPECT_EQ(enrol(), 0);
+  EXPECT_THAT(held_, ElementsAre(false));
+}
+
 TEST_F(Enrolment, CanBeQuitWhileTheModelIsMade) {
   chain_.during("MakeAIModel", [this] { EXPECT_EQ(relay_.QuitAISpeechEnhanceModel(), 0); });
   chain_.answer("MakeAIModel", 103);

@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "stream_bench.h"
 
@@ -51,19 +54,31 @@ Played play(const WAVEFORMATEXTENSIBLE& format, std::vector<std::byte> source) {
   return {std::move(source), std::move(played)};
 }
 
+/// The gain after each packet of 480 frames that was ramped.
+std::vector<double> traced_gains(const StreamBench& bench) {
+  std::vector<double> gains;
+  for (const std::string& text : bench.log.traces()) {
+    double gain = 0;
+    if (std::sscanf(text.c_str(), "[ren] (480) m_currentGain: %lf", &gain) == 1) gains.push_back(gain);
+  }
+  return gains;
+}
+
 class RenderGain : public ::testing::TestWithParam<WAVEFORMATEXTENSIBLE> {
  protected:
   std::uint16_t bits() const { return GetParam().wBitsPerSample; }
   std::size_t channels() const { return GetParam().nChannels; }
   Played play_noise() const { return play(GetParam(), numbered_pcm(24000, bits(), GetParam().nChannels)); }
 };
+
+std::string format_name(const ::testing::TestParamInfo<WAVEFORMATEXTENSIBLE>& test) {
+  return std::to_string(test.param.wBitsPerSample) + "bits" + std::to_string(test.param.nChannels) + "channels";
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, RenderGain,
                          ::testing::Values(pcm_format(48000, 16, 2), pcm_format(48000, 24, 2), pcm_format(48000, 16, 1),
                                            pcm_format(48000, 24, 4)),
-                         [](const auto& test) {
-                           return std::to_string(test.param.wBitsPerSample) + "bits" +
-                                  std::to_string(test.param.nChannels) + "channels";
-                         });
+                         format_name);
 
 TEST_P(RenderGain, FollowsTheRecursionInEveryFrameAlikeForAllChannels) {
   const Played sound = play_noise();
@@ -84,6 +99,27 @@ TEST_P(RenderGain, EndsInACopyOfEveryBit) {
   ASSERT_GT(sound.played.size(), static_cast<std::size_t>(from));
   EXPECT_TRUE(std::equal(sound.played.begin() + from, sound.played.end(), sound.source.begin() + from));
   EXPECT_FALSE(std::equal(sound.played.begin(), sound.played.begin() + from, sound.source.begin()));
+}
+
+class RenderOfAnotherWidth : public RenderGain {};
+INSTANTIATE_TEST_SUITE_P(Of, RenderOfAnotherWidth,
+                         ::testing::Values(pcm_format(48000, 8, 2), pcm_format(48000, 32, 1), pcm_format(48000, 32, 2)),
+                         format_name);
+
+TEST_P(RenderOfAnotherWidth, PlaysEveryByteAsItIsWhileTheGainRises) {
+  const Played sound = play_noise();
+  ASSERT_GT(sound.played.size(), kRampFrames * GetParam().nBlockAlign);
+  EXPECT_EQ(sound.played, sound.source);
+}
+
+TEST_P(RenderOfAnotherWidth, TracesTheRisingGainOfEachPacketOfTheRamp) {
+  StreamBench bench(DataFlow::render, {.pins = {.trim_ppm = 0}});
+  bench.start();
+  bench.open_application(GetParam());
+  bench.machine.run_for(600);
+  const std::vector<double> gains = traced_gains(bench);
+  ASSERT_EQ(gains.size(), (kRampFrames + 479) / 480);
+  for (std::size_t n = 0; n < gains.size(); ++n) EXPECT_NEAR(gains[n], reference_gain(480 * (n + 1)), 1e-5) << n;
 }
 
 /// Frames that the ramp changes when the physical speaker takes packets of `packet` frames.
@@ -127,9 +163,7 @@ TEST(RenderRamp, IsNotTracedAnyMoreOnceThePacketsAreCopied) {
   StreamBench bench(DataFlow::render, {.pins = {.trim_ppm = 0}});
   bench.start_streaming();
   bench.machine.run_for(600);
-  std::size_t ramps = 0;
-  for (const std::string& text : bench.log.traces()) ramps += text.starts_with("[ren] (480) m_currentGain: ") ? 1u : 0u;
-  EXPECT_EQ(ramps, (kRampFrames + 479) / 480);
+  EXPECT_EQ(traced_gains(bench).size(), (kRampFrames + 479) / 480);
 }
 
 }  // namespace
