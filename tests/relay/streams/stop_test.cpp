@@ -1,6 +1,7 @@
 // A stop that falls into a call of the machine.
 
 #include "stream_bench.h"
+#include "support/used_steps.h"
 
 namespace sonivo::test {
 namespace {
@@ -38,12 +39,15 @@ TEST_P(StopDuringACall, OfTheOpeningLeavesTheDeviceFreeToChange) {
 }
 
 TEST_P(StopDuringACall, OfAnyOtherKindLeavesNothingBehind) {
-  for (std::size_t step = 0; step < sim::kStepCount; ++step) {
-    SCOPED_TRACE(to_string(static_cast<Step>(step)));
+  bench.start_streaming();
+  bench.stream.reset();
+  const std::vector<Step> used = used_steps(bench.machine.script());
+  ASSERT_GT(used.size(), 20u);
+  for (const Step step : used) {
+    SCOPED_TRACE(to_string(step));
     StreamBench one(GetParam());
     one.open_application();
-    one.machine.script().before(static_cast<Step>(step), 1,
-                                [&] { one.machine.scheduler().pass(10 * sim::kMillisecond); });
+    one.machine.script().before(step, 1, [&] { one.machine.scheduler().pass(10 * sim::kMillisecond); });
     one.start();
     one.machine.run_for(5);
     const std::uint64_t before = one.now_ms();
