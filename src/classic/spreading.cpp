@@ -20,6 +20,7 @@ void spread(const Spreading& spreading, std::span<const float> level, std::span<
       }
     }
   }
+  m = 0.0f;
   for (std::size_t p = coarse; p-- > 0;) {
     for (std::size_t k = bounds[p + 1]; k-- > bounds[p];) {
       m *= spreading.dn[p];

@@ -17,7 +17,7 @@ struct Spreading {
 /// M = level spread upward, then downward, then weighted. Fine bands outside of all coarse bands keep their level.
 ///
 ///   rising:  m = m * up[p]; M[k] = m = max(m, M[k])      m starts at 0
-///   falling: m = m * dn[p]; M[k] = m = max(m, M[k])      m goes on from the rising pass
+///   falling: m = m * dn[p]; M[k] = m = max(m, M[k])      m starts at 0 again
 ///   M[k] = M[k] * coef[p]
 ///
 /// level and M hold as many values and don't overlap.

@@ -134,6 +134,7 @@ struct Suppressor {
     Vector M = C;
     double m = 0;
     prm([&](int b, std::size_t k) { M[k] = m = std::max(m * p.mask_pwc_up[b], M[k]); });
+    m = 0;
     for (int b = p.prm_nbin - 1; b >= 0; --b) {
       for (std::size_t k = prm_tbl[b + 1]; k-- > prm_tbl[b];) M[k] = m = std::max(m * p.mask_pwc_dn[b], M[k]);
     }

@@ -126,6 +126,11 @@ TEST_F(SpreadingTest, FallsByTheFactorOfTheBandReached) {
   EXPECT_THAT(of({0, 0, 0, 0, 64}), ElementsAre(1. / 4, 2, 16, 32, 64));
 }
 
+TEST_F(SpreadingTest, AGrowingFallLeavesTheHighestBandAlone) {
+  dn = {0.125f, 2.0f};
+  EXPECT_THAT(of({0, 0, 0, 0, 8}), ElementsAre(0.5, 4, 32, 16, 8));
+}
+
 TEST_F(SpreadingTest, TakesTheLouderOfBandAndNeighbours) {
   EXPECT_THAT(of({64, 40, 1, 0, 8}), ElementsAre(64, 40, 10, 4, 8));
 }

@@ -138,6 +138,7 @@ class NoiseReducer {
     for (std::size_t p = 0; p < nC; ++p) {
       for (std::size_t k = t[p]; k < t[p + 1]; ++k) M[k] = m = std::max(m * param.mask_pwc_up[p], M[k]);
     }
+    m = 0.0;
     for (std::size_t p = nC; p-- > 0;) {
       for (std::size_t k = t[p + 1]; k-- > t[p];) M[k] = m = std::max(m * param.mask_pwc_dn[p], M[k]);
     }
