@@ -46,7 +46,8 @@ std::optional<ParFile::Line> ParFile::find(const std::string& key, Form form) {
   }
   std::array<char, kLineBuffer> buffer;
   while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file.get()) != nullptr) {
-    const std::string_view line = without_line_end(buffer.data());
+    const std::string_view whole = buffer.data();
+    const std::string_view line = form == raw_of ? whole : without_line_end(whole);
     const LineValue value = form(line, key);
     if (value.match != LineMatch::none) return Line{value.match, std::string(line), std::string(value.text)};
   }

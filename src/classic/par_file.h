@@ -28,7 +28,7 @@ class ParFile final : public ParSource {
   std::optional<std::string> quoted(const std::string& key);
   /// A token; a leading "~" stands for the home folder.
   std::optional<std::string> path(const std::string& key);
-  /// All that stands behind the "="; without a message where the key is absent.
+  /// All that stands behind the "=", with the line feed of the line; without a message where the key is absent.
   std::optional<std::string> raw(const std::string& key);
   /// The first kReferencedBytes bytes of the file that a token names, relative to the par file's own folder.
   std::optional<std::vector<std::byte>> referenced(const std::string& key);

@@ -4,7 +4,7 @@
 
 namespace sonivo::classic {
 
-// What one line of a par file says about a key. Lines come without their line feed.
+// What one line of a par file says about a key. But for raw values, lines come without their line feed.
 
 enum class LineMatch {
   none,  ///< the line is about something else
@@ -26,7 +26,7 @@ LineValue token_of(std::string_view line, std::string_view key);
 /// KEY = "TEXT" # with nothing but white space or a comment behind it. Commas separate nothing here.
 LineValue quoted_of(std::string_view line, std::string_view key);
 
-/// "KEYanything=VALUE": all of what stands behind the first "=", blanks included.
+/// "KEYanything=VALUE": all of what stands behind the first "=", blanks and line feed included.
 LineValue raw_of(std::string_view line, std::string_view key);
 
 }  // namespace sonivo::classic

@@ -118,9 +118,17 @@ TEST_F(ParFileTest, PutsTheHomeFolderBeforeAPath) {
   ::setenv("HOME", home.c_str(), 1);
 }
 
+TEST_F(ParFileTest, KeepsTheLineFeedOfARawValueAlone) {
+  write("note = keep, this \nempty=\nname = x.bin\nlast=end");
+  EXPECT_EQ(file_.raw("note"), " keep, this \n");
+  EXPECT_EQ(file_.raw("empty"), "\n");
+  EXPECT_EQ(file_.raw("last"), "end");
+  EXPECT_EQ(file_.path("name"), "x.bin");
+  EXPECT_EQ(file_.token("name"), "x.bin");
+}
+
 TEST_F(ParFileTest, HasNoMessageForAMissingRawValue) {
-  write("note = keep, this \n");
-  EXPECT_EQ(file_.raw("note"), " keep, this ");
+  write("note = a\n");
   EXPECT_EQ(file_.raw("other"), std::nullopt);
   EXPECT_EQ(messages(), "");
 }

@@ -92,6 +92,7 @@ TEST(ParLineQuoted, HasNoCommaBehindItsKey) {
 TEST(ParLineRaw, IsEverythingBehindTheFirstEquals) {
   expect_value(raw_of, "key =  a = b, \"c\" # d ", "  a = b, \"c\" # d ");
   expect_value(raw_of, "key=", "");
+  expect_value(raw_of, "key= a \r\n", " a \r\n");
   expect_value(raw_of, "keys and more=1", "1");
   expect_no_value(raw_of, "key 1", LineMatch::bad);
   expect_no_value(raw_of, " key=1", LineMatch::none);
