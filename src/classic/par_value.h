@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -34,6 +35,30 @@ int ReadValues(ParSource& source, std::string_view prefix, std::string_view name
   int errors = 0;
   for (std::size_t i = 0; i < values.size(); ++i) {
     errors += ReadValue(source, prefix, indexed(name, i), conversion, values[i]);
+  }
+  return errors;
+}
+
+/// A vector in space, under the keys "NAME.x", "NAME.y" and "NAME.z".
+template <typename T>
+int ReadVector(ParSource& source, const std::string& key, const Conversion& conversion, std::span<T, 3> vector) {
+  return ReadValue(source, key, ".x", conversion, vector[0]) + ReadValue(source, key, ".y", conversion, vector[1]) +
+         ReadValue(source, key, ".z", conversion, vector[2]);
+}
+
+template <typename T>
+int ReadVector(ParSource& source, std::string_view prefix, std::string_view name, const Conversion& conversion,
+               std::span<T, 3> vector) {
+  return ReadVector(source, std::string(prefix) + std::string(name), conversion, vector);
+}
+
+/// name holds a "%d" for the index, from 0; vectors.size() elements.
+template <typename T>
+int ReadVectors(ParSource& source, std::string_view prefix, std::string_view name, const Conversion& conversion,
+                std::span<std::array<T, 3>> vectors) {
+  int errors = 0;
+  for (std::size_t i = 0; i < vectors.size(); ++i) {
+    errors += ReadVector(source, prefix, indexed(name, i), conversion, std::span<T, 3>(vectors[i]));
   }
   return errors;
 }

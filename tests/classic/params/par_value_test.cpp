@@ -199,6 +199,31 @@ TEST(ParValue, ArraysGoOnAfterAMissingElement) {
   EXPECT_THAT(numbers.asked(), testing::ElementsAre("block.a[0]", "block.a[1]", "block.a[2]", "block.a[3]"));
 }
 
+TEST(ParVector, HasAKeyForEachDirection) {
+  Numbers numbers({{"mic.x", -20}, {"mic.y", 0}, {"mic.z", 20}});
+  std::array<float, 3> vector{};
+  EXPECT_EQ(ReadVector(numbers, "mic", {.unit = Unit::db_amplitude}, std::span(vector)), 0);
+  EXPECT_THAT(vector, testing::ElementsAre(testing::FloatEq(0.1f), 1.0f, 10.0f));
+  EXPECT_THAT(numbers.asked(), testing::ElementsAre("mic.x", "mic.y", "mic.z"));
+}
+
+TEST(ParVector, KeepsTheDirectionsThatAreMissing) {
+  Numbers numbers({{"array.mic.y", 2}});
+  std::array<double, 3> vector{7, 8, 9};
+  EXPECT_EQ(ReadVector(numbers, "array.", "mic", {}, std::span(vector)), 2);
+  EXPECT_THAT(vector, testing::ElementsAre(7, 2, 9));
+  EXPECT_THAT(numbers.asked(), testing::ElementsAre("array.mic.x", "array.mic.y", "array.mic.z"));
+}
+
+TEST(ParVector, StandsInArrays) {
+  Numbers numbers({{"array.mic[0].x", 1}, {"array.mic[0].y", 2}, {"array.mic[1].z", 6}});
+  std::array<std::array<std::int16_t, 3>, 2> vectors{{{9, 9, 9}, {9, 9, 9}}};
+  EXPECT_EQ(
+      ReadVectors(numbers, "array.", "mic[%d]", {.unit = Unit::count}, std::span<std::array<std::int16_t, 3>>(vectors)),
+      3);
+  EXPECT_THAT(vectors, testing::ElementsAre(testing::ElementsAre(1, 2, 9), testing::ElementsAre(9, 9, 6)));
+}
+
 TEST(ParTable, TakesOneWordPerNumber) {
   Numbers numbers({{"b.w[0]", 32767}, {"b.w[1]", -32766}});
   std::array<std::uint16_t, 4> table{1, 1, 1, 1};
