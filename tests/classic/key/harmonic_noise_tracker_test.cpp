@@ -94,6 +94,15 @@ TEST(HarmonicNoiseTracker, ForgetsAQuietFrameAfterOneToTwoCycles) {
   EXPECT_THAT(frame(tracker, Levels(6, 8.0f)), testing::Each(8.0f));
 }
 
+TEST(HarmonicNoiseTracker, WaitsAndCountsInWordsWithASign) {
+  Nl2Block param = six_bands();
+  param.init_wait = 40000;  // no wait at all
+  param.update_cycle_voice = 20000;
+  HarmonicNoiseTracker tracker(param);
+  EXPECT_THAT(frame(tracker, Levels(6, 1.0f), true), testing::Each(1.0f));
+  for (int i = 2; i <= 100000; ++i) ASSERT_EQ(frame(tracker, Levels(6, 8.0f), true)[0], 1.0f) << i;  // 2 V never comes
+}
+
 TEST(HarmonicNoiseTracker, TheRestartFlagStopsTheWindowsForSixtyFrames) {
   Nl2Block param = six_bands();
   bool restart = false;

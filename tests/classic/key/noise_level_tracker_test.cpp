@@ -75,6 +75,40 @@ TEST(NoiseLevelTracker, UnderConstantVoiceWindowAStartsAgainAtOddCyclesAndBAtEve
   EXPECT_EQ(last_frame_of_dip(param, 300, true, 1000), 400);
 }
 
+/// Waits and counts are words with a sign.
+TEST(NoiseLevelTracker, AnInitWaitOfMoreThanAWordHoldsIsNone) {
+  NlBlock param = one_band(10, 10);
+  param.init_wait = 40000;
+  NoiseLevelTracker tracker(param);
+  EXPECT_EQ(frame(tracker, 5.0f), 5.0f);
+  param.init_wait = 32767;
+  NoiseLevelTracker longest(param);
+  for (int i = 1; i <= 32767; ++i) ASSERT_EQ(frame(longest, 5.0f), 100.0f) << i;
+  EXPECT_EQ(frame(longest, 5.0f), 5.0f);
+}
+
+TEST(NoiseLevelTracker, WindowBNeverEndsWhereTwoCyclesAreMoreThanAWordHolds) {
+  EXPECT_EQ(last_frame_of_dip(one_band(7, 16383), 1, true, 100000), 32766);
+  EXPECT_EQ(last_frame_of_dip(one_band(7, 16384), 1, true, 100000), 100000);
+  EXPECT_EQ(last_frame_of_dip(one_band(7, 20000), 1, true, 100000), 100000);
+  EXPECT_EQ(last_frame_of_dip(one_band(20000, 20000), 1, false, 100000), 100000);
+}
+
+TEST(NoiseLevelTracker, TheVoiceLimitEndsNoWindowWhereItIsMoreThanAWordHolds) {
+  const auto last_frame_under_changing_voice = [](std::uint16_t V) {
+    const NlBlock param = one_band(V, V);
+    NoiseLevelTracker tracker(param);
+    int last = 0;
+    for (int i = 1; i <= 100000; ++i) {
+      if (frame(tracker, i == 1 ? 10.0f : 50.0f, i % 2 != 0) == 10.0f) last = i;
+    }
+    return last;
+  };
+  // A ends at 2 V + 1, when B's count starts again and passes V at 3 V + 2; C passed 2 V meanwhile.
+  EXPECT_EQ(last_frame_under_changing_voice(10000), 30002);
+  EXPECT_EQ(last_frame_under_changing_voice(20000), 100000);
+}
+
 TEST(NoiseLevelTracker, WithoutVoiceTheCycleIsThatOfNoise) {
   const NlBlock param = one_band(7, 100);
   EXPECT_EQ(last_frame_of_dip(param, 1, false, 100), 14);

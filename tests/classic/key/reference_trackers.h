@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "classic/param_blocks.h"
@@ -13,7 +14,7 @@ namespace sonivo::classic::reference {
 using Vector = std::vector<double>;
 
 struct Cycle {
-  int cntA = 0, cntB = 0, cntC = 0;
+  std::int16_t cntA = 0, cntB = 0, cntC = 0;
   bool last_voice = false;
 
   template <typename Block>
@@ -22,7 +23,7 @@ struct Cycle {
     const Vector fresh(minA.size(), param.Nin_init);
     if (last_voice != voice) cntA = 0;
     const int cycle = voice ? V : U;
-    cntA += 1, cntB += 1, cntC += 1;
+    ++cntA, ++cntB, ++cntC;
     if (cntA == cycle || (cntB > 2 * V && cntC > V)) minA = fresh, cntB = 0;
     if (cntA >= 2 * cycle || (cntC > 2 * V && cntB > V)) minB = fresh, cntA = 0, cntC = 0;
     last_voice = voice;
@@ -31,7 +32,7 @@ struct Cycle {
 
 struct NoiseLevelTracker {
   explicit NoiseLevelTracker(const NlBlock& p)
-      : param(p), wait(p.init_wait), minA(p.nbin, p.Nin_init), minB(minA), level(p.nbin) {}
+      : param(p), wait(static_cast<std::int16_t>(p.init_wait)), minA(p.nbin, p.Nin_init), minB(minA), level(p.nbin) {}
 
   void process(const Vector& input, bool voice) {
     if (wait > 0) {
@@ -48,14 +49,14 @@ struct NoiseLevelTracker {
   }
 
   const NlBlock& param;
-  int wait;
+  std::int16_t wait;
   Vector minA, minB, level;
   Cycle cycle;
 };
 
 struct HarmonicNoiseTracker {
   explicit HarmonicNoiseTracker(const Nl2Block& p)
-      : param(p), wait(p.init_wait), minA(p.nbin, p.Nin_init), minB(minA), tmp(p.nbin) {}
+      : param(p), wait(static_cast<std::int16_t>(p.init_wait)), minA(p.nbin, p.Nin_init), minB(minA), tmp(p.nbin) {}
 
   void process(const Vector& x, bool voice, Vector& output) {
     if (wait > 0) {
@@ -87,7 +88,7 @@ struct HarmonicNoiseTracker {
   }
 
   const Nl2Block& param;
-  int wait;
+  std::int16_t wait;
   Vector minA, minB, tmp;
   Cycle cycle;
 };
