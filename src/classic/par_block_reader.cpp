@@ -63,8 +63,12 @@ void BlockReader::read_limited(const char* prefix, const Field& field, std::span
       ++progress.errors;
     } else if (std::cmp_less(value, limit.lowest) || std::cmp_greater(value, limit.highest)) {
       source_.messages() << message_of(limit, prefix);
-      ++progress.errors;
-      progress.ended = limit.ends_block;
+      if (limit.breach == Breach::taken_last) {
+        values[i] = value;
+      } else {
+        ++progress.errors;
+      }
+      progress.ended = limit.breach != Breach::left_out;
     } else {
       values[i] = value;
     }

@@ -41,12 +41,19 @@ enum class Entries : std::uint8_t {
   ui_edges,
 };
 
-/// What a whole number must keep to. One that doesn't leaves its field as it was.
+/// What becomes of a whole number outside of its limits.
+enum class Breach : std::uint8_t {
+  left_out,    ///< an error; the field stays as it was
+  ends_block,  ///< the same, and what stands behind it in the block is not read
+  taken_last,  ///< no error: the field takes it, but what stands behind it in the block is not read
+};
+
+/// What a whole number must keep to.
 struct Limit {
   std::int32_t lowest;
   std::int32_t highest;
   const char* message;  ///< "%s" stands for the block's prefix
-  bool ends_block;      ///< what stands behind it in the block is not read
+  Breach breach;
 };
 
 struct Field {

@@ -31,14 +31,16 @@ constexpr Field per_coarse(Field field) { return field.times(kCoarseBands, Entri
 constexpr Field per_prm(Field field) { return field.times(kPulseGroups, Entries::prm); }
 constexpr Field per_ui(Field field) { return field.times(kPulseGroups, Entries::ui); }
 
-constexpr Limit kCoarseCount{0, kCoarseBands, "error: %snbin is more than 12\n", true};
-constexpr Limit kBandCount{0, kMaxBands, "error: %snbin is more than 60\n", true};
-constexpr Limit kGroupCount{0, kPulseGroups, "error: %snbin is more than 5\n", true};
-constexpr Limit kStageCount{0, kFilterStages, "error: %sstage_num is more than 6\n", true};
-constexpr Limit kDelayFrames{1, INT32_MAX, "error: %sdelay_frame is less than 1\n", false};
-constexpr Limit kWindowLength{1, INT32_MAX, "error: %swindow_len is less than 1\n", false};
-constexpr Limit kNpmCount{0, kNpmGroups, "npm_num must be less than NS_NR_MAX_NPM_NUM", true};
-constexpr Limit kNpmBandCount{0, kNpmGroups, "npm_band_num must be less than NS_NR_MAX_NPM_BAND_NUM", true};
+constexpr Limit kCoarseCount{0, kCoarseBands, "error: %snbin is more than 12\n", Breach::ends_block};
+constexpr Limit kBandCount{0, kMaxBands, "error: %snbin is more than 60\n", Breach::ends_block};
+constexpr Limit kGroupCount{0, kPulseGroups, "error: %snbin is more than 5\n", Breach::ends_block};
+constexpr Limit kStageCount{0, kFilterStages, "error: %sstage_num is more than 6\n", Breach::ends_block};
+constexpr Limit kDelayFrames{1, INT32_MAX, "error: %sdelay_frame is less than 1\n", Breach::left_out};
+constexpr Limit kWindowLength{1, INT32_MAX, "error: %swindow_len is less than 1\n", Breach::left_out};
+// Blobs with these counts are not usable, so no error is needed to keep them away from a chain.
+constexpr Limit kNpmCount{0, kNpmGroups, "npm_num must be less than NS_NR_MAX_NPM_NUM", Breach::taken_last};
+constexpr Limit kNpmBandCount{0, kNpmGroups, "npm_band_num must be less than NS_NR_MAX_NPM_BAND_NUM",
+                              Breach::taken_last};
 
 consteval auto band_table(const Limit& capacity) {
   return laid_out<sizeof(BandTable)>(count("nbin").within(capacity),

@@ -119,11 +119,14 @@ Fault fault_of_second_beam(const NsNrBfBlock& ns_nr, int fine) {
   });
 }
 
-/// Where the product of each group takes its factors.
+/// Where the product of each group takes its factors. Too many bands in a group that nobody uses are a fault as well:
+/// the reading of a par file ends there, so the rest of such a block is missing.
 bool npm_groups_fit(const PulseSupBlock& block) {
   if (block.npm_num > kNpmGroups) return false;
+  for (const std::uint16_t bands : block.npm_band_num) {
+    if (bands > kNpmGroups) return false;
+  }
   for (int i = 0; i < block.npm_num; ++i) {
-    if (block.npm_band_num[i] > kNpmGroups) return false;
     for (int j = 0; j < block.npm_band_num[i]; ++j) {
       if (block.npm_band[i][j] >= block.pulse_nbin) return false;
     }

@@ -133,12 +133,17 @@ TEST_F(ParamsCommand, KeepsAnOlderBlobWhenItFails) {
   EXPECT_EQ(bytes_of_file(blob_), "older");
 }
 
-TEST_F(ParamsCommand, FailsAtTooManyGroups) {
-  std::string text = key_cancel_text();
-  const std::string line = "pulse_sup.npm_num = 1";
-  text.replace(text.find(line), line.size(), "pulse_sup.npm_num = 4");
-  expect_failure(build("keycancel", text), "npm_num must be less than NS_NR_MAX_NPM_NUMparametre error\n",
-                 "'" + par_ + "' makes no blob; mend the keys named on standard output");
+TEST_F(ParamsCommand, RefusesTooManyGroupsAndTooManyBandsInOne) {
+  const std::string error =
+      "no chain can run on '" + par_ +
+      "': pulse_sup has more than 3 groups, more than 3 bands in one or a band outside; mend the keys that say so";
+  // The first line of a key counts.
+  expect_failure(build("keycancel", "pulse_sup.npm_num = 4\n" + key_cancel_text()),
+                 "npm_num must be less than NS_NR_MAX_NPM_NUM", error);
+  for (const std::string group : {"0", "2"}) {  // the second of them is not in use
+    expect_failure(build("keycancel", "pulse_sup.npm_band_num[" + group + "] = 4\n" + key_cancel_text()),
+                   "npm_band_num must be less than NS_NR_MAX_NPM_BAND_NUM", error);
+  }
 }
 
 TEST_F(ParamsCommand, RefusesWhatNoChainCanRunOn) {

@@ -9,6 +9,7 @@ mkdir beams && cp "$par"/* beams
 cp "$par/keycancel.par" in.par
 grep -v '^paramID' in.par >lacking.par
 sed 's/^pulse_sup_delay.delay.*/pulse_sup_delay.delay = -1/' in.par >harmful.par
+sed 's/^pulse_sup.npm_num.*/pulse_sup.npm_num = 4/' in.par >grouped.par
 cp "$par/beamforming.par" lonely.par # its filters are elsewhere
 : >empty.par
 head -c 100 /dev/zero >short.bin
@@ -44,6 +45,9 @@ expect "a key that is missing" 1 $'^paramID is not include par file\nparametre e
   "^error: 'lacking.par' makes no blob; mend the keys named on standard output\$" params build keycancel lacking.par out.bin
 expect "a value that no chain can run on" 1 '^$' "^error: no chain can run on 'harmful.par': pulse_sup_delay is not [^"$'\n'']+$' \
   params build keycancel harmful.par out.bin
+expect "a count of groups that ends its block" 1 '^npm_num must be less than NS_NR_MAX_NPM_NUM$' \
+  "^error: no chain can run on 'grouped.par': pulse_sup has more than 3 groups, [^"$'\n'']+$' \
+  params build keycancel grouped.par out.bin
 expect "beam filters that are missing" 1 'can not open [^'$'\n'']*beam0_mic0.f64' \
   "^error: 'lonely.par' makes no blob; [^"$'\n'']+$' params build beamforming lonely.par out.bin
 expect "an empty file" 1 'parametre error$' "^error: 'empty.par' makes no blob; " params build keycancel empty.par out.bin

@@ -191,46 +191,84 @@ TEST_F(ParReader, KeepsTheFieldOfAMalformedKey) {
   EXPECT_EQ(param.noise.pwr_snd.PWCup, 3.0f);
 }
 
-TEST_F(ParReader, ReadsInOrderOfDependencies) {
-  KeyCancelParam param{};
-  read("", param);
-  const std::string text = messages();
+/// Each key is named in the messages, in this order.
+void expect_named_in_order(const std::string& messages, const std::vector<std::string>& keys) {
   std::size_t previous = 0;
-  for (const std::string key : {"all_bypass",
-                                "syk1.nbin",
-                                "syk2.nbin",
-                                "nbin_param_tbl[0]",
-                                "ain.stage_num",
-                                "ana.fnum_out",
-                                "pwr_snd.Pin_init",
-                                "nl_snd.init_wait",
-                                "pwr_snd_vd.Pin_init",
-                                "vds.ID",
-                                "pwr_bf.Pin_init",
-                                "pwr_bf_nl.Pin_init",
-                                "nl_bf.init_wait",
-                                "nl2_bf.init_wait",
-                                "ns_nr.bypass",
-                                "paramID",
-                                "ana_pulse.fnum_out",
-                                "syk_pulse.nbin",
-                                "syk_pulse_prm.nbin",
-                                "syk_pulse_prm_ui.nbin",
-                                "nbin_pulse_param_tbl[0]",
-                                "nbin_pulse_param_ui_tbl[0]",
-                                "diff_power.delay_frame",
-                                "pulse_sup.bypass",
-                                "pulse_sup_delay.delay",
-                                "pulse_sup_add_delay.delay",
-                                "pulse_sup_add.gn_th",
-                                "pwr_pulse.Pin_init",
-                                "nl_pulse.init_wait",
-                                "ngen_f_pulse.init_wait"}) {
-    const std::size_t place = ("\n" + text).find("\n" + key + " is not include");
+  for (const std::string& key : keys) {
+    const std::size_t place = ("\n" + messages).find("\n" + key + " is not include par file\n");
     ASSERT_NE(place, std::string::npos) << key;
     EXPECT_GE(place, previous) << key;
     previous = place;
   }
+}
+
+TEST_F(ParReader, ReadsInOrderOfDependencies) {
+  KeyCancelParam param{};
+  read("", param);
+  expect_named_in_order(messages(), {"all_bypass",
+                                     "syk1.nbin",
+                                     "syk2.nbin",
+                                     "nbin_param_tbl[0]",
+                                     "ain.stage_num",
+                                     "ana.fnum_out",
+                                     "pwr_snd.Pin_init",
+                                     "nl_snd.init_wait",
+                                     "pwr_snd_vd.Pin_init",
+                                     "vds.ID",
+                                     "pwr_bf.Pin_init",
+                                     "pwr_bf_nl.Pin_init",
+                                     "nl_bf.init_wait",
+                                     "nl2_bf.init_wait",
+                                     "ns_nr.bypass",
+                                     "paramID",
+                                     "ana_pulse.fnum_out",
+                                     "syk_pulse.nbin",
+                                     "syk_pulse_prm.nbin",
+                                     "syk_pulse_prm_ui.nbin",
+                                     "nbin_pulse_param_tbl[0]",
+                                     "nbin_pulse_param_ui_tbl[0]",
+                                     "diff_power.delay_frame",
+                                     "pulse_sup.bypass",
+                                     "pulse_sup_delay.delay",
+                                     "pulse_sup_add_delay.delay",
+                                     "pulse_sup_add.gn_th",
+                                     "pwr_pulse.Pin_init",
+                                     "nl_pulse.init_wait",
+                                     "ngen_f_pulse.init_wait"});
+}
+
+TEST_F(ParReader, ReadsTheFiltersBehindTheStagesAndTheBandsOfTheMeanBehindTheVolume) {
+  BeamFormingKeyCancelParam param;
+  read("", param);
+  expect_named_in_order(messages(), {"all_bypass",
+                                     "syk1.nbin",
+                                     "syk2.nbin",
+                                     "nbin_param_tbl[0]",
+                                     "ain.stage_num",
+                                     "fd_fbf_ain_flt[0][0]",
+                                     "fd_fbf_ain_flt[0][1]",
+                                     "fd_fbf_ain_flt[1][0]",
+                                     "fd_fbf_ain_flt[1][1]",
+                                     "ana.fnum_base_out",
+                                     "ana.fnum_out",
+                                     "pwr_snd.Pin_init",
+                                     "nl2_bf.init_wait",
+                                     "ns_nr.bypass",
+                                     "ns_nr.ID",
+                                     "ns_nr.noise_mix_w[0]",
+                                     "ns_nr.noise_mix_w[1]",
+                                     "ns_nr.nn_mgn_voice",
+                                     "ns_nr.nn_mgn_noise",
+                                     "ns_nr.dly_frame",
+                                     "ns_nr.nw_det_band_min",
+                                     "ns_nr.vol",
+                                     "ns_nr.nbin_avg_g_L",
+                                     "ns_nr.nbin_avg_g_H",
+                                     "paramID",
+                                     "ana_pulse.fnum_base_out",
+                                     "syk_pulse.nbin",
+                                     "pulse_sup.bypass",
+                                     "ngen_f_pulse.init_wait"});
 }
 
 TEST_F(ParReader, NamesFiltersThatAreMissing) {
@@ -264,14 +302,16 @@ TEST_F(ParReader, LeavesTheRestOfThePulseSuppressorAtTooManyGroups) {
   EXPECT_EQ(
       read(replaced(blob, {"pulse_sup.npm_num", "pulse_sup.npm_band", "pulse_sup.det_keep"}, "pulse_sup.npm_num = 4\n"),
            param),
-      1);
+      0);
   EXPECT_EQ(messages(), "npm_num must be less than NS_NR_MAX_NPM_NUM");
   const std::size_t block = offsetof(KeyCancelParam, pulse) + offsetof(PulsePath, pulse_sup);
   const std::size_t npm_num = block + offsetof(PulseSupBlock, npm_num);
+  const std::size_t behind = npm_num + sizeof param.pulse.pulse_sup.npm_num;
   const std::size_t end = block + sizeof(PulseSupBlock);
   const std::string bytes = bytes_of(param);
   EXPECT_EQ(bytes.substr(0, npm_num), blob.bytes().substr(0, npm_num));
-  EXPECT_EQ(bytes.substr(npm_num, end - npm_num), std::string(end - npm_num, kUntouched));
+  EXPECT_EQ(param.pulse.pulse_sup.npm_num, 4);
+  EXPECT_EQ(bytes.substr(behind, end - behind), std::string(end - behind, kUntouched));
   EXPECT_EQ(bytes.substr(end), blob.bytes().substr(end));
 }
 
@@ -282,10 +322,11 @@ TEST_F(ParReader, LeavesTheRestOfThePulseSuppressorAtTooManyBandsInAGroup) {
   EXPECT_EQ(read(replaced(blob, {"pulse_sup.npm_band", "pulse_sup.det_keep"},
                           "pulse_sup.npm_band_num[0] = 3\npulse_sup.npm_band_num[1] = 4\n"),
                  param),
-            1);
+            0);
   EXPECT_EQ(messages(), "npm_band_num must be less than NS_NR_MAX_NPM_BAND_NUM");
   EXPECT_EQ(param.pulse.pulse_sup.npm_band_num[0], 3);
-  EXPECT_EQ(param.pulse.pulse_sup.npm_band_num[1], 0x5A5A);
+  EXPECT_EQ(param.pulse.pulse_sup.npm_band_num[1], 4);
+  EXPECT_EQ(param.pulse.pulse_sup.npm_band_num[2], 0x5A5A);
   EXPECT_EQ(param.pulse.pulse_sup.npm_band[0][0], 0x5A5A);
   EXPECT_EQ(param.pulse.pulse_sup.det_keep_npm_num[2], 0x5A5A);
 }
@@ -293,8 +334,22 @@ TEST_F(ParReader, LeavesTheRestOfThePulseSuppressorAtTooManyBandsInAGroup) {
 TEST_F(ParReader, CountsTheErrorsBeforeABlockEnded) {
   const Blob blob(Kind::key_cancel, {}, 17, '\0');
   KeyCancelParam param{};
-  EXPECT_EQ(read(replaced(blob, {"pulse_sup.npm_num", "pulse_sup.g_floor[1]"}, "pulse_sup.npm_num = 4\n"), param), 2);
+  EXPECT_EQ(read(replaced(blob, {"pulse_sup.npm_num", "pulse_sup.g_floor[1]"}, "pulse_sup.npm_num = 4\n"), param), 1);
   EXPECT_EQ(messages(), "pulse_sup.g_floor[1] is not include par file\nnpm_num must be less than NS_NR_MAX_NPM_NUM");
+}
+
+TEST_F(ParReader, MakesNothingUsableOfABlockThatEndedAtItsGroups) {
+  const Blob blob(Kind::key_cancel, {}, 21, '\0');
+  for (const std::string& line :
+       {std::string("pulse_sup.npm_num = 4\n"), std::string("pulse_sup.npm_num = 65535\n"),
+        std::string("pulse_sup.npm_band_num[0] = 4\n"), std::string("pulse_sup.npm_band_num[2] = 65535\n")}) {
+    for (const std::string& groups : {std::string(), std::string("pulse_sup.npm_num = 1\n")}) {
+      KeyCancelParam param{};
+      EXPECT_EQ(read(line + groups + blob.text(), param), 0);
+      EXPECT_STREQ(first_fault(param), "pulse_sup has more than 3 groups, more than 3 bands in one or a band outside")
+          << line;
+    }
+  }
 }
 
 struct Capacity {
@@ -350,6 +405,35 @@ TEST_F(ParReader, MakesAParameterSetOnlyFromACompleteFile) {
   write_file(path(), replaced(blob, {"paramID"}));
   EXPECT_EQ(MakeParams<KeyCancelParam>(path(), messages), nullptr);
   EXPECT_EQ(messages.str(), "paramID is not include par file\nparametre error\n");
+}
+
+TEST_F(ParReader, MakesABeamFormingSetOnlyWithAllFilters) {
+  const Blob blob(Kind::beam_forming, {}, 22, '\0');
+  write_file(path(), blob.text());
+  write_filters(blob);
+  std::ostringstream messages;
+  EXPECT_NE(MakeParams<BeamFormingKeyCancelParam>(path(), messages), nullptr);
+  EXPECT_EQ(messages.str(), "");
+
+  std::filesystem::remove(folder_ / "flt10.bin");
+  EXPECT_EQ(MakeParams<BeamFormingKeyCancelParam>(path(), messages), nullptr);
+  EXPECT_EQ(messages.str(),
+            "fd_fbf_ain_flt[1][0] is bad value\ncan not open " + (folder_ / "flt10.bin") + "\nparametre error\n");
+}
+
+TEST_F(ParReader, FindsTheFiltersOfAParFileInTheCurrentFolder) {
+  const Blob blob(Kind::beam_forming, {}, 23, '\0');
+  write_file(path(), blob.text());
+  write_filters(blob);
+  const auto there = MakeParams<BeamFormingKeyCancelParam>(path());
+  ASSERT_NE(there, nullptr);
+
+  const std::filesystem::path elsewhere = std::filesystem::current_path();
+  std::filesystem::current_path(folder_ / "");
+  const auto here = MakeParams<BeamFormingKeyCancelParam>("tuning.par");
+  std::filesystem::current_path(elsewhere);
+  ASSERT_NE(here, nullptr);
+  EXPECT_EQ(bytes_of(*here), bytes_of(*there));
 }
 
 TEST_F(ParReader, MakesBlobsThatAreUsable) {
