@@ -155,18 +155,17 @@ int ReadParams(ParFile& file, BeamFormingKeyCancelParam& param) {
 }
 
 template <typename Param>
-std::unique_ptr<Param> MakeParams(const std::string& path, std::ostream& messages) {
-  std::unique_ptr<Param> param(new (std::nothrow) Param{});
-  if (!param) {
-    messages << "memory empty\n";
-    return nullptr;
-  }
+std::unique_ptr<Param> MakeParams(const std::string& path, std::ostream& messages) try {
+  auto param = std::make_unique<Param>();
   ParFile file(path, messages);
   if (ReadParams(file, *param) != 0) {
     messages << "parametre error\n";
     return nullptr;
   }
   return param;
+} catch (const std::bad_alloc&) {
+  messages << "memory empty\n";
+  return nullptr;
 }
 
 template std::unique_ptr<KeyCancelParam> MakeParams(const std::string&, std::ostream&);

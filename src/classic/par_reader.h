@@ -17,8 +17,8 @@ int ReadParams(ParSource& source, KeyCancelParam& param);
 /// Starts from zero. Filter files lie in the folder of the par file.
 int ReadParams(ParFile& file, BeamFormingKeyCancelParam& param);
 
-/// The blob of a par file; null, with the message "parametre error", when a key failed. Param is KeyCancelParam or
-/// BeamFormingKeyCancelParam.
+/// The blob of a par file; null, with the message "parametre error", when a key failed, or "memory empty". Param is
+/// KeyCancelParam or BeamFormingKeyCancelParam.
 template <typename Param>
 std::unique_ptr<Param> MakeParams(const std::string& path, std::ostream& messages = std::cout);
 

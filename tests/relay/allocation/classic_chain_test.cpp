@@ -3,11 +3,21 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "classic/beam_forming_key_cancel.h"
 #include "classic/built_in_params.h"
 #include "classic/key_cancel.h"
+#include "classic/key_cancel_channel.h"
+#include "classic/par_channel.h"
+#include "classic/par_list.h"
+#include "classic/par_reader.h"
 #include "count_allocations.h"
 
 namespace sonivo::test {
@@ -118,6 +128,76 @@ TYPED_TEST(Memory, ThatIsMissingForNewParametersLeavesTheChainOpen) {
     EXPECT_EQ(status, kMemoryEmpty) << "allocation " << nth;
     EXPECT_EQ(this->chain_.Execute(block.data()), 0) << "allocation " << nth;
   }
+}
+
+/// What is missing for the first allocation is the record itself; the others here come before the first key is found.
+TEST(MemoryOfAParameterSet, ThatIsMissingLeavesNone) {
+  const std::string no_file = "a name that is longer than what a string holds in itself.par";
+  for (std::uint64_t nth = 1; nth <= 40; ++nth) {
+    std::ostringstream messages;
+    fail_allocation(nth);
+    const auto param = classic::MakeParams<classic::KeyCancelParam>(no_file, messages);
+    ASSERT_TRUE(allocation_failed());
+    EXPECT_EQ(param, nullptr) << nth;
+    if (nth == 1) {
+      EXPECT_EQ(messages.str(), "memory empty\n");
+    }
+  }
+  std::ostringstream messages;
+  fail_allocation(1);
+  EXPECT_EQ(classic::MakeParams<classic::BeamFormingKeyCancelParam>(no_file, messages), nullptr);
+  EXPECT_TRUE(allocation_failed());
+  EXPECT_EQ(messages.str(), "memory empty\n");
+}
+
+/// Writes the built-in set as a par file.
+class Scribe final : public classic::ParSource {
+ public:
+  explicit Scribe(std::ostream& file) : ParSource(file), list_(classic::NrModelEntries(), file) {
+    classic::KeyCancelParam param;
+    classic::ReadParams(*this, param);
+  }
+
+  std::optional<double> number(const std::string& key) override {
+    const auto value = list_.number(key);
+    messages() << key << " = " << value.value() << "\n";
+    return value;
+  }
+
+ private:
+  classic::ParList list_;
+};
+
+/// Every allocation behind the reading of the file fails once: the channel and its stages.
+TEST(MemoryOfAChannelFromAFile, ThatIsMissingLeavesNone) {
+  std::string folder = (std::filesystem::temp_directory_path() / "sonivo-memory-XXXXXX").string();
+  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+  const std::string path = folder + "/tuning.par";
+  {
+    std::ofstream file(path);
+    const Scribe scribe(file);
+  }
+  std::ostringstream nothing;
+  ASSERT_NE(classic::MakeChannel<classic::KeyCancelChannel>(path, nothing), nullptr) << nothing.str();
+  const std::uint64_t start = allocations();
+  ASSERT_NE(classic::MakeParams<classic::KeyCancelParam>(path, nothing), nullptr);
+  const std::uint64_t reading = allocations() - start;
+
+  int failures = 0;
+  for (std::uint64_t nth = reading + 1;; ++nth) {
+    std::ostringstream messages;
+    fail_allocation(nth);
+    const auto channel = classic::MakeChannel<classic::KeyCancelChannel>(path, messages);
+    if (!allocation_failed()) {
+      EXPECT_NE(channel, nullptr);
+      break;
+    }
+    ++failures;
+    EXPECT_EQ(channel, nullptr) << "allocation " << nth;
+    EXPECT_EQ(messages.str(), "memory empty\n") << "allocation " << nth;
+  }
+  EXPECT_GE(failures, 3) << "at least the blob's owner, the channel and its stages";
+  std::filesystem::remove_all(folder);
 }
 
 }  // namespace
