@@ -51,7 +51,7 @@ class CAudioControl final : public IMMNotificationClient {
   Status OnDefaultDeviceChanged(DataFlow flow, Role role, const std::string& id) override;
   Status OnPropertyValueChanged(const std::string&, const PropertyKey&) override { return kOk; }
 
-  /// Before Start: which notebook this is.
+  /// Any thread, any time: which notebook this is.
   void SetGenAndFunction(std::uint32_t generation, std::uint32_t function, std::uint32_t generation_mic,
                          std::uint32_t function_mic);
   void SetMuteWindow(WindowHandle window);
@@ -132,10 +132,10 @@ class CAudioControl final : public IMMNotificationClient {
   std::atomic<RegNotifyStatus> m_regNotifyStatus{RegNotifyStatus::running};
   std::atomic<bool> m_bCaptureFollowsDefault{false};
   std::atomic<bool> m_bRenderFollowsDefault{false};
-  std::uint32_t m_Function = 0;
-  std::uint32_t m_dwGeneration = 0;
-  std::uint32_t m_FunctionMic = 0;
-  std::uint32_t m_dwGenerationMic = 0;
+  std::atomic<std::uint32_t> m_Function{0};
+  std::atomic<std::uint32_t> m_dwGeneration{0};
+  std::atomic<std::uint32_t> m_FunctionMic{0};
+  std::atomic<std::uint32_t> m_dwGenerationMic{0};
 };
 
 }  // namespace sonivo

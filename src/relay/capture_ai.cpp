@@ -75,9 +75,9 @@ Status CCaptureInterface::SetAISpeechEnhanceOpen() {
     trace(TraceLevel::error, "[cap] SetAISpeechEnhanceOpen::m_AISpeechEnhanceIsOpen Already Open.\n");
     return kFail;
   }
+  m_bAISpeechEnhanceWanted = true;
   if (failed(OpenAISpeech(CurrentModelRow().speech_enhancement))) return kFail;
   m_AISpeechEnhanceIsOpen = true;
-  m_bAISpeechEnhanceWanted = true;
   return kOk;
 }
 

@@ -47,7 +47,6 @@ Status CCaptureInterface::SetBlockShape(Chain& chain) {
 
 Status CCaptureInterface::OpenKeyCancel() {
   KeyCancelChain& chain = *m_chains.key_cancel;
-  m_bKeyCancelOpen = false;
   bool readable = false;
   if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_KC_Param, kKeyCancelFlags, readable))) return kFail;
   if (!readable) return kOk;
@@ -61,7 +60,6 @@ Status CCaptureInterface::OpenKeyCancel() {
 
 Status CCaptureInterface::OpenBeamForming() {
   BeamFormingChain& chain = *m_chains.beam_forming;
-  m_bBeamFormingKeyCancelOpen = false;
   bool readable = false;
   if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable))) return kFail;
   if (!readable) return kOk;
@@ -104,7 +102,7 @@ void CCaptureInterface::PhysicalEndpointClose() {
 }
 
 // The third chain stays open between streams, since enrolment and model changes use it then. One that could not be
-// opened again is tried anew here, for as long as the host wants it open.
+// opened is tried anew here, for as long as the host wants it open; before a first model was chosen that is the row's.
 void CCaptureInterface::ReopenAISpeech() {
   AISpeechChain& chain = *m_chains.ai_speech;
   const std::lock_guard lock(m_csAIOpen);
@@ -114,7 +112,9 @@ void CCaptureInterface::ReopenAISpeech() {
     if (chain.Close() != 0) return;
     m_AISpeechEnhanceIsOpen = false;
   }
-  if (!m_bAISpeechEnhanceWanted || failed(OpenAISpeech(m_AISpeechEnhanceSetAiModelName))) return;
+  if (!m_bAISpeechEnhanceWanted) return;
+  const std::string& in_use = m_AISpeechEnhanceSetAiModelName;
+  if (failed(OpenAISpeech(in_use.empty() ? CurrentModelRow().speech_enhancement : in_use))) return;
   if (chain.SetAISpeechEnhanceStrength(ReadStrength()) != 0) {
     chain.Close();
     return;

@@ -116,6 +116,10 @@ Status CCaptureInterface::PhysicalEndpointOpen() {
   m_wet.assign(std::size_t{FramesOfMs(kBlockMs)} * m_format.nChannels, 0.0f);
   m_dry = m_wet;
 
+  // The gates may change in mid-stream: a chain that wasn't opened for this stream gets none of its blocks.
+  m_bKeyCancelOpen = false;
+  m_bBeamFormingKeyCancelOpen = false;
+  m_bAISpeechEnhanceReady = false;
   if (GateKC()) status = OpenKeyCancel();
   if (GateBF()) status = OpenBeamForming();
   if (GateAI()) status = StartAISpeech();

@@ -32,7 +32,8 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   Status GetMute(std::uint32_t* muted) override;
   Status CheckDeviceName(std::string_view text) override;
 
-  /// Before Start: which notebook this is; the microphone's values choose the chain.
+  /// Any thread, any time: which notebook this is. The microphone's values choose the chain, which is opened with the
+  /// next stream; until then the blocks pass unprocessed.
   void SetGenAndFunction(std::uint32_t generation, std::uint32_t function, std::uint32_t generation_mic,
                          std::uint32_t function_mic);
 
@@ -62,7 +63,8 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   /// Recording to enrol from, at most 259 bytes.
   void SetAISpeechEnhanceWavFile(const char* path);
 
-  /// Opens the third chain with the row's model: at start-up, before a stream needs it.
+  /// Opens the third chain with the row's model: at start-up, before a stream needs it. When that fails it is tried
+  /// again at the end of each stream, or attempt at one, until SetAISpeechEnhanceClose.
   Status SetAISpeechEnhanceOpen();
   Status SetAISpeechEnhanceClose();
 
@@ -150,10 +152,10 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   mutable std::mutex m_csPmodel;
   std::array<char, 260> m_szPmodel{};
 
-  std::uint32_t m_Function = 0;
-  std::uint32_t m_dwGeneration = 0;
-  std::uint32_t m_FunctionMic = 0;
-  std::uint32_t m_dwGenerationMic = 0;
+  std::atomic<std::uint32_t> m_Function{0};
+  std::atomic<std::uint32_t> m_dwGeneration{0};
+  std::atomic<std::uint32_t> m_FunctionMic{0};
+  std::atomic<std::uint32_t> m_dwGenerationMic{0};
 
   RingBuffer m_PreBuffer;
   std::vector<std::byte> m_silence;  // stands in for packets that are flagged silent

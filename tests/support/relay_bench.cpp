@@ -16,19 +16,7 @@ std::vector<std::byte> numbered_bytes(std::vector<std::byte> flags, std::uint32_
 
 RelayBench::RelayBench(const sim::Config& config, Notebook notebook)
     : machine(config), relay(std::make_unique<CAudioControl>(machine.seams(), chains.factory())) {
-  switch (notebook) {
-    case Notebook::plain:
-      break;
-    case Notebook::key_cancel:
-      relay->SetGenAndFunction(8, 0, 2, 1);
-      break;
-    case Notebook::beam_forming:
-      relay->SetGenAndFunction(8, 0, 3, 2);
-      break;
-    case Notebook::ai_speech:
-      relay->SetGenAndFunction(10, 0, 5, 8);
-      break;
-  }
+  if (notebook != Notebook::plain) set_notebook(notebook);
   relay->SetMuteWindow(kMuteWindow);
   machine.desktop().set_window_procedure(
       [this](WindowHandle, std::uint32_t, std::uint64_t wParam, const DeviceBroadcast& broadcast) {
@@ -49,6 +37,23 @@ void RelayBench::start() {
 }
 
 void RelayBench::stop() { relay->Stop(); }
+
+void RelayBench::set_notebook(Notebook notebook) {
+  switch (notebook) {
+    case Notebook::plain:
+      relay->SetGenAndFunction(8, 0, 0, 0);
+      break;
+    case Notebook::key_cancel:
+      relay->SetGenAndFunction(8, 0, 2, 1);
+      break;
+    case Notebook::beam_forming:
+      relay->SetGenAndFunction(8, 0, 3, 2);
+      break;
+    case Notebook::ai_speech:
+      relay->SetGenAndFunction(10, 0, 5, 8);
+      break;
+  }
+}
 
 void RelayBench::record(const WAVEFORMATEXTENSIBLE& format, std::vector<std::byte> mic) {
   machine.endpoint(sim::kMicArray).set_source(sim::memory_source(std::move(mic)));

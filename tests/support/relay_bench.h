@@ -28,6 +28,8 @@ struct RelayBench {
   /// Gives both directions their default physical endpoints and starts the relay.
   void start();
   void stop();
+  /// Gives the relay the values of a notebook, as the host does at each connection of the driver.
+  void set_notebook(Notebook notebook);
 
   /// An application records what `mic` holds; the physical microphone array hears it from the start of its stream on.
   void record(const WAVEFORMATEXTENSIBLE& format, std::vector<std::byte> mic);

@@ -82,7 +82,58 @@ TEST_F(AIOpen, FailsWithoutParameters) {
   EXPECT_THAT(chain_.calls(), ElementsAre("GetParamSize"));
 }
 
+TEST_P(AIOpenFailure, HealsAtTheEndOfTheNextAttemptToStreamWithTheModelOfTheRow) {
+  relay_.SetAISpeechEnhanceModelNo(2);
+  chain_.answer(GetParam(), 8);
+  EXPECT_EQ(relay_.SetAISpeechEnhanceOpen(), status_bits(0x80004005));
+  chain_.pardon(GetParam());
+  start_idle(bench_);
+  chain_.clear();
+  record_stereo(bench_);
+  bench_.machine.run_for(1);
+  EXPECT_THAT(chain_.calls(),
+              ElementsAre("GetParamSize", open_call(model(kModels2[0])), "SetAISpeechEnhanceStrength(1)"));
+  bench_.machine.run_for(100);
+  EXPECT_EQ(chain_.count("Run"), 1u);
+  EXPECT_EQ(recording_states(bench_), (std::vector<std::uint64_t>{1}));
+}
+
+TEST_F(AIOpen, HealsWithTheModelOfTheRowOnceTheParametersAreThere) {
+  bench_.machine.fx().set_effect(sim::kMicArray, PKEY_NVC_MTGMIC_BF_KC_Param, {});
+  EXPECT_EQ(relay_.SetAISpeechEnhanceOpen(), status_bits(0x80004005));
+  bench_.store_beam_forming_parameters();
+  start_idle(bench_);
+  record_stereo(bench_);
+  bench_.machine.run_for(101);
+  EXPECT_EQ(chain_.count(open_call(model(kModels3[0]))), 1u);
+  EXPECT_EQ(recording_states(bench_), (std::vector<std::uint64_t>{1}));
+}
+
+TEST_F(AIOpen, KeepsTheModelInUseWhenItFailsBeforeTheModelIsChosen) {
+  make_file(enrolled());
+  ASSERT_EQ(relay_.UpdateAISpeechEnhanceSetAiModelState(true), 1);
+  chain_.answer("GetParamSize", 6);
+  EXPECT_EQ(relay_.SetAISpeechEnhanceOpen(), status_bits(0x80004005));
+  chain_.pardon("GetParamSize");
+  start_idle(bench_);
+  record_stereo(bench_);
+  bench_.machine.run_for(1);  // the end of the attempt opens the chain
+  EXPECT_EQ(chain_.count(open_call(enrolled())), 1u);
+}
+
 class AIClose : public AIBench, public ::testing::Test {};
+
+TEST_F(AIClose, EndsTheAttemptsAfterAnOpeningThatFailed) {
+  chain_.answer("Open", 6);
+  EXPECT_EQ(relay_.SetAISpeechEnhanceOpen(), status_bits(0x80004005));
+  chain_.pardon("Open");
+  EXPECT_EQ(relay_.SetAISpeechEnhanceClose(), kOk);
+  start_idle(bench_);
+  chain_.clear();
+  record_stereo(bench_);
+  bench_.machine.run_for(1);
+  EXPECT_THAT(chain_.calls(), IsEmpty());
+}
 
 TEST_F(AIClose, DoesNothingWhenItIsClosed) {
   chain_.clear();

@@ -294,6 +294,19 @@ TEST_F(AISpeech, IsLeftClosedWhenItsParametersAreGoneAtTheEndOfAStream) {
   EXPECT_TRUE(bench_.log.has("[cap] PhysicalEndpointOpen::m_AISpeechEnhanceIsOpen = false.\n"));
 }
 
+TEST_F(AISpeech, IsPassedByWhenItsGateOpensInMidStream) {
+  stream(15);
+  bench_.set_notebook(Notebook::plain);
+  relay_.Stream(DataFlow::capture).RequestRestart();
+  bench_.machine.run_for(50);
+  ASSERT_EQ(recording_states(bench_), (std::vector<std::uint64_t>{1, 0, 1}));
+  chain_.clear();
+  bench_.set_notebook(Notebook::ai_speech);
+  bench_.machine.run_for(100);
+  EXPECT_THAT(chain_.calls(), IsEmpty());
+  expect_microphone_unprocessed(bench_);
+}
+
 TEST_F(AISpeech, LeavesTheOtherChainsAlone) {
   bench_.chains.key_cancel->clear();
   bench_.chains.beam_forming->clear();

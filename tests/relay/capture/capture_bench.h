@@ -149,6 +149,15 @@ inline std::size_t traces_with(const RelayBench& bench, const std::string& text)
       traces.begin(), traces.end(), [&](const std::string& trace) { return trace.find(text) != std::string::npos; }));
 }
 
+/// What the application heard in its latest 50 ms is a piece of microphone(), to the bit.
+inline void expect_microphone_unprocessed(RelayBench& bench) {
+  const auto heard = bench.machine.driver().recording();
+  const auto spoken = microphone();
+  ASSERT_GE(heard.size(), 4u * 2400);
+  const auto latest = cut_from(heard, heard.size() / 4 - 2400);
+  EXPECT_NE(std::search(spoken.begin(), spoken.end(), latest.begin(), latest.end()), spoken.end());
+}
+
 /// Of 205 ms of microphone() through a chain that leaves it alone, block 6 was lost in ProcessBlocks, and the stream
 /// went on.
 inline void expect_block_6_lost(RelayBench& bench, const ChainScript& chain) {

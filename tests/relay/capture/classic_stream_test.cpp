@@ -128,6 +128,23 @@ TEST_P(ClassicStream, BypassesAChainWhoseParametersAreGone) {
   EXPECT_EQ(state(), StreamState::ePhysicalStreaming);
 }
 
+TEST_P(ClassicStream, PassesTheAudioWhenTheGateOpensInMidStream) {
+  stream(15);
+  bench_.set_notebook(Notebook::plain);
+  restart_stream();
+  bench_.machine.run_for(50);
+  ASSERT_EQ(recording_states(bench_), (std::vector<std::uint64_t>{1, 0, 1}));
+  chain_.clear();
+  bench_.set_notebook(GetParam());
+  bench_.machine.run_for(100);
+  EXPECT_THAT(chain_.calls(), IsEmpty());
+  expect_microphone_unprocessed(bench_);
+
+  restart_stream();
+  bench_.machine.run_for(15);
+  EXPECT_GE(chain_.count("Execute"), 1u);  // the next stream opens it
+}
+
 TEST_P(ClassicStream, LeavesTheOtherChainsAlone) {
   ChainScript& other = GetParam() == Notebook::key_cancel ? *bench_.chains.beam_forming : *bench_.chains.key_cancel;
   other.clear();

@@ -26,6 +26,24 @@ TEST(MuteFromTwoThreads, TellsTheEchoFilterEachTime) {
   EXPECT_EQ(bench.machine.driver().echo_filter().open_handles(), 0u);
 }
 
+TEST(GenerationAndFunctionFromAnotherThread, LeaveBothStreamsFlowing) {
+  RelayBench bench({.schedule = sim::Schedule::free}, Notebook::key_cancel);
+  bench.store_key_cancel_parameters(1, 1);
+  start_idle(bench);
+  record_stereo(bench);
+  bench.play(pcm_format(48000, 16, 2), microphone());
+  run_at_once(bench.machine, {[&] {
+                for (int connection = 0; connection < 100; ++connection) {
+                  bench.set_notebook(Notebook::key_cancel);
+                  bench.machine.scheduler().sleep_ms(3);
+                }
+              }});
+  EXPECT_EQ(bench.relay->CaptureStatistics().streams, 1u);
+  EXPECT_EQ(bench.relay->RenderStatistics().streams, 1u);
+  EXPECT_GE(bench.chains.key_cancel->count("Execute"), 29u);
+  EXPECT_GE(bench.relay->RenderStatistics().physical_packets, 29u);
+}
+
 class SettingsFromTwoThreads : public AIBench, public ::testing::Test {
  protected:
   static constexpr int kRounds = 150;  // of 2 ms each
