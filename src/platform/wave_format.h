@@ -25,7 +25,8 @@ struct WAVEFORMATEXTENSIBLE {
 #pragma pack(pop)
 static_assert(sizeof(WAVEFORMATEXTENSIBLE) == 40);
 
-/// Whether the fields that sizes are computed from agree: packed samples of whole bytes, and none of them 0.
+/// Whether the fields agree on the sizes: packed samples of whole bytes, a byte rate that follows from them, nothing of
+/// size 0, and at least one frame in 10 ms.
 bool IsConsistent(const WAVEFORMATEXTENSIBLE& format);
 
 /// Integer PCM with packed samples of `bits` bits.
