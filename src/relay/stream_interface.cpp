@@ -87,6 +87,7 @@ void CStreamInterface::OnDeviceChange(std::uint32_t wParam, const DeviceBroadcas
   {
     const std::lock_guard lock(m_csDevice);
     if (!m_hDevice || header->handle != m_hDevice.get()) return;
+    m_bRemovalQueried = true;
     m_hDevNotify.reset();
   }
   RequestRestart();
@@ -155,6 +156,7 @@ bool CStreamInterface::OpenVirtualDevice() {
   {
     const std::lock_guard lock(m_csDevice);
     m_hDevice = std::move(device);
+    m_bRemovalQueried = false;
   }
   auto notice = m_machine.bus.notify_removal(broadcast, m_hWnd);
   if (!notice) {
@@ -162,7 +164,8 @@ bool CStreamInterface::OpenVirtualDevice() {
     return false;
   }
   const std::lock_guard lock(m_csDevice);
-  m_hDevNotify = std::move(notice);
+  const bool still_there = m_hDevice && !m_bRemovalQueried;  // else there was no notice to drop yet
+  if (still_there) m_hDevNotify = std::move(notice);
   return true;
 }
 

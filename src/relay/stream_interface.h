@@ -138,6 +138,7 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
 
   mutable std::mutex m_csDevice;  // the thread opens and closes, others close
   std::shared_ptr<Device> m_hDevice;
+  bool m_bRemovalQueried = false;  // m_hDevice was asked to go away
   std::unique_ptr<RemovalNotice> m_hDevNotify;
 
   mutable std::mutex m_csEndpointId;

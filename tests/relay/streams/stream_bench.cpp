@@ -27,18 +27,25 @@ StreamBench::StreamBench(DataFlow direction, const sim::Config& config)
       virtual_id(direction == DataFlow::capture ? sim::kVirtualMic : sim::kVirtualSpeaker),
       machine(config) {
   machine.script().start_trace();
-  if (direction == DataFlow::capture) {
-    stream = std::make_unique<CCaptureInterface>(machine.seams(), chains.factory());
-  } else {
-    stream = std::make_unique<CRenderInterface>(machine.seams());
-  }
-  stream->SetMuteWindow(kWindow);
+  make_stream(machine.driver());
 }
 
 StreamBench::~StreamBench() {
   if (stream) stream->Stop();
   machine.desktop().set_window_procedure({});
   stream.reset();
+}
+
+void StreamBench::make_stream(DeviceBus& bus) {
+  const Machine m = machine.seams();
+  const Machine seams{m.clock,   m.events, m.threads, bus,         m.endpoints, m.fx_properties,
+                      m.session, m.power,  m.desktop, m.processes, m.folders};
+  if (flow == DataFlow::capture) {
+    stream = std::make_unique<CCaptureInterface>(seams, chains.factory());
+  } else {
+    stream = std::make_unique<CRenderInterface>(seams);
+  }
+  stream->SetMuteWindow(kWindow);
 }
 
 void StreamBench::start() {

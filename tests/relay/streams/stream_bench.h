@@ -24,6 +24,8 @@ struct StreamBench {
   explicit StreamBench(DataFlow direction, const sim::Config& config = {});
   ~StreamBench();
 
+  /// A new stream in place of the one that is there, which isn't started; `bus` outlives it.
+  void make_stream(DeviceBus& bus);
   /// Gives the stream its physical endpoint and starts it.
   void start();
   /// An application opens the virtual endpoint; what it plays, or the microphone hears, is silence.

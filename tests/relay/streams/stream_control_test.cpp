@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <utility>
+
 #include "stream_bench.h"
 
 namespace sonivo::test {
@@ -75,6 +78,19 @@ TEST_P(StreamControl, StartFailsWhenThereIsNoThread) {
   EXPECT_EQ(bench.machine.scheduler().live_threads(), 0u);
 }
 
+TEST_P(StreamControl, StartFailsWithoutAnEventAndARestartDoesNothing) {
+  for (const std::uint64_t missing : {1u, 2u}) {
+    SCOPED_TRACE(missing);
+    bench.machine.script().fail(Step::event_create, 1, missing);
+    bench.make_stream(bench.machine.driver());
+    EXPECT_EQ(bench.stream->Start(), kFail);
+    bench.stream->RequestRestart();
+    bench.machine.run_for(1);
+    EXPECT_EQ(bench.machine.scheduler().live_threads(), 0u);
+    EXPECT_TRUE(bench.states().empty());
+  }
+}
+
 TEST_P(StreamControl, ARestartRequestedBeforeStreamingEndsTheNextStreamAtItsFirstStep) {
   bench.start();
   bench.machine.run_for(1);
@@ -116,6 +132,37 @@ TEST_P(StreamControl, ADeviceThatIsAskedToGoWhileNobodyStreamsLosesItsNotice) {
   const DeviceBroadcast record = removal_record();
   bench.stream->OnDeviceChange(kDeviceQueryRemove, &record);
   EXPECT_EQ(bench.machine.driver().removal_notices(), 0u);
+}
+
+/// The machine's bus, which asks a device to go away as soon as somebody wants to be told of that.
+class HastyBus final : public DeviceBus {
+ public:
+  HastyBus(DeviceBus& bus, std::function<void(const DeviceBroadcast&)> ask) : bus_(bus), ask_(std::move(ask)) {}
+
+  std::vector<DeviceInterface> interfaces(const Guid& category) override { return bus_.interfaces(category); }
+  std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Error& why) override {
+    return bus_.open(path, sharing, why);
+  }
+  std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) override {
+    auto notice = bus_.notify_removal(broadcast, window);
+    ask_(broadcast);
+    return notice;
+  }
+
+ private:
+  DeviceBus& bus_;
+  std::function<void(const DeviceBroadcast&)> ask_;
+};
+
+TEST_P(StreamControl, ADeviceThatIsAskedToGoBeforeItsNoticeIsKeptLosesIt) {
+  HastyBus bus(bench.machine.driver(),
+               [&](const DeviceBroadcast& record) { bench.stream->OnDeviceChange(kDeviceQueryRemove, &record); });
+  bench.make_stream(bus);
+  bench.start();
+  bench.machine.run_for(1);
+  EXPECT_EQ(bench.stream->State(), StreamState::eWaitVirtualStream);
+  EXPECT_EQ(bench.machine.driver().removal_notices(), 0u);
+  bench.stream.reset();
 }
 
 TEST_P(StreamControl, OtherDeviceMessagesChangeNothing) {
