@@ -11,9 +11,11 @@ namespace sonivo {
 
 enum class Reset { automatic, manual };
 
-/// A flag to wait for. An automatic one is cleared by the wait that it ends. Any thread may set or reset it.
+/// A flag to wait for. An automatic one is cleared by the wait that it ends. Any thread may set or reset it. Whether a
+/// set() that a reset() follows ends the waits of that moment is open; to be sure of them, leave it set.
 class Event {
  public:
+  /// No thread waits for it and no request carries it any more.
   virtual ~Event() = default;
   virtual void set() = 0;
   virtual void reset() = 0;
@@ -31,6 +33,7 @@ class Events {
   /// A new unsignalled event, or null when the machine has none left.
   virtual std::unique_ptr<Event> create(Reset reset) = 0;
   /// Waits until one of the events is signalled and answers the lowest signalled index; without a limit for ever.
+  /// An absent (null) event among them fails the wait at once with error::kInvalidHandle, whatever else is signalled.
   virtual WaitResult wait_any(std::span<Event* const> events, std::optional<std::uint32_t> limit_ms = std::nullopt) = 0;
 };
 

@@ -14,7 +14,8 @@
 
 namespace sonivo {
 
-/// State of one overlapped request. Its owner keeps it and the buffers in place until it is done or cancelled.
+/// State of one overlapped request. Its owner keeps it, the buffers and the event in place until it is done or
+/// cancelled.
 struct Overlapped {
   Event* hEvent = nullptr;  ///< manual-reset; cleared when the request starts, set when it is done
   bool pending = false;
@@ -35,7 +36,7 @@ class Device {
   /// Outcome of a request, waiting for it on demand; error::kIoPending when it isn't done and `wait` is false.
   virtual Error result(Overlapped& request, std::uint32_t& transferred, bool wait) = 0;
 
-  /// Ends a pending request with error::kOperationAborted; afterwards nothing touches it or its buffers.
+  /// Ends a pending request with error::kOperationAborted; afterwards nothing touches it, its buffers or its event.
   virtual void cancel(Overlapped& request) = 0;
 
   /// Synchronous form.
@@ -43,6 +44,7 @@ class Device {
                             std::uint32_t& transferred) = 0;
 
   /// Closes the handle: pending requests end with error::kOperationAborted, later ones fail with kInvalidHandle.
+  /// Afterwards nothing touches the requests, their buffers or their events.
   virtual void close() = 0;
 };
 

@@ -31,7 +31,9 @@ class Windows {
   virtual void hide(WindowHandle window) = 0;
   /// Moves, sizes and shows, without making it the foreground window.
   virtual bool show_at(WindowHandle window, const Rect& place, Stacking stacking) = 0;
+  /// Whether it shows; for windows of other programs too.
   virtual bool visible(WindowHandle window) = 0;
+  /// Where it lies, shown or not; for windows of other programs too.
   virtual bool rect(WindowHandle window, Rect& place) = 0;
   /// Asks for one kWmPaint, now or once the window shows.
   virtual void invalidate(WindowHandle window) = 0;

@@ -206,6 +206,7 @@ TEST(SimMachine, TheSessionIsOnTheConsoleUnlessSetOtherwise) {
 TEST(SimMachine, FoldersLieBelowTheConfiguredOne) {
   SimMachine machine({.folder = "/some/where"});
   EXPECT_EQ(machine.seams().folders.system_model_folder(), "/some/where/models");
+  EXPECT_EQ(machine.seams().folders.bitmap_folder(), "/some/where/bitmaps");
   EXPECT_EQ(machine.seams().folders.user_data_folder(), "/some/where/user");
 }
 
