@@ -40,6 +40,7 @@ void BeamFormingChannel::reset(std::shared_ptr<const Param> param) {
 
 void BeamFormingChannel::copy_states(const BeamFormingChannel& other) {
   stages_ = std::make_unique<Stages>(*other.stages_);
+  param_ = other.param_;
 }
 
 const DetectionStatistics& BeamFormingChannel::statistics() const { return stages_->key.statistics(); }

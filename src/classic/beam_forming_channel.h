@@ -26,7 +26,8 @@ class BeamFormingChannel {
   void reset(std::shared_ptr<const Param> param);
   void reset() { reset(own_); }
 
-  /// Takes over all states of a channel with the same blob. Throws std::bad_alloc and has changed nothing then.
+  /// Takes over all states of another channel, and the blob that they are bound to. Throws std::bad_alloc and has
+  /// changed nothing then.
   void copy_states(const BeamFormingChannel& other);
 
   /// The first two frames of in; frame number channel of out.

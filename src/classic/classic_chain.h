@@ -31,8 +31,9 @@ class ClassicChain {
   /// chain's arrays, is ERROR_BEAMFORMING_KEY_CANCEL_PARAM_VERSION.
   int Open(const void* param, float samplingRate, std::uint16_t channels, std::uint16_t dataLength);
   int Close();
-  /// Processes dataLength interleaved frames in place, full scale 1.0. Allocates nothing. A frame with a sample that is
-  /// no number comes out silent and leaves no trace in the chain.
+  /// Processes dataLength interleaved frames in place, full scale 1.0. Allocates nothing. A frame of 192 samples with
+  /// one that is no number, or beyond the limit of classic/sane_frame.h, which counts as none, comes out silent and
+  /// leaves no trace in the chain, whatever is bypassed.
   int Execute(float* inout);
 
   int GetVersion(std::uint16_t* major, std::uint16_t* minor) const;
