@@ -10,7 +10,7 @@ namespace sonivo::classic {
 
 using PulseSpectrum = std::array<ComplexFloat, kPulseBins>;
 
-inline constexpr std::size_t kPulseFloats = 2 * kPulseBins;
+inline constexpr std::size_t kPulseFloats = std::size_t{2} * kPulseBins;
 static_assert(sizeof(PulseSpectrum) == kPulseFloats * sizeof(float));
 
 /// A spectrum as the stream of its floats, re and im in turn.
