@@ -7,11 +7,11 @@
 #include <memory>
 #include <sstream>
 
+#include "../classic/params/built_in_text.h"
 #include "apps/tool/command_line.h"
 #include "classic/blob_file.h"
 #include "classic/built_in_params.h"
 #include "classic/par_listing.h"
-#include "classic/par_reader.h"
 #include "wav_bytes.h"
 
 namespace sonivo::tool {
@@ -19,35 +19,11 @@ namespace {
 
 using classic::BeamFormingKeyCancelParam;
 using classic::KeyCancelParam;
+using classic::test::built_in_text;
 
-/// Writes down the keys that a blob is made of.
-class Scribe final : public classic::ParSource {
- public:
-  Scribe() : ParSource(lines_), list_(classic::NrModelEntries(), lines_) {}
-
-  std::optional<double> number(const std::string& key) override {
-    const auto value = list_.number(key);
-    if (value) lines_ << key << " = " << *value << "\n";
-    return value;
-  }
-  std::string text() const { return lines_.str(); }
-
- private:
-  std::ostringstream lines_;
-  classic::ParList list_;
-};
-
-/// The built-in set as a parameter file.
-std::string key_cancel_text() {
-  Scribe scribe;
-  KeyCancelParam param{};
-  classic::ReadParams(scribe, param);
-  return scribe.text();
-}
-
-/// The same with what the second beam needs.
+/// The built-in set with what the second beam needs.
 std::string beam_forming_text() {
-  std::string text = key_cancel_text();
+  std::string text = built_in_text();
   for (const std::string name :
        {"g_floor_nn", "noi_ns_sub_coef_voice", "noi_ns_sub_coef_noise", "noi_nn_sub_coef_voice",
         "noi_nn_sub_coef_noise", "sig_nn_sub_coef_voice", "sig_nn_sub_coef_noise"}) {
@@ -94,7 +70,7 @@ class ParamsCommand : public testing::Test {
 };
 
 TEST_F(ParamsCommand, BuildsAKeyCancelBlob) {
-  const Outcome outcome = build("keycancel", key_cancel_text());
+  const Outcome outcome = build("keycancel", built_in_text());
   EXPECT_EQ(outcome.exit_code, 0) << outcome.errors;
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "");
@@ -116,7 +92,7 @@ TEST_F(ParamsCommand, BuildsABeamFormingBlob) {
 }
 
 TEST_F(ParamsCommand, NamesTheKeysThatAreMissingAndWritesNothing) {
-  std::string text = key_cancel_text();
+  std::string text = built_in_text();
   for (const std::string key : {"vds.th_coef = ", "paramID = "}) {
     text.insert(text.find(key), "#");
   }
@@ -138,16 +114,16 @@ TEST_F(ParamsCommand, RefusesTooManyGroupsAndTooManyBandsInOne) {
       "no chain can run on '" + par_ +
       "': pulse_sup has more than 3 groups, more than 3 bands in one or a band outside; mend the keys that say so";
   // The first line of a key counts.
-  expect_failure(build("keycancel", "pulse_sup.npm_num = 4\n" + key_cancel_text()),
+  expect_failure(build("keycancel", "pulse_sup.npm_num = 4\n" + built_in_text()),
                  "npm_num must be less than NS_NR_MAX_NPM_NUM", error);
   for (const std::string group : {"0", "2"}) {  // the second of them is not in use
-    expect_failure(build("keycancel", "pulse_sup.npm_band_num[" + group + "] = 4\n" + key_cancel_text()),
+    expect_failure(build("keycancel", "pulse_sup.npm_band_num[" + group + "] = 4\n" + built_in_text()),
                    "npm_band_num must be less than NS_NR_MAX_NPM_BAND_NUM", error);
   }
 }
 
 TEST_F(ParamsCommand, RefusesWhatNoChainCanRunOn) {
-  std::string text = key_cancel_text();
+  std::string text = built_in_text();
   const std::string line = "pulse_sup_delay.delay = 128";
   text.replace(text.find(line), line.size(), "pulse_sup_delay.delay = -1");
   expect_failure(build("keycancel", text), "",
@@ -175,7 +151,7 @@ TEST_F(ParamsCommand, RefusesToOverwriteItsInput) {
 }
 
 TEST_F(ParamsCommand, RefusesAMissingFolder) {
-  folder_.write("in.par", key_cancel_text());
+  folder_.write("in.par", built_in_text());
   const Outcome outcome = run({"params", "build", "keycancel", par_, folder_ / "none/out.blob"});
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_TRUE(outcome.errors.starts_with("error: cannot create '")) << outcome.errors;

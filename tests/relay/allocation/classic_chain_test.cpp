@@ -6,17 +6,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "../../classic/params/built_in_text.h"
 #include "classic/beam_forming_key_cancel.h"
 #include "classic/built_in_params.h"
 #include "classic/key_cancel.h"
 #include "classic/key_cancel_channel.h"
 #include "classic/par_channel.h"
-#include "classic/par_list.h"
 #include "classic/par_reader.h"
 #include "count_allocations.h"
 
@@ -150,33 +149,12 @@ TEST(MemoryOfAParameterSet, ThatIsMissingLeavesNone) {
   EXPECT_EQ(messages.str(), "memory empty\n");
 }
 
-/// Writes the built-in set as a par file.
-class Scribe final : public classic::ParSource {
- public:
-  explicit Scribe(std::ostream& file) : ParSource(file), list_(classic::NrModelEntries(), file) {
-    classic::KeyCancelParam param;
-    classic::ReadParams(*this, param);
-  }
-
-  std::optional<double> number(const std::string& key) override {
-    const auto value = list_.number(key);
-    messages() << key << " = " << value.value() << "\n";
-    return value;
-  }
-
- private:
-  classic::ParList list_;
-};
-
 /// Every allocation behind the reading of the file fails once: the channel and its stages.
 TEST(MemoryOfAChannelFromAFile, ThatIsMissingLeavesNone) {
   std::string folder = (std::filesystem::temp_directory_path() / "sonivo-memory-XXXXXX").string();
   ASSERT_NE(::mkdtemp(folder.data()), nullptr);
   const std::string path = folder + "/tuning.par";
-  {
-    std::ofstream file(path);
-    const Scribe scribe(file);
-  }
+  std::ofstream(path) << classic::test::built_in_text();
   std::ostringstream nothing;
   ASSERT_NE(classic::MakeChannel<classic::KeyCancelChannel>(path, nothing), nullptr) << nothing.str();
   const std::uint64_t start = allocations();
