@@ -5,8 +5,7 @@ namespace sonivo {
 bool IsConsistent(const WAVEFORMATEXTENSIBLE& format) {
   constexpr std::uint32_t kBlocksPerSec = 100;
   return format.nSamplesPerSec >= kBlocksPerSec && format.nBlockAlign != 0 && format.wBitsPerSample % 8 == 0 &&
-         format.nBlockAlign == format.nChannels * (format.wBitsPerSample / 8) &&
-         format.nAvgBytesPerSec == std::uint64_t{format.nSamplesPerSec} * format.nBlockAlign;
+         format.nBlockAlign == format.nChannels * (format.wBitsPerSample / 8);
 }
 
 WAVEFORMATEXTENSIBLE pcm_format(std::uint32_t rate_hz, std::uint16_t bits, std::uint16_t channels) {

@@ -25,8 +25,8 @@ struct WAVEFORMATEXTENSIBLE {
 #pragma pack(pop)
 static_assert(sizeof(WAVEFORMATEXTENSIBLE) == 40);
 
-/// Whether the fields agree on the sizes: packed samples of whole bytes, a byte rate that follows from them, nothing of
-/// size 0, and at least one frame in 10 ms.
+/// Whether the fields agree on the sizes: packed samples of whole bytes, nothing of size 0, and at least one frame in
+/// 10 ms. The byte rate, which nothing reads, may be anything.
 bool IsConsistent(const WAVEFORMATEXTENSIBLE& format);
 
 /// Integer PCM with packed samples of `bits` bits.
