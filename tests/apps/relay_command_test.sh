@@ -41,8 +41,10 @@ expect "the speaker path" 0 'application to speaker' '^$' relay in.wav out.wav -
 expect "a streamed file" 0 "$table" '^$' relay streamed.wav out.wav
 expect "a name with a dash" 0 'application to speaker' '^$' relay --render -- -in.wav out.wav
 expect "traces" 0 '^format' '^\[ +[0-9.]+ s\] ' relay in.wav out.wav --verbose
-expect "key cancelling" 0 "$table" '^$' relay in.wav out.wav --chain keycancel
-expect "beam forming" 0 "$table" '^$' relay in.wav out.wav --chain beamforming
+# The input is noise, of which a chain may leave too little to find a latency in.
+of_noise=$(sed 's/^latency .*/latency +.+/' <<<"$table")
+expect "key cancelling" 0 "$of_noise" '^$' relay in.wav out.wav --chain keycancel
+expect "beam forming" 0 "$of_noise" '^$' relay in.wav out.wav --chain beamforming
 expect "a chain at another rate, width and period" 0 '44100 Hz, 24 bits, 1 channel' '^$' \
   relay cd.wav out.wav --chain keycancel --bits 24 --period 2048 --drift -300
 expect "help" 0 'Example:' '^$' relay --help
