@@ -31,13 +31,15 @@ bool is_file_name(const std::string& name) { return !name.empty() && name != "-"
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));
   std::vector<std::string> arguments;
-  for (std::string line; std::getline(lines, line);) arguments.insert(arguments.begin(), line);
+  for (std::string line; std::getline(lines, line);) arguments.insert(arguments.begin(), line);  // in reverse
 
-  CLI::App command;
+  arguments.emplace_back("relay");
+
+  CLI::App app;
   RelayOptions options;
-  add_relay_options(command, options);
+  add_relay_command(app, options);
   try {
-    command.parse(std::move(arguments));
+    app.parse(std::move(arguments));
     check_relay_options(options);
     if (!in_range(options) || !is_file_name(options.input) || !is_file_name(options.output)) std::abort();
   } catch (const CLI::ParseError&) {

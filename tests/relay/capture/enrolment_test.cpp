@@ -239,6 +239,10 @@ class EnrolmentLock : public Enrolment {
       make_file(enrolled());
       made_ = true;
     });
+    // An update to the old state must not come as late as after the change: it would change the state back.
+    chain_.during("SetDataLength", [this] {
+      for (const auto& each : updates_) each.wait();
+    });
     open();
   }
   /// Whether another thread that asks for the lock is still without it after this time.
