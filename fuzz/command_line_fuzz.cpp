@@ -30,9 +30,8 @@ bool is_file_name(const std::string& name) { return !name.empty() && name != "-"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));
-  std::vector<std::string> arguments;
-  for (std::string line; std::getline(lines, line);) arguments.insert(arguments.begin(), line);  // in reverse
-
+  std::vector<std::string> arguments;  // from the last to the first, as the parser takes them
+  for (std::string line; std::getline(lines, line);) arguments.insert(arguments.begin(), line);
   arguments.emplace_back("relay");
 
   CLI::App app;
