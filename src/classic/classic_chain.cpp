@@ -37,8 +37,12 @@ struct Engine {
     });
   }
 
+  /// The first channel comes last: where memory ends before it, the channels that it still stands for are as it is.
   void set_param(std::shared_ptr<const typename Channel::Param> param) {
-    for (auto& c : channel) c->reset(param);
+    for (std::size_t c = kChannels; c-- > 0;) {
+      channel[c]->reset(param);
+      as_first[c] = false;
+    }
     note_equals();
   }
 

@@ -15,9 +15,9 @@ class BeamFormingChannel;
 
 /// The operations of CKeyCancel and CBeamFormingKeyCancel, for a kind of channel.
 ///
-/// All but GetVersion answer 0 on success and a code of classic/result.h otherwise; a null pointer, and any operation
-/// but Open, GetVersion and GetParamSize while closed, is ERROR_BEAMFORMING_KEY_CANCEL_INVARID_ARG. Any thread; one
-/// lock for each operation, so that a setter waits for at most one running Execute.
+/// All answer 0 on success and a code of classic/result.h otherwise; a null pointer, and any operation but Open,
+/// GetVersion and GetParamSize while closed, is ERROR_BEAMFORMING_KEY_CANCEL_INVARID_ARG. Any thread; one lock for each
+/// operation, so that a setter waits for at most one running Execute.
 template <class Channel>
 class ClassicChain {
  public:
@@ -38,7 +38,8 @@ class ClassicChain {
 
   int GetVersion(std::uint16_t* major, std::uint16_t* minor) const;
   int GetParamSize(std::uint32_t* size) const;
-  /// Binds the chain to a copy of this blob and resets all channels; bypasses, accumulators and queues stay.
+  /// Binds the chain to a copy of this blob and resets all channels; bypasses, accumulators and queues stay. Without
+  /// memory for that, each channel is either reset to this blob or goes on as it was; GetParamID is that of the first.
   int SetParam(const void* param);
   int GetParamID(std::uint16_t* id) const;
   /// Setters of flags take 0 or 1.

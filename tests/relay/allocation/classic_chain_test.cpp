@@ -10,9 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "../../classic/chain/chain_params.h"
+#include "../../classic/chain/chain_signals.h"
 #include "../../classic/params/built_in_text.h"
 #include "classic/beam_forming_key_cancel.h"
-#include "classic/built_in_params.h"
 #include "classic/key_cancel.h"
 #include "classic/key_cancel_channel.h"
 #include "classic/par_channel.h"
@@ -22,6 +23,10 @@
 namespace sonivo::test {
 namespace {
 
+using classic::test::channel_of;
+using classic::test::noise;
+using classic::test::through;
+
 constexpr int kMemoryEmpty = 1;
 constexpr int kInvalidArg = 6;
 
@@ -29,34 +34,17 @@ constexpr int kInvalidArg = 6;
 std::size_t microphones(const CKeyCancel&) { return 1; }
 std::size_t microphones(const CBeamFormingKeyCancel&) { return 2; }
 
-classic::KeyCancelParam params_of(const CKeyCancel&) { return classic::NrModelParam(); }
-
-/// Beams that are the microphones themselves.
+classic::KeyCancelParam params_of(const CKeyCancel&) { return classic::test::key_cancel_params(); }
 classic::BeamFormingKeyCancelParam params_of(const CBeamFormingKeyCancel&) {
-  const auto& single = classic::NrModelParam();
-  classic::BeamFormingKeyCancelParam param{};
-  param.head = single.head;
-  param.fbf = {.inputs = 2, .outputs = 2, .hop = 192, .bins = 257, .fft = 512, .partitions = 2};
-  param.noise = single.noise;
-  param.ns_nr.sources = 2;
-  param.ns_nr.bins = single.ns_nr.bins;
-  param.ns_nr.fine_nbin = single.ns_nr.fine_nbin;
-  param.ns_nr.coarse_nbin = single.ns_nr.coarse_nbin;
-  param.ns_nr.dly_frame = single.ns_nr.dly_frame;
-  param.ns_nr.common = single.ns_nr.common;
-  param.ns_nr.nbin_avg_g_H = single.ns_nr.fine_nbin;
-  param.pulse = single.pulse;
-  for (int beam = 0; beam < classic::kBeams; ++beam) {
-    for (auto& bin : param.filter[beam][beam][1]) bin = {1.0f, 0.0f};
-  }
-  param.version_major = 1;
-  return param;
+  return classic::test::beam_forming_params();
 }
 
 template <class Chain>
 class Memory : public testing::Test {
  protected:
-  int open(std::uint16_t channels) { return chain_.Open(&params_, 48000.0f, channels, 480); }
+  int open(std::uint16_t channels, std::uint16_t length = 480) {
+    return chain_.Open(&params_, 48000.0f, channels, length);
+  }
 
   Chain chain_;
   decltype(params_of(chain_)) params_ = params_of(chain_);
@@ -66,9 +54,7 @@ TYPED_TEST_SUITE(Memory, Chains);
 
 TYPED_TEST(Memory, IsNotAllocatedWhileTheChainExecutes) {
   ASSERT_EQ(this->open(2), 0);
-  std::vector<float> block(960);
-  std::uint32_t s = 1;
-  for (float& x : block) x = static_cast<float>((s = s * 1664525u + 1013904223u) >> 8) / 16777216.0f - 0.5f;
+  auto block = noise(960);
   const std::uint64_t before = allocations();
   for (int i = 0; i < 100; ++i) {
     ASSERT_EQ(this->chain_.Execute(block.data()), 0);
@@ -114,18 +100,45 @@ TYPED_TEST(Memory, ThatIsMissingForABlockLengthClosesTheChain) {
   EXPECT_EQ(this->chain_.Close(), kInvalidArg);
 }
 
-TYPED_TEST(Memory, ThatIsMissingForNewParametersLeavesTheChainOpen) {
-  ASSERT_EQ(this->open(2), 0);
-  std::vector<float> block(960, 0.25f);
-  for (std::uint64_t nth = 1;; ++nth) {
+/// Each channel goes on as it was or sounds like a new one: the last ones first, each with as many allocations, behind
+/// that of the blob.
+TYPED_TEST(Memory, ThatIsMissingForNewParametersLeavesEachChannelWithTheOldOnesOrTheNew) {
+  auto other = this->params_;
+  other.paramID = static_cast<std::uint16_t>(this->params_.paramID + 1);
+  other.ns_nr.common.vol *= 0.5f;
+  const auto before = noise(4 * 192 * 20, 1);
+  const auto after = noise(4 * 192 * 20, 2);
+  ASSERT_EQ(this->open(4, 192), 0);
+  through(this->chain_, before);
+  const auto as_it_was = through(this->chain_, after);
+  TypeParam fresh;
+  ASSERT_EQ(fresh.Open(&other, 48000.0f, 4, 192), 0);
+  const auto as_new = through(fresh, after);
+
+  const std::uint64_t start = allocations();
+  ASSERT_EQ(this->chain_.SetParam(&other), 0);
+  const std::uint64_t per_channel = (allocations() - start - 1) / 4;
+  ASSERT_GE(per_channel, 1u);
+  ASSERT_EQ(allocations() - start, 1 + 4 * per_channel);
+
+  for (std::uint64_t nth = 1; nth <= 2 + 4 * per_channel; ++nth) {
+    SCOPED_TRACE("allocation " + std::to_string(nth));
+    ASSERT_EQ(this->open(4, 192), 0);
+    through(this->chain_, before);
     fail_allocation(nth);
-    const int status = this->chain_.SetParam(&this->params_);
-    if (!allocation_failed()) {
-      EXPECT_EQ(status, 0);
-      break;
+    const int status = this->chain_.SetParam(&other);
+    const bool failed = allocation_failed();
+    EXPECT_EQ(status, failed ? kMemoryEmpty : 0);
+    EXPECT_EQ(failed, nth <= 1 + 4 * per_channel);
+    std::uint16_t id = 0;
+    EXPECT_EQ(this->chain_.GetParamID(&id), 0);
+    EXPECT_EQ(id, failed ? this->params_.paramID : other.paramID);
+    const std::uint64_t changed = nth < 2 ? 0 : (nth - 2) / per_channel;
+    const auto out = through(this->chain_, after);
+    for (std::size_t c = 0; c < 4; ++c) {
+      const auto& expected = c + changed >= 4 ? as_new : as_it_was;
+      EXPECT_EQ(channel_of(out, 4, c), channel_of(expected, 4, c)) << "channel " << c;
     }
-    EXPECT_EQ(status, kMemoryEmpty) << "allocation " << nth;
-    EXPECT_EQ(this->chain_.Execute(block.data()), 0) << "allocation " << nth;
   }
 }
 
