@@ -23,6 +23,7 @@ void VoiceGate::process(const FineBands& gain) {
     count_ = std::max(count_ - 1, 0);
     return;
   }
+  // With a count of 0 the first such frame decides, as with 1.
   if (++count_ >= (open_ ? param_.vad_det_count_th_off : param_.vad_det_count_th_on)) {
     open_ = !open_;
     count_ = 0;

@@ -1,6 +1,8 @@
+#include <tuple>
 #include <vector>
 
 #include "classic/compressor.h"
+#include "classic/recursive_level.h"
 #include "classic/spectrum_line.h"
 #include "classic/voice_gate.h"
 #include "classic/wide_noise.h"
@@ -69,6 +71,12 @@ TEST_F(VoiceGateTest, QuietFramesCountNothingBelowZero) {
 TEST_F(VoiceGateTest, ClosesAtTheCountOfQuietFramesAndStartsBothCountsAtZero) {
   EXPECT_THAT(states({kLoud, kLoud, kLoud, kQuiet, kLoud, kQuiet, kQuiet, kLoud, kLoud, kLoud}),
               ElementsAre(false, false, true, true, true, true, false, false, false, true));
+}
+
+TEST_F(VoiceGateTest, WithCountsOfZeroChangesAtTheFirstFrameThatCallsForIt) {
+  param.vad_det_count_th_on = param.vad_det_count_th_off = 0;
+  EXPECT_THAT(states({kQuiet, kLoud, kLoud, kQuiet, kQuiet, kLoud}),
+              ElementsAre(false, true, true, false, false, true));
 }
 
 TEST_F(VoiceGateTest, OpensOnlyAboveTheWeightWithGainsAboveTheThreshold) {
@@ -280,6 +288,47 @@ TEST_F(WideNoiseTest, StartsFromNothingWithoutLowBands) {
   param.nw_start_nbin[2] = 0;
   process(bands({100, 60, 80, 40}));
   EXPECT_THAT(component(), ElementsAre(100, 0, 0, 0, 0));
+}
+
+TEST_F(WideNoiseTest, HasNothingToFollowWhenItStartsAtItsEndOrBehind) {
+  for (const int start : {2, 3}) {
+    process(bands({100, 100, 100, 100}));
+    param.nw_start_nbin[2] = std::uint16_t(start);
+    param.nw_end_nbin_param[2] = 1;  // two fine bands
+    process(bands({50, 60, 90, 30, 70}));
+    EXPECT_EQ(wide.end(), 2u);
+    EXPECT_THAT(component(), ElementsAre(50, 60, 0, 0, 0)) << start;
+    param = parameters();
+  }
+}
+
+TEST_F(WideNoiseTest, ThatEndsWithTheFirstBandIsFoundAndHasNoComponent) {
+  process(bands({100, 100, 100, 100}));
+  param.nw_start_nbin[2] = 3;
+  param.nw_end_nbin_param[2] = 0;
+  process(bands({50, 60, 90, 30}));
+  EXPECT_TRUE(wide.detected());
+  EXPECT_EQ(wide.end(), 0u);
+  EXPECT_THAT(wide.component(), Each(0.0f));
+}
+
+/// Levels have 60 places, with zeros behind their bands, and the mean takes as many places as it is told.
+TEST_F(WideNoiseTest, IsTheMeanOfMoreBandsThanThereAre) {
+  const PwrBlock twenty_bands{.nbin = 20, .pad = 0, .Pin_init = 30.0f, .PWCup = 0.0f, .PWCdn = 0.0f};
+  RecursiveLevel level(twenty_bands);
+  FineBands input;
+  input.fill(30.0f);
+  level.process(input);
+  FineBands signal;
+  std::copy(level.level().begin(), level.level().end(), signal.begin());
+  param.nw_det_band_min = 3;
+  param.nw_det_band_max = 43;
+  for (const auto& [threshold, detected, end] : {std::tuple(14.0f, true, 2u), {15.0f, true, 0u}, {16.0f, false, 0u}}) {
+    param.nw_det_th[0] = threshold;  // on a mean of 20 * 30 / 40
+    process(signal);
+    EXPECT_EQ(wide.detected(), detected) << threshold;
+    EXPECT_EQ(wide.end(), end) << threshold;
+  }
 }
 
 TEST_F(WideNoiseTest, LosesThePartThatIsSteadyNoise) {
