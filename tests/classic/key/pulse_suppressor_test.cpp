@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <random>
 
 #include "key_parameters.h"
@@ -83,6 +84,14 @@ TEST_F(SuppressorTest, AJumpExactlyAtTheUpperThresholdIsNotKept) {
   EXPECT_THAT(frame(suppressor, 0.0f), near({1.0f, 1.0f, 1.0f, 1.0f, 0.5f, 0.0f}));
   EXPECT_THAT(frame(suppressor, 0.0f), near({1.0f, 1.0f, 1.0f, 1.0f, 0.75f, 0.0f}));
   EXPECT_THAT(frame(suppressor, 0.0f), near({1.0f, 1.0f, 1.0f, 1.0f, 0.875f, 0.5f}));
+}
+
+TEST_F(SuppressorTest, WithBothThresholdsInOneAJumpCountsInFullAboveItAndNotAtAllUpToIt) {
+  sup.min_diff_p2max_diff_p = 1.0f;
+  PulseSuppressor suppressor(path);
+  const float above = std::nextafter(2.0f, 3.0f);
+  EXPECT_THAT(frame(suppressor, {0.0f, 1.99f, 2.0f, above, above, 9.0f}), near({1.0f, 1.0f, 1.0f, 0.0f, 0.0f, 0.0f}));
+  EXPECT_THAT(frame(suppressor, {2.0f, 1.0f, above, 2.0f, 1.0f, 2.0f}), near({1.0f, 1.0f, 0.0f, 0.5f, 0.5f, 0.5f}));
 }
 
 TEST_F(SuppressorTest, AJumpIsKeptForTheSubBlocksOfItsUiBand) {

@@ -110,6 +110,21 @@ TEST_F(VoiceDetectorTest, ASingleVoicedFrameArmsTheWholeHangOverAgain) {
   EXPECT_FALSE(frame(false));
 }
 
+TEST_F(VoiceDetectorTest, NeverCountsAsFarAsARiseTimeBeyond16Bits) {
+  param.upc_fb = 40000;  // the counter goes from 32767 to -32768, and from there to 0
+  for (int i = 0; i < 100000; ++i) ASSERT_FALSE(frame(true)) << i;
+}
+
+TEST_F(VoiceDetectorTest, AHangOverBeyond16BitsIsNone) {
+  param.dnc_fb = 40000;  // -25536 as the counter takes it
+  for (int i = 0; i < 3; ++i) frame(true);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(frame(true)) << i;
+  EXPECT_FALSE(frame(false));
+  EXPECT_FALSE(frame(true));
+  EXPECT_FALSE(frame(true));
+  EXPECT_TRUE(frame(true));
+}
+
 TEST_F(VoiceDetectorTest, SwitchingOffStartsTheCountFromZero) {
   for (int i = 0; i < 4; ++i) frame(true);
   for (int i = 0; i < 5; ++i) frame(false);
