@@ -127,6 +127,12 @@ TEST_F(ParFileTest, KeepsTheLineFeedOfARawValueAlone) {
   EXPECT_EQ(file_.token("name"), "x.bin");
 }
 
+TEST_F(ParFileTest, HasNoRawValueWhenTheFirstLineOfTheKeyHasNoEquals) {
+  write("note 1\nnote=2\n");
+  EXPECT_EQ(file_.raw("note"), std::nullopt);
+  EXPECT_EQ(messages(), "");
+}
+
 TEST_F(ParFileTest, HasNoMessageForAMissingRawValue) {
   write("note = a\n");
   EXPECT_EQ(file_.raw("other"), std::nullopt);
