@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <vector>
 
@@ -122,29 +123,36 @@ TEST(KeyCancel, WithTheNoiseStageDelayedByFramesIsLaterByAsMany) {
 
 TEST(KeyCancel, PassesAFrameThatEndsInAnExactZeroAndLeavesAllStatesAlone) {
   const auto param = key_cancel_params();
-  CKeyCancel with;
-  CKeyCancel without;
-  open(with, param, 1, 192);
-  open(without, param, 1, 192);
-  const auto before = noise(50 * kFrame, 1);
-  const auto after = noise(50 * kFrame, 2);
-  auto passing = noise(kFrame, 3);
-  passing.back() = 0.0f;
-  through(with, before);
-  through(without, before);
-  const auto passed = through(with, passing);
-  for (std::size_t i = 0; i < kFrame; ++i) EXPECT_EQ(passed[i], passing[i] * 32768.0f * 3.0517578e-5f);
-  EXPECT_EQ(through(with, after), through(without, after));
+  for (const float zero : {0.0f, -0.0f}) {
+    SCOPED_TRACE(zero);
+    CKeyCancel with;
+    CKeyCancel without;
+    open(with, param, 1, 192);
+    open(without, param, 1, 192);
+    const auto before = noise(50 * kFrame, 1);
+    const auto after = noise(50 * kFrame, 2);
+    auto passing = noise(kFrame, 3);
+    passing.back() = zero;
+    through(with, before);
+    through(without, before);
+    const auto passed = through(with, passing);
+    for (std::size_t i = 0; i < kFrame; ++i) EXPECT_EQ(passed[i], passing[i] * 32768.0f * 3.0517578e-5f);
+    EXPECT_EQ(through(with, after), through(without, after));
+  }
 }
 
 TEST(KeyCancel, ProcessesAFrameWithAZeroAnywhereButInTheLastPlace) {
   const auto param = key_cancel_params();
-  CKeyCancel chain;
-  open(chain, param, 1, 192);
-  through(chain, noise(50 * kFrame));
-  std::vector<float> nearly_silent(kFrame, 0.0f);
-  nearly_silent.back() = 0.25f;
-  EXPECT_NE(through(chain, nearly_silent), nearly_silent);
+  for (const float last :
+       {0.25f, std::numeric_limits<float>::denorm_min(), -std::numeric_limits<float>::denorm_min()}) {
+    CKeyCancel chain;
+    open(chain, param, 1, 192);
+    through(chain, noise(50 * kFrame));
+    std::vector<float> nearly_silent(kFrame, 0.0f);
+    nearly_silent.back() = last;
+    const auto out = through(chain, nearly_silent);
+    EXPECT_GT(std::abs(out[0]), 1e-4f) << last << ": what came before still sounds";
+  }
 }
 
 TEST(KeyCancel, AnAllZeroBlockLeavesAllStatesUnchanged) {

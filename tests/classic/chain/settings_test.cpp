@@ -1,10 +1,12 @@
-// What SetParam, SetChannel and the flags of the stages mean for each of the four channels, against stages connected
-// by hand.
+// What SetParam, SetChannel, SetDataLength and the flags of the stages mean for each of the four channels, against
+// stages connected by hand.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "chain_signals.h"
@@ -31,12 +33,30 @@ using classic::test::Signal;
 using classic::test::through;
 
 constexpr std::size_t kLength = 960 * 30;  // 150 frames, in blocks of 192 or of 480
+constexpr std::size_t kWaiting = 96;       // zeros in front of what comes out in blocks of 480
 
 /// Four signals, others for another take.
 std::vector<Signal> microphones(std::uint32_t take) {
   std::vector<Signal> signals;
   for (std::uint32_t c = 1; c <= 4; ++c) signals.push_back(clicks_and_phrases(kLength, 4 * take + c));
   return signals;
+}
+
+std::vector<Signal> first_of(std::vector<Signal> signals, std::size_t samples) {
+  for (Signal& signal : signals) signal.resize(samples);
+  return signals;
+}
+
+std::vector<Signal> from(std::vector<Signal> signals, std::size_t sample) {
+  for (Signal& signal : signals) signal.erase(signal.begin(), signal.begin() + static_cast<std::ptrdiff_t>(sample));
+  return signals;
+}
+
+/// The signal of the same length that is later by so many samples.
+Signal late(const Signal& signal, std::size_t samples) {
+  Signal out(samples);
+  out.insert(out.end(), signal.begin(), signal.end() - static_cast<std::ptrdiff_t>(samples));
+  return out;
 }
 
 template <class Chain>
@@ -92,7 +112,6 @@ using Chains = testing::Types<CKeyCancel, CBeamFormingKeyCancel>;
 TYPED_TEST_SUITE(Settings, Chains);
 
 TYPED_TEST(Settings, OfAnotherBlobMakeEveryChannelANewOne) {
-  constexpr std::size_t kWaiting = 96;  // samples in the queue, of blocks of 480
   const auto before = microphones(0);
   const auto after = microphones(1);
   auto choices = Kind<TypeParam>::one_off();
@@ -144,6 +163,77 @@ TYPED_TEST(Settings, OfAStageReachChannelsThatJoinLater) {
       expect_equal(channel_of(out, 4, c), this->fresh(this->param_, active, in, c));
     }
   }
+}
+
+/// 16 blocks of 480 are 40 whole frames and leave 96 samples in the queues; 17 leave 96 in the accumulators instead.
+TYPED_TEST(Settings, OfABlockLengthDropWhatWaitsAndLeaveTheStagesAsTheyStand) {
+  constexpr std::size_t kPreroll = 189;     // of blocks of 441
+  constexpr std::size_t kAfter = 441 * 64;  // 147 frames
+  const Active active{.beam = true, .key = true, .noise = false};
+  const auto before = microphones(0);
+  const auto after = first_of(microphones(1), kAfter);
+  for (const auto& [blocks, frames] : {std::pair(16u, 40u), {17u, 42u}}) {
+    SCOPED_TRACE(std::to_string(blocks) + " blocks");
+    ASSERT_EQ(this->chain_.Open(&this->param_, 48000.0f, 4, 480), 0);
+    activate(this->chain_, active);
+    through(this->chain_, interleave(first_of(before, blocks * 480)));
+    ASSERT_EQ(this->chain_.SetDataLength(441), 0);
+    this->expect_active(active);
+    const Signal out = through(this->chain_, interleave(after));
+    for (std::size_t c = 0; c < 4; ++c) {
+      SCOPED_TRACE("channel " + std::to_string(c));
+      typename Kind<TypeParam>::ByHand stages(this->param_);
+      stages.active = active;
+      through(stages, first_of(before, frames * kHop), c);
+      Signal expected(kPreroll);
+      const Signal later = through(stages, after, c);
+      expected.insert(expected.end(), later.begin(), later.end());
+      expected.resize(kAfter);
+      expect_equal(channel_of(out, 4, c), expected);
+    }
+  }
+}
+
+/// One block of 480 leaves 96 samples in the accumulators of the active channels.
+TYPED_TEST(Settings, OfChannelsLeaveTheAccumulatorsAsTheyAre) {
+  const auto in = microphones(0);
+  ASSERT_EQ(this->chain_.Open(&this->param_, 48000.0f, 2, 480), 0);
+  Signal out = channel_of(through(this->chain_, interleave(first_of({in[0], in[1]}, 480))), 2, 0);
+  ASSERT_EQ(this->chain_.SetChannel(4), 0);
+  const Signal later = through(this->chain_, interleave(from(in, 480)));
+  const Signal first = channel_of(later, 4, 0);
+  out.insert(out.end(), first.begin(), first.end());
+  expect_equal(out, late(this->fresh(this->param_, {}, in, 0), kWaiting));
+
+  // The channels that join have heard nothing in the frame that has begun.
+  auto joined = from(in, 384);
+  std::fill_n(joined[2].begin(), 96, 0.0f);
+  std::fill_n(joined[3].begin(), 96, 0.0f);
+  for (std::size_t c = 2; c < 4; ++c) {
+    SCOPED_TRACE("channel " + std::to_string(c));
+    Signal expected = this->fresh(this->param_, {}, joined, c);
+    expected.resize(later.size() / 4);
+    expect_equal(channel_of(later, 4, c), expected);
+  }
+}
+
+TEST(BeamFormingKeyCancel, WithOneChannelHearsWhatTheAccumulatorOfTheSecondInputHolds) {
+  const auto param = lively_beam_forming_params();
+  const auto in = first_of(microphones(0), 480 * 20);
+  CBeamFormingKeyCancel chain;
+  ASSERT_EQ(chain.Open(&param, 48000.0f, 2, 480), 0);
+  Signal out = channel_of(through(chain, interleave(first_of({in[0], in[1]}, 480))), 2, 0);
+  ASSERT_EQ(chain.SetChannel(1), 0);
+  const Signal later = through(chain, from(in, 480)[0]);
+  out.insert(out.end(), later.begin(), later.end());
+
+  // The start of the third frame, in front of the end of the second.
+  Signal held(in[1].begin() + 384, in[1].begin() + 480);
+  held.insert(held.end(), in[1].begin() + 288, in[1].begin() + 384);
+  Signal second(in[1].begin(), in[1].begin() + 384);
+  while (second.size() < in[0].size()) second.insert(second.end(), held.begin(), held.end());
+  BeamFormingByHand stages(param);
+  expect_equal(out, late(through(stages, {in[0], second}), kWaiting));
 }
 
 }  // namespace
