@@ -42,7 +42,7 @@ void build(std::ostringstream& messages) {
   ParFile file(par_path(), messages);
   const int errors = ReadParams(file, *param);
   if (errors < 0 || (errors > 0 && messages.str().empty())) std::abort();
-  if (usable(*param) != (first_fault(*param) == nullptr)) std::abort();
+  if (usable(*param) != !first_fault(*param).has_value()) std::abort();
   std::ostringstream listing;
   list_fields(listing, *param);
   if (listing.str().empty()) std::abort();

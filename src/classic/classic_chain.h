@@ -27,8 +27,8 @@ class ClassicChain {
   ClassicChain& operator=(const ClassicChain&) = delete;
 
   /// Closes first when open. param: blob of GetParamSize bytes, copied; samplingRate 44100 or 48000 Hz, stored only;
-  /// channels 1 to 4; dataLength in frames, not 0. A blob of another version, or one that would lead outside of the
-  /// chain's arrays, is ERROR_BEAMFORMING_KEY_CANCEL_PARAM_VERSION.
+  /// channels 1 to 4; dataLength in frames, not 0. A blob of another version, or one that
+  /// classic/param_check.h finds unusable, is ERROR_BEAMFORMING_KEY_CANCEL_PARAM_VERSION.
   int Open(const void* param, float samplingRate, std::uint16_t channels, std::uint16_t dataLength);
   int Close();
   /// Processes dataLength interleaved frames in place, full scale 1.0. Allocates nothing. A frame of 192 samples with

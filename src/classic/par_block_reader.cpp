@@ -23,37 +23,6 @@ std::string message_of(const Limit& limit, const char* prefix) {
 
 }  // namespace
 
-std::size_t BlockReader::entries(const Field& field, int own) const {
-  const auto count = [&]() -> int {
-    switch (field.entries) {
-      case Entries::all:
-        return field.columns;
-      case Entries::own:
-        return own;
-      case Entries::own_edges:
-        return own + 1;
-      case Entries::coarse:
-        return counts_.coarse;
-      case Entries::coarse_edges:
-        return counts_.coarse + 1;
-      case Entries::fine:
-        return counts_.fine;
-      case Entries::pulse:
-        return counts_.pulse;
-      case Entries::prm:
-        return counts_.prm;
-      case Entries::prm_edges:
-        return counts_.prm + 1;
-      case Entries::ui:
-        return counts_.ui;
-      case Entries::ui_edges:
-        return counts_.ui + 1;
-    }
-    return 0;
-  }();
-  return static_cast<std::size_t>(std::clamp<int>(count, 0, field.columns));
-}
-
 template <typename T>
 void BlockReader::read_limited(const char* prefix, const Field& field, std::span<T> values, Progress& progress) {
   const Limit& limit = *field.limit;
@@ -78,7 +47,7 @@ void BlockReader::read_limited(const char* prefix, const Field& field, std::span
 
 template <typename T>
 void BlockReader::read_elements(const char* prefix, const Field& field, std::byte* place, Progress& progress) {
-  const std::size_t count = entries(field, progress.own);
+  const std::size_t count = entries_of(field, counts_, progress.own);
   for (std::size_t row = 0; row < field.rows && !progress.ended; ++row) {
     const std::span<T> values(reinterpret_cast<T*>(place) + row * field.columns, count);
     const std::string name = field.rows > 1 ? indexed(field.name, row) : field.name;

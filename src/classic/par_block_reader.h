@@ -10,15 +10,6 @@
 
 namespace sonivo::classic {
 
-/// Counts that tell how long the arrays of later blocks are; never above what a record holds.
-struct BandCounts {
-  int coarse = 0;
-  int fine = 0;
-  int pulse = 0;
-  int prm = 0;
-  int ui = 0;
-};
-
 /// Reads blocks along their field tables. Every operation answers how many keys failed.
 class BlockReader {
  public:
@@ -56,7 +47,6 @@ class BlockReader {
   template <typename T>
   void read_limited(const char* prefix, const Field& field, std::span<T> values, Progress& progress);
   Progress read_block(const char* prefix, std::span<const Field> fields, void* block);
-  std::size_t entries(const Field& field, int own) const;
 
   ParSource& source_;
   int hop_;

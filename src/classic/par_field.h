@@ -41,6 +41,15 @@ enum class Entries : std::uint8_t {
   ui_edges,
 };
 
+/// Counts of the bands of tables; never above what a record holds.
+struct BandCounts {
+  int coarse = 0;
+  int fine = 0;
+  int pulse = 0;
+  int prm = 0;
+  int ui = 0;
+};
+
 /// What becomes of a whole number outside of its limits.
 enum class Breach : std::uint8_t {
   left_out,    ///< an error; the field stays as it was
@@ -97,6 +106,9 @@ struct Field {
     return field;
   }
 };
+
+/// Elements of each row that a par file has, where `own` is the count that stands in the field's block.
+std::size_t entries_of(const Field& field, const BandCounts& counts, int own);
 
 /// Places the fields one behind the other; Bytes is what they must come to.
 template <std::size_t Bytes, typename... Fields>

@@ -5,6 +5,8 @@
 #include <initializer_list>
 #include <span>
 
+#include "classic/param_numbers.h"
+
 namespace sonivo::classic {
 
 namespace {
@@ -189,22 +191,31 @@ Fault fault_of(const FbfHeader& fbf) {
   return unless(fits, "the beam filters are not 2 by 2 of 2 partitions, hop 192, 512 points");
 }
 
-}  // namespace
-
-Fault first_fault(const KeyCancelParam& param) {
+Fault fault_of_sizes(const KeyCancelParam& param) {
   const CommonHead& head = param.head;
   return first_of({fault_of(head), fault_of(param.noise, head.syk1.nbin, head.syk2.nbin), fault_of(param.ns_nr, head),
                    fault_of(param.pulse)});
 }
 
-Fault first_fault(const BeamFormingKeyCancelParam& param) {
+Fault fault_of_sizes(const BeamFormingKeyCancelParam& param) {
   const CommonHead& head = param.head;
   return first_of({fault_of(head), fault_of(param.fbf), fault_of(param.noise, head.syk1.nbin, head.syk2.nbin),
                    fault_of(param.ns_nr, head), fault_of_second_beam(param.ns_nr, head.syk2.nbin),
                    fault_of(param.pulse)});
 }
 
-bool usable(const KeyCancelParam& param) { return first_fault(param) == nullptr; }
-bool usable(const BeamFormingKeyCancelParam& param) { return first_fault(param) == nullptr; }
+template <typename Param>
+std::optional<std::string> fault_of_all(const Param& param) {
+  if (const Fault fault = fault_of_sizes(param)) return fault;
+  return harmful_number(param);
+}
+
+}  // namespace
+
+std::optional<std::string> first_fault(const KeyCancelParam& param) { return fault_of_all(param); }
+std::optional<std::string> first_fault(const BeamFormingKeyCancelParam& param) { return fault_of_all(param); }
+
+bool usable(const KeyCancelParam& param) { return !first_fault(param); }
+bool usable(const BeamFormingKeyCancelParam& param) { return !first_fault(param); }
 
 }  // namespace sonivo::classic

@@ -131,6 +131,20 @@ TEST_F(ParamsCommand, RefusesWhatNoChainCanRunOn) {
                      "': pulse_sup_delay is not 0 to 8192 floats in blocks of 128; mend the keys that say so");
 }
 
+TEST_F(ParamsCommand, NamesTheKeyThatMakesNoFiniteNumber) {
+  const std::string rest = "; mend the keys that say so";
+  // The first line of a key counts.
+  for (const std::string line : {"pwr_bf.PWCup = 0", "ns_nr.g_floor_ns[3] = 9999", "ns_nr.comp_pwc_dn = 0"}) {
+    const std::string key = line.substr(0, line.find(' '));
+    expect_failure(build("keycancel", line + "\n" + built_in_text()), "",
+                   "no chain can run on '" + par_ + "': " + key + " makes no finite number" + rest);
+  }
+  folder_.write("taps.bin", std::string(3072, '\xFF'));
+  expect_failure(build("beamforming", beam_forming_text()), "",
+                 "no chain can run on '" + par_ + "': fd_fbf_ain_flt[0][0] makes no finite number" + rest);
+  EXPECT_EQ(folder_.entries(), (std::vector<std::string>{"in.par", "taps.bin"}));
+}
+
 TEST_F(ParamsCommand, RefusesToReadWhatIsNoFile) {
   expect_failure(
       run({"params", "build", "keycancel", folder_ / "none.par", blob_}), "",

@@ -59,8 +59,8 @@ void build(const ParamsOptions& options, std::ostream& output) {
   OutputFile file(options.blob);
   const auto param = classic::MakeParams<Param>(options.par_file, output);
   if (!param) throw Failure("'" + options.par_file + "' makes no blob; mend the keys named on standard output");
-  if (const char* const fault = classic::first_fault(*param)) {
-    throw Failure("no chain can run on '" + options.par_file + "': " + fault + "; mend the keys that say so");
+  if (const auto fault = classic::first_fault(*param)) {
+    throw Failure("no chain can run on '" + options.par_file + "': " + *fault + "; mend the keys that say so");
   }
   write_blob(file, *param);
   file.commit();

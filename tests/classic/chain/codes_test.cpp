@@ -76,6 +76,17 @@ TYPED_TEST(OpenChain, RefusesABlobThatLeadsOutsideOfItsArrays) {
   EXPECT_EQ(this->chain_.Close(), kInvalidArg);
 }
 
+TYPED_TEST(OpenChain, RefusesABlobWithANumberThatIsNone) {
+  auto bad = this->params_;
+  bad.noise.pwr_bf.PWCup = std::numeric_limits<float>::quiet_NaN();
+  EXPECT_EQ(this->chain_.SetParam(&bad), kVersion);
+  std::uint16_t id = 0;
+  EXPECT_EQ(this->chain_.GetParamID(&id), 0);
+  EXPECT_EQ(id, this->params_.paramID);
+  EXPECT_EQ(this->chain_.Open(&bad, 48000.0f, 2, 480), kVersion);
+  EXPECT_EQ(this->chain_.Close(), kInvalidArg);
+}
+
 TYPED_TEST(OpenChain, DoesNotLookAtTheMinorVersionWord) {
   this->params_.version_minor = 4711;
   EXPECT_EQ(this->chain_.SetParam(&this->params_), 0);

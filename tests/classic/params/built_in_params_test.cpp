@@ -49,7 +49,7 @@ TEST(BuiltInParams, HavePulseBandsInsideTheirGroups) {
   }
 }
 
-TEST(BuiltInParams, AreUsable) { EXPECT_EQ(first_fault(NrModelParam()), nullptr) << first_fault(NrModelParam()); }
+TEST(BuiltInParams, AreUsable) { EXPECT_EQ(first_fault(NrModelParam()), std::nullopt); }
 
 TEST(BuiltInParams, AreMadeOnce) { EXPECT_EQ(&NrModelParam(), &NrModelParam()); }
 

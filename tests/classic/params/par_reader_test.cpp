@@ -346,7 +346,7 @@ TEST_F(ParReader, MakesNothingUsableOfABlockThatEndedAtItsGroups) {
     for (const std::string& groups : {std::string(), std::string("pulse_sup.npm_num = 1\n")}) {
       KeyCancelParam param{};
       EXPECT_EQ(read(line + groups + blob.text(), param), 0);
-      EXPECT_STREQ(first_fault(param), "pulse_sup has more than 3 groups, more than 3 bands in one or a band outside")
+      EXPECT_EQ(first_fault(param), "pulse_sup has more than 3 groups, more than 3 bands in one or a band outside")
           << line;
     }
   }
@@ -443,11 +443,11 @@ TEST_F(ParReader, MakesBlobsThatAreUsable) {
     write_filters(blob);
     BeamFormingKeyCancelParam param;
     ASSERT_EQ(read(blob.text(), param), 0);
-    EXPECT_EQ(first_fault(param), nullptr) << first_fault(param);
+    EXPECT_EQ(first_fault(param), std::nullopt);
     const Blob other(Kind::key_cancel, shape, seed++, '\0');
     KeyCancelParam single{};
     ASSERT_EQ(read(other.text(), single), 0);
-    EXPECT_EQ(first_fault(single), nullptr) << first_fault(single);
+    EXPECT_EQ(first_fault(single), std::nullopt);
   }
 }
 
