@@ -18,10 +18,10 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-/// A folder can be opened, but holds no text.
+/// A folder can be opened, but holds no text; a pipe would be waited for.
 File open(const std::string& path, const char* mode) {
   std::error_code error;
-  if (std::filesystem::is_directory(path, error)) return nullptr;
+  if (!std::filesystem::is_regular_file(path, error)) return nullptr;
   return File(std::fopen(path.c_str(), mode));
 }
 
@@ -97,18 +97,23 @@ std::optional<std::string> ParFile::raw(const std::string& key) {
   return std::move(line->value);
 }
 
+std::optional<std::string> ParFile::referenced_path(const std::string& key) {
+  std::optional<std::string> name = token(key);
+  if (name) name->insert(0, folder_of(path_));
+  return name;
+}
+
 std::optional<std::vector<std::byte>> ParFile::referenced(const std::string& key) {
-  const std::optional<std::string> name = token(key);
-  if (!name) return std::nullopt;
-  const std::string path = folder_of(path_) + *name;
-  const File file = open(path, "rb");
+  const std::optional<std::string> path = referenced_path(key);
+  if (!path) return std::nullopt;
+  const File file = open(*path, "rb");
   if (!file) {
-    messages() << key << " is bad value\ncan not open " << path << "\n";
+    messages() << key << " is bad value\ncan not open " << *path << "\n";
     return std::nullopt;
   }
   std::vector<std::byte> bytes(kReferencedBytes);
   if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
-    messages() << key << " is bad value\ncan not read " << path << "\n";
+    messages() << key << " is bad value\ncan not read " << *path << "\n";
     return std::nullopt;
   }
   return bytes;

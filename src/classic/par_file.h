@@ -30,7 +30,9 @@ class ParFile final : public ParSource {
   std::optional<std::string> path(const std::string& key);
   /// All that stands behind the "=", with the line feed of the line; without a message where the key is absent.
   std::optional<std::string> raw(const std::string& key);
-  /// The first kReferencedBytes bytes of the file that a token names, relative to the par file's own folder.
+  /// The file that a token names, relative to the par file's own folder.
+  std::optional<std::string> referenced_path(const std::string& key);
+  /// The first kReferencedBytes bytes of that file.
   std::optional<std::vector<std::byte>> referenced(const std::string& key);
 
  private:

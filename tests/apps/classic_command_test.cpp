@@ -168,6 +168,15 @@ TEST_F(ClassicCommand, LeavesNothingBehindWhenItFails) {
   EXPECT_EQ(folder_.entries(), (std::vector<std::string>{"blob", "in.wav"}));
 }
 
+TEST_F(ClassicCommand, RefusesToOverwriteItsParameters) {
+  write_input(noise(2, 1000));
+  const std::string blob = key_cancel_blob(folder_);
+  const std::string before = bytes_of_file(blob);
+  expect_failure(run({"classic", "keycancel", folder_ / "in.wav", blob, "--params", blob}), 1,
+                 "'" + blob + "' is the parameter blob itself; choose another name for the output");
+  EXPECT_EQ(bytes_of_file(blob), before);
+}
+
 TEST_F(ClassicCommand, RefusesTheBlobOfTheOtherChain) {
   write_input(noise(2, 1000));
   const std::string blob = beam_forming_blob(folder_);

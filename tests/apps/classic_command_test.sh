@@ -67,6 +67,16 @@ expect "nine channels" 1 '^$' "^error: 'nine.wav' has 9 channels; " classic keyc
 expect "a folder as input" 1 '^$' "^error: 'folder' is a folder; " classic keycancel folder out.wav
 expect "the same file" 1 '^$' "^error: 'in.wav' is the input itself; " classic keycancel in.wav in.wav
 expect "the same file through a link" 1 '^$' "^error: 'link.wav' is the input itself; " classic keycancel in.wav link.wav
+cp "$(dirname "$sonivo")/../share/sonivo/par/keycancel.bin" set.bin
+mkfifo params.pipe
+expect "the parameters as output" 1 '^$' "^error: 'set.bin' is the parameter blob itself; " classic keycancel in.wav set.bin --params set.bin
+expect "parameters in a pipe" 1 '^$' "^error: 'params.pipe' is a pipe or a device; give a parameter blob\$" \
+  classic keycancel in.wav out.wav --params params.pipe
+twice_the_same() {
+  "$sonivo" classic keycancel in.wav first.wav 2>.errors && sleep 1.1 &&
+    "$sonivo" classic keycancel in.wav second.wav 2>.errors && cmp first.wav second.wav 2>.errors
+}
+check "the same again, a second later" twice_the_same
 expect "a missing output folder" 1 '^$' "^error: cannot create 'gone/out.wav': No such file or directory; " classic keycancel in.wav gone/out.wav
 expect "a folder as output" 1 '^$' "^error: 'folder' is a folder; " classic keycancel in.wav folder
 expect "a pipe as output" 1 '^$' "^error: 'pipe.wav' is a pipe or a device; " classic keycancel in.wav pipe.wav

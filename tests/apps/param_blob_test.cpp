@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <filesystem>
@@ -56,6 +57,14 @@ TEST_F(ParamBlob, ThatIsMissingOrAFolderFails) {
   EXPECT_EQ(failure(missing),
             "cannot open '" + missing + "': No such file or directory; check its name and its permissions");
   EXPECT_EQ(failure(folder_.path().string()), "'" + folder_.path().string() + "' is a folder; give a parameter blob");
+}
+
+TEST_F(ParamBlob, IsNotWaitedForInAPipeOrADevice) {
+  const std::string pipe = folder_ / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string& path : {pipe, std::string("/dev/zero")}) {
+    EXPECT_EQ(failure(path), "'" + path + "' is a pipe or a device; give a parameter blob");
+  }
 }
 
 TEST_F(ParamBlob, IsWithoutANameTheSetThatLiesBesideTheProgram) {

@@ -1,6 +1,7 @@
 #include "apps/tool/params_command.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -162,6 +163,29 @@ TEST_F(ParamsCommand, RefusesToOverwriteItsInput) {
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(outcome.errors, "error: '" + par_ + "' is the input itself; choose another name for the output\n");
   EXPECT_EQ(bytes_of_file(par_), "a = 1\n");
+}
+
+TEST_F(ParamsCommand, RefusesToOverwriteAFilter) {
+  const std::string taps(3072, '\0');
+  folder_.write("taps.bin", taps);
+  folder_.write("in.par", beam_forming_text());
+  std::filesystem::create_hard_link(folder_ / "taps.bin", folder_ / "same.bin");
+  for (const std::string& name : {folder_ / "taps.bin", folder_ / "same.bin"}) {
+    const Outcome outcome = run({"params", "build", "beamforming", par_, name});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_EQ(outcome.errors,
+              "error: '" + name + "' is a filter file of the parameters itself; choose another name for the output\n");
+    EXPECT_EQ(bytes_of_file(name), taps);
+  }
+}
+
+TEST_F(ParamsCommand, DoesNotWaitForAFilterInAPipe) {
+  ASSERT_EQ(::mkfifo((folder_ / "taps.bin").c_str(), 0600), 0);
+  const Outcome outcome = build("beamforming", beam_forming_text());
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_TRUE(outcome.output.starts_with("fd_fbf_ain_flt[0][0] is bad value\ncan not open " + (folder_ / "taps.bin")))
+      << outcome.output;
+  EXPECT_FALSE(std::filesystem::exists(blob_));
 }
 
 TEST_F(ParamsCommand, RefusesAMissingFolder) {

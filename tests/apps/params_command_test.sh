@@ -56,6 +56,17 @@ expect "a folder" 1 '^$' "^error: 'beams' is a folder; give a parameter file\$" 
 expect "a pipe" 1 '^$' "^error: 'pipe.par' is a pipe or a device; give a parameter file\$" params build keycancel pipe.par out.bin
 expect "the same file" 1 '^$' "^error: 'in.par' is the input itself; " params build keycancel in.par in.par
 expect "the same file through a link" 1 '^$' "^error: 'link.par' is the input itself; " params build keycancel in.par link.par
+beam=beams/beam1_mic0.f64
+cp "$beam" before.f64
+mkdir piped && cp "$par/beamforming.par" piped && mkfifo piped/beam0_mic0.f64
+result= # it is there before
+expect "a filter file as output" 1 '^$' "^error: '$beam' is a filter file of the parameters itself; " \
+  params build beamforming beams/beamforming.par "$beam"
+result=out.bin
+filter_is_whole() { cmp "$beam" before.f64 2>.errors; }
+check "a filter file after that" filter_is_whole
+expect "a filter in a pipe" 1 'can not open piped/beam0_mic0.f64' "^error: 'piped/beamforming.par' makes no blob; " \
+  params build beamforming piped/beamforming.par out.bin
 expect "a missing output folder" 1 '^$' "^error: cannot create 'gone/out.bin': No such file or directory; " \
   params build keycancel in.par gone/out.bin
 expect "a folder as output" 1 '^$' "^error: 'beams' is a folder; " params build keycancel in.par beams

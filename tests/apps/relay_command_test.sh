@@ -130,6 +130,11 @@ expect "a folder as input" 1 '^$' "^error: 'folder' is a folder; " relay folder 
 expect "a device as input" 1 '^$' "^error: '/dev/null' is a pipe or a device; " relay /dev/null out.wav
 expect "the same file" 1 '^$' "^error: 'in.wav' is the input itself; " relay in.wav in.wav
 expect "the same file through a link" 1 '^$' "^error: 'link.wav' is the input itself; " relay in.wav link.wav
+cp "$(dirname "$sonivo")/../share/sonivo/par/keycancel.bin" set.bin
+mkfifo params.pipe
+expect "the parameters as output" 1 '^$' "^error: 'set.bin' is the parameter blob itself; " relay in.wav set.bin --chain keycancel --params set.bin
+expect "parameters in a pipe" 1 '^$' "^error: 'params.pipe' is a pipe or a device; give a parameter blob\$" \
+  relay in.wav out.wav --chain keycancel --params params.pipe
 expect "a missing output folder" 1 '^$' "^error: cannot create 'gone/out.wav': No such file or directory; " relay in.wav gone/out.wav
 expect "an output folder that takes no files" 1 '^$' "^error: cannot create '/proc/out.wav': " relay in.wav /proc/out.wav
 expect "a file as output folder" 1 '^$' "^error: cannot create 'text.wav/out.wav': Not a directory; " relay in.wav text.wav/out.wav

@@ -111,6 +111,7 @@ void run_classic_command(const ClassicOptions& options, std::ostream& errors) {
   check_file_name("IN", options.input, "standard input");
   check_file_name("OUT", options.output, "standard output");
   refuse_same_file(options.input, options.output);
+  refuse_same_file(param_blob_path(options.params, name_of(options.chain)), options.output, "the parameter blob");
   FloatAudio audio = read_wav_float(options.input);
   if (options.chain == ClassicChainKind::beamforming && audio.channels < 2) {
     throw Failure("'" + options.input + "' has one channel; the beamforming chain needs two microphones");

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_name.h"
 
 namespace sonivo::tool {
 
@@ -20,16 +21,18 @@ std::string own_set(const std::string& chain) {
 
 }  // namespace
 
+std::string param_blob_path(const std::optional<std::string>& given, const std::string& chain) {
+  return given.value_or(own_set(chain));
+}
+
 std::vector<std::byte> read_param_blob(const std::optional<std::string>& given, const std::string& chain,
                                        std::size_t bytes) {
-  const std::string path = given.value_or(own_set(chain));
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) throw Failure("'" + path + "' is a folder; give a parameter blob");
+  const std::string path = param_blob_path(given, chain);
+  if (given) require_file(path, "a parameter blob");
   errno = 0;
   std::ifstream file(path, std::ios::binary);
   if (!file) {
-    const std::string advice = given ? "check its name and its permissions" : "give a parameter blob with --params";
-    throw Failure("cannot open '" + path + "': " + std::strerror(errno) + "; " + advice);
+    throw Failure("cannot open '" + path + "': " + std::strerror(errno) + "; give a parameter blob with --params");
   }
   std::vector<std::byte> blob(bytes + 1);
   file.read(reinterpret_cast<char*>(blob.data()), static_cast<std::streamsize>(blob.size()));

@@ -11,8 +11,11 @@
 
 namespace sonivo::tool {
 
-/// The parameter blob of a chain, "keycancel" or "beamforming", with `bytes` bytes: from a file, or without one the set
-/// that belongs to the program. Throws Failure when it can't be read or hasn't the size.
+/// The file with the parameters of a chain, "keycancel" or "beamforming": the one that is given, else the set that
+/// belongs to the program.
+std::string param_blob_path(const std::optional<std::string>& given, const std::string& chain);
+
+/// The blob in that file, which has `bytes` bytes. Throws Failure when it can't be read or hasn't the size.
 std::vector<std::byte> read_param_blob(const std::optional<std::string>& path, const std::string& chain,
                                        std::size_t bytes);
 

@@ -9,10 +9,12 @@
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <sstream>
+#include <type_traits>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_name.h"
 #include "apps/tool/output_file.h"
-#include "apps/tool/wav_file.h"
 #include "classic/blob_file.h"
 #include "classic/par_listing.h"
 #include "classic/par_reader.h"
@@ -30,25 +32,26 @@ struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-/// A file is read more than once, so pipes are no use.
-void require_file(const std::string& path, const std::string& what) {
-  std::error_code error;
-  const auto status = std::filesystem::status(path, error);
-  if (std::filesystem::is_directory(status)) throw Failure("'" + path + "' is a folder; give " + what);
-  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    throw Failure("'" + path + "' is a pipe or a device; give " + what);
-  }
-  if (::access(path.c_str(), R_OK) != 0) {
-    throw Failure("cannot open '" + path + "': " + std::strerror(errno) + "; check its name and its permissions");
-  }
-}
-
 template <typename Param>
 void write_blob(OutputFile& file, const Param& param) {
   const std::unique_ptr<std::FILE, CloseFile> stream(::fdopen(::dup(file.descriptor()), "wb"));
   if (!stream || classic::store_blob(stream.get(), param) != BlobFileResult::done) {
     throw Failure("cannot write '" + file.name() + "': " + std::strerror(errno) +
                   "; make room or choose another folder");
+  }
+}
+
+/// The blob must not take the place of a filter that it was made from.
+template <typename Param>
+void refuse_filter_file(const ParamsOptions& options) {
+  if constexpr (std::is_same_v<Param, BeamFormingKeyCancelParam>) {
+    std::ostringstream silence;  // the reader has said all that there is to say
+    classic::ParFile file(options.par_file, silence);
+    for (std::size_t i = 0; i < classic::kBeams * classic::kBeams; ++i) {
+      const auto filter =
+          file.referenced_path(classic::indexed("fd_fbf_ain_flt[%d][%d]", i / classic::kBeams, i % classic::kBeams));
+      if (filter) refuse_same_file(*filter, options.blob, "a filter file of the parameters");
+    }
   }
 }
 
@@ -62,6 +65,7 @@ void build(const ParamsOptions& options, std::ostream& output) {
   if (const auto fault = classic::first_fault(*param)) {
     throw Failure("no chain can run on '" + options.par_file + "': " + *fault + "; mend the keys that say so");
   }
+  refuse_filter_file<Param>(options);
   write_blob(file, *param);
   file.commit();
 }

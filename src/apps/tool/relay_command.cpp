@@ -1,6 +1,7 @@
 #include "apps/tool/relay_command.h"
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_name.h"
 #include "apps/tool/latency.h"
 #include "apps/tool/output_file.h"
 #include "apps/tool/param_blob.h"
@@ -52,6 +53,9 @@ void run_relay_command(const RelayOptions& options, std::ostream& output, std::o
     throw Failure("the ai chain is not built into this version; use --chain none, keycancel or beamforming");
   }
   refuse_same_file(options.input, options.output);
+  if (options.chain != Chain::none) {
+    refuse_same_file(param_blob_path(options.params, to_string(options.chain)), options.output, "the parameter blob");
+  }
   const PcmAudio input = read_wav(options.input, options.bits);
   OutputFile file(options.output);
 

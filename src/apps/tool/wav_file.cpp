@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <memory>
 #include <utility>
@@ -116,6 +115,8 @@ void write_sound(OutputFile& file, std::uint32_t rate_hz, int channels, int codi
   errno = 0;
   Sound sound(sf_open_fd(file.descriptor(), SFM_WRITE, &info, SF_FALSE));
   if (!sound) fail_to_write(file, sf_strerror(nullptr));
+  // It holds the time of writing, and peaks that raw writing leaves unmeasured.
+  sf_command(sound.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 
   const auto size = static_cast<sf_count_t>(bytes.size());
   const bool written = sf_write_raw(sound.get(), bytes.data(), size) == size;
@@ -157,13 +158,6 @@ void write_wav(OutputFile& file, const PcmAudio& audio) {
 
 void write_wav(OutputFile& file, const FloatAudio& audio) {
   write_sound(file, audio.rate_hz, audio.channels, SF_FORMAT_FLOAT, std::as_bytes(std::span(audio.samples)));
-}
-
-void refuse_same_file(const std::string& input, const std::string& output) {
-  std::error_code missing;
-  if (std::filesystem::equivalent(input, output, missing)) {
-    throw Failure("'" + output + "' is the input itself; choose another name for the output");
-  }
 }
 
 }  // namespace sonivo::tool

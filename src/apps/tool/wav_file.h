@@ -22,7 +22,4 @@ FloatAudio read_wav_float(const std::string& path);
 void write_wav(OutputFile& file, const PcmAudio& audio);
 void write_wav(OutputFile& file, const FloatAudio& audio);
 
-/// Throws Failure when both names lead to the same file, through links too.
-void refuse_same_file(const std::string& input, const std::string& output);
-
 }  // namespace sonivo::tool
