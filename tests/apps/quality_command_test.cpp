@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <random>
 #include <sstream>
 
@@ -93,6 +94,69 @@ TEST_F(QualityCommand, TakesTheDelayThatIsGiven) {
   EXPECT_EQ(wrong.table.find("segmental SNR     35.00 dB\n"), std::string::npos) << wrong.table;
 }
 
+TEST_F(QualityCommand, ComparesWhatBothHave) {
+  const std::string whole = write("ref.wav", words());
+  FloatAudio start = words();
+  start.samples.resize(60000);
+  EXPECT_EQ(run({"quality", whole, write("start.wav", start)}).table,
+            "delay             0 frames, 0.0 ms\n"
+            "compared          1.250 s of 2.000 s\n"
+            "SI-SDR            inf dB\n"
+            "segmental SNR     35.00 dB\n"
+            "STOI              1.0000\n"
+            "level in pauses   -inf dB of full scale\n");
+  EXPECT_TRUE(run({"quality", whole, write("late.wav", delayed(start, 480))})
+                  .table.starts_with("delay             480 frames, 10.0 ms\ncompared          1.250 s of 2.000 s\n"));
+}
+
+TEST_F(QualityCommand, TakesATestThatIsEarly) {
+  for (const std::vector<std::string>& options : {std::vector<std::string>{}, {"--delay", "-4800"}}) {
+    const Outcome outcome = compare(delayed(words(), 4800), words(), options);
+    EXPECT_TRUE(
+        outcome.table.starts_with("delay             -4800 frames, -100.0 ms\n"
+                                  "compared          2.000 s of 2.100 s\n"
+                                  "SI-SDR            inf dB\n"
+                                  "segmental SNR     35.00 dB\n"))
+        << outcome.table << outcome.errors;
+  }
+}
+
+TEST_F(QualityCommand, SaysThatThePolarityIsInverted) {
+  const Outcome outcome = compare(words(), delayed(words(), 480, -1));
+  EXPECT_TRUE(
+      outcome.table.starts_with("delay             480 frames, 10.0 ms\n"
+                                "polarity          inverted, which counts as noise in the segmental SNR\n"
+                                "SI-SDR            inf dB\n"
+                                "segmental SNR     -6.02 dB\n"))  // -20 lg(1 + 1)
+      << outcome.table << outcome.errors;
+}
+
+TEST_F(QualityCommand, MeasuresNothingAtADelayOfHalfASecondOrMore) {
+  const auto expect_limit = [&](const Outcome& outcome, const std::string& frames, const std::string& ms) {
+    expect_failure(outcome, 1,
+                   "'" + folder_ / "test.wav" + "' seems to have a delay of " + frames + " frames, " + ms +
+                       " ms, and less than 0.5 s is searched; give it with --delay " + frames);
+  };
+  EXPECT_EQ(compare(words(), delayed(words(), 23999)).exit_code, 0);
+  expect_limit(compare(words(), delayed(words(), 24000)), "24000", "500.0");
+  expect_limit(compare(words(), delayed(words(), 60000)), "60000", "1250.0");
+  expect_limit(compare(delayed(words(), 48000), words()), "-48000", "-1000.0");
+  EXPECT_EQ(compare(words(), delayed(words(), 60000), {"--delay", "60000"}).exit_code, 0);
+}
+
+TEST_F(QualityCommand, FailsOnSamplesThatAreNoNumbers) {
+  for (const float none : {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity()}) {
+    FloatAudio broken = words();
+    broken.samples[777] = none;
+    const std::string rest = "' has a sample that is no finite number, in frame 777; make it again";
+    expect_failure(compare(broken, words()), 1, "'" + folder_ / "ref.wav" + rest);
+    expect_failure(compare(words(), broken), 1, "'" + folder_ / "test.wav" + rest);
+  }
+  FloatAudio second_channel = words(48000, 2);
+  second_channel.samples[777] = std::numeric_limits<float>::quiet_NaN();
+  EXPECT_EQ(compare(second_channel, words()).exit_code, 0);
+}
+
 TEST_F(QualityCommand, ComparesTheFirstChannels) {
   const Outcome outcome = compare(words(48000, 2), words(48000, 3));
   EXPECT_NE(outcome.table.find("segmental SNR     35.00 dB\n"), std::string::npos) << outcome.table << outcome.errors;
@@ -123,7 +187,7 @@ TEST_F(QualityCommand, FailsOnStrangers) {
   for (float& x : stranger.samples) x = static_cast<float>(random() % 1000) / 1000 - 0.5f;
   expect_failure(compare(words(), stranger), 1,
                  "'" + folder_ / "test.wav" + "' does not resemble '" + folder_ / "ref.wav" +
-                     "'; give its delay with --delay FRAMES if it should");
+                     "' within 2 s of delay; give its delay with --delay FRAMES if it should");
 }
 
 TEST_F(QualityCommand, FailsOnDifferentRates) {
@@ -135,6 +199,8 @@ TEST_F(QualityCommand, FailsOnDifferentRates) {
 TEST_F(QualityCommand, FailsOnADelayLongerThanTheFile) {
   expect_failure(compare(words(), words(), {"--delay", "96000"}), 1,
                  "'" + folder_ / "test.wav" + "' is shorter than its delay; give a longer one");
+  expect_failure(compare(words(), words(), {"--delay", "-96000"}), 1,
+                 "'" + folder_ / "ref.wav" + "' is shorter than the delay; give a longer one");
 }
 
 TEST_F(QualityCommand, FailsWithoutItsFiles) {
@@ -147,8 +213,8 @@ TEST_F(QualityCommand, FailsWithoutItsFiles) {
 }
 
 TEST_F(QualityCommand, RefusesWrongUsage) {
-  expect_failure(run({"quality", "a.wav", "b.wav", "--delay", "-3"}), 2,
-                 "--delay takes a whole number of frames, not '-3'");
+  expect_failure(run({"quality", "a.wav", "b.wav", "--delay", "--3"}), 2,
+                 "--delay takes a whole number of frames, not '--3'");
   expect_failure(run({"quality", "-", "b.wav"}), 2, "REF must be a file: '-' for standard input is not supported");
   expect_failure(run({"quality", "a.wav", "-"}), 2, "TEST must be a file: '-' for standard input is not supported");
   EXPECT_EQ(run({"quality", "a.wav"}).exit_code, 2);

@@ -2,14 +2,17 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <iomanip>
 #include <ostream>
+#include <span>
 #include <sstream>
 #include <vector>
 
+#include "apps/tool/alignment.h"
 #include "apps/tool/failure.h"
 #include "apps/tool/file_name.h"
-#include "apps/tool/latency.h"
 #include "apps/tool/numbers.h"
 #include "apps/tool/quality.h"
 #include "apps/tool/stoi.h"
@@ -20,35 +23,87 @@ namespace sonivo::tool {
 namespace {
 
 constexpr std::uint32_t kLongestDelayMs = 500;
+// Searched as well, so that a longer delay is not taken for another one.
+constexpr std::uint32_t kSearchedMs = 600;
+constexpr std::uint32_t kSearchedWidelyMs = 2000;
 
 constexpr const char* kDescription =
-    "Compares a processed WAV file with the clean one, on their first channels, after taking out\n"
-    "the delay: SI-SDR, segmental SNR, STOI, and the level of what is left between words.";
+    "Compares a processed WAV file with the clean one, on their first channels and what they share,\n"
+    "after taking out the delay: SI-SDR, segmental SNR, STOI, and the level of what is left between\n"
+    "words.\n"
+    "  SI-SDR           10 lg(|a s|^2 / |a s - x|^2) with a = <x, s> / <s, s>; no mean is taken off\n"
+    "  segmental SNR    mean over frames of 30 ms, one every 7.5 ms, each limited to -10 to 35 dB\n"
+    "  STOI             over segments of 384 ms at 10 kHz, about 0 to 1\n"
+    "  level in pauses  of TEST, in frames of 10 ms more than 40 dB below the loudest of REF";
 
 constexpr const char* kExample =
     "Example:\n"
     "  sonivo quality clean.wav processed.wav\n";
 
-FloatAudio first_channel(const FloatAudio& audio) {
+/// Throws Failure for a file that can't be compared.
+FloatAudio read_first_channel(const std::string& path) {
+  const FloatAudio audio = read_wav_float(path);
   FloatAudio mono{audio.rate_hz, 1, {}};
   mono.samples.reserve(audio.frames());
-  for (std::size_t i = 0; i < audio.samples.size(); i += audio.channels) mono.samples.push_back(audio.samples[i]);
+  for (std::size_t i = 0; i < audio.samples.size(); i += audio.channels) {
+    if (!std::isfinite(audio.samples[i])) {
+      throw Failure("'" + path + "' has a sample that is no finite number, in frame " +
+                    std::to_string(mono.samples.size()) + "; make it again");
+    }
+    mono.samples.push_back(audio.samples[i]);
+  }
   return mono;
 }
 
-std::size_t delay_of(const FloatAudio& reference, const FloatAudio& test, const QualityOptions& options) {
-  if (options.delay_frames) return *options.delay_frames;
-  const Latency found = measure_latency(reference, test, reference.rate_hz * kLongestDelayMs / 1000);
+std::string text_of(std::int64_t delay, std::uint32_t rate_hz) {
+  std::ostringstream text;
+  text << delay << " frames, " << std::fixed << std::setprecision(1)
+       << 1000.0 * static_cast<double>(delay) / static_cast<double>(rate_hz) << " ms";
+  return text.str();
+}
+
+Alignment alignment_of(const FloatAudio& reference, const FloatAudio& test, const QualityOptions& options) {
+  if (options.delay_frames) return {Alignment::Outcome::found, *options.delay_frames};
+  const auto within_ms = [&](std::uint32_t ms) {
+    return align(reference.samples, test.samples, std::size_t{reference.rate_hz} * ms / 1000);
+  };
+  Alignment found = within_ms(kSearchedMs);
+  if (found.outcome == Alignment::Outcome::no_resemblance) found = within_ms(kSearchedWidelyMs);
   switch (found.outcome) {
-    case Latency::Outcome::input_silent:
+    case Alignment::Outcome::reference_silent:
       throw Failure("'" + options.reference + "' is silent; give the clean speech");
-    case Latency::Outcome::no_resemblance:
+    case Alignment::Outcome::no_resemblance:
       throw Failure("'" + options.test + "' does not resemble '" + options.reference +
-                    "'; give its delay with --delay FRAMES if it should");
-    case Latency::Outcome::measured:
+                    "' within 2 s of delay; give its delay with --delay FRAMES if it should");
+    case Alignment::Outcome::found:
       break;
   }
-  return found.frames;
+  if (std::abs(found.delay) >= std::int64_t{reference.rate_hz} * kLongestDelayMs / 1000) {
+    throw Failure("'" + options.test + "' seems to have a delay of " + text_of(found.delay, reference.rate_hz) +
+                  ", and less than 0.5 s is searched; give it with --delay " + std::to_string(found.delay));
+  }
+  return found;
+}
+
+/// What both have, aligned.
+struct Shared {
+  std::vector<double> reference, test;
+};
+
+Shared shared_part(const FloatAudio& reference, const FloatAudio& test, std::int64_t delay,
+                   const QualityOptions& options) {
+  const std::size_t skipped = delay < 0 ? static_cast<std::size_t>(-delay) : 0;
+  const std::size_t late = delay > 0 ? static_cast<std::size_t>(delay) : 0;
+  if (late >= test.frames()) throw Failure("'" + options.test + "' is shorter than its delay; give a longer one");
+  if (skipped >= reference.frames()) {
+    throw Failure("'" + options.reference + "' is shorter than the delay; give a longer one");
+  }
+  const std::size_t frames = std::min(reference.frames() - skipped, test.frames() - late);
+  const auto part = [frames](const FloatAudio& audio, std::size_t first) {
+    const auto samples = std::span(audio.samples).subspan(first, frames);
+    return std::vector<double>(samples.begin(), samples.end());
+  };
+  return {part(reference, skipped), part(test, late)};
 }
 
 std::string text_of(std::optional<double> value, int digits, const char* unit) {
@@ -66,10 +121,12 @@ CLI::App* add_quality_command(CLI::App& app, QualityOptions& options) {
   command->add_option("REF", options.reference, "clean WAV file")->type_name("FILE")->required();
   command->add_option("TEST", options.test, "processed WAV file")->type_name("FILE")->required();
   const auto parse_delay = [&options](const std::string& text) {
-    options.delay_frames = parse_whole_number(text);
+    options.delay_frames = parse_signed_number(text);
     if (!options.delay_frames) throw UsageError("--delay takes a whole number of frames, not '" + text + "'");
   };
-  command->add_option_function<std::string>("--delay", parse_delay, "delay of TEST (default: searched, up to 0.5 s)")
+  command
+      ->add_option_function<std::string>("--delay", parse_delay,
+                                         "delay of TEST, negative when it is early (default: searched, within 0.5 s)")
       ->type_name("FRAMES");
   return command;
 }
@@ -77,24 +134,23 @@ CLI::App* add_quality_command(CLI::App& app, QualityOptions& options) {
 void run_quality_command(const QualityOptions& options, std::ostream& output) {
   check_file_name("REF", options.reference, "standard input");
   check_file_name("TEST", options.test, "standard input");
-  const FloatAudio reference = first_channel(read_wav_float(options.reference));
-  const FloatAudio test = first_channel(read_wav_float(options.test));
+  const FloatAudio reference = read_first_channel(options.reference);
+  const FloatAudio test = read_first_channel(options.test);
   if (reference.rate_hz != test.rate_hz) {
     throw Failure("'" + options.reference + "' and '" + options.test + "' differ in rate; convert one of them");
   }
-  const std::size_t delay = delay_of(reference, test, options);
-  if (delay >= test.frames()) throw Failure("'" + options.test + "' is shorter than its delay; give a longer one");
-  const std::size_t frames = std::min(reference.frames(), test.frames() - delay);
-  const std::vector<double> s(reference.samples.begin(),
-                              reference.samples.begin() + static_cast<std::ptrdiff_t>(frames));
-  const auto first = test.samples.begin() + static_cast<std::ptrdiff_t>(delay);
-  const std::vector<double> x(first, first + static_cast<std::ptrdiff_t>(frames));
+  const Alignment alignment = alignment_of(reference, test, options);
+  const auto& [s, x] = shared_part(reference, test, alignment.delay, options);
 
   const auto row = [&output](const char* name, const std::string& value) {
     output << std::left << std::setw(18) << name << value << '\n';
   };
-  const double delay_ms = 1000.0 * static_cast<double>(delay) / reference.rate_hz;
-  row("delay", std::to_string(delay) + " frames, " + text_of(delay_ms, 1, " ms"));
+  row("delay", text_of(alignment.delay, reference.rate_hz));
+  if (alignment.inverted) row("polarity", "inverted, which counts as noise in the segmental SNR");
+  if (s.size() < reference.frames()) {
+    const auto seconds = [&](std::size_t frames) { return static_cast<double>(frames) / reference.rate_hz; };
+    row("compared", text_of(seconds(s.size()), 3, " s of ") + text_of(seconds(reference.frames()), 3, " s"));
+  }
   row("SI-SDR", text_of(si_sdr(s, x), 2, " dB"));
   row("segmental SNR", text_of(segmental_snr(s, x, reference.rate_hz), 2, " dB"));
   row("STOI", text_of(stoi(s, x, reference.rate_hz), 4, ""));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -15,7 +15,7 @@ namespace sonivo::tool {
 struct QualityOptions {
   std::string reference;
   std::string test;
-  std::optional<std::size_t> delay_frames;  ///< of TEST; searched without
+  std::optional<std::int64_t> delay_frames;  ///< of TEST, negative when it is early; searched without
 };
 
 /// Declares the command; parsing fills `options`, which must outlive it.
