@@ -16,22 +16,25 @@ constexpr double kEqualEnergy = 0.99;       // share of the highest energy that 
 constexpr double kResemblance = 0.5;        // correlation below which two signals are strangers
 constexpr double kEqualCorrelation = 1e-9;  // far above the rounding of the sums
 
-std::span<const float> frames_of(const FloatAudio& audio, std::size_t first, std::size_t count) {
-  return std::span(audio.samples).subspan(first * audio.channels, count * audio.channels);
+// A whole file as floats would be twice as much memory as it is itself, so they are made for a stretch at a time.
+std::vector<float> samples_of(const FloatAudio& audio, std::size_t first, std::size_t frames) {
+  const auto samples = std::span(audio.samples).subspan(first * audio.channels, frames * audio.channels);
+  return {samples.begin(), samples.end()};
 }
-
-double energy(std::span<const float> samples) {
-  double sum = 0;
-  for (const float x : samples) sum += double{x} * double{x};
-  return sum;
+std::vector<float> samples_of(const PcmAudio& audio, std::size_t first, std::size_t frames) {
+  std::vector<float> samples(frames * audio.channels);
+  for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = sample_at(audio, first * audio.channels + i);
+  return samples;
 }
 
 /// First frame of the earliest window, on a grid of half windows, that is about as energetic as the best one.
-std::size_t most_energetic_window(const FloatAudio& audio, std::size_t window, double& window_energy) {
+template <class Audio>
+std::size_t most_energetic_window(const Audio& audio, std::size_t window, double& window_energy) {
   const std::size_t step = std::max<std::size_t>(window / 2, 1);
   std::vector<double> energies;
   for (std::size_t first = 0; first + window <= audio.frames(); first += step) {
-    energies.push_back(energy(frames_of(audio, first, window)));
+    const std::vector<float> samples = samples_of(audio, first, window);
+    energies.push_back(product(samples, samples.data()));
   }
   const double highest = *std::max_element(energies.begin(), energies.end());
   const auto found =
@@ -40,9 +43,8 @@ std::size_t most_energetic_window(const FloatAudio& audio, std::size_t window, d
   return step * static_cast<std::size_t>(found - energies.begin());
 }
 
-}  // namespace
-
-Latency measure_latency(const FloatAudio& input, const FloatAudio& output, std::size_t max_frames) {
+template <class Audio>
+Latency measure(const Audio& input, const Audio& output, std::size_t max_frames) {
   const std::size_t window = std::min({kWindowFrames, input.frames(), output.frames()});
   double window_energy = 0;
   const std::size_t first = window == 0 ? 0 : most_energetic_window(input, window, window_energy);
@@ -50,8 +52,8 @@ Latency measure_latency(const FloatAudio& input, const FloatAudio& output, std::
   if (first + window > output.frames()) return {Latency::Outcome::no_resemblance};
 
   const std::size_t delays = std::min(max_frames, output.frames() - first - window) + 1;
-  const auto wanted = frames_of(input, first, window);
-  const auto heard = frames_of(output, first, window + delays - 1);
+  const std::vector<float> wanted = samples_of(input, first, window);
+  const std::vector<float> heard = samples_of(output, first, window + delays - 1);
 
   const std::vector<double> heard_energy = running_energy(heard);
 
@@ -70,8 +72,14 @@ Latency measure_latency(const FloatAudio& input, const FloatAudio& output, std::
   return best;
 }
 
+}  // namespace
+
+Latency measure_latency(const FloatAudio& input, const FloatAudio& output, std::size_t max_frames) {
+  return measure(input, output, max_frames);
+}
+
 Latency measure_latency(const PcmAudio& input, const PcmAudio& output, std::size_t max_frames) {
-  return measure_latency(to_float(input), to_float(output), max_frames);
+  return measure(input, output, max_frames);
 }
 
 }  // namespace sonivo::tool

@@ -40,10 +40,4 @@ float sample_at(const PcmAudio& audio, std::size_t index) {
   return static_cast<float>(static_cast<std::int32_t>(bits)) * 0x1p-31f;
 }
 
-FloatAudio to_float(const PcmAudio& audio) {
-  FloatAudio floats{audio.rate_hz, audio.channels, std::vector<float>(audio.samples())};
-  for (std::size_t i = 0; i < floats.samples.size(); ++i) floats.samples[i] = sample_at(audio, i);
-  return floats;
-}
-
 }  // namespace sonivo::tool

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "apps/tool/float_audio.h"
 #include "platform/wave_format.h"
 
 namespace sonivo::tool {
@@ -31,7 +30,5 @@ void append_float(PcmAudio& audio, float sample);
 
 /// Sample at an index that counts all channels, in -1 to 1.
 float sample_at(const PcmAudio& audio, std::size_t index);
-
-FloatAudio to_float(const PcmAudio& audio);
 
 }  // namespace sonivo::tool
