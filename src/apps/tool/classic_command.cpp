@@ -22,7 +22,8 @@ namespace {
 
 constexpr const char* kDescription =
     "Sends a WAV file through one classic chain, block by block: keycancel removes key strokes and\n"
-    "noise from every channel, beamforming forms two beams of the first two channels before that.\n"
+    "noise from every channel, beamforming forms two beams of the first two channels before that\n"
+    "(microphones 60 mm apart, the talker ahead) and writes one signal to every channel.\n"
     "OUT is 32-bit float, as long as IN, and as late as the chain is.";
 
 constexpr const char* kExample =

@@ -47,9 +47,9 @@ void refuse_filter_file(const ParamsOptions& options) {
   if constexpr (std::is_same_v<Param, BeamFormingKeyCancelParam>) {
     std::ostringstream silence;  // the reader has said all that there is to say
     classic::ParFile file(options.par_file, silence);
-    for (std::size_t i = 0; i < classic::kBeams * classic::kBeams; ++i) {
-      const auto filter =
-          file.referenced_path(classic::indexed("fd_fbf_ain_flt[%d][%d]", i / classic::kBeams, i % classic::kBeams));
+    constexpr std::size_t kInputs = classic::kBeams;
+    for (std::size_t i = 0; i < kInputs * classic::kBeams; ++i) {
+      const auto filter = file.referenced_path(classic::indexed("fd_fbf_ain_flt[%d][%d]", i / kInputs, i % kInputs));
       if (filter) refuse_same_file(*filter, options.blob, "a filter file of the parameters");
     }
   }

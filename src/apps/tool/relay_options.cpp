@@ -93,7 +93,8 @@ CLI::App* add_relay_command(CLI::App& app, RelayOptions& options) {
   command.add_option("IN", options.input, "WAV file that the physical microphone hears")->type_name("FILE")->required();
   command.add_option("OUT", options.output, "WAV file of what an application records")->type_name("FILE")->required();
   add_parsed(command, "--chain", options.chain, parse_chain, "CHAIN",
-             "processing: none, keycancel, beamforming or ai (default none)");
+             "processing: none, keycancel, beamforming or ai (default none); beamforming takes channels 1 and 2\n"
+             "as microphones 60 mm apart with the talker ahead, and writes one signal to every channel");
   command.add_option("--params", options.params, "parameter blob of the chain")->type_name("BLOB");
   command.add_option("--model", options.model, "enhancement model of the ai chain")->type_name("MODEL");
   add_parsed(command, "--strength", options.strength, parse_strength, "S", "strength of the ai chain, 0 to 1");
@@ -106,7 +107,9 @@ CLI::App* add_relay_command(CLI::App& app, RelayOptions& options) {
   command.add_flag("--render", options.render,
                    "the speaker direction: an application plays IN, the physical speaker plays OUT");
   command.add_flag("--realtime", options.realtime, "as fast as the audio plays, not as fast as the machine allows");
-  command.add_flag("--verbose", options.verbose, "traces with their virtual time on standard error");
+  command.add_flag(
+      "--verbose", options.verbose,
+      "traces with their virtual time on standard error; xfer errors at the\nend belong to an ordinary stop");
   return &command;
 }
 

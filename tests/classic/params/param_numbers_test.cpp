@@ -75,12 +75,9 @@ TEST(ParamNumbers, SaysWhichComputedOneIsNotFinite) {
 
 TEST(ParamNumbers, LetsBeWhatNoChainLooksAt) {
   const std::vector<Number> unread{
-      NUMBER("", head.syk1.inv_width[12]),
-      NUMBER("", head.syk2.inv_width[55]),
-      NUMBER("", noise.ns_nr_eq[55]),
-      NUMBER("", pulse.ana_pulse.window[128]),
-      NUMBER("", pulse.syn_pulse.window[128]),
-      NUMBER("", pulse.ngen_f_pulse.min_nl[16]),
+      NUMBER("", head.syk1.inv_width[12]),     NUMBER("", head.syk2.inv_width[55]),
+      NUMBER("", noise.ns_nr_eq[55]),          NUMBER("", pulse.ana_pulse.window[128]),
+      NUMBER("", pulse.syn_pulse.window[128]), NUMBER("", pulse.ngen_f_pulse.min_nl[16]),
       NUMBER("", pulse.ngen_f_pulse.eq[5]),
   };
   auto param = std::make_unique<KeyCancelParam>(NrModelParam());
