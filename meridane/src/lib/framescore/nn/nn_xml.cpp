@@ -1,0 +1,99 @@
+// The document form of a network.
+
+#include <fstream>
+#include <rapidxml/rapidxml.hpp>
+#include <sstream>
+
+#include "meridane/error.h"
+#include "meridane/framescore/nn.h"
+#include "meridane/io/number_text.h"
+
+namespace meridane {
+namespace {
+
+/// The child of that name; throws "couldn't find \"NAME\" tag" without.
+const XmlElement& expect_child(const XmlElement& element, const char* name) {
+  const XmlElement* const child = find_child(element, name);
+  if (child == nullptr) raise<MissingTagError>("couldn't find \"%s\" tag", name);
+  return *child;
+}
+
+/// The file that a layer's element refers to.
+std::ifstream open_layer_file(const std::string& path, std::ios_base::openmode how) {
+  std::ifstream file(path, how);
+  if (!file) raise("couldn't open \"%s\"", path.c_str());
+  return file;
+}
+
+/// Order and texts of the checks are part of the format.
+void check_link(const std::string& from, const std::string& to) {
+  if (from.empty()) raise("attribute \"from_id\" is empty");
+  if (from == "_output") raise("couldn't set \"_output\" to attribute \"from_id\"");
+  if (to.empty()) raise("attribute \"to_id\" is empty");
+  if (to == "_input") raise("couldn't set \"_input\" to attribute \"to_id\"");
+}
+
+}  // namespace
+
+std::shared_ptr<NNLayer> NNParameter::build_layer(const XmlElement& element) const {
+  const std::string type = fetch_attribute(element, "type");
+  const std::string id = fetch_attribute(element, "id");
+  const std::string ref = find_attribute(element, "ref").value_or("");
+  const std::string format = find_attribute(element, "format").value_or("text/xml");
+  if (ref.empty()) {
+    std::istringstream none;
+    return build_layer(type, id, &element, none);
+  }
+  if (format == "text/xml") {
+    std::ifstream file = open_layer_file(ref, std::ios_base::in);
+    const XmlFile document(file);
+    if (document.root() == nullptr) raise("Failed to parse xml");
+    return build_layer(type, id, document.root(), file);
+  }
+  if (format == "application/meridane-bin") {
+    std::ifstream file = open_layer_file(ref, std::ios_base::binary);
+    file.exceptions(std::ios_base::badbit);
+    return build_layer(type, id, nullptr, file);
+  }
+  raise("\"%s\" format does not support", format.c_str());
+}
+
+void XmlStoreTraits<NNParameter>::load(NNParameter& parameter, const XmlFile& file) {
+  const XmlElement* const root = file.root();
+  if (root == nullptr || element_name(*root) != "NN") raise<MissingTagError>("couldn't find \"NN\" tag");
+  const std::string magic = fetch_attribute(*root, "magic");
+  if (magic != kNNMagic) raise<InvalidFormat>("illegal magic number \"%s\"", magic.c_str());
+  const std::uint64_t ninput = size_of(fetch_attribute(*root, "ninput"));
+  parameter.set_sizes(ninput, size_of(fetch_attribute(*root, "noutput")));
+
+  const XmlElement& layers = expect_child(*root, "layers");
+  for (const XmlElement* layer = &expect_child(layers, "layer"); layer != nullptr; layer = next_of_name(*layer)) {
+    parameter.add_layer(parameter.build_layer(*layer));
+  }
+  const XmlElement& links = expect_child(*root, "links");
+  for (const XmlElement* link = &expect_child(links, "link"); link != nullptr; link = next_of_name(*link)) {
+    std::string from = fetch_attribute(*link, "from_id");
+    std::string to = fetch_attribute(*link, "to_id");
+    check_link(from, to);
+    parameter.add_link(std::move(from), std::move(to));
+  }
+  parameter.fix();
+}
+
+void XmlStoreTraits<NNParameter>::dump(const NNParameter& parameter, XmlFile& file) {
+  XmlDocument& document = file.document();
+  XmlElement& root = append_element(document, document, "NN");
+  append_attribute(root, document, "magic", kNNMagic);
+  append_attribute(root, document, "ninput", std::to_string(parameter.ninput()));
+  append_attribute(root, document, "noutput", std::to_string(parameter.noutput()));
+  XmlElement& layers = append_element(root, document, "layers");
+  for (const auto& layer : parameter.layers()) layer->dump_xml(layers, document);
+  XmlElement& links = append_element(root, document, "links");
+  for (const auto& [from, to] : parameter.links()) {
+    XmlElement& link = append_element(links, document, "link");
+    append_attribute(link, document, "from_id", from);
+    append_attribute(link, document, "to_id", to);
+  }
+}
+
+}  // namespace meridane

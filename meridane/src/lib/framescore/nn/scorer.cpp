@@ -1,0 +1,170 @@
+#include "meridane/framescore/scorer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "meridane/error.h"
+
+namespace meridane {
+namespace {
+
+/// Empties the slot. Gives what was in it if nobody else holds it: its memory can be written over.
+MinibatchPtr take_spare(MinibatchPtr& slot) {
+  MinibatchPtr spare = std::exchange(slot, nullptr);
+  if (spare.use_count() > 1) spare.reset();
+  // Whoever held it, on any thread, has done with it. That this thread sees so follows from another copy: it changes
+  // the count that the last of the others has left, with the memory order that libstdc++ takes for all its counts.
+  const MinibatchPtr acquiring = spare;  // NOLINT(performance-unnecessary-copy-initialization)
+  return spare;
+}
+
+MinibatchPtr shaped(MinibatchPtr spare, const Minibatch::Shape& shape, Eigen::Index frames) {
+  if (spare == nullptr) return Minibatch::uninitialised(shape, frames);
+  spare->resize(shape, frames);
+  return spare;
+}
+
+/// Frame i of the result is frame i / k of the source.
+MinibatchPtr stretched(const Minibatch& source, std::uint64_t frames, std::uint64_t k, MinibatchPtr spare) {
+  MinibatchPtr result = shaped(std::move(spare), source.shape(), static_cast<Eigen::Index>(frames));
+  const Eigen::Index last = source.content().cols() - 1;
+  for (std::uint64_t i = 0; i < frames; ++i) {
+    // A network that shortens its stream can have fewer frames than i / k asks for: the last one stands for them.
+    const Eigen::Index from = std::min(static_cast<Eigen::Index>(i / k), last);
+    result->content().col(static_cast<Eigen::Index>(i)) = source.content().col(from);
+  }
+  return result;
+}
+
+}  // namespace
+
+NNScorer::NNScorer(const NNParameter& parameter) : parameter_(&parameter) { NNScorer::reset(); }
+
+void NNScorer::set_input(const std::shared_ptr<FrameSequence>& frames) {
+  set_input(MinibatchPtr());  // what was there is gone, also where the new one can't be built
+  if (frames != nullptr) input_ = std::make_shared<Minibatch>(frames);
+}
+
+void NNScorer::set_input(MinibatchPtr input) {
+  executed_ = false;
+  input_ = std::move(input);
+}
+
+void NNScorer::reset() {
+  for (const auto& layer : parameter_->forward_path()) layer_states_[layer->id()] = layer->create_state();
+}
+
+NNScorer::States NNScorer::get_states() const {
+  States copies;
+  for (const auto& [id, state] : layer_states_) copies[id] = state == nullptr ? nullptr : state->clone();
+  return copies;
+}
+
+float NNScorer::score(std::uint64_t frame, std::uint64_t dimension) {
+  const Matrix& result = output_minibatch().content();
+  if (frame >= static_cast<std::uint64_t>(result.cols()) || dimension >= static_cast<std::uint64_t>(result.rows())) {
+    raise<DimensionMismatchError>("There is no score of frame %llu and dimension %llu",
+                                  static_cast<unsigned long long>(frame), static_cast<unsigned long long>(dimension));
+  }
+  return result(static_cast<Eigen::Index>(dimension), static_cast<Eigen::Index>(frame));
+}
+
+Matrix NNScorer::output() { return output_minibatch().content(); }
+
+const Minibatch& NNScorer::output_minibatch() {
+  if (!executed_) execute();
+  return *output_;
+}
+
+MinibatchPtr NNScorer::get_layer_output(const std::string& id) const {
+  if (!executed_) raise("not executed (get_layer_output)");
+  const auto found = layer_outputs_.find(id);
+  if (found == layer_outputs_.end()) raise("couldn't find \"%s\" layer", id.c_str());
+  return found->second;
+}
+
+void NNScorer::execute() {
+  executed_ = false;
+  MinibatchPtr spare = take_spare(output_);  // a stretched one: any other is held by its layer's slot, too
+  const MinibatchPtr input = step_input();
+  const MinibatchPtr fed = skipped(input);
+  for (const auto& layer : parameter_->forward_path()) run_layer(*layer, fed, fed->size());
+  output_ = layer_outputs_[parameter_->forward_path().back()->id()];
+  if (frame_skip_ >= 2) {
+    const std::uint64_t frames = stretched_size(input->size(), *output_);
+    if (frames > 0) output_ = stretched(*output_, frames, frame_skip_, std::move(spare));
+  }
+  executed_ = true;
+}
+
+void NNScorer::run_layer(const NNLayer& layer, const MinibatchPtr& input, std::uint64_t expected) {
+  layer_inputs_.clear();
+  if (&layer == parameter_->forward_path().front().get()) {
+    layer_inputs_.add(input);
+  } else {
+    for (const auto& before : parameter_->graph().get_prec_layers(layer.id())) {
+      layer_inputs_.add(layer_outputs_[before->id()]);
+    }
+  }
+  MinibatchPtr& slot = layer_outputs_[layer.id()];
+  layer_inputs_.set_spare(take_spare(slot));
+  slot = layer.forward(layer_inputs_, layer_states_[layer.id()]);
+  layer_inputs_.clear();
+  check_result(layer, *slot, expected);
+}
+
+MinibatchPtr NNScorer::step_input() const {
+  if (input_ == nullptr || input_->size() == 0) raise("didn't set input data");
+  expect_dimension(*input_);
+  return input_;
+}
+
+void NNScorer::expect_dimension(const Minibatch& input) const {
+  if (static_cast<std::uint64_t>(input.content().rows()) != parameter_->ninput()) {
+    raise("number of dimensions of input data does not accord to the network");
+  }
+}
+
+/// Every k-th frame, beginning with the first, in the memory of the step before where the start of the network holds
+/// it.
+MinibatchPtr NNScorer::skipped(const MinibatchPtr& input) {
+  if (frame_skip_ < 2 || input->size() == 0) return input;
+  const auto k = static_cast<Eigen::Index>(frame_skip_);
+  const Eigen::Index frames = (input->content().cols() - 1) / k + 1;
+  MinibatchPtr& before = layer_outputs_[parameter_->forward_path().front()->id()];
+  MinibatchPtr kept = shaped(take_spare(before), input->shape(), frames);
+  for (Eigen::Index j = 0; j < frames; ++j) kept->content().col(j) = input->content().col(j * k);
+  return kept;
+}
+
+void NNScorer::check_result(const NNLayer& layer, const Minibatch& result, std::uint64_t expected) const {
+  if (result.size() != expected) {
+    raise("Minibatch size was changed through forward-propagation in %s", layer.id().c_str());
+  }
+}
+
+std::uint64_t NNScorer::stretched_size(std::uint64_t frames, const Minibatch&) const { return frames; }
+
+std::uint64_t NNScorerVariableLength::stretched_size(std::uint64_t frames, const Minibatch& result) const {
+  return result.size() < 2 ? 0 : frames;
+}
+
+void NNScorerForLCBLSTM::set_input(const std::shared_ptr<FrameSequence>& frames) {
+  if (frames == nullptr || frames->empty()) {
+    set_input(MinibatchPtr());
+  } else {
+    NNScorer::set_input(frames);
+  }
+}
+
+MinibatchPtr NNScorerForLCBLSTM::step_input() const {
+  if (input() == nullptr) return std::make_shared<Minibatch>(Matrix(0, 0));
+  return NNScorer::step_input();
+}
+
+/// What comes out of a step without input stands for as many frames as it would in any other.
+std::uint64_t NNScorerForLCBLSTM::stretched_size(std::uint64_t frames, const Minibatch& result) const {
+  return NNScorerVariableLength::stretched_size(frames == 0 ? result.size() * frame_skip() : frames, result);
+}
+
+}  // namespace meridane

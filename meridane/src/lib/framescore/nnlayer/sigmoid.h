@@ -1,0 +1,17 @@
+#pragma once
+
+#include "lib/framescore/nnlayer/sloped.h"
+
+namespace meridane {
+
+/// t = slope x - bias; y = 1 / (1 + exp(-t)), element by element.
+class SigmoidLayer : public SlopedLayer {
+ public:
+  using SlopedLayer::SlopedLayer;
+  MinibatchPtr forward(const LayerInputs& inputs) const override;
+
+ protected:
+  std::string tag() const override { return "Sigmoid"; }
+};
+
+}  // namespace meridane

@@ -1,0 +1,106 @@
+// Which type names there are. A new layer is one line here.
+
+#include "lib/framescore/nnlayer/batchnorm.h"
+#include "lib/framescore/nnlayer/bias.h"
+#include "lib/framescore/nnlayer/embedding.h"
+#include "lib/framescore/nnlayer/fullyconnected.h"
+#include "lib/framescore/nnlayer/globallayernorm.h"
+#include "lib/framescore/nnlayer/glu.h"
+#include "lib/framescore/nnlayer/layernorm.h"
+#include "lib/framescore/nnlayer/prelu.h"
+#include "lib/framescore/nnlayer/print.h"
+#include "lib/framescore/nnlayer/prod.h"
+#include "lib/framescore/nnlayer/quantized_fullyconnected.h"
+#include "lib/framescore/nnlayer/relu.h"
+#include "lib/framescore/nnlayer/shared_memory.h"
+#include "lib/framescore/nnlayer/sigmoid.h"
+#include "lib/framescore/nnlayer/softmax.h"
+#include "lib/framescore/nnlayer/swish.h"
+#include "lib/framescore/nnlayer/tanh.h"
+#include "meridane/framescore/nnlayer/builders.h"
+
+namespace meridane {
+namespace {
+
+/// The layer, with what its element says, or the stream where there is no element.
+template <class Layer>
+std::shared_ptr<NNLayer> loaded(std::shared_ptr<Layer> layer, const XmlElement* element, std::istream& stream) {
+  if (element == nullptr) {
+    layer->load_binary(stream);
+  } else {
+    layer->load_xml(*element);
+  }
+  return layer;
+}
+
+template <class Layer>
+NNLayerFactory factory(const std::string& type) {
+  return [type](const std::string& id, const XmlElement* element, std::istream& stream) {
+    return loaded(std::make_shared<Layer>(id, type), element, stream);
+  };
+}
+
+template <class Layer>
+bool plain(const std::string& type) {
+  return NNLayerBuilder::regist(type, factory<Layer>(type));
+}
+
+template <class Layer>
+bool quantized(const std::string& type) {
+  return QuantizedNNLayerBuilder::regist(type, factory<Layer>(type)) &&
+         QuantizedNNLayerBuilder::regist("Quantized" + type, factory<Layer>("Quantized" + type));
+}
+
+template <class Layer>
+bool shared(const std::string& type) {
+  const auto make = [type](const std::string& id, const SMManager& manager, const XmlElement* element,
+                           std::istream& stream) {
+    return loaded(std::make_shared<SharedMemory<Layer>>(id, type, manager), element, stream);
+  };
+  const auto find = [type](const std::string& id, const SMManager& manager) {
+    auto layer = std::make_shared<SharedMemory<Layer>>(id, type, manager);
+    layer->load_shared_memory();
+    return std::shared_ptr<NNLayer>(layer);
+  };
+  return SMNNLayerBuilder::regist(type, make) && SMNNLayerFinder::regist(type, find);
+}
+
+[[maybe_unused]] const bool registered[] = {
+    plain<BatchNormLayer>("BatchNorm"),
+    plain<BiasLayer>("Bias"),
+    plain<EmbeddingLayer>("Embedding"),
+    plain<FullyConnectedLayer>("FullyConnected"),
+    plain<GLULayer>("GLU"),
+    plain<GlobalLayerNormLayer>("GlobalLayerNorm"),
+    plain<LayerNormLayer>("LayerNorm"),
+    plain<PReLULayer>("PReLU"),
+    plain<PrintLayer>("Print"),
+    plain<ProdLayer>("Prod"),
+    plain<ReLULayer>("ReLU"),
+    plain<SigmoidLayer>("Sigmoid"),
+    plain<SoftmaxLayer>("Softmax"),
+    plain<SwishLayer>("Swish"),
+    plain<TanhLayer>("Tanh"),
+
+    plain<CompressedBatchNormLayer>("CompressedBatchNorm"),
+    plain<CompressedEmbeddingLayer>("CompressedEmbedding"),
+    plain<CompressedFullyConnectedLayer>("CompressedFullyConnected"),
+    plain<CompressedGlobalLayerNormLayer>("CompressedGlobalLayerNorm"),
+    plain<CompressedLayerNormLayer>("CompressedLayerNorm"),
+    plain<CompressedProdLayer>("CompressedProd"),
+
+    quantized<QuantizedFullyConnectedLayer>("FullyConnected"),
+
+    shared<EmbeddingLayer>("Embedding"),
+    shared<FullyConnectedLayer>("FullyConnected"),
+    shared<PReLULayer>("PReLU"),
+    shared<PrintLayer>("Print"),
+    shared<ReLULayer>("ReLU"),
+    shared<SoftmaxLayer>("Softmax"),
+};
+
+}  // namespace
+
+void ensure_layer_tables() {}
+
+}  // namespace meridane

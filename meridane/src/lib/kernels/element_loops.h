@@ -1,0 +1,134 @@
+#pragma once
+
+// The loops of element_wise.h, for the sources that hold kernels. The values behind the last whole vector pass through
+// a vector of their own, so that a result doesn't depend on its place.
+
+#include "lib/kernels/exponential.h"
+#include "lib/kernels/vector_lanes.h"
+
+namespace meridane {
+namespace {
+
+template <std::size_t L>
+class ElementLoops {
+  using V = Vector<float, L>;
+
+ public:
+  static void logistic(const float* x, std::size_t count, float slope, float bias, float* y) {
+    map(
+        count, y, [=](V v) { return 1.0f / (1.0f + exponential<L>(-(slope * v - bias))); }, x);
+  }
+
+  static void hyperbolic_tangent(const float* x, std::size_t count, float slope, float bias, float* y) {
+    const float slope_2 = 2 * slope, bias_2 = 2 * bias;
+    map(
+        count, y, [=](V v) { return tangent_of_half(slope_2 * v - bias_2); }, x);
+  }
+
+  static void swish(const float* x, std::size_t count, float slope, float bias, float* y) {
+    map(
+        count, y,
+        [=](V v) {
+          const V e = exponential<L>(-(slope * v - bias));
+          return e == kInfinity ? V{} : v / (1.0f + e);  // the limit, where v is infinite too
+        },
+        x);
+  }
+
+  static void gated(const float* p, const float* q, std::size_t count, float slope, float bias, float* y) {
+    map(
+        count, y, [=](V u, V v) { return u / (1.0f + exponential<L>(-(slope * v - bias))); }, p, q);
+  }
+
+  static void leaky_rectifier(const float* x, std::size_t count, float a, float* y) {
+    if (a == 0) {  // an infinity has no part in 0 times it
+      map(
+          count, y, [=](V v) { return v < 0.0f ? V{} : v; }, x);
+    } else {
+      map(
+          count, y, [=](V v) { return v < 0.0f ? a * v : v; }, x);
+    }
+  }
+
+  static void softmax(const float* x, std::size_t count, float temperature, float* y) {
+    const float most = maximum(x, count);
+    map(
+        count, y, [=](V v) { return exponential<L>((v - most) / temperature); }, x);
+    const float inverse = 1.0f / sum(y, count, 0.0f, [](V v) { return v; });
+    map(
+        count, y, [=](V v) { return v * inverse; }, y);
+  }
+
+  static void normalise(const float* x, std::size_t count, const float* weight, const float* bias, float eps,
+                        float* y) {
+    if (count == 0) return;
+    // Relative to the first value, so that equal values have exactly that mean.
+    const float first = x[0], parts = 1.0f / static_cast<float>(count);
+    const float mean = first + sum(x, count, first, [=](V v) { return v - first; }) * parts;
+    const float variance = sum(x, count, mean, [=](V v) { return (v - mean) * (v - mean); }) * parts;
+    const float inverse = 1.0f / __builtin_sqrtf(variance + eps);
+    map(
+        count, y, [=](V v, V w, V b) { return (v - mean) * inverse * w + b; }, x, weight, bias);
+  }
+
+  static void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y) {
+    map(
+        count, y, [](V v, V s, V b) { return v * s + b; }, x, scale, shift);
+  }
+
+ private:
+  // tanh(t / 2) = sign t e / (e + 2) with e = exp(|t|) - 1; 1 from |t| = 20 on
+  static MERIDANE_INLINE V tangent_of_half(V t) {
+    using Bits = Vector<std::uint32_t, L>;
+    const Bits bits = reinterpret_cast<Bits>(t);
+    const V magnitude = reinterpret_cast<V>(bits & 0x7fffffffu), most = broadcast<L>(20.0f);
+    const V e = exponential_minus_1<L>(most < magnitude ? most : magnitude);
+    return reinterpret_cast<V>(reinterpret_cast<Bits>(e / (e + 2.0f)) | (bits & 0x80000000u));
+  }
+
+  // y[k] = f(x[k] ...)
+  template <class Function, class... Arrays>
+  static MERIDANE_INLINE void map(std::size_t count, float* y, Function f, Arrays... x) {
+    std::size_t k = 0;
+#pragma GCC unroll 4
+    for (; k + L <= count; k += L) store<L>(y + k, f(load<L>(x + k)...));
+    if (k < count) store_first(y + k, count - k, f(load_first(x + k, count - k, 0.0f)...));
+  }
+
+  // f(fill) is 0.
+  template <class Function>
+  static MERIDANE_INLINE float sum(const float* x, std::size_t count, float fill, Function f) {
+    V parts[4] = {};
+    std::size_t k = 0;
+    for (; k + 4 * L <= count; k += 4 * L) {
+      MERIDANE_UNROLL
+      for (std::size_t i = 0; i < 4; ++i) parts[i] += f(load<L>(x + k + i * L));
+    }
+    for (; k + L <= count; k += L) parts[0] += f(load<L>(x + k));
+    if (k < count) parts[1] += f(load_first(x + k, count - k, fill));
+    return fold((parts[0] + parts[1]) + (parts[2] + parts[3]), [](auto a, auto b) { return a + b; });
+  }
+
+  // Passes over what is no number.
+  static MERIDANE_INLINE float maximum(const float* x, std::size_t count) {
+    V most = broadcast<L>(-kInfinity);
+    std::size_t k = 0;
+    const auto take = [&most](V v) { most = v > most ? v : most; };
+    for (; k + L <= count; k += L) take(load<L>(x + k));
+    if (k < count) take(load_first(x + k, count - k, -kInfinity));
+    return fold(most, [](auto a, auto b) { return a > b ? a : b; });
+  }
+
+  static MERIDANE_INLINE V load_first(const float* from, std::size_t count, float fill) {
+    V v = broadcast<L>(fill);
+    for (std::size_t i = 0; i < count; ++i) v[i] = from[i];
+    return v;
+  }
+
+  static MERIDANE_INLINE void store_first(float* to, std::size_t count, V v) {
+    for (std::size_t i = 0; i < count; ++i) to[i] = v[i];
+  }
+};
+
+}  // namespace
+}  // namespace meridane

@@ -1,0 +1,42 @@
+#include "lib/kernels/element_wise.h"
+
+#include <cassert>
+
+#include "lib/kernels/kernels.h"
+
+namespace meridane {
+
+void logistic(const float* x, std::size_t count, float slope, float bias, float* y) {
+  best_kernels().logistic(x, count, slope, bias, y);
+}
+
+void hyperbolic_tangent(const float* x, std::size_t count, float slope, float bias, float* y) {
+  best_kernels().hyperbolic_tangent(x, count, slope, bias, y);
+}
+
+void swish(const float* x, std::size_t count, float slope, float bias, float* y) {
+  best_kernels().swish(x, count, slope, bias, y);
+}
+
+void gated(const float* p, const float* q, std::size_t count, float slope, float bias, float* y) {
+  best_kernels().gated(p, q, count, slope, bias, y);
+}
+
+void leaky_rectifier(const float* x, std::size_t count, float a, float* y) {
+  best_kernels().leaky_rectifier(x, count, a, y);
+}
+
+void softmax(const float* x, std::size_t count, float temperature, float* y) {
+  assert(count > 0);
+  best_kernels().softmax(x, count, temperature, y);
+}
+
+void normalise(const float* x, std::size_t count, const float* weight, const float* bias, float eps, float* y) {
+  best_kernels().normalise(x, count, weight, bias, eps, y);
+}
+
+void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y) {
+  best_kernels().scale_and_shift(x, count, scale, shift, y);
+}
+
+}  // namespace meridane

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+
+// The element-wise loops of the layers: one pass, no temporary. y may be x; otherwise arrays don't overlap. The
+// exponential is within 2 ulp of exp over the range where the result is a normal number; what is no number stays so,
+// infinities give the limits of the formulas where there is one.
+
+namespace meridane {
+
+/// y[i] = 1 / (1 + exp(-(slope x[i] - bias)))
+void logistic(const float* x, std::size_t count, float slope, float bias, float* y);
+/// y[i] = tanh(slope x[i] - bias)
+void hyperbolic_tangent(const float* x, std::size_t count, float slope, float bias, float* y);
+/// y[i] = x[i] / (1 + exp(-(slope x[i] - bias)))
+void swish(const float* x, std::size_t count, float slope, float bias, float* y);
+/// y[i] = p[i] / (1 + exp(-(slope q[i] - bias)))
+void gated(const float* p, const float* q, std::size_t count, float slope, float bias, float* y);
+/// y[i] = max(0, x[i]) + a min(0, x[i])
+void leaky_rectifier(const float* x, std::size_t count, float a, float* y);
+/// y[i] = exp((x[i] - max x) / temperature) / sum of these; count at least 1
+void softmax(const float* x, std::size_t count, float temperature, float* y);
+/// y[i] = (x[i] - m) / sqrt(v + eps) weight[i] + bias[i] with the mean m and variance v (divided by count) of x
+void normalise(const float* x, std::size_t count, const float* weight, const float* bias, float eps, float* y);
+/// y[i] = x[i] scale[i] + shift[i]
+void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y);
+
+}  // namespace meridane

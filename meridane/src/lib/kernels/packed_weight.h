@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+namespace meridane {
+
+struct Kernels;
+
+/// A constant weight matrix W in the order in which the product reads it: panels of rows, each column after column.
+/// Packed once, in the memory that the stored form was read into; never changes afterwards.
+class PackedWeight {
+ public:
+  PackedWeight() = default;  ///< 0 x 0
+  /// Takes a row-major block of at least block_size(rows, cols) floats, of which the first rows x cols are the matrix,
+  /// and packs it in place (beside it only the memory of one panel is used, for a moment). Fastest where the block
+  /// begins at a multiple of 64 bytes.
+  PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::size_t cols);
+
+  /// Floats that a block must have for a matrix of this size; some more than rows x cols. 0 where that overflows.
+  static std::size_t block_size(std::size_t rows, std::size_t cols);
+
+  /// Both for kernels other than the best of this machine.
+  PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::size_t cols, const Kernels& kernels);
+  static std::size_t block_size(std::size_t rows, std::size_t cols, const Kernels& kernels);
+
+  std::size_t rows() const { return rows_; }
+  std::size_t cols() const { return cols_; }
+
+  /// Row i as it was before packing; out has cols() places.
+  void row(std::size_t i, float* out) const;
+
+  /// y(i, t) = bias(i) + sum over k of W(i, k) x(k, t) for t = 0 to frames - 1. A frame's result is the same, bit for
+  /// bit, whatever other frames are in the call.
+  /// Column t of x begins at x + t * x_stride (columns may overlap), of y at y + t * y_stride; bias may be null. x and
+  /// y don't overlap.
+  void multiply(const float* x, std::size_t x_stride, std::size_t frames, const float* bias, float* y,
+                std::size_t y_stride) const;
+  /// The same, added to what y holds: y(i, t) += sum over k of W(i, k) x(k, t).
+  void multiply_add(const float* x, std::size_t x_stride, std::size_t frames, float* y, std::size_t y_stride) const;
+
+ private:
+  const Kernels* kernels_ = nullptr;
+  std::shared_ptr<float> block_;
+  std::size_t rows_ = 0;
+  std::size_t cols_ = 0;
+};
+
+}  // namespace meridane
