@@ -10,6 +10,7 @@
 
 #include "apps/tool/classic_command.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/nn_command.h"
 #include "apps/tool/params_command.h"
 #include "apps/tool/printable.h"
 #include "apps/tool/quality_command.h"
@@ -39,6 +40,8 @@ void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostre
   ParamsOptions params;
   add_params_commands(*app.add_subcommand("params", "Makes parameter blobs of the classic chains and lists them."),
                       params);
+  NNOptions nn;
+  add_nn_commands(*app.add_subcommand("nn", "Runs, lists and converts network files."), nn);
 
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
   app.parse(std::move(arguments));
@@ -46,6 +49,7 @@ void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostre
   if (classic_command->parsed()) run_classic_command(classic, errors);
   if (quality_command->parsed()) run_quality_command(quality, output);
   run_params_command(params, output);
+  run_nn_command(nn, output, errors);
 }
 
 }  // namespace

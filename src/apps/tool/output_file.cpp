@@ -102,6 +102,17 @@ OutputFile::~OutputFile() {
   unwatch();
 }
 
+void OutputFile::write(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      throw Failure("cannot write '" + name_ + "': " + std::strerror(errno) + "; make room or choose another folder");
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
 void OutputFile::commit() {
   if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
     throw Failure("cannot create '" + name_ + "': " + std::strerror(errno) + "; choose another name");

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace sonivo::tool {
 
@@ -20,6 +21,8 @@ class OutputFile {
   const std::string& name() const { return name_; }
   int descriptor() const { return descriptor_; }
 
+  /// Appends to the file. Throws Failure.
+  void write(std::string_view bytes);
   /// Gives the file its name. Throws Failure.
   void commit();
 

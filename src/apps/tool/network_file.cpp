@@ -1,0 +1,48 @@
+#include "apps/tool/network_file.h"
+
+#include <fstream>
+#include <ios>
+#include <sstream>
+
+#include "apps/tool/failure.h"
+#include "meridane/error.h"
+
+namespace sonivo::tool {
+
+namespace {
+
+const char* mime(NetworkForm form) { return form == NetworkForm::xml ? "text/xml" : "application/meridane-bin"; }
+
+/// A document begins with a "<", behind blanks or a byte order mark; all else is taken for the binary form.
+NetworkForm form_of(std::istream& stream) {
+  std::string head(64, '\0');
+  stream.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<std::size_t>(stream.gcount()));
+  stream.clear();
+  stream.seekg(0);
+  const std::size_t first = head.find_first_not_of("\xef\xbb\xbf \t\r\n");
+  return first != head.npos && head[first] == '<' ? NetworkForm::xml : NetworkForm::binary;
+}
+
+}  // namespace
+
+NetworkFile read_network(const std::string& name) {
+  std::ifstream file(name, std::ios_base::binary);
+  if (!file) throw Failure("cannot open '" + name + "'; check its name and its permissions");
+  const NetworkForm form = form_of(file);
+  auto network = std::make_unique<meridane::NNParameter>();
+  try {
+    network->load(file, mime(form));
+  } catch (const meridane::BaseRuntimeError& error) {
+    throw Failure("'" + name + "' is no network: " + error.what());
+  }
+  return {form, std::move(network)};
+}
+
+std::string network_bytes(const meridane::NNParameter& network, NetworkForm form) {
+  std::ostringstream bytes;
+  network.dump(bytes, mime(form));
+  return std::move(bytes).str();
+}
+
+}  // namespace sonivo::tool
