@@ -48,8 +48,7 @@ struct Format {
   const char* text;
   SourceLocation where;
   // NOLINTNEXTLINE(google-explicit-constructor): a literal stands for itself
-  consteval Format(const char* format, SourceLocation place = SourceLocation::current())
-      : text(format), where(place) {}
+  consteval Format(const char* format, SourceLocation place = SourceLocation::current()) : text(format), where(place) {}
 };
 
 inline constexpr std::size_t kLongestMessage = 8192;
