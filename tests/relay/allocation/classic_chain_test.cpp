@@ -18,6 +18,7 @@
 #include "classic/key_cancel_channel.h"
 #include "classic/par_channel.h"
 #include "classic/par_reader.h"
+#include "classic/param_check.h"
 #include "count_allocations.h"
 
 namespace sonivo::test {
@@ -101,7 +102,7 @@ TYPED_TEST(Memory, ThatIsMissingForABlockLengthClosesTheChain) {
 }
 
 /// Each channel goes on as it was or sounds like a new one: the last ones first, each with as many allocations, behind
-/// that of the blob.
+/// those of the blob and of the look at its numbers.
 TYPED_TEST(Memory, ThatIsMissingForNewParametersLeavesEachChannelWithTheOldOnesOrTheNew) {
   auto other = this->params_;
   other.paramID = static_cast<std::uint16_t>(this->params_.paramID + 1);
@@ -115,13 +116,16 @@ TYPED_TEST(Memory, ThatIsMissingForNewParametersLeavesEachChannelWithTheOldOnesO
   ASSERT_EQ(fresh.Open(&other, 48000.0f, 4, 192), 0);
   const auto as_new = through(fresh, after);
 
-  const std::uint64_t start = allocations();
+  std::uint64_t start = allocations();
+  ASSERT_TRUE(classic::usable(other));
+  const std::uint64_t of_blob = allocations() - start + 1;
+  start = allocations();
   ASSERT_EQ(this->chain_.SetParam(&other), 0);
-  const std::uint64_t per_channel = (allocations() - start - 1) / 4;
+  const std::uint64_t per_channel = (allocations() - start - of_blob) / 4;
   ASSERT_GE(per_channel, 1u);
-  ASSERT_EQ(allocations() - start, 1 + 4 * per_channel);
+  ASSERT_EQ(allocations() - start, of_blob + 4 * per_channel);
 
-  for (std::uint64_t nth = 1; nth <= 2 + 4 * per_channel; ++nth) {
+  for (std::uint64_t nth = 1; nth <= of_blob + 4 * per_channel + 1; ++nth) {
     SCOPED_TRACE("allocation " + std::to_string(nth));
     ASSERT_EQ(this->open(4, 192), 0);
     through(this->chain_, before);
@@ -129,11 +133,11 @@ TYPED_TEST(Memory, ThatIsMissingForNewParametersLeavesEachChannelWithTheOldOnesO
     const int status = this->chain_.SetParam(&other);
     const bool failed = allocation_failed();
     EXPECT_EQ(status, failed ? kMemoryEmpty : 0);
-    EXPECT_EQ(failed, nth <= 1 + 4 * per_channel);
+    EXPECT_EQ(failed, nth <= of_blob + 4 * per_channel);
     std::uint16_t id = 0;
     EXPECT_EQ(this->chain_.GetParamID(&id), 0);
     EXPECT_EQ(id, failed ? this->params_.paramID : other.paramID);
-    const std::uint64_t changed = nth < 2 ? 0 : (nth - 2) / per_channel;
+    const std::uint64_t changed = nth <= of_blob ? 0 : (nth - of_blob - 1) / per_channel;
     const auto out = through(this->chain_, after);
     for (std::size_t c = 0; c < 4; ++c) {
       const auto& expected = c + changed >= 4 ? as_new : as_it_was;
