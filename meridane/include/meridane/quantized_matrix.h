@@ -56,7 +56,7 @@ class QuantizedMatrix {
   Matrix multiply(const Matrix& right) const;
   Vector multiply(const Vector& right) const;
   /// The same on columns at x + t * x_stride, size_minor values each, into columns at y + t * y_stride, with bias(i)
-  /// added unless it is null.
+  /// added unless it is null; of one frame it may be y.
   void multiply(const float* x, std::size_t x_stride, std::size_t frames, const float* bias, float* y,
                 std::size_t y_stride) const;
 

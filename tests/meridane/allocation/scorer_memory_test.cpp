@@ -56,6 +56,26 @@ std::shared_ptr<NNParameter> every_layer() {
   return network_of(network_bytes(kRows, kRows, layers, links));
 }
 
+/// The recurrent layers as a chain; the last one has, in the steps to come, as many frames to give as it gets.
+std::shared_ptr<NNParameter> recurrent_layers() {
+  const auto matrix = [](std::size_t cols) {
+    return matrix_bytes(4 * kRows, static_cast<std::int64_t>(cols), ramp(4 * kRows * cols));
+  };
+  const auto lstm = [&](std::size_t rows) { return matrix(rows) + matrix(1) + matrix(kRows); };
+  const auto both = [&](std::size_t rows) { return lstm(rows) + matrix(1) + lstm(rows) + matrix(1); };
+  const auto integers = [](const std::vector<std::int32_t>& values) {
+    std::string bytes;
+    for (const std::int32_t value : values) bytes += bytes_of(value);
+    return bytes;
+  };
+  const std::vector<std::string> layers = {
+      layer_bytes("a", "LSTM", "LSTM" + lstm(kRows)), layer_bytes("b", "ULSTM", "ULSTM" + lstm(kRows) + matrix(1)),
+      layer_bytes("c", "BLSTM", "BLSTM" + both(kRows) + integers({0})),
+      layer_bytes("d", "LCBLSTM", "LCBLSTM" + both(2 * kRows) + integers({kFrames, 4, 1, 1}))};
+  return network_of(
+      network_bytes(kRows, kRows, layers, {{"_input", "a"}, {"a", "b"}, {"b", "c"}, {"c", "d"}, {"d", "_output"}}));
+}
+
 /// The memory of the steps of a scorer over two inputs in turn, after a few steps of warm-up.
 template <class Read>
 std::uint64_t allocations_of_steps(NNScorer& scorer, Read read) {
@@ -88,6 +108,13 @@ TEST(AScorersSteps, AllocateNothingWithStates) {
                                 {{"_input", "sum"}, {"sum", "_output"}});
   NNScorer scorer(network);
   EXPECT_EQ(allocations_of_steps(scorer, [&](std::size_t) { scorer.output_minibatch(); }), 0u);
+}
+
+TEST(AScorersSteps, AllocateNothingInRecurrentLayers) {
+  const auto network = recurrent_layers();
+  NNScorerForLCBLSTM scorer(*network);
+  EXPECT_EQ(allocations_of_steps(scorer, [&](std::size_t) { scorer.output_minibatch(); }), 0u);
+  EXPECT_EQ(scorer.output_minibatch().size(), static_cast<std::uint64_t>(kFrames));
 }
 
 /// Its frames, its shape, and the object itself with its count of owners.

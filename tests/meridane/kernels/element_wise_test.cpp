@@ -260,6 +260,34 @@ TEST_P(ElementWiseTest, ScaleAndShift) {
 }
 
 // The same value gives the same result wherever it stands, in place too, and nothing beside the array is touched.
+// Three functions within 3 ulp, in c and h each, whose terms are below 2 and slopes at most 1.
+TEST_P(ElementWiseTest, LstmCellTakesItsGatesInTheOrderGIFO) {
+  for (const std::size_t count : {std::size_t{1}, std::size_t{3}, std::size_t{4}, std::size_t{16}, std::size_t{37}}) {
+    Noise dice(1);
+    std::vector<float> z = dice.samples(4 * count), c = dice.samples(count), h(count);
+    for (float& value : z) value *= 5;
+    const std::vector<float> before = c;
+    kernels().lstm_cell(z.data(), count, c.data(), h.data());
+    for (std::size_t k = 0; k < count; ++k) {
+      const auto gate = [&](std::size_t block) { return static_cast<double>(z[block * count + k]); };
+      const auto sigmoid = [](double a) { return 1 / (1 + std::exp(-a)); };
+      const double cell = std::tanh(gate(0)) * sigmoid(gate(1)) + sigmoid(gate(2)) * static_cast<double>(before[k]);
+      ASSERT_NEAR(static_cast<double>(c[k]), cell, 6 * 0x1p-23);
+      ASSERT_NEAR(static_cast<double>(h[k]), sigmoid(gate(3)) * std::tanh(cell), 12 * 0x1p-23);
+    }
+  }
+}
+
+TEST_P(ElementWiseTest, LstmCellOfSaturatedGatesKeepsOrReplacesItsCell) {
+  // Cell 0 is replaced by tanh(inf) and put out; cell 1 keeps its 0.5, put out not at all.
+  const std::vector<float> z = {kInfinity, kInfinity, 1000, -1000, -1000, kInfinity, 1000, -kInfinity};
+  std::vector<float> c = {7, 0.5f}, h(2);
+  kernels().lstm_cell(z.data(), 2, c.data(), h.data());
+  EXPECT_EQ(c, (std::vector<float>{1, 0.5f}));
+  EXPECT_NEAR(h[0], std::tanh(1.0f), 3 * 0x1p-24f);
+  EXPECT_EQ(h[1], 0);
+}
+
 TEST_P(ElementWiseTest, AResultDoesNotDependOnItsPlace) {
   using Loop = void (*)(const Kernels&, const float*, std::size_t, float*);
   const Loop loops[] = {
@@ -316,6 +344,31 @@ TEST(ElementWise, TakesTheBestKernels) {
   scale_and_shift(x.data(), 33, p.data(), x.data(), y.data());
   best_kernels().scale_and_shift(x.data(), 33, p.data(), x.data(), best.data());
   EXPECT_EQ(y, best);
+}
+
+// All values are multiples of 1/64 below 1: every partial sum is exact.
+TEST_P(ElementWiseTest, TapSumAddsEachRowTimesItsWeights) {
+  const auto coarse = [](std::size_t count) {
+    std::vector<float> values = Noise(1).samples(count);
+    for (float& value : values) value = std::round(value * 64) / 64;
+    return values;
+  };
+  constexpr std::size_t kDistance = 70, kTaps = 5;
+  const std::vector<float> x = coarse(kTaps * kDistance), weight = coarse(kTaps * kDistance), bias = coarse(kDistance);
+  for (std::size_t count = 0; count < kDistance; ++count) {
+    for (std::size_t taps = 0; taps <= kTaps; ++taps) {
+      std::vector<float> y(count + 1, kUntouched);
+      kernels().tap_sum(x.data(), count, taps, kDistance, weight.data(), bias.data(), y.data());
+      for (std::size_t i = 0; i < count; ++i) {
+        double sum = static_cast<double>(bias[i]);
+        for (std::size_t k = 0; k < taps; ++k) {
+          sum += static_cast<double>(weight[k * count + i]) * static_cast<double>(x[k * kDistance + i]);
+        }
+        ASSERT_EQ(static_cast<double>(y[i]), sum) << count << " values, " << taps << " taps";
+      }
+      ASSERT_EQ(y[count], kUntouched);
+    }
+  }
 }
 
 }  // namespace

@@ -291,10 +291,18 @@ TEST(LayerTables, HoldNoTypeWithoutASample) {
   for (const LayerSample& sample : layer_samples()) {
     (sample.table == LayerSample::Table::plain ? plain : quantized).insert(sample.type);
   }
-  const std::vector<std::string> plain_names = NNLayerBuilder::names();
-  EXPECT_EQ(std::set(plain_names.begin(), plain_names.end()), plain);
-  const std::vector<std::string> quantized_names = QuantizedNNLayerBuilder::names();
-  EXPECT_EQ(std::set(quantized_names.begin(), quantized_names.end()), quantized);
+  // Those that look at more than one frame or at a map have their tests beside these: "convolution".
+  for (const char* type : {"Convolution1D", "Convolution2D", "CompressedConvolution2D", "Convolution3D", "MaxPooling1D",
+                           "MaxPooling2D", "TDNN", "CompressedTDNN", "TransposeTDNN", "CompressedTransposeTDNN"}) {
+    plain.insert(type);
+  }
+  for (const char* type : {"Convolution1D", "QuantizedConvolution1D"}) quantized.insert(type);
+  const auto of_samples = [](std::vector<std::string> names) {
+    std::erase_if(names, [](const std::string& name) { return name.ends_with("LSTM"); });  // tests/meridane/recurrent
+    return std::set(names.begin(), names.end());
+  };
+  EXPECT_EQ(of_samples(NNLayerBuilder::names()), plain);
+  EXPECT_EQ(of_samples(QuantizedNNLayerBuilder::names()), quantized);
 }
 
 TEST(LayerTables, HoldTheStatelessLayers) {

@@ -31,7 +31,7 @@ struct WeightLines {
 };
 
 /// y(i) = float(d(i) + Sx r(i) + rx offset(i)) / (sx s(i)), the integers wrapping at 32 bits, plus bias(i) unless it is
-/// null. x: the frame. Same floats on every machine.
+/// null. x: the frame. bias may be y. Same floats on every machine.
 void restore_products(const std::int32_t* d, const LineCodes& frame, const WeightLines& lines, const float* bias,
                       float* y);
 

@@ -76,7 +76,45 @@ class ElementLoops {
         count, y, [](V v, V s, V b) { return v * s + b; }, x, scale, shift);
   }
 
+  static void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
+                      const float* bias, float* y) {
+    std::size_t i = 0;
+    for (; i + L <= count; i += L) {
+      V sum = load<L>(bias + i);
+      for (std::size_t k = 0; k < taps; ++k) sum += load<L>(weight + k * count + i) * load<L>(x + k * distance + i);
+      store<L>(y + i, sum);
+    }
+    const std::size_t rest = count - i;
+    if (rest == 0) return;
+    V sum = load_first(bias + i, rest, 0.0f);
+    for (std::size_t k = 0; k < taps; ++k) {
+      sum += load_first(weight + k * count + i, rest, 0.0f) * load_first(x + k * distance + i, rest, 0.0f);
+    }
+    store_first(y + i, rest, sum);
+  }
+
+  static void lstm_cell(const float* z, std::size_t count, float* c, float* h) {
+    const float *const g = z, *const i = g + count, *const f = i + count, *const o = f + count;
+    std::size_t k = 0;
+    for (; k + L <= count; k += L) {
+      const V cell = next_cell(load<L>(g + k), load<L>(i + k), load<L>(f + k), load<L>(c + k));
+      store<L>(c + k, cell);
+      store<L>(h + k, sigmoid(load<L>(o + k)) * tangent_of_half(2.0f * cell));
+    }
+    if (k == count) return;
+    const auto last = [rest = count - k, k](const float* from) { return load_first(from + k, rest, 0.0f); };
+    const V cell = next_cell(last(g), last(i), last(f), last(c));
+    store_first(c + k, count - k, cell);
+    store_first(h + k, count - k, sigmoid(last(o)) * tangent_of_half(2.0f * cell));
+  }
+
  private:
+  static MERIDANE_INLINE V next_cell(V g, V i, V f, V c) {
+    return tangent_of_half(2.0f * g) * sigmoid(i) + sigmoid(f) * c;
+  }
+
+  static MERIDANE_INLINE V sigmoid(V v) { return 1.0f / (1.0f + exponential<L>(-v)); }
+
   // tanh(t / 2) = sign t e / (e + 2) with e = exp(|t|) - 1; 1 from |t| = 20 on
   static MERIDANE_INLINE V tangent_of_half(V t) {
     using Bits = Vector<std::uint32_t, L>;

@@ -39,4 +39,10 @@ void scale_and_shift(const float* x, std::size_t count, const float* scale, cons
   best_kernels().scale_and_shift(x, count, scale, shift, y);
 }
 
+void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
+             const float* bias, float* y) {
+  best_kernels().tap_sum(x, count, taps, distance, weight, bias, y);
+}
+void lstm_cell(const float* z, std::size_t count, float* c, float* h) { best_kernels().lstm_cell(z, count, c, h); }
+
 }  // namespace meridane

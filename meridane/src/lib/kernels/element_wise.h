@@ -24,5 +24,11 @@ void softmax(const float* x, std::size_t count, float temperature, float* y);
 void normalise(const float* x, std::size_t count, const float* weight, const float* bias, float eps, float* y);
 /// y[i] = x[i] scale[i] + shift[i]
 void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y);
+/// y[i] = bias[i] + sum over k of weight[k count + i] x[k distance + i]; x has `taps` rows of that distance
+void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
+             const float* bias, float* y);
+/// One step of an LSTM of `count` cells, whose gates before their functions are the four blocks g, i, f, o of z:
+/// c[k] = tanh(g[k]) s(i[k]) + s(f[k]) c[k], then h[k] = s(o[k]) tanh(c[k]), with s(a) = 1 / (1 + exp(-a))
+void lstm_cell(const float* z, std::size_t count, float* c, float* h);
 
 }  // namespace meridane

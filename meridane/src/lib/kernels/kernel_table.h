@@ -35,7 +35,9 @@ constexpr Kernels kernels_of(const char* name) {
           .leaky_rectifier = Elements::leaky_rectifier,
           .softmax = Elements::softmax,
           .normalise = Elements::normalise,
-          .scale_and_shift = Elements::scale_and_shift};
+          .scale_and_shift = Elements::scale_and_shift,
+          .tap_sum = Elements::tap_sum,
+          .lstm_cell = Elements::lstm_cell};
 }
 
 }  // namespace

@@ -24,6 +24,9 @@ struct Kernels {
   void (*softmax)(const float* x, std::size_t count, float temperature, float* y);
   void (*normalise)(const float* x, std::size_t count, const float* weight, const float* bias, float eps, float* y);
   void (*scale_and_shift)(const float* x, std::size_t count, const float* scale, const float* shift, float* y);
+  void (*tap_sum)(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
+                  const float* bias, float* y);
+  void (*lstm_cell)(const float* z, std::size_t count, float* c, float* h);
 };
 
 // The plainest first; each runs on every machine that runs a later one.

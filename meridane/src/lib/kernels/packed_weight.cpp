@@ -54,6 +54,11 @@ void PackedWeight::row(std::size_t i, float* out) const {
   for (std::size_t k = 0; k < cols_; ++k) out[k] = block_.get()[panels.place(i, k)];
 }
 
+float PackedWeight::at(std::size_t i, std::size_t k) const {
+  assert(i < rows_ && k < cols_);
+  return block_.get()[shape(rows_, cols_, *kernels_).place(i, k)];
+}
+
 void PackedWeight::multiply(const float* x, std::size_t x_stride, std::size_t frames, const float* bias, float* y,
                             std::size_t y_stride) const {
   if (rows_ == 0) return;

@@ -29,6 +29,7 @@ class PackedWeight {
 
   /// Row i as it was before packing; out has cols() places.
   void row(std::size_t i, float* out) const;
+  float at(std::size_t i, std::size_t k) const;
 
   /// y(i, t) = bias(i) + sum over k of W(i, k) x(k, t) for t = 0 to frames - 1. A frame's result is the same, bit for
   /// bit, whatever other frames are in the call.

@@ -31,9 +31,14 @@ class LayerInputs {
   MinibatchPtr result(const Minibatch::Shape& shape, Eigen::Index frames) const;
   MinibatchPtr result(Eigen::Index rows, Eigen::Index frames) const;  ///< of one axis
 
+  /// Whether the stream ends here: a layer that has held frames back gives what it makes of them.
+  bool is_last() const { return is_last_; }
+  void set_last(bool is_last) { is_last_ = is_last; }
+
   void clear() {
     streams_.clear();
     spare_.reset();
+    is_last_ = false;
   }
   void add(MinibatchPtr stream) { streams_.push_back(std::move(stream)); }
   /// Gives a minibatch that nobody else holds: the next result may be written into it.
@@ -42,6 +47,7 @@ class LayerInputs {
  private:
   std::vector<MinibatchPtr> streams_;
   mutable MinibatchPtr spare_;
+  bool is_last_ = false;
 };
 
 /// How large a layer is, for those who look at a network.

@@ -108,6 +108,7 @@ void NNScorer::run_layer(const NNLayer& layer, const MinibatchPtr& input, std::u
   }
   MinibatchPtr& slot = layer_outputs_[layer.id()];
   layer_inputs_.set_spare(take_spare(slot));
+  layer_inputs_.set_last(input_ == nullptr);  // a step without input; only some scorers make one
   slot = layer.forward(layer_inputs_, layer_states_[layer.id()]);
   layer_inputs_.clear();
   check_result(layer, *slot, expected);

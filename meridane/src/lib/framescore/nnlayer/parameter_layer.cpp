@@ -1,26 +1,17 @@
 #include "lib/framescore/nnlayer/parameter_layer.h"
 
-#include <cstdlib>
-#include <new>
 #include <rapidxml/rapidxml.hpp>
 
+#include "lib/framescore/nnlayer/aligned_floats.h"
 #include "lib/framescore/nnlayer/parameter_visitors.h"
 #include "meridane/error.h"
 #include "meridane/io/binary.h"
 
 namespace meridane {
-namespace {
-
-constexpr std::size_t kAlignment = 64;  // of the widest vector
-
-}  // namespace
 
 std::shared_ptr<float> ParameterLayer::alloc_param(const std::string&, Eigen::Index rows, Eigen::Index cols) {
   const std::size_t floats = PackedWeight::block_size(static_cast<std::size_t>(rows), static_cast<std::size_t>(cols));
-  const std::size_t bytes = (floats * sizeof(float) + kAlignment - 1) / kAlignment * kAlignment;
-  auto* const block = floats == 0 ? nullptr : static_cast<float*>(std::aligned_alloc(kAlignment, bytes));
-  if (block == nullptr) throw std::bad_alloc();
-  return {block, [](float* floats_of_block) { std::free(floats_of_block); }};
+  return aligned_floats(floats);
 }
 
 void ParameterLayer::show(ParameterVisitor& visitor) const {
@@ -32,11 +23,13 @@ void ParameterLayer::raise_invalid_format() const {
   raise<InvalidFormat>("invalid format (expected \"%s\")", description().c_str());
 }
 
+void ParameterLayer::raise_incorrect(const char* name) const { meridane::raise_incorrect(name, tag()); }
+
 void ParameterLayer::load_binary(std::istream& stream) {
   std::string found(tag().size(), '\0');
   read_bytes(stream, found.data(), found.size());
   if (found != tag()) raise_invalid_format();
-  BinaryLoader loader(*this, coding(), stream);
+  BinaryLoader loader(*this, tag(), coding(), stream);
   parameters(loader);
   loaded();
 }
@@ -48,10 +41,7 @@ void ParameterLayer::dump_binary(std::ostream& stream) const {
 }
 
 void ParameterLayer::load_xml(const XmlElement& element) {
-  if (fetch_attribute(element, "type") != tag()) {
-    raise("%sLayer::load_xml() has been called for a wrong layer type - indicating an implementation error",
-          tag().c_str());
-  }
+  if (fetch_attribute(element, "type") != tag()) raise_wrong_type(tag().c_str());
   XmlLoader loader(*this, tag(), element);
   parameters(loader);
   loaded();
@@ -68,7 +58,7 @@ void ParameterLayer::dump_xml(XmlElement& parent, XmlDocument& document) const {
 LayerSize ParameterLayer::size() const {
   ParameterCounter counter;
   show(counter);
-  return counter.size();
+  return counter.counted();
 }
 
 }  // namespace meridane

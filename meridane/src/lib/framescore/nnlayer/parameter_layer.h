@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <optional>
+#include <span>
 #include <string>
 
 #include "lib/framescore/nnlayer/weight.h"
@@ -8,6 +11,12 @@
 #include "meridane/quantized_matrix.h"
 
 namespace meridane {
+
+/// An integer that is a word in XML.
+struct Words {
+  std::int32_t (*value)(const std::optional<std::string>& word);  ///< of the attribute, which may be missing
+  const char* (*word)(std::int32_t value);
+};
 
 /// Goes through the parameters of a layer in the order of its record: to load, to dump or to count them.
 class ParameterVisitor {
@@ -22,7 +31,29 @@ class ParameterVisitor {
   /// Numbers; in XML attributes that may be missing.
   virtual void number(const char* name, float& value, float otherwise) = 0;
   virtual void integer(const char* name, std::int32_t& value, std::int32_t otherwise) = 0;
+  /// An integer that is at least `least`, and a bool, stored as one; "Incorrect \"NAME\" for \"TYPE\"" otherwise.
+  virtual void whole(const char* name, std::int32_t& value, std::int32_t otherwise, std::int32_t least) = 0;
+  virtual void flag(const char* name, bool& value, bool otherwise) = 0;
+  /// A size of 8 bytes.
+  virtual void size(const char* name, std::uint64_t& value, std::uint64_t otherwise) = 0;
+  /// 4-byte integers, each at least `least`; one attribute holds them all, and `message` says that it doesn't. A single
+  /// number stands for all of them where `one_for_all` says so.
+  virtual void sizes(const char* name, std::span<std::int32_t> values, std::int32_t least, const char* message,
+                     bool one_for_all = false) = 0;
+  /// Things with parameters of their own, at least one: a 4-byte count, or an element for each. The names of the
+  /// parameters of each begin with the prefix that `visit` is given.
+  using VisitPart = std::function<void(ParameterVisitor& visitor, std::int32_t i, const std::string& prefix)>;
+  virtual void parts(const char* name, std::int32_t& count, const VisitPart& visit) = 0;
+  /// A size that follows from what was visited before. Only documents state it, and needn't.
+  virtual void implied(const char* name, std::int64_t value) = 0;
+  /// An integer whose attribute must be there.
+  virtual void mandatory(const char* name, std::int32_t& value) = 0;
+  virtual void word(const char* name, std::int32_t& value, const Words& words) = 0;
   virtual void text(const char* name, std::string& value) = 0;
+
+  /// What follows stands, in XML, in a child element of that name; `type`, if any, is the layer type that it is of.
+  virtual void begin(const char*, const char* /*type*/) {}
+  virtual void end() {}
 };
 
 /// A layer whose record is its type tag and its parameters. It names them once; both stored forms follow from that.
@@ -52,6 +83,8 @@ class ParameterLayer : public NNLayer {
   virtual void pack(Weight& weight) { weight.pack(); }
   /// For a record that isn't this layer's, or whose sizes contradict each other.
   [[noreturn]] void raise_invalid_format() const;
+  /// For a value that stands under this name and can't be.
+  [[noreturn]] void raise_incorrect(const char* name) const;
 
  private:
   /// Shows the parameters to a visitor that changes none.

@@ -17,6 +17,15 @@ class SMStorer : public ParameterVisitor {
   void quantized(const char* name, QuantizedMatrix& matrix) override;
   void number(const char* name, float& value, float otherwise) override;
   void integer(const char* name, std::int32_t& value, std::int32_t otherwise) override;
+  void whole(const char* name, std::int32_t& value, std::int32_t otherwise, std::int32_t least) override;
+  void flag(const char* name, bool& value, bool otherwise) override;
+  void size(const char* name, std::uint64_t& value, std::uint64_t otherwise) override;
+  void sizes(const char* name, std::span<std::int32_t> values, std::int32_t least, const char* message,
+             bool one_for_all) override;
+  void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
+  void implied(const char* name, std::int64_t value) override;
+  void mandatory(const char* name, std::int32_t& value) override;
+  void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
 
  private:
@@ -35,10 +44,19 @@ class SMAttacher : public ParameterVisitor {
   void quantized(const char* name, QuantizedMatrix& matrix) override;
   void number(const char* name, float& value, float otherwise) override;
   void integer(const char* name, std::int32_t& value, std::int32_t otherwise) override;
+  void whole(const char* name, std::int32_t& value, std::int32_t otherwise, std::int32_t least) override;
+  void flag(const char* name, bool& value, bool otherwise) override;
+  void size(const char* name, std::uint64_t& value, std::uint64_t otherwise) override;
+  void sizes(const char* name, std::span<std::int32_t> values, std::int32_t least, const char* message,
+             bool one_for_all) override;
+  void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
+  void implied(const char* name, std::int64_t value) override;
+  void mandatory(const char* name, std::int32_t& value) override;
+  void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
 
  private:
-  std::uint64_t size(const std::string& name) const;
+  std::uint64_t stored_size(const std::string& name) const;
   std::shared_ptr<float> block(const std::string& name, std::uint64_t count) const;
   [[noreturn]] void raise_missing(const std::string& name) const;
 

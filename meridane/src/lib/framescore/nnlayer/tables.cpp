@@ -2,11 +2,17 @@
 
 #include "lib/framescore/nnlayer/batchnorm.h"
 #include "lib/framescore/nnlayer/bias.h"
+#include "lib/framescore/nnlayer/blstm.h"
+#include "lib/framescore/nnlayer/convolution1d.h"
 #include "lib/framescore/nnlayer/embedding.h"
 #include "lib/framescore/nnlayer/fullyconnected.h"
 #include "lib/framescore/nnlayer/globallayernorm.h"
 #include "lib/framescore/nnlayer/glu.h"
 #include "lib/framescore/nnlayer/layernorm.h"
+#include "lib/framescore/nnlayer/lcblstm.h"
+#include "lib/framescore/nnlayer/lstm.h"
+#include "lib/framescore/nnlayer/map_convolution.h"
+#include "lib/framescore/nnlayer/maxpooling.h"
 #include "lib/framescore/nnlayer/prelu.h"
 #include "lib/framescore/nnlayer/print.h"
 #include "lib/framescore/nnlayer/prod.h"
@@ -17,6 +23,9 @@
 #include "lib/framescore/nnlayer/softmax.h"
 #include "lib/framescore/nnlayer/swish.h"
 #include "lib/framescore/nnlayer/tanh.h"
+#include "lib/framescore/nnlayer/tdnn.h"
+#include "lib/framescore/nnlayer/transposetdnn.h"
+#include "lib/framescore/nnlayer/ulstm.h"
 #include "meridane/framescore/nnlayer/builders.h"
 
 namespace meridane {
@@ -66,13 +75,21 @@ bool shared(const std::string& type) {
 }
 
 [[maybe_unused]] const bool registered[] = {
+    plain<BLSTMLayer>("BLSTM"),
     plain<BatchNormLayer>("BatchNorm"),
     plain<BiasLayer>("Bias"),
+    plain<Convolution1DLayer>("Convolution1D"),
+    plain<Convolution2DLayer>("Convolution2D"),
+    plain<Convolution3DLayer>("Convolution3D"),
     plain<EmbeddingLayer>("Embedding"),
     plain<FullyConnectedLayer>("FullyConnected"),
     plain<GLULayer>("GLU"),
     plain<GlobalLayerNormLayer>("GlobalLayerNorm"),
+    plain<LCBLSTMLayer>("LCBLSTM"),
+    plain<LSTMLayer>("LSTM"),
     plain<LayerNormLayer>("LayerNorm"),
+    plain<MaxPooling1DLayer>("MaxPooling1D"),
+    plain<MaxPooling2DLayer>("MaxPooling2D"),
     plain<PReLULayer>("PReLU"),
     plain<PrintLayer>("Print"),
     plain<ProdLayer>("Prod"),
@@ -80,19 +97,39 @@ bool shared(const std::string& type) {
     plain<SigmoidLayer>("Sigmoid"),
     plain<SoftmaxLayer>("Softmax"),
     plain<SwishLayer>("Swish"),
+    plain<TDNNLayer>("TDNN"),
     plain<TanhLayer>("Tanh"),
+    plain<TransposeTDNNLayer>("TransposeTDNN"),
+    plain<ULSTMLayer>("ULSTM"),
 
+    plain<CompressedBLSTMLayer>("CompressedBLSTM"),
     plain<CompressedBatchNormLayer>("CompressedBatchNorm"),
+    plain<CompressedConvolution2DLayer>("CompressedConvolution2D"),
     plain<CompressedEmbeddingLayer>("CompressedEmbedding"),
     plain<CompressedFullyConnectedLayer>("CompressedFullyConnected"),
     plain<CompressedGlobalLayerNormLayer>("CompressedGlobalLayerNorm"),
+    plain<CompressedLCBLSTMLayer>("CompressedLCBLSTM"),
+    plain<CompressedLSTMLayer>("CompressedLSTM"),
     plain<CompressedLayerNormLayer>("CompressedLayerNorm"),
     plain<CompressedProdLayer>("CompressedProd"),
+    plain<CompressedTDNNLayer>("CompressedTDNN"),
+    plain<CompressedTransposeTDNNLayer>("CompressedTransposeTDNN"),
 
+    quantized<QuantizedConvolution1DLayer>("Convolution1D"),
+    plain<CompressedULSTMLayer>("CompressedULSTM"),
+
+    quantized<QuantizedBLSTMLayer>("BLSTM"),
     quantized<QuantizedFullyConnectedLayer>("FullyConnected"),
+    quantized<QuantizedLCBLSTMLayer>("LCBLSTM"),
+    quantized<QuantizedLSTMLayer>("LSTM"),
+    quantized<QuantizedULSTMLayer>("ULSTM"),
 
+    shared<Convolution3DLayer>("Convolution3D"),
+    shared<BLSTMLayer>("BLSTM"),
     shared<EmbeddingLayer>("Embedding"),
     shared<FullyConnectedLayer>("FullyConnected"),
+    shared<LCBLSTMLayer>("LCBLSTM"),
+    shared<LSTMLayer>("LSTM"),
     shared<PReLULayer>("PReLU"),
     shared<PrintLayer>("Print"),
     shared<ReLULayer>("ReLU"),

@@ -10,19 +10,27 @@ namespace meridane {
 /// A layer's weight matrix: read row after row into a block, and packed for the product if the layer says so.
 class Weight {
  public:
+  virtual ~Weight() = default;
+
   /// block: at least rows x cols floats, row after row; at least PackedWeight::block_size() to be packed.
   void set(std::shared_ptr<float> block, Eigen::Index rows, Eigen::Index cols);
   void pack();
 
   Eigen::Index rows() const { return rows_; }
   Eigen::Index cols() const { return cols_; }
-  void row(Eigen::Index i, float* out) const;
+  virtual void row(Eigen::Index i, float* out) const;
   /// The stored weights; for a matrix that isn't packed.
   RowMap map() const;
 
   /// y = bias + weight times x. Column t of x begins at x + t * x_stride, of y at y + t * y_stride; bias may be null.
   void multiply(const float* x, Eigen::Index x_stride, Eigen::Index frames, const float* bias, float* y,
                 Eigen::Index y_stride) const;
+  /// y += weight times x, for one column.
+  void multiply_add(const float* x, float* y) const;
+
+ protected:
+  /// Gives the stored weights up, for a form of the heir's own.
+  void release() { block_.reset(); }
 
  private:
   std::shared_ptr<float> block_;

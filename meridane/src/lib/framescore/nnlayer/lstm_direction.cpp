@@ -1,0 +1,138 @@
+#include "lib/framescore/nnlayer/lstm_direction.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "lib/kernels/element_wise.h"
+#include "meridane/error.h"
+
+namespace meridane {
+namespace {
+
+// Frames whose gates are started by one product: whole tiles of it, and few enough for their gates to stay in a cache.
+constexpr Eigen::Index kBlock = 48;
+
+/// Memory of a thread for the gates of a block of frames, the cells, and an output that isn't written where it is made.
+struct Scratch {
+  std::vector<float> gates, c, h;
+};
+
+std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
+
+int number(Eigen::Index size) { return static_cast<int>(size); }
+
+}  // namespace
+
+void LSTMMemory::clear() {
+  h.setZero();
+  c.setZero();
+}
+
+void LSTMDirection::matrices(ParameterVisitor& visitor, const std::string& prefix) {
+  if (in_codes_) {
+    visitor.quantized((prefix + "upward_qweight").c_str(), upward_codes_);
+  } else {
+    visitor.weight((prefix + "upward_weight").c_str(), upward_weight_);
+  }
+  visitor.vector((prefix + "upward_bias").c_str(), upward_bias_);
+  if (in_codes_) {
+    visitor.quantized((prefix + "lateral_qweight").c_str(), lateral_codes_);
+  } else {
+    visitor.weight((prefix + "lateral_weight").c_str(), lateral_weight_);
+  }
+}
+
+void LSTMDirection::parameters(ParameterVisitor& visitor, const std::string& prefix) {
+  matrices(visitor, prefix);
+  if (has_lateral_bias_) visitor.vector((prefix + "lateral_bias").c_str(), lateral_bias_);
+}
+
+void LSTMDirection::nested_parameters(ParameterVisitor& visitor, const char* element) {
+  visitor.begin(element, nullptr);
+  visitor.begin("layer", "QuantizedLSTM");
+  matrices(visitor, "");
+  visitor.end();
+  visitor.vector("lateral_bias", lateral_bias_);
+  visitor.end();
+}
+
+void LSTMDirection::check(const char* type, const std::string& prefix) const {
+  const Eigen::Index lateral_rows = in_codes_ ? lateral_codes_.size_major : lateral_weight_.rows();
+  const Eigen::Index upward_rows = in_codes_ ? upward_codes_.size_major : upward_weight_.rows();
+  if (lateral_rows < 4 || lateral_rows % 4 != 0 || lateral_rows / 4 != cells()) {
+    const std::string name = prefix + (in_codes_ ? "lateral_qweight" : "lateral_weight");
+    raise("\"<%s>\" is not 4N x N matrix a layer of type \"%s\" ", name.c_str(), type);
+  }
+  if (upward_rows != upward_bias_.size() || upward_rows != lateral_rows) {
+    raise("Numbers of rows of upward_weight [%d], upward_bias [%d] and lateral_weight [%d] do not match",
+          number(upward_rows), number(upward_bias_.size()), number(lateral_rows));
+  }
+  if (has_lateral_bias_ && upward_bias_.size() != lateral_bias_.size()) {
+    raise("Size of upward_bias [%d] and lateral_bias [%d] do not match ", number(upward_bias_.size()),
+          number(lateral_bias_.size()));
+  }
+}
+
+void LSTMDirection::sum_biases() {
+  bias_ = upward_bias_.map();
+  if (has_lateral_bias_) bias_ += lateral_bias_.map();
+}
+
+void LSTMDirection::quantize() {
+  if (in_codes_) return;
+  const auto codes_of = [](Weight& weight) {
+    QuantizedMatrix codes = QuantizedMatrix::of_rows(weight.map().data(), weight.rows(), weight.cols());
+    weight = Weight();
+    return codes;
+  };
+  upward_codes_ = codes_of(upward_weight_);
+  lateral_codes_ = codes_of(lateral_weight_);
+  in_codes_ = true;
+}
+
+void LSTMDirection::start_gates(const float* x, Eigen::Index frames, float* z) const {
+  if (in_codes_) {
+    upward_codes_.multiply(x, count(rows()), count(frames), bias_.data(), z, count(bias_.size()));
+  } else {
+    upward_weight_.multiply(x, rows(), frames, bias_.data(), z, bias_.size());
+  }
+}
+
+void LSTMDirection::add_lateral(const float* h, float* z) const {
+  if (in_codes_) {
+    lateral_codes_.multiply(h, count(cells()), 1, z, z, count(bias_.size()));
+  } else {
+    lateral_weight_.multiply_add(h, z);
+  }
+}
+
+void LSTMDirection::run(const float* x, Eigen::Index frames, Order order, LSTMMemory& memory, float* y,
+                        Eigen::Index y_stride, Output output) const {
+  if (frames == 0) return;
+  const Eigen::Index N = cells();
+  const bool reversed = order == Order::reversed;
+  thread_local Scratch scratch;
+  scratch.gates.resize(count(std::min(frames, kBlock) * 4 * N));
+  scratch.c.assign(memory.c.begin(), memory.c.end());
+  scratch.h.assign(memory.h.begin(), memory.h.end());
+  const float* h = scratch.h.data();
+  for (Eigen::Index done = 0; done < frames; done += kBlock) {
+    const Eigen::Index block = std::min(kBlock, frames - done);
+    const Eigen::Index first = reversed ? frames - done - block : done;
+    start_gates(x + first * rows(), block, scratch.gates.data());
+    for (Eigen::Index i = 0; i < block; ++i) {
+      const Eigen::Index k = reversed ? block - 1 - i : i;
+      float* const z = scratch.gates.data() + k * 4 * N;
+      float* const column = y == nullptr ? nullptr : y + (first + k) * y_stride;
+      float* const out = column != nullptr && output == Output::written ? column : scratch.h.data();
+      add_lateral(h, z);
+      lstm_cell(z, count(N), scratch.c.data(), out);
+      h = out;
+      if (column != nullptr && output == Output::added) VectorMap(column, N) += Eigen::Map<const Vector>(h, N);
+    }
+  }
+  memory.h = Eigen::Map<const Vector>(h, N);
+  memory.c = VectorMap(scratch.c.data(), N);
+}
+
+}  // namespace meridane

@@ -1,0 +1,52 @@
+#include "lib/framescore/nnlayer/tap_layer.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "meridane/error.h"
+
+namespace meridane {
+namespace {
+
+// Zeros, kept frames and outputs of padding have a size that only the record's numbers give: 256 MB of each at most.
+constexpr Eigen::Index kMostFloats = Eigen::Index{1} << 26;
+
+}  // namespace
+
+void TapLayer::parameters(ParameterVisitor& visitor) {
+  visitor.flag("groups", groups_, false);
+  visitor.flag("causal", causal_, false);
+  visitor.whole("pad", pad_, 0, 0);
+  visitor.whole("dilation", dilation_, 1, 1);
+  visitor.whole("stride", stride_, 1, 1);
+  visitor.whole("kernel", kernel_, 0, 1);
+  visitor.weight("weight", weight_);
+  visitor.vector("bias", bias_);
+  visitor.implied("input_size", input_rows());
+}
+
+void TapLayer::loaded() {
+  if (weight_.rows() % kernel_ != 0) raise_invalid_format();
+  if (bias_.size() != output_rows()) raise_invalid_format();
+  const Eigen::Index most_frames =
+      std::min<Eigen::Index>(kMostFloats / std::max(input_rows(), output_rows()), std::numeric_limits<int>::max());
+  if (kernel_ > 1 && dilation_ > (most_frames - 1) / (kernel_ - 1)) raise_incorrect("dilation");
+  if (!causal_ && pad_ > most_frames) raise_incorrect("pad");
+  if (stride_ > most_frames) raise_incorrect("stride");
+  if (groups_) {
+    grouped_ = weight_.map();
+  } else {
+    pack_taps();
+  }
+}
+
+const float* TapLayer::grouped_taps(std::uint64_t t) const {
+  return grouped_.col(static_cast<Eigen::Index>(t % static_cast<std::uint64_t>(grouped_.cols()))).data();
+}
+
+void TapLayer::raise_rows(const Minibatch& input) const {
+  raise<DimensionMismatchError>("Dimension mismatch in layer %s: %d vs %d", id().c_str(),
+                                static_cast<int>(input.content().rows()), static_cast<int>(input_rows()));
+}
+
+}  // namespace meridane
