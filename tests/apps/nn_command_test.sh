@@ -22,6 +22,7 @@ printf '1 2\n3\n' >ragged.tsv
 printf '1 2\n' >flat.tsv
 : >empty.tsv
 mkdir folder
+mkfifo pipe
 
 result=y.tsv
 run=(nn run net.xml --in x.tsv --out y.tsv)
@@ -82,8 +83,9 @@ expect "a ragged matrix" 1 '^$' "^error: 'ragged.tsv' is no matrix of numbers: C
 expect "an empty matrix" 1 '^$' "^error: 'empty.tsv' is no matrix of numbers: Empty matrix \(ncol == 0\)\$" nn run net.xml --in empty.tsv --out y.tsv
 expect "a network for a matrix" 1 '^$' "^error: 'net.xml' is no matrix of numbers: " nn run net.xml --in net.xml --out y.tsv
 expect "a matrix for a network" 1 '^$' "^error: 'x.tsv' is no network: " nn run x.tsv --in x.tsv --out y.tsv
-expect "no network" 1 '^$' "^error: cannot open 'gone.nn'; " nn info gone.nn
-expect "a folder for a network" 1 '^$' "^error: 'folder' is [^"$'\n'"]+\$" nn info folder
+expect "no network" 1 '^$' "^error: cannot open 'gone.nn': No such file or directory; " nn info gone.nn
+expect "a folder for a network" 1 '^$' "^error: 'folder' is a folder; give a network\$" nn info folder
+expect "a pipe for a network" 1 '^$' "^error: 'pipe' is a pipe or a device; give a network\$" nn info pipe
 expect "a truncated network" 1 '^$' "^error: 'short.nn' is no network: Unexpected end of the stream\$" nn info short.nn
 expect "a network that claims more than there is" 1 '^$' "^error: 'huge.nn' is no network: Unexpected end of the stream\$" nn info huge.nn
 expect "a broken document" 1 '^$' "^error: 'broken.xml' is no network: Failed to parse xml\$" nn info broken.xml

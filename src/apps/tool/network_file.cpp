@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_name.h"
 #include "meridane/error.h"
 
 namespace sonivo::tool {
@@ -27,6 +28,7 @@ NetworkForm form_of(std::istream& stream) {
 }  // namespace
 
 NetworkFile read_network(const std::string& name) {
+  require_file(name, "a network");
   std::ifstream file(name, std::ios_base::binary);
   if (!file) throw Failure("cannot open '" + name + "'; check its name and its permissions");
   const NetworkForm form = form_of(file);

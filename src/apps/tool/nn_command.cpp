@@ -60,7 +60,8 @@ void step(NNScorer& scorer, meridane::MinibatchPtr frames, const std::optional<s
 
 Matrix run_network(const NNParameter& network, const Matrix& x, const NNOptions& options, std::ostream& errors) {
   const auto scorer = std::dynamic_pointer_cast<NNScorer>(network.create_scorer());
-  scorer->set_frame_skip(options.skip);
+  // A longer skip than the matrix has frames does no more than this one.
+  scorer->set_frame_skip(static_cast<unsigned>(std::min<Eigen::Index>(options.skip, x.cols())));
   const Eigen::Index chunk = options.chunk ? static_cast<Eigen::Index>(*options.chunk) : x.cols();
   Progress progress(progress_terminal(errors), static_cast<std::uint64_t>(x.cols()));
   Joined results;

@@ -42,6 +42,16 @@ class DifferenceLayer : public UnstoredLayer {
   }
 };
 
+TEST(AScorer, NeedsALoadedNetwork) {
+  const NNParameter empty;
+  try {
+    empty.create_scorer();
+    FAIL() << "nothing was thrown";
+  } catch (const BaseRuntimeError& error) {
+    EXPECT_STREQ(error.what(), "A network that has not been loaded can't be run");
+  }
+}
+
 TEST(AScorer, NeedsFramesOfTheNetworksSize) {
   const auto network = chain(std::make_shared<DigitLayer>("a", 1.0f), std::make_shared<DigitLayer>("b", 2.0f), 3);
   NNScorer scorer(network);

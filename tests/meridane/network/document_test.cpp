@@ -135,6 +135,7 @@ TEST(ALink, IsCheckedInOrder) {
   const auto link = [](const char* from, const char* to) {
     return failure(relu_document("<link from_id=\"" + std::string(from) + "\" to_id=\"" + std::string(to) + "\"/>"));
   };
+  EXPECT_EQ(failure(relu_document("<link from_id=\"\"/>")), "attribute \"from_id\" is empty");
   EXPECT_EQ(link("", ""), "attribute \"from_id\" is empty");
   EXPECT_EQ(link("", "_input"), "attribute \"from_id\" is empty");
   EXPECT_EQ(link("_output", ""), "couldn't set \"_output\" to attribute \"from_id\"");
@@ -245,10 +246,10 @@ TEST_F(LayerFiles, MustHoldTheLayer) {
   EXPECT_EQ(of_file("f", "application/meridane-bin", kDenseFile), "invalid format (expected \"FullyConnected Layer\")");
 }
 
-TEST_F(LayerFiles, MayBeFolders) {
+TEST_F(LayerFiles, MayNotBeFolders) {
   for (const char* format : {"text/xml", "application/meridane-bin"}) {
     const std::string text = document(kDense + "format=\"" + format + "\" ref=\"" + folder_.string() + "\"");
-    EXPECT_THROW(network_of(text, kXml), std::runtime_error) << format;
+    EXPECT_EQ(failure(text), "couldn't open \"" + folder_.string() + "\"") << format;
   }
 }
 

@@ -1,5 +1,6 @@
 // The document form of a network.
 
+#include <filesystem>
 #include <fstream>
 #include <rapidxml/rapidxml.hpp>
 #include <sstream>
@@ -18,19 +19,27 @@ const XmlElement& expect_child(const XmlElement& element, const char* name) {
   return *child;
 }
 
-/// The file that a layer's element refers to.
+/// The file that a layer's element refers to. A folder can be opened too, but not read.
 std::ifstream open_layer_file(const std::string& path, std::ios_base::openmode how) {
   std::ifstream file(path, how);
-  if (!file) raise("couldn't open \"%s\"", path.c_str());
+  if (!file || std::filesystem::is_directory(path)) raise("couldn't open \"%s\"", path.c_str());
   return file;
 }
 
-/// Order and texts of the checks are part of the format.
-void check_link(const std::string& from, const std::string& to) {
+// Order and texts of the checks are part of the format.
+
+std::string start_of(const XmlElement& link) {
+  std::string from = fetch_attribute(link, "from_id");
   if (from.empty()) raise("attribute \"from_id\" is empty");
   if (from == "_output") raise("couldn't set \"_output\" to attribute \"from_id\"");
+  return from;
+}
+
+std::string end_of(const XmlElement& link) {
+  std::string to = fetch_attribute(link, "to_id");
   if (to.empty()) raise("attribute \"to_id\" is empty");
   if (to == "_input") raise("couldn't set \"_input\" to attribute \"to_id\"");
+  return to;
 }
 
 }  // namespace
@@ -72,10 +81,8 @@ void XmlStoreTraits<NNParameter>::load(NNParameter& parameter, const XmlFile& fi
   }
   const XmlElement& links = expect_child(*root, "links");
   for (const XmlElement* link = &expect_child(links, "link"); link != nullptr; link = next_of_name(*link)) {
-    std::string from = fetch_attribute(*link, "from_id");
-    std::string to = fetch_attribute(*link, "to_id");
-    check_link(from, to);
-    parameter.add_link(std::move(from), std::move(to));
+    std::string from = start_of(*link);
+    parameter.add_link(std::move(from), end_of(*link));
   }
   parameter.fix();
 }

@@ -38,7 +38,10 @@ MinibatchPtr stretched(const Minibatch& source, std::uint64_t frames, std::uint6
 
 }  // namespace
 
-NNScorer::NNScorer(const NNParameter& parameter) : parameter_(&parameter) { NNScorer::reset(); }
+NNScorer::NNScorer(const NNParameter& parameter) : parameter_(&parameter) {
+  if (parameter.forward_path().empty()) raise("A network that has not been loaded can't be run");
+  NNScorer::reset();
+}
 
 void NNScorer::set_input(const std::shared_ptr<FrameSequence>& frames) {
   set_input(MinibatchPtr());  // what was there is gone, also where the new one can't be built

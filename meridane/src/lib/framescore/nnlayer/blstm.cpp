@@ -42,10 +42,8 @@ void BLSTMLayer::loaded() {
   backward_.check("LSTM", "backward_");
   const bool alike = forward_.cells() == backward_.cells() && forward_.rows() == backward_.rows();
   if (!alike || input_rows() < 1) raise_invalid_format();
-  for (LSTMDirection* const direction : {&forward_, &backward_}) {
-    direction->sum_biases();
-    settle(*direction);
-  }
+  settle(forward_);
+  settle(backward_);
 }
 
 std::shared_ptr<NNLayerState> BLSTMLayer::create_state() const { return std::make_shared<BLSTMLayerState>(cells()); }

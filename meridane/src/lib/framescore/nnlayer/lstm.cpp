@@ -4,7 +4,6 @@ namespace meridane {
 
 void LSTMLayer::loaded() {
   direction_.check(family());
-  direction_.sum_biases();
   settle(direction_);
 }
 

@@ -12,9 +12,10 @@ namespace {
 // Frames whose gates are started by one product: whole tiles of it, and few enough for their gates to stay in a cache.
 constexpr Eigen::Index kBlock = 48;
 
-/// Memory of a thread for the gates of a block of frames, the cells, and an output that isn't written where it is made.
+/// Memory of a thread for the gates of a block of frames, what the output of a frame adds to them, the cells, and an
+/// output that isn't written where it is made.
 struct Scratch {
-  std::vector<float> gates, c, h;
+  std::vector<float> gates, lateral, c, h;
 };
 
 std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
@@ -73,11 +74,6 @@ void LSTMDirection::check(const char* type, const std::string& prefix) const {
   }
 }
 
-void LSTMDirection::sum_biases() {
-  bias_ = upward_bias_.map();
-  if (has_lateral_bias_) bias_ += lateral_bias_.map();
-}
-
 void LSTMDirection::quantize() {
   if (in_codes_) return;
   const auto codes_of = [](Weight& weight) {
@@ -90,19 +86,30 @@ void LSTMDirection::quantize() {
   in_codes_ = true;
 }
 
-void LSTMDirection::start_gates(const float* x, Eigen::Index frames, float* z) const {
+void LSTMDirection::multiply_upward(const float* x, Eigen::Index frames, float* z) const {
   if (in_codes_) {
-    upward_codes_.multiply(x, count(rows()), count(frames), bias_.data(), z, count(bias_.size()));
+    upward_codes_.multiply(x, count(rows()), count(frames), nullptr, z, count(4 * cells()));
   } else {
-    upward_weight_.multiply(x, rows(), frames, bias_.data(), z, bias_.size());
+    upward_weight_.multiply(x, rows(), frames, nullptr, z, 4 * cells());
   }
 }
 
-void LSTMDirection::add_lateral(const float* h, float* z) const {
+void LSTMDirection::multiply_lateral(const float* h, float* z) const {
   if (in_codes_) {
-    lateral_codes_.multiply(h, count(cells()), 1, z, z, count(bias_.size()));
+    lateral_codes_.multiply(h, count(cells()), 1, nullptr, z, count(4 * cells()));
   } else {
-    lateral_weight_.multiply_add(h, z);
+    lateral_weight_.multiply(h, cells(), 1, nullptr, z, 4 * cells());
+  }
+}
+
+/// The order of the sum is part of the layer.
+void LSTMDirection::sum_gates(const float* lateral, float* z) const {
+  const Eigen::Map<const Vector> from_h(lateral, 4 * cells());
+  VectorMap sum(z, 4 * cells());
+  if (has_lateral_bias_) {
+    sum = from_h + sum + upward_bias_.map() + lateral_bias_.map();
+  } else {
+    sum = from_h + sum + upward_bias_.map();
   }
 }
 
@@ -113,19 +120,21 @@ void LSTMDirection::run(const float* x, Eigen::Index frames, Order order, LSTMMe
   const bool reversed = order == Order::reversed;
   thread_local Scratch scratch;
   scratch.gates.resize(count(std::min(frames, kBlock) * 4 * N));
+  scratch.lateral.resize(count(4 * N));
   scratch.c.assign(memory.c.begin(), memory.c.end());
   scratch.h.assign(memory.h.begin(), memory.h.end());
   const float* h = scratch.h.data();
   for (Eigen::Index done = 0; done < frames; done += kBlock) {
     const Eigen::Index block = std::min(kBlock, frames - done);
     const Eigen::Index first = reversed ? frames - done - block : done;
-    start_gates(x + first * rows(), block, scratch.gates.data());
+    multiply_upward(x + first * rows(), block, scratch.gates.data());
     for (Eigen::Index i = 0; i < block; ++i) {
       const Eigen::Index k = reversed ? block - 1 - i : i;
       float* const z = scratch.gates.data() + k * 4 * N;
       float* const column = y == nullptr ? nullptr : y + (first + k) * y_stride;
       float* const out = column != nullptr && output == Output::written ? column : scratch.h.data();
-      add_lateral(h, z);
+      multiply_lateral(h, scratch.lateral.data());
+      sum_gates(scratch.lateral.data(), z);
       lstm_cell(z, count(N), scratch.c.data(), out);
       h = out;
       if (column != nullptr && output == Output::added) VectorMap(column, N) += Eigen::Map<const Vector>(h, N);

@@ -15,7 +15,7 @@ struct LSTMMemory {
 };
 
 /// N cells that run over D-row frames in one direction. For each frame x, with s(a) = 1 / (1 + exp(-a)):
-///   z = upward_bias (+ lateral_bias) + upward_weight x + lateral_weight h
+///   z = lateral_weight h + upward_weight x + upward_bias (+ lateral_bias), summed in that order
 ///   g = tanh(z block 0), i = s(z block 1), f = s(z block 2), o = s(z block 3); blocks of N rows
 ///   c = g i + f c
 ///   h = o tanh(c), which is the output
@@ -36,8 +36,6 @@ class LSTMDirection {
   void nested_parameters(ParameterVisitor& visitor, const char* element);
   /// Throws for sizes that contradict each other; `type` and `prefix` are for the text.
   void check(const char* type, const std::string& prefix = "") const;
-  /// Once after check().
-  void sum_biases();
   /// Replaces the matrices by their codes, unless they are.
   void quantize();
   Weight& upward_weight() { return upward_weight_; }
@@ -55,15 +53,15 @@ class LSTMDirection {
 
  private:
   void matrices(ParameterVisitor& visitor, const std::string& prefix);
-  void start_gates(const float* x, Eigen::Index frames, float* z) const;
-  void add_lateral(const float* h, float* z) const;
+  void multiply_upward(const float* x, Eigen::Index frames, float* z) const;
+  void multiply_lateral(const float* h, float* z) const;
+  void sum_gates(const float* lateral, float* z) const;
 
   bool has_lateral_bias_;
   bool in_codes_ = false;
   Weight upward_weight_, lateral_weight_;
   QuantizedMatrix upward_codes_, lateral_codes_;
   StoredVector upward_bias_, lateral_bias_;
-  Vector bias_;  // all that doesn't depend on a frame
 };
 
 }  // namespace meridane

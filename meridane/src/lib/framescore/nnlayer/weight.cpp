@@ -38,14 +38,6 @@ void Weight::multiply(const float* x, Eigen::Index x_stride, Eigen::Index frames
   if (bias != nullptr) output.colwise() += Eigen::Map<const Vector>(bias, rows_);
 }
 
-void Weight::multiply_add(const float* x, float* y) const {
-  if (block_ == nullptr) {
-    packed_.multiply_add(x, static_cast<std::size_t>(cols_), 1, y, static_cast<std::size_t>(rows_));
-  } else {
-    Eigen::Map<Vector>(y, rows_).noalias() += map() * Eigen::Map<const Vector>(x, cols_);
-  }
-}
-
 void StoredVector::set(std::shared_ptr<float> block, Eigen::Index size) {
   block_ = std::move(block);
   size_ = size;
