@@ -117,11 +117,12 @@ void MapConvolutionLayer::gather(const Kernel& kernel, const Axes& p, const floa
   const auto start = [&](std::size_t a) { return Eigen::Index{p[a]} * kernel.stride[a] - kernel.pad[a]; };
   const Eigen::Index first = std::clamp<Eigen::Index>(-start(0), 0, kernel.size[0]);
   const Eigen::Index last = std::clamp<Eigen::Index>(size[0] - start(0), first, kernel.size[0]);
+  const Eigen::Index row = Eigen::Index{kernel.size[0]} * channels;
   for (std::int32_t q2 = 0; q2 < kernel.size[2]; ++q2) {
-    for (std::int32_t q1 = 0; q1 < kernel.size[1]; ++q1, patch += kernel.size[0] * channels) {
+    for (std::int32_t q1 = 0; q1 < kernel.size[1]; ++q1, patch += row) {
       const Eigen::Index i1 = start(1) + q1, i2 = start(2) + q2;
       if (i1 < 0 || i1 >= size[1] || i2 < 0 || i2 >= size[2]) {
-        std::fill_n(patch, kernel.size[0] * channels, 0.0f);
+        std::fill_n(patch, row, 0.0f);
         continue;
       }
       const float* const line = x + (i2 * size[1] + i1) * size[0] * channels;
