@@ -78,7 +78,8 @@ expect_nothing_after() {
   rm -f "$result"
   before=$(ls -A)
   set -m
-  "$sonivo" "$@" >/dev/null 2>&1 &
+  # Also where whoever started this script has signals ignored, as a shell does for what it runs in the background.
+  env --default-signal "$sonivo" "$@" >/dev/null 2>&1 &
   local run=$!
   for _ in $(seq 500); do
     compgen -G '.sonivo-*' >/dev/null && break
