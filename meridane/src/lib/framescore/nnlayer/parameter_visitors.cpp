@@ -41,7 +41,7 @@ std::vector<std::int32_t> integers_of(const std::string& text) {
   return values;
 }
 
-std::string prefix_of(const char* name, std::int32_t i) { return name + ("[" + std::to_string(i) + "]::"); }
+std::string prefix_of(const char* name, std::int32_t i) { return formatted("%s[%d]::", name, i); }
 
 }  // namespace
 
@@ -301,7 +301,10 @@ void XmlDumper::size(const char* name, std::uint64_t& value, std::uint64_t) {
 
 void XmlDumper::sizes(const char* name, std::span<std::int32_t> values, std::int32_t, const char*, bool) {
   std::string text;
-  for (const std::int32_t value : values) text += (text.empty() ? "" : " ") + std::to_string(value);
+  for (const std::int32_t value : values) {
+    if (!text.empty()) text += ' ';
+    text += number_text(value);
+  }
   append_attribute(element(), document_, name, text);
 }
 
