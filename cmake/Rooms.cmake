@@ -26,20 +26,45 @@ function(sonivo_room target folder prefix)
   target_link_libraries(${target} ${scope} ${ROOM_DEPENDS} ${ROOM_LIBRARIES})
 endfunction()
 
-# sonivo_tests(<target> <folder> [DEPENDS <targets>] [LABELS <labels>]): one GoogleTest program of all sources in the
-# folder. Target tests_<label> builds all programs with that label.
+# What all sources of tests are compiled with: the headers of a target made by sonivo_test_headers can be used by others
+# only if both are compiled alike.
+function(sonivo_test_options target)
+  target_link_libraries(${target} PRIVATE sonivo_warnings GTest::gmock GTest::gtest_main)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Optimised, g++ 12 sees writes beyond the end of vectors where there are none.
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-Wno-stringop-overflow>)
+  endif()
+  if(SONIVO_SANITIZE)  # a test under a sanitizer takes longer to compile than to run
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
+
+# sonivo_test_headers(<target> <headers>): headers that are compiled once for all programs of tests that name them.
+function(sonivo_test_headers target)
+  set(source "${CMAKE_CURRENT_BINARY_DIR}/${target}.cpp")
+  file(CONFIGURE OUTPUT "${source}" CONTENT "")
+  add_library(${target} OBJECT "${source}")
+  sonivo_test_options(${target})
+  target_precompile_headers(${target} PRIVATE ${ARGN})
+endfunction()
+
+# sonivo_tests(<target> <folder> [HEADERS <precompiled>] [DEPENDS <targets>] [LABELS <labels>]): one GoogleTest program
+# of all sources in the folder. Target tests_<label> builds all programs with that label.
 function(sonivo_tests target folder)
-  cmake_parse_arguments(TESTS "" "" "DEPENDS;LABELS" ${ARGN})
+  cmake_parse_arguments(TESTS "" "HEADERS" "DEPENDS;LABELS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
   if(NOT sources)
     return()
   endif()
   add_executable(${target} ${sources})
-  target_link_libraries(${target} PRIVATE sonivo_warnings ${TESTS_DEPENDS} GTest::gmock GTest::gtest_main)
-  # Optimised, g++ 12 sees writes beyond the end of vectors where there are none.
-  target_compile_options(${target} PRIVATE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-stringop-overflow>)
-  target_precompile_headers(${target} PRIVATE <gtest/gtest.h> <gmock/gmock.h>)
-  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${TESTS_LABELS}")
+  sonivo_test_options(${target})
+  target_link_libraries(${target} PRIVATE ${TESTS_DEPENDS})
+  if(NOT TESTS_HEADERS)
+    set(TESTS_HEADERS test_headers)
+  endif()
+  target_precompile_headers(${target} REUSE_FROM ${TESTS_HEADERS})
+  list(JOIN TESTS_LABELS "+" labels)  # one word, since a list of labels does not survive the discovery; ctest -L finds parts
+  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${labels}")
   foreach(label IN LISTS TESTS_LABELS)
     if(NOT TARGET tests_${label})
       add_custom_target(tests_${label})
