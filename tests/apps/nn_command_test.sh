@@ -16,6 +16,8 @@ network "$dense$bend" "$(link _input dense)$(link dense bend)$(link bend dense)$
 network "$dense$bend" "$(link _input dense)$(link dense bend)" >endless.xml
 network '<layer type="Magic" id="m"/>' "$(link _input m)$(link m _output)" >magic.xml
 printf '<NN magic="MerNNpar"' >broken.xml
+network "${dense/<weight>*<\/weight>/<weight ref=\"-\"\/>}$bend" "$(link _input dense)$(link dense bend)$(link bend _output)" >piped.xml
+sed 's/ref="-"/ref="\/dev\/zero"/' piped.xml >zeros.xml
 printf '1\t0\t-1\t4\t0\n0\t1\t2\t0\t-3\n' >x.tsv
 printf '# the same\n\n1,0 -1 4 0\n0 1,2 0,-3\n' >commas.txt
 printf '1 2\n3\n' >ragged.tsv
@@ -65,6 +67,14 @@ expect "XML to XML" 0 '^$' '^$' nn convert net.xml out.nn --to xml
 result=
 expect "what is in a network" 0 $'layers +2 .*\n  dense +FullyConnected +6 +4\n  bend +PReLU +1 +0\n(.*\n)*evaluated +_input dense bend\nparameters +7\nmultiply-adds +4 per frame$' \
   '^$' nn info net.xml
+{ printf '%5000s\n' '' && cat net.xml; } >late.xml
+expect "a document that begins late" 0 'layers +2 ' '^$' nn info late.xml
+matrix_from_a_pipe() {
+  printf '1 2\n0 1\n' | "$sonivo" nn run piped.xml --in x.tsv --out y.tsv >.output 2>.errors &&
+    diff <(printf "$whole") y.tsv >.errors
+}
+check "a matrix that comes from a pipe" matrix_from_a_pipe
+rm -f y.tsv
 expect "help" 0 'Example:' '^$' nn --help
 for command in run info convert; do expect "help to $command" 0 'Example:' '^$' nn "$command" --help; done
 
@@ -86,6 +96,9 @@ expect "a matrix for a network" 1 '^$' "^error: 'x.tsv' is no network: " nn run 
 expect "no network" 1 '^$' "^error: cannot open 'gone.nn': No such file or directory; " nn info gone.nn
 expect "a folder for a network" 1 '^$' "^error: 'folder' is a folder; give a network\$" nn info folder
 expect "a pipe for a network" 1 '^$' "^error: 'pipe' is a pipe or a device; give a network\$" nn info pipe
+piped() { ! cat net.xml | "$sonivo" nn info /dev/stdin >.output 2>.errors && says "'/dev/stdin' is a pipe or a device; give a network"; }
+check "a network from a pipe" piped
+expect "a matrix without an end" 1 '^$' "^error: 'zeros.xml' is no network: The text has no end\$" nn info zeros.xml
 expect "a truncated network" 1 '^$' "^error: 'short.nn' is no network: Unexpected end of the stream\$" nn info short.nn
 expect "a network that claims more than there is" 1 '^$' "^error: 'huge.nn' is no network: Unexpected end of the stream\$" nn info huge.nn
 expect "a broken document" 1 '^$' "^error: 'broken.xml' is no network: Failed to parse xml\$" nn info broken.xml

@@ -36,9 +36,10 @@ class Minibatch {
   /// Reserved; throws.
   explicit Minibatch(const Shape& shape);
 
-  /// Content not set: memory for a result. The rows are the product of the shape.
+  /// Content not set: memory for a result. The rows are the product of the shape, which must fit into 31 bits: here a
+  /// shape that is right modulo 2^32 only is refused, by the message that the check above has.
   static std::shared_ptr<Minibatch> uninitialised(const Shape& shape, Eigen::Index frames);
-  /// Takes that form, keeping its memory where the size stays.
+  /// Takes that form, keeping its memory where the size stays. The same holds for the shape.
   void resize(const Shape& shape, Eigen::Index frames);
   void resize(Eigen::Index rows, Eigen::Index frames);  ///< of one axis
 
@@ -53,7 +54,8 @@ class Minibatch {
   /// Reserved; throws.
   void reshape(const Shape& shape);
   /// Rows start to end, the latter included, of a single-axis minibatch; step must be 1. Neither may be compared with
-  /// the size of the axis alone: start may equal it, end is not looked at. Rows that aren't there read as 0.
+  /// the size of the axis alone: start may equal it, end is not looked at. Rows that aren't there read as 0, as long as
+  /// these are no more than 2^24 values.
   std::shared_ptr<Minibatch> slice(std::uint64_t axis, std::uint64_t start, std::uint64_t end,
                                    std::uint64_t step) const;
 

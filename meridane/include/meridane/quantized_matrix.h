@@ -43,6 +43,8 @@ class QuantizedMatrix {
   static QuantizedMatrix of_rows(const float* values, Eigen::Index rows, Eigen::Index cols);
 
   /// Both throw for what is missing, for sizes that contradict each other and for codes that aren't those of a line.
+  /// The forms don't tell the operand: without lines that pad, the matrix is a right one if there should be such, and
+  /// of a multiple of 4 lines, where both are the same, a left one.
   static QuantizedMatrix load_binary(std::istream& stream);
   static QuantizedMatrix load_xml(const XmlElement& element);
   void dump_binary(std::ostream& stream) const;
@@ -59,6 +61,9 @@ class QuantizedMatrix {
   /// added unless it is null; of one frame it may be y.
   void multiply(const float* x, std::size_t x_stride, std::size_t frames, const float* bias, float* y,
                 std::size_t y_stride) const;
+
+  /// Whether it can stand on the left of a product.
+  bool is_left() const { return packed_ != nullptr; }
 
   Codes quantized_param;  ///< align_size_major lines of align_size_minor codes; what pads is 0
   Vector qvector;         ///< scale of each line

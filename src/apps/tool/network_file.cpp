@@ -3,6 +3,7 @@
 #include <fstream>
 #include <ios>
 #include <sstream>
+#include <string_view>
 
 #include "apps/tool/failure.h"
 #include "apps/tool/file_name.h"
@@ -16,13 +17,14 @@ const char* mime(NetworkForm form) { return form == NetworkForm::xml ? "text/xml
 
 /// A document begins with a "<", behind blanks or a byte order mark; all else is taken for the binary form.
 NetworkForm form_of(std::istream& stream) {
-  std::string head(64, '\0');
-  stream.read(head.data(), static_cast<std::streamsize>(head.size()));
-  head.resize(static_cast<std::size_t>(stream.gcount()));
+  constexpr std::string_view kBefore = "\xef\xbb\xbf \t\r\n";
+  char first = ' ';
+  while (stream.get(first) && kBefore.find(first) != kBefore.npos) {
+  }
+  const bool is_document = stream && first == '<';
   stream.clear();
   stream.seekg(0);
-  const std::size_t first = head.find_first_not_of("\xef\xbb\xbf \t\r\n");
-  return first != head.npos && head[first] == '<' ? NetworkForm::xml : NetworkForm::binary;
+  return is_document ? NetworkForm::xml : NetworkForm::binary;
 }
 
 }  // namespace

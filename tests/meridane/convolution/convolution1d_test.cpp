@@ -153,6 +153,7 @@ TEST(QuantizedConvolution1D, MultipliesEachPatchIn8Bits) {
 TEST(QuantizedConvolution1D, KeepsItsBytesOnceItIsQuantized) {
   const auto layer = layer_of<QuantizedNNLayerBuilder>("Convolution1D", record_of(kPositions, kSize));
   const std::string record = binary_of(*layer), type = "QuantizedConvolution1D";
+  EXPECT_EQ(layer->type(), type);
   EXPECT_EQ(record.substr(0, type.size()), type);
   const auto again = layer_of<QuantizedNNLayerBuilder>(type, record);
   EXPECT_EQ(binary_of(*again), record);

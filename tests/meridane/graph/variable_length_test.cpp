@@ -78,6 +78,28 @@ TEST(AVariableLengthScorer, StretchesTheResultToTheInput) {
             (std::vector{0.0f, 0.0f, 40.0f, 40.0f, 80.0f, 80.0f, 80.0f, 80.0f, 80.0f, 80.0f, 80.0f, 80.0f}));
 }
 
+/// 5 frames, of which 0, 2 and 4 are fed; each comes out twice. Frame i is result i / 2; the last ones stand for none.
+TEST(AVariableLengthScorer, TakesOfMoreResultsThanFramesFedTheFirst) {
+  class TwiceLayer : public UnstoredLayer {
+   public:
+    using UnstoredLayer::UnstoredLayer;
+    bool is_variable_length() const override { return true; }
+    using NNLayer::forward;
+    MinibatchPtr forward(const LayerInputs& inputs) const override {
+      const Matrix& x = only_input(inputs)->content();
+      return std::make_shared<Minibatch>(
+          Matrix(Matrix::NullaryExpr(x.rows(), 2 * x.cols(), [&](Eigen::Index i, Eigen::Index t) {
+            return x(i, t / 2) + static_cast<float>(t % 2);
+          })));
+    }
+  };
+  const auto network = network_with(std::make_shared<TwiceLayer>("t", "Twice"));
+  NNScorerVariableLength scorer(network);
+  EXPECT_EQ(output_of(scorer, ramp(1, 2)), (std::vector{10.0f, 11.0f, 20.0f, 21.0f})) << "without a skip";
+  scorer.set_frame_skip(2);
+  EXPECT_EQ(output_of(scorer, ramp(1, 5)), (std::vector{10.0f, 10.0f, 11.0f, 11.0f, 30.0f}));
+}
+
 TEST(AVariableLengthScorer, LeavesASingleFrameAsItIs) {
   const auto network = network_with(std::make_shared<StrideLayer>("s", 2, true));
   NNScorerVariableLength scorer(network);

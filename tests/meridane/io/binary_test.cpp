@@ -6,28 +6,18 @@
 #include <chrono>
 #include <limits>
 #include <sstream>
-#include <streambuf>
 
+#include "../support/streams.h"
 #include "meridane/error.h"
 
 namespace meridane {
 namespace {
 
+using test::Pipe;
 using testing::ThrowsMessage;
 
 constexpr char kEnd[] = "Unexpected end of the stream";
 constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max();
-
-/// Bytes that can only be read one after the other, as from a pipe.
-class Pipe : public std::streambuf {
- public:
-  explicit Pipe(std::string bytes) : bytes_(std::move(bytes)) {
-    setg(bytes_.data(), bytes_.data(), bytes_.data() + bytes_.size());
-  }
-
- private:
-  std::string bytes_;
-};
 
 TEST(BinaryNumbers, AreLittleEndian) {
   std::ostringstream stream;
@@ -110,6 +100,19 @@ TEST(ExpectLeft, BelievesAPipeWithinLimits) {
   EXPECT_THAT([&] { expect_left(stream, (256u << 20) + 1, 1); }, ThrowsMessage<BaseRuntimeError>(std::string(kEnd)));
   stream.clear();
   EXPECT_THROW(expect_left(stream, 64u << 20, 5), BaseRuntimeError);
+}
+
+TEST(SkippedBytes, MustBeThere) {
+  std::istringstream stream("0123456789");
+  skip_bytes(stream, 0);
+  skip_bytes(stream, 7);
+  EXPECT_EQ(stream.get(), '7');
+  EXPECT_THAT([&] { skip_bytes(stream, 3); }, ThrowsMessage<BaseRuntimeError>(std::string(kEnd)));
+  stream.clear();
+  EXPECT_THROW(skip_bytes(stream, kLargest), BaseRuntimeError);
+  std::istringstream strict("012");
+  strict.exceptions(std::ios_base::failbit);
+  EXPECT_THROW(skip_bytes(strict, 4), std::ios_base::failure);
 }
 
 TEST(BinaryStrings, ComeFromAPipeToo) {

@@ -7,6 +7,8 @@
 #include <iostream>
 #include <vector>
 
+#include "meridane/framescore/nn.h"
+
 namespace meridane {
 namespace {
 
@@ -35,6 +37,12 @@ TEST(Builder, HoldsWhatWasRegisteredBeforeMain) {
   EXPECT_EQ(product->value, 3);
   EXPECT_EQ(product->text, "text");
   EXPECT_EQ(First::get("early")(4, "")->value, 4);
+}
+
+/// Nothing else of this program refers to networks, so that the table would stay out of it.
+TEST(TheParameterTable, IsThereForAProgramThatAsksForIt) {
+  ensure_parameter_table();
+  EXPECT_TRUE(FrameScoreParameterBuilder::has("MerNNpar"));
 }
 
 TEST(Builder, HasATablePerTag) {

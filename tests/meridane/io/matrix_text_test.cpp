@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "../support/streams.h"
 #include "meridane/error.h"
 #include "meridane/io/matrix.h"
 
@@ -65,6 +66,12 @@ TEST(MatrixText, TellsOfALongWordWithinTheLimitOfMessages) {
   const std::string word(100'000, 'x');
   EXPECT_THAT([&] { of_text(word); },
               ThrowsMessage<BaseRuntimeError>(("Invalid number \"" + word).substr(0, kLongestMessage)));
+}
+
+TEST(MatrixText, ThatDoesNotEndIsRefused) {
+  test::EndlessPipe pipe('0');
+  std::istream stream(&pipe);
+  EXPECT_THAT([&] { load_matrix_text(stream); }, ThrowsMessage<BaseRuntimeError>(std::string("The text has no end")));
 }
 
 }  // namespace

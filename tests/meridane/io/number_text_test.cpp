@@ -84,8 +84,30 @@ TEST(NumberText, RefusesWhatIsNotOneFloat) {
   EXPECT_THROW(float_of(std::string_view("1\0", 2)), BaseRuntimeError);
 }
 
+/// The smallest float is 2^-149, 1.4013e-45; half of it, a tie, is 7.00649232162408535...e-46.
+TEST(NumberText, TakesWhatIsTooSmallForAFloatForTheNearest) {
+  EXPECT_EQ(float_of("7.006492321624086e-46"), Floats::denorm_min());
+  EXPECT_EQ(float_of("-7.1e-46"), -Floats::denorm_min());
+  EXPECT_EQ(float_of("2e-45"), Floats::denorm_min());
+  for (const std::string text : {"7.006492321624085e-46", "1e-60", "+1e-60", "1E-60", "1e-400",
+                                 "1e-99999999999999999999", "123456e-99", "1000.5e-400", ".5e-400", "0.00e-400"}) {
+    EXPECT_EQ(std::bit_cast<std::uint32_t>(float_of(text)), 0u) << text;
+    if (text.front() == '+') continue;
+    EXPECT_EQ(std::bit_cast<std::uint32_t>(float_of("-" + text)), 0x80000000u) << text;
+  }
+  const std::string zeros(400, '0');
+  EXPECT_EQ(float_of("0." + zeros + "1"), 0);
+  EXPECT_EQ(float_of("0." + zeros + "1e50"), 0);
+  EXPECT_EQ(float_of("0." + zeros + "1e401"), 1);
+  EXPECT_EQ(float_of("1" + zeros + "e-500"), 0);
+}
+
 TEST(NumberText, RefusesFloatsOutOfRange) {
-  for (const std::string text : {"1e39", "-1e39", "1e-60", "1e99999999999"}) {
+  const std::string zeros(400, '0');
+  for (const std::string& text :
+       {std::string("1e39"), std::string("-1e39"), std::string("1e400"), std::string("1e99999999999"),
+        std::string("1e+99999999999999999999"), std::string("0.001e99999999999999999999"), "1" + zeros,
+        "1" + zeros + "e-50", "0." + zeros + "1e800"}) {
     EXPECT_THAT([&] { float_of(text); }, ThrowsMessage<BaseRuntimeError>(refusal(text)));
   }
 }

@@ -163,8 +163,50 @@ TEST_P(PackedWeightTest, BlockSizeIsZeroWhereItOverflows) {
   EXPECT_EQ(PackedWeight::block_size(1, kMost, kernels), 0u);
   EXPECT_EQ(PackedWeight::block_size(kMost / 8, 3, kernels), 0u);
   EXPECT_EQ(PackedWeight::block_size(std::size_t{1} << 32, std::size_t{1} << 32, kernels), 0u);
-  EXPECT_EQ(PackedWeight::block_size(kernels.lanes + 1, 3, kernels), 2 * kernels.lanes * 3);
-  EXPECT_EQ(PackedWeight::block_size(kernels.lanes, 3, kernels), kernels.lanes * 3);
+  EXPECT_EQ(PackedWeight::block_size(1, kMost / sizeof(float), kernels), 0u);
+}
+
+// Whatever its shape, a matrix takes its own size and less than the line of a cache.
+TEST_P(PackedWeightTest, FlatMatricesTakeNoMoreThanTheirSize) {
+  struct Size {
+    std::size_t rows, cols;
+  };
+  for (const auto& [rows, cols] :
+       {Size{1, 1}, Size{1, 20000}, Size{20000, 1}, Size{3, 5000}, Size{5000, 3}, Size{17, 17}, Size{256, 257},
+        Size{257, 256}, Size{65, 1000}, Size{16, 512}, Size{512, 512}}) {
+    const std::size_t size = PackedWeight::block_size(rows, cols, *GetParam());
+    EXPECT_GE(size, rows * cols);
+    EXPECT_LT(size, rows * cols + 64 / sizeof(float)) << rows << "x" << cols;
+  }
+}
+
+// The line of a cache behind the matrix may be read, but what stands there doesn't count.
+TEST_P(PackedWeightTest, WhatStandsBehindTheBlockDoesNotCount) {
+  for (const std::size_t rows : {1u, 17u, 67u}) {
+    const std::size_t cols = 5;
+    const std::vector<float> weight = Noise(1).samples(rows * cols);
+    const std::shared_ptr<float> block(new float[rows * cols + 16], std::default_delete<float[]>());
+    std::copy(weight.begin(), weight.end(), block.get());
+    std::fill_n(block.get() + rows * cols, 16, std::numeric_limits<float>::quiet_NaN());
+    expect_product(PackedWeight(block, rows, cols, *GetParam()), weight, cols, 7, true);
+    for (std::size_t i = 0; i < 16; ++i) EXPECT_TRUE(std::isnan(block.get()[rows * cols + i]));
+  }
+}
+
+TEST_P(PackedWeightTest, OfColumnsIsOfTheTransposedMatrix) {
+  for (const std::size_t rows : {1u, 16u, 65u, 200u}) {
+    for (const std::size_t cols : {1u, 33u, 700u}) {
+      const std::vector<float> weight = Noise(1).samples(rows * cols);
+      std::vector<float> columns;
+      for (std::size_t k = 0; k < cols; ++k) {
+        for (std::size_t i = 0; i < rows; ++i) columns.push_back(weight[i * cols + k]);
+      }
+      const std::shared_ptr<float> block(new float[PackedWeight::block_size(rows, cols, *GetParam())](),
+                                         std::default_delete<float[]>());
+      std::copy(columns.begin(), columns.end(), block.get());
+      expect_product(PackedWeight::of_columns(block, rows, cols, *GetParam()), weight, cols, 3, true);
+    }
+  }
 }
 
 TEST(PackedWeight, HoldsNothingAtFirst) {

@@ -1,6 +1,7 @@
 #include <cmath>
 #include <limits>
 
+#include "dense_reference.h"
 #include "layer_samples.h"
 #include "lib/framescore/nnlayer/embedding.h"
 #include "lib/framescore/nnlayer/prod.h"
@@ -18,16 +19,8 @@ static_assert(std::is_base_of_v<FullyConnectedLayer, CompressedFullyConnectedLay
               std::is_base_of_v<FullyConnectedLayer, SharedMemory<FullyConnectedLayer>> &&
               std::is_base_of_v<EmbeddingLayer, CompressedEmbeddingLayer>);
 
-constexpr double kRounding = 0x1p-24;  // relative error of one
-
-struct Size {
-  Eigen::Index rows, cols, frames;
-};
-constexpr Size kSizes[] = {{1, 1, 1},   {1, 7, 3},   {7, 1, 3},    {3, 5, 1},    {4, 16, 2},    {5, 17, 6},
-                           {16, 15, 7}, {31, 33, 5}, {65, 64, 13}, {63, 129, 4}, {257, 300, 3}, {64, 64, 50}};
-
 TEST(Bias, IsAddedToEachFrame) {
-  for (const Size size : kSizes) {
+  for (const DenseSize size : kDenseSizes) {
     Dice dice(1);
     const Matrix bias = dice.matrix(size.rows, 1, 1.1f);
     const Matrix x = dice.matrix(size.rows, size.frames, 0.7f);
@@ -39,7 +32,7 @@ TEST(Bias, IsAddedToEachFrame) {
 }
 
 TEST(Prod, MultipliesEachFrameElementByElement) {
-  for (const Size size : kSizes) {
+  for (const DenseSize size : kDenseSizes) {
     Dice dice(2);
     const Matrix scale = dice.matrix(size.rows, 1, 1.1f);
     const Matrix x = dice.matrix(size.rows, size.frames, 0.7f);
@@ -58,23 +51,8 @@ TEST(Bias, CarriesTheShapeOver) {
   }
 }
 
-/// y against bias + weight x: a sum of K products and a bias may be off by K + 1 roundings of the sum of magnitudes.
-void expect_product(const Matrix& y, const Matrix& weight, const Matrix& bias, const Matrix& x) {
-  const Eigen::MatrixXd W = weight.cast<double>(), X = x.cast<double>(), b = bias.cast<double>();
-  const Eigen::MatrixXd expected = (W * X).colwise() + b.col(0);
-  const Eigen::MatrixXd magnitude = (W.cwiseAbs() * X.cwiseAbs()).colwise() + b.col(0).cwiseAbs();
-  ASSERT_EQ(y.rows(), weight.rows());
-  ASSERT_EQ(y.cols(), x.cols());
-  for (Eigen::Index t = 0; t < y.cols(); ++t) {
-    for (Eigen::Index i = 0; i < y.rows(); ++i) {
-      const double roundings = static_cast<double>(weight.cols() + 1);
-      EXPECT_NEAR(y(i, t), expected(i, t), roundings * kRounding * magnitude(i, t)) << "row " << i << ", frame " << t;
-    }
-  }
-}
-
 TEST(FullyConnected, IsBiasPlusWeightTimesX) {
-  for (const Size size : kSizes) {
+  for (const DenseSize size : kDenseSizes) {
     Dice dice(3);
     const Matrix weight = dice.matrix(size.rows, size.cols, 1.1f), bias = dice.matrix(size.rows, 1, 0.3f);
     const Matrix x = dice.matrix(size.cols, size.frames, 0.7f);
@@ -84,7 +62,7 @@ TEST(FullyConnected, IsBiasPlusWeightTimesX) {
 }
 
 TEST(CompressedFullyConnected, ComputesWithTheFloatsOfItsHalves) {
-  for (const Size size : kSizes) {
+  for (const DenseSize size : kDenseSizes) {
     Dice dice(4);
     const Matrix weight = dice.matrix(size.rows, size.cols), bias = dice.matrix(size.rows, 1);
     const Matrix x = dice.matrix(size.cols, size.frames, 0.7f);
@@ -119,6 +97,16 @@ TEST(FullyConnected, TakesARowForABias) {
     const auto layer = layer_of("FullyConnected", Record("FullyConnected").matrix(weight).matrix(stored).bytes());
     expect_product(forward(*layer, x), weight, bias, x);
     EXPECT_EQ(binary_of(*layer), Record("FullyConnected").matrix(weight).matrix(bias).bytes());
+  }
+}
+
+TEST(FullyConnected, TakesARowForABiasFromItsDocumentToo) {
+  for (const std::string type : {"FullyConnected", "CompressedFullyConnected"}) {
+    for (const char* bias : {"1 2", "1\n2", "1 2\n3 4"}) {
+      const auto layer = layer_of_xml(
+          type, "<layer type='" + type + "' id='a'><weight>1 0\n0 1</weight><bias>" + bias + "</bias></layer>");
+      EXPECT_EQ(forward(*layer, Matrix::Zero(2, 1)), (Matrix(2, 1) << 1, 2).finished()) << type << ", " << bias;
+    }
   }
 }
 
@@ -220,7 +208,7 @@ double product(const Line& w, const Line& x) {
 // Integers are exact; the sum becomes a float, the scales are multiplied, divided by, and the bias is added: four
 // roundings.
 TEST(QuantizedFullyConnected, MultipliesCodesOfWeightsAndFrames) {
-  for (const Size size : kSizes) {
+  for (const DenseSize size : kDenseSizes) {
     Dice dice(8);
     const Matrix weight = dice.matrix(size.rows, size.cols, 1.1f), bias = dice.matrix(size.rows, 1, 0.3f);
     const Matrix x = dice.matrix(size.cols, size.frames, 0.7f);
@@ -264,6 +252,19 @@ TEST(QuantizedFullyConnected, RefusesABiasOfAnotherSize) {
   record += Record().matrix(Matrix::Ones(5, 1)).bytes();
   EXPECT_EQ(failure_of<InvalidFormat>([&] { layer_of<QuantizedNNLayerBuilder>("QuantizedFullyConnected", record); }),
             "invalid format (expected \"QuantizedFullyConnected Layer\")");
+}
+
+/// A line without those that pad to four is the column of a right operand.
+TEST(QuantizedFullyConnected, RefusesARightOperandForAWeight) {
+  Record record("QuantizedFullyConnected");
+  for (const std::int32_t size : {1, 1, 1, 16}) record.number(size);
+  record.number<std::int64_t>(1).number<std::int64_t>(1).real(1);
+  for (int i = 0; i < 2; ++i) record.number<std::int64_t>(1).number<std::int32_t>(0);
+  for (int i = 0; i < 16; ++i) record.number<std::uint8_t>(0);
+  record.matrix(Matrix::Ones(1, 1));
+  EXPECT_EQ(
+      failure_of<InvalidFormat>([&] { layer_of<QuantizedNNLayerBuilder>("QuantizedFullyConnected", record.bytes()); }),
+      "invalid format (expected \"QuantizedMatrix\")");
 }
 
 TEST(QuantizedFullyConnected, SurvivesFramesThatAreNoNumbers) {

@@ -38,7 +38,7 @@ void expect_same(const Minibatch& a, const Minibatch& b) {
 
 TEST_P(EveryLayer, HasItsIdAndType) {
   EXPECT_EQ(loaded()->id(), kId);
-  EXPECT_EQ(loaded()->type(), GetParam().type);
+  EXPECT_EQ(loaded()->type(), GetParam().dump_tag);
 }
 
 TEST_P(EveryLayer, DumpsTheRecordThatItWasLoadedFrom) {

@@ -74,6 +74,7 @@ LayerSample layer_norm(const std::string& plain, bool half) {
 LayerSample quantized(LayerSample sample) {
   sample.table = LayerSample::Table::quantized;
   sample.dump_tag = "QuantizedFullyConnected";
+  sample.class_name = "QuantizedFullyConnectedLayer";
   return sample;
 }
 
@@ -134,7 +135,6 @@ std::vector<LayerSample> layer_samples() {
   samples.push_back(quantized({.type = "QuantizedFullyConnected",
                                .record = quantized_record(),
                                .description = "QuantizedFullyConnected Layer",
-                               .class_name = "QuantizedFullyConnectedLayer",
                                .children = {"weight", "bias"},
                                .has_bias = true}));
   return samples;

@@ -11,17 +11,17 @@ namespace meridane::test {
 struct LayerSample {
   enum class Table { plain, quantized };
 
-  std::string type;                     ///< key of the table
+  std::string type;                     ///< key of the table; of one that is quantized at load not the layer's type
   std::string record;                   ///< what load_binary reads
   std::string description;              ///< of a record that isn't its own
-  std::string class_name;               ///< of a document that isn't its own
+  std::string class_name{};             ///< of a document that isn't its own
   std::vector<std::string> children{};  ///< mandatory elements
   Eigen::Index rows = 5;                ///< of an input that fits
   bool any_rows = false;                ///< whether others fit too
   bool over_frames = false;             ///< whether frames have a part in each other's results
   bool has_bias = false;                ///< whether set_bias() is there
   Table table = Table::plain;
-  std::string dump_tag = type;  ///< tag of what is written
+  std::string dump_tag = type;  ///< type of the layer, and tag of what is written
 
   std::shared_ptr<NNLayer> load(const std::string& bytes) const {
     return table == Table::plain ? layer_of(type, bytes) : layer_of<QuantizedNNLayerBuilder>(type, bytes);

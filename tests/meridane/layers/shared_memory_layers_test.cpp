@@ -4,6 +4,7 @@
 
 #include <boost/interprocess/managed_shared_memory.hpp>
 
+#include "dense_reference.h"
 #include "layer_samples.h"
 #include "meridane/error.h"
 #include "meridane/io/logging.h"
@@ -60,6 +61,33 @@ TEST_F(SharedLayers, ComputeWhatThePlainOnesDo) {
     const Matrix expected = forward(*sample.load(sample.record), x);
     EXPECT_TRUE(forward(*stored(sample.type, sample.record, sample.type), x).isApprox(expected, 1e-6f)) << sample.type;
     EXPECT_TRUE(forward(*found(sample.type, sample.type), x).isApprox(expected, 1e-6f)) << sample.type;
+  }
+}
+
+TEST_F(SharedLayers, ComputeBiasPlusWeightTimesX) {
+  int prefixes = 0;
+  for (const DenseSize size : kDenseSizes) {
+    Dice dice(1);
+    const Matrix weight = dice.matrix(size.rows, size.cols, 1.1f), bias = dice.matrix(size.rows, 1, 0.3f);
+    const Matrix x = dice.matrix(size.cols, size.frames, 0.7f);
+    const std::string record = Record("FullyConnected").matrix(weight).matrix(bias).bytes();
+    const std::string prefix = "net" + std::to_string(prefixes++);
+    expect_product(forward(*stored("FullyConnected", record, prefix), x), weight, bias, x);
+    expect_product(forward(*found("FullyConnected", prefix), x), weight, bias, x);
+  }
+}
+
+TEST_F(SharedLayers, TakeARowForABias) {
+  Dice dice(2);
+  const Matrix weight = dice.matrix(4, 3), bias = dice.matrix(4, 1), x = dice.matrix(3, 2);
+  Matrix rows(2, 4);  // row 0 counts
+  rows << bias.transpose(), dice.matrix(1, 4);
+  const std::string column = Record("FullyConnected").matrix(weight).matrix(bias).bytes();
+  for (const Matrix& written : {Matrix(bias.transpose()), rows}) {
+    const std::string prefix = "net" + std::to_string(written.rows());
+    stored("FullyConnected", Record("FullyConnected").matrix(weight).matrix(written).bytes(), prefix);
+    EXPECT_EQ(binary_of(*found("FullyConnected", prefix)), column);
+    expect_product(forward(*found("FullyConnected", prefix), x), weight, bias, x);
   }
 }
 

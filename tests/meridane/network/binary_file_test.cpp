@@ -175,5 +175,20 @@ TEST(TheMime, ChoosesTheForm) {
   }
 }
 
+/// A link to "_output" names the last layer, whatever layers are called; a layer of that name can't be reached by one.
+TEST(ABinaryFile, MayHaveALayerWithTheNameOfTheOutput) {
+  const std::vector<std::string> layers = {numbers_layer("a", "PReLU", {2.0f}),
+                                           numbers_layer("_output", "PReLU", {3.0f})};
+  const std::string bytes = network_bytes(1, 1, layers, {{"_input", "a"}, {"a", "_output"}});
+  const auto network = network_of(bytes);
+  EXPECT_EQ(dump_of(*network), bytes);
+  EXPECT_EQ(network->forward_path().size(), 2u);
+  NNScorer scorer(*network);
+  scorer.set_input(std::make_shared<Minibatch>(Matrix(Matrix::Constant(1, 1, -1.0f))));
+  EXPECT_EQ(scorer.score(0, 0), -2.0f);
+  EXPECT_EQ(loading_failure(network_bytes(1, 1, layers, {{"_input", "a"}, {"_output", "_output"}})),
+            "Path to the terminal node does not exist");
+}
+
 }  // namespace
 }  // namespace meridane::test

@@ -127,6 +127,7 @@ TEST(TheQuantizedTable, ReadsBothFormsOfALayer) {
 }
 
 TEST(TheParameterTable, KnowsNetworksByTheirMagic) {
+  ensure_parameter_table();
   ASSERT_TRUE(FrameScoreParameterBuilder::has("MerNNpar"));
   EXPECT_FALSE(FrameScoreParameterBuilder::has("NN"));
   const std::string bytes = sample_network();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <bit>
 #include <filesystem>
 #include <fstream>
 
@@ -48,6 +49,45 @@ TEST(ADocument, IsWrittenInTheSameShape) {
   }
   EXPECT_EQ(document.find("ref"), std::string::npos);
   EXPECT_EQ(dump_of(*network_of(document, kXml)), bytes);
+}
+
+/// The binary form doesn't care about names; what couldn't be loaded again is not written.
+TEST(ADocument, IsNotWrittenOfWhatItCannotHold) {
+  const auto failure_of_dump = [](const std::vector<std::string>& layers, const Links& links) {
+    const std::string bytes = network_bytes(1, 1, layers, links);
+    const auto network = network_of(bytes);
+    EXPECT_EQ(dump_of(*network), bytes);
+    return failure_of([&] { dump_of(*network, kXml); });
+  };
+  const Links way = {{"_input", "a"}, {"a", "_output"}};
+  const auto and_link = [&](const std::string& from, const std::string& to) {
+    Links links = way;
+    links.emplace_back(from, to);
+    return links;
+  };
+  EXPECT_EQ(failure_of_dump({}, {{"_input", "_output"}}), "A document can't hold a network without layers");
+  EXPECT_EQ(failure_of_dump({relu_bytes("a"), relu_bytes("")}, way), "") << "an empty id, but no link";
+  EXPECT_EQ(failure_of_dump({relu_bytes("a"), relu_bytes("")}, and_link("", "a")), "attribute \"from_id\" is empty");
+  EXPECT_EQ(failure_of_dump({relu_bytes("a"), relu_bytes("")}, and_link("a", "")), "attribute \"to_id\" is empty");
+  EXPECT_EQ(failure_of_dump({relu_bytes("a"), relu_bytes("_output")}, way), "") << "the name of no node, but no link";
+  EXPECT_EQ(failure_of_dump({relu_bytes("a"), relu_bytes("_output")}, and_link("_output", "a")),
+            "couldn't set \"_output\" to attribute \"from_id\"");
+  EXPECT_EQ(failure_of_dump({relu_bytes("a"), relu_bytes("b")}, and_link("b", "_input")),
+            "couldn't set \"_input\" to attribute \"to_id\"");
+  EXPECT_EQ(failure_of_dump({relu_bytes("a"), relu_bytes(std::string("b\0c", 3))}, way),
+            "A document can't hold a character 0");
+}
+
+TEST(ADocument, KeepsOfANaNItsSign) {
+  const auto with = [](std::uint32_t bits) {
+    return network_bytes(1, 1, {numbers_layer("a", "PReLU", {std::bit_cast<float>(bits)})},
+                         {{"_input", "a"}, {"a", "_output"}});
+  };
+  for (const std::uint32_t sign : {0u, 0x80000000u}) {
+    for (const std::uint32_t nan : {0x7f800001u, 0x7fc00000u, 0x7fffffffu}) {
+      EXPECT_EQ(dump_of(*network_of(dump_of(*network_of(with(sign | nan)), kXml), kXml)), with(sign | 0x7fc00000u));
+    }
+  }
 }
 
 TEST(ADocument, KeepsEachFloat) {
@@ -244,6 +284,17 @@ TEST_F(LayerFiles, MustHoldTheLayer) {
             "invalid format (expected \"FullyConnected Layer\")");
   EXPECT_EQ(of_file("e", "application/meridane-bin", "FullyConn"), "Unexpected end of the stream");
   EXPECT_EQ(of_file("f", "application/meridane-bin", kDenseFile), "invalid format (expected \"FullyConnected Layer\")");
+}
+
+TEST_F(LayerFiles, MustEnd) {
+  EXPECT_EQ(failure(document(kDense + "ref=\"/dev/zero\"")), "The text has no end");
+  EXPECT_EQ(failure(document(kDense + "format=\"application/meridane-bin\" ref=\"/dev/zero\"")),
+            "invalid format (expected \"FullyConnected Layer\")");
+  const auto of_matrix = [](const std::string& attributes) {
+    return document_of("<layers><layer " + kDense + "><weight " + attributes + "/></layer></layers>", kLinks);
+  };
+  EXPECT_EQ(failure(of_matrix("ref=\"/dev/zero\"")), "The text has no end");
+  EXPECT_EQ(failure(of_matrix("ref=\"/dev/zero\" type=\"application/octet-stream\"")), "Failed to read matrix binary");
 }
 
 TEST_F(LayerFiles, MayNotBeFolders) {

@@ -158,6 +158,32 @@ TEST_F(SharedMemoryNetworks, MustFit) {
   EXPECT_THROW(store(network_bytes(1 << 18, 1, {large}, {{"_input", "d"}, {"d", "_output"}})), ipc::bad_alloc);
 }
 
+/// Names of all objects of the segment, and the memory that is left.
+std::pair<std::vector<std::string>, std::size_t> contents_of(const ipc::managed_shared_memory& segment) {
+  std::vector<std::string> names;
+  for (auto object = segment.named_begin(); object != segment.named_end(); ++object) {
+    names.emplace_back(object->name(), object->name_length());
+  }
+  return {names, segment.get_free_memory()};
+}
+
+TEST_F(SharedMemoryNetworks, LeaveNothingBehindWhereTheyCannotBeLoaded) {
+  store(shareable_network(), "one");
+  const auto before = contents_of(segment_);
+  const std::string bytes = shareable_network();
+  for (std::size_t length = 0; length < bytes.size(); ++length) {
+    EXPECT_THROW(store(bytes.substr(0, length)), BaseRuntimeError) << length;
+    ASSERT_EQ(contents_of(segment_), before) << length;
+  }
+  const std::string large = dense_bytes("d", std::vector<float>(1 << 18, 1.0f), {1.0f});
+  EXPECT_THROW(store(network_bytes(1 << 18, 1, {relu_bytes("r"), large}, {})), ipc::bad_alloc);
+  EXPECT_EQ(contents_of(segment_), before);
+  EXPECT_THROW(store(bytes, "one"), ipc::interprocess_exception);
+  EXPECT_EQ(contents_of(segment_), before) << "what another network has put there stays";
+  store(bytes);
+  EXPECT_EQ(attaching_failure(), "");
+}
+
 TEST_F(SharedMemoryNetworks, ReportTheObjectThatIsMissing) {
   const auto number = [&](const std::string& name) { return failure_without<std::uint64_t>(name); };
   const auto value = [&](const std::string& name) { return failure_without<float>(name); };

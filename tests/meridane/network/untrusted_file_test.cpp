@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 
@@ -61,6 +62,25 @@ TEST(AText, LongerThanTheFileEndsTheReading) {
     EXPECT_EQ(quick_failure(network_head(1, 1, 0, 1) + sized_text("_input") + bytes_of(length)), kEnd) << "to";
     EXPECT_EQ(quick_failure(network_head(1, 1, 1, 0) + layer_bytes("a", "Print", "Print") + bytes_of(length)), kEnd)
         << "label";
+  }
+}
+
+/// Of many tries, since the machine does other things too. Building the tables, and the first throw, come before.
+TEST(AMatrix, OfManyMoreValuesThanTheFileHoldsIsRefusedInMicroseconds) {
+  constexpr std::int64_t k31 = std::int64_t{1} << 31, k62 = std::int64_t{1} << 62;
+  for (const auto& [rows, cols] : {std::pair{k62, std::int64_t{1}}, {std::int64_t{1}, k62}, {k31, k31}}) {
+    for (const char* type : {"FullyConnected", "CompressedFullyConnected", "Bias", "Embedding"}) {
+      const std::string bytes =
+          network_head(1, 1, 1, 0) + layer_bytes("a", type, type + bytes_of(rows) + bytes_of(cols)) + "abcdefgh";
+      std::array<double, 101> micros;
+      for (double& each : micros) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(loading_failure(bytes), kEnd);
+        each = std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
+      }
+      std::nth_element(micros.begin(), micros.begin() + 50, micros.end());
+      EXPECT_LT(micros[50], 200) << type << ", " << rows << " x " << cols;
+    }
   }
 }
 

@@ -111,6 +111,7 @@ TEST_P(BLSTMs, AreQuantizedAsTheyAreLoadedFromAFloatForm) {
   if (GetParam().form != Form::codes) return;
   const BothDirections p = GetParam().parameters();
   const auto quantized = layer_of<QuantizedNNLayerBuilder>("BLSTM", Sample{Form::plain, GetParam().sum}.record(p));
+  EXPECT_EQ(quantized->type(), "QuantizedBLSTM");
   EXPECT_EQ(binary_of(*quantized), GetParam().record(p));
   EXPECT_EQ(xml_of(*quantized), xml_of(*layer_));
 }

@@ -241,8 +241,9 @@ TEST(LCBLSTM, ReadsItsAttributes) {
 }
 
 TEST(LCBLSTM, IsQuantizedAsItIsLoadedFromAFloatForm) {
-  EXPECT_EQ(binary_of(*layer_of<QuantizedNNLayerBuilder>("LCBLSTM", Sample{}.record())),
-            Sample{.form = Form::codes}.record());
+  const auto quantized = layer_of<QuantizedNNLayerBuilder>("LCBLSTM", Sample{}.record());
+  EXPECT_EQ(quantized->type(), "QuantizedLCBLSTM");
+  EXPECT_EQ(binary_of(*quantized), Sample{.form = Form::codes}.record());
 }
 
 /// Two of them with a dense layer between, so that what comes out of the first isn't what goes into the second.

@@ -192,7 +192,9 @@ TEST_P(LSTMs, AreQuantizedAsTheyAreLoadedFromAFloatForm) {
   if (GetParam().form != Form::codes) return;
   const Direction p = GetParam().parameters();
   const std::string plain = Sample{GetParam().family, Form::plain}.record(p);
-  EXPECT_EQ(binary_of(*layer_of<QuantizedNNLayerBuilder>(GetParam().family, plain)), GetParam().record(p));
+  const auto quantized = layer_of<QuantizedNNLayerBuilder>(GetParam().family, plain);
+  EXPECT_EQ(quantized->type(), "Quantized" + GetParam().family);
+  EXPECT_EQ(binary_of(*quantized), GetParam().record(p));
 }
 
 TEST_P(LSTMs, CountTheirNumbersAndProducts) {

@@ -100,6 +100,18 @@ TEST(Minibatch, TakesANewFormForAResult) {
   EXPECT_THAT(result->shape(), ElementsAre(5));
 }
 
+TEST(Minibatch, TakesNoMemoryForAShapeThatIsRightOnlyModulo32Bits) {
+  const std::uint64_t two_to_32 = std::uint64_t{1} << 32;
+  for (const Shape& shape : {Shape{two_to_32 + 2, 3}, Shape{65536, 65536}, Shape{kLargest, 2},
+                             Shape{two_to_32, two_to_32}, Shape{0, two_to_32}, Shape{std::uint64_t{1} << 31}}) {
+    EXPECT_THAT([&] { Minibatch::uninitialised(shape, 1); }, Fails(kStaleShape));
+    Minibatch minibatch(counted(6, 2));
+    EXPECT_THAT([&] { minibatch.resize(shape, 2); }, Fails(kStaleShape));
+    EXPECT_EQ(minibatch.content(), counted(6, 2)) << "and stays what it was";
+    EXPECT_THAT(minibatch.shape(), ElementsAre(6));
+  }
+}
+
 TEST(MinibatchConcatenation, PutsInputsOneUnderTheOther) {
   const Inputs inputs{shared(counted(2, 3)), shared(counted(1, 3, 2)), shared(counted(3, 3, 3))};
   const Minibatch joined(inputs, 0);
@@ -326,6 +338,15 @@ TEST(MinibatchSlice, RefusesMoreRowsThanAShapeCanSayBeforeItTakesMemory) {
     EXPECT_THAT([&] { minibatch.slice(0, 0, end, 1); }, Fails(kStaleShape));
   }
   EXPECT_THAT([&] { minibatch.slice(0, 1, kLargest, 1); }, Fails(kStaleShape));
+  EXPECT_THAT([&] { minibatch.slice(0, 0, kLargest, 1); }, Fails(kStaleShape));  // 2^64 rows, which wraps to none
+}
+
+TEST(MinibatchSlice, AddsNoMoreZerosThanItSays) {
+  constexpr std::uint64_t kMost = 1u << 24;
+  const Minibatch minibatch(counted(3, 2));
+  EXPECT_EQ(minibatch.slice(0, 0, kMost / 2 + 2, 1)->content().rows(), kMost / 2 + 3);
+  EXPECT_THAT([&] { minibatch.slice(0, 0, kMost / 2 + 3, 1); }, Fails(kStaleShape));
+  EXPECT_EQ(Minibatch(Matrix(3, 0)).slice(0, 0, kMost + 3, 1)->size(), 0) << "no frames, no values";
 }
 
 }  // namespace

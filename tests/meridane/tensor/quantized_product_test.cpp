@@ -42,7 +42,7 @@ class QuantizedProductOfSize : public testing::TestWithParam<Sizes> {};
 
 INSTANTIATE_TEST_SUITE_P(Sizes, QuantizedProductOfSize,
                          testing::Values(Sizes{1, 1, 1}, Sizes{3, 15, 2}, Sizes{4, 16, 5}, Sizes{5, 17, 1},
-                                         Sizes{31, 33, 3}, Sizes{64, 64, 50}, Sizes{65, 255, 7}, Sizes{2, 4097, 2}),
+                                         Sizes{31, 33, 3}, Sizes{64, 64, 50}, Sizes{65, 255, 7}, Sizes{2, 4097, 2}, Sizes{20, 40, 101}),
                          [](const auto& sizes) {
                            return std::to_string(sizes.param.rows) + "x" + std::to_string(sizes.param.depth) + "x" +
                                   std::to_string(sizes.param.frames);

@@ -49,6 +49,16 @@ QuantizedMatrix of_binary(const std::string& bytes) {
   return QuantizedMatrix::load_binary(stream);
 }
 
+/// The element that dump_xml of the object fills, written and read again.
+template <class Quantized>
+XmlFile document_of(const Quantized& quantized) {
+  XmlFile file;
+  quantized.dump_xml(append_element(file.document(), file.document(), "weight"), file.document());
+  std::stringstream stream;
+  file.write(stream);
+  return XmlFile(stream);
+}
+
 /// Little-endian values, one after the other.
 class Record {
  public:
@@ -114,6 +124,21 @@ TEST(QuantizedRecord, ReadsAsItWasWritten) {
   }
 }
 
+/// Three columns or five have no lines that pad; of four, both operands look alike.
+TEST(QuantizedRecord, MayBeARightOperand) {
+  for (const Eigen::Index cols : {1, 3, 5, 4, 0}) {
+    const QuantizedMatrix matrix(random(7, cols, 1), 'r');
+    const QuantizedMatrix read = of_binary(binary(matrix));
+    EXPECT_EQ(binary(read), binary(matrix));
+    const XmlFile file = document_of(matrix);
+    EXPECT_EQ(binary(QuantizedMatrix::load_xml(*file.root())), binary(matrix));
+    EXPECT_FALSE(matrix.is_left());
+    EXPECT_EQ(read.is_left(), cols % 4 == 0);
+  }
+  EXPECT_THAT([] { of_binary(binary(QuantizedMatrix(Matrix::Ones(7, 3), 'r'))).multiply(Matrix(Matrix::Ones(7, 1))); },
+              ThrowsMessage<BaseRuntimeError>(std::string("A right operand can't stand on the left of a product")));
+}
+
 TEST(QuantizedRecord, LeavesTheStreamBehindItself) {
   std::istringstream stream(small_record() + "next");
   QuantizedMatrix::load_binary(stream);
@@ -140,7 +165,7 @@ TEST(QuantizedRecord, WithSizesThatContradictEachOtherIsRefused) {
            with(record, kSizeMajor, 5),
            with(record, kSizeMinor, -1),
            with(record, kSizeMinor, 17),
-           with(record, kAlignMajor, 2),
+           with(record, kAlignMajor, 3),
            with(record, kAlignMajor, 8),
            with(record, kAlignMajor, -4),
            with(record, kAlignMinor, 3),
@@ -194,16 +219,6 @@ TEST(QuantizedRecord, MayHoldScalesThatAreNoNumbers) {
   EXPECT_TRUE(std::isnan(matrix.multiply(Vector(Vector::Ones(3)))(0)));
   matrix = of_binary(with(small_record(), kScaleColumns + 8, 0.0f));
   EXPECT_TRUE(std::isinf(matrix.multiply(Vector(Vector::Ones(3)))(0)));
-}
-
-/// The element that dump_xml of the object fills, written and read again.
-template <class Quantized>
-XmlFile document_of(const Quantized& quantized) {
-  XmlFile file;
-  quantized.dump_xml(append_element(file.document(), file.document(), "weight"), file.document());
-  std::stringstream stream;
-  file.write(stream);
-  return XmlFile(stream);
 }
 
 template <class Quantized>

@@ -28,6 +28,9 @@ class NNParameter : public FrameScoreParameter,
   std::string type() const override { return "NN"; }
   std::shared_ptr<FrameScorer> create_scorer() const override;
   void load(std::istream& stream, const std::string& mime) override;
+  /// What is written loads again, as the same network. Throws for one that only the binary form can hold: without
+  /// layers, with a link from or to an empty id, from "_output" or to "_input", or with a character 0 in a text. Of a
+  /// NaN, a document keeps the sign.
   void dump(std::ostream& stream, const std::string& mime) const override;
 
   std::uint64_t ninput() const { return ninput_; }
@@ -83,5 +86,7 @@ using FrameScoreParameterFactory =
 /// From the magic that a binary file begins with to what loads it.
 using FrameScoreParameterBuilder =
     Builder<struct FrameScoreParameterTag, FrameScoreParameter, FrameScoreParameterFactory>;
+/// Does nothing but make sure that the program holds the table's contents: call it before the first look-up.
+void ensure_parameter_table();
 
 }  // namespace meridane

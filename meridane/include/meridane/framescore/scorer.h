@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "meridane/framescore/nn.h"
 
@@ -11,9 +12,9 @@ namespace meridane {
 /// Runs a network over one stream: each step is an input and its output; what layers remember stays here. For one
 /// thread at a time.
 ///
-/// Memory: a result of the step before is written over if only this scorer holds it, and holds it once (a layer that
-/// hands its input on makes it two). In steady state, with the same number of frames in each step, nothing is allocated
-/// but what layers need for themselves and, for each result that the caller keeps, its successor.
+/// Memory: a result of the step before is written over if only this scorer holds it. In steady state, with the same
+/// number of frames in each step, nothing is allocated but what layers need for themselves and, for each result that
+/// the caller keeps, its successor.
 class NNScorer : public FrameScorer {
  public:
   using States = std::map<std::string, std::shared_ptr<NNLayerState>>;
@@ -60,6 +61,7 @@ class NNScorer : public FrameScorer {
   MinibatchPtr input_;
   MinibatchPtr output_;
   std::map<std::string, MinibatchPtr> layer_outputs_;
+  std::vector<MinibatchPtr*> handed_on_;  // layer outputs that are those of another layer too
   States layer_states_;
   LayerInputs layer_inputs_;  // of the layer that runs; kept for its memory
 };

@@ -11,7 +11,8 @@ class SMNNParameter : public NNParameter {
  public:
   explicit SMNNParameter(SMManager manager) : manager_(std::move(manager)) {}
 
-  /// Reads the binary form once and fills the segment.
+  /// Reads the binary form once and fills the segment. Where that fails, the segment holds what it held before, and
+  /// this network is good for nothing but to be destroyed.
   void load_binary_stream(std::istream& stream) override;
   void load_xml_stream(std::istream& stream) override;  ///< throws
   /// Makes the network of what another process has put into the segment.

@@ -16,10 +16,14 @@ namespace meridane {
 [[noreturn]] void raise_end_of_stream(std::istream& stream);
 
 void read_bytes(std::istream& stream, void* to, std::uint64_t count);
+void skip_bytes(std::istream& stream, std::uint64_t count);
 void write_bytes(std::ostream& stream, const void* from, std::uint64_t count);
 
-/// Fails as a read beyond the end would unless count things of that many bytes are left. A stream that can't tell its
-/// size (a pipe) is believed up to 256 MB.
+/// Bytes from here to the end; 256 MB for a stream that can't tell (a pipe). A device that never ends tells 0.
+std::uint64_t bytes_left(std::istream& stream);
+/// Throws, for a text that goes on behind the bytes that were left.
+[[noreturn]] void raise_endless();
+/// Fails as a read beyond the end would unless count things of that many bytes are left.
 void expect_left(std::istream& stream, std::uint64_t count, std::uint64_t bytes_each);
 
 template <class Number>

@@ -30,6 +30,9 @@ MatrixSize read_matrix_size(std::istream& stream, MatrixCoding coding);
 /// The next values of the matrix, `count` of them, row after row.
 void read_matrix_values(std::istream& stream, MatrixCoding coding, float* values, Eigen::Index count);
 
+/// Leaves the next values out.
+void skip_matrix_values(std::istream& stream, MatrixCoding coding, Eigen::Index count);
+
 void write_matrix_size(std::ostream& stream, MatrixSize size);
 void write_matrix_values(std::ostream& stream, MatrixCoding coding, const float* values, Eigen::Index count);
 
@@ -40,7 +43,8 @@ RowMatrix load_matrix_bin(std::istream& stream);
 void dump_matrix_bin(std::ostream& stream, const RowMatrix& matrix);
 
 /// Lines of numbers between tabs, blanks and commas; empty lines and those that begin with # don't count. "Column-size
-/// error" for a line of another length than the first, "Empty matrix (ncol == 0)" without any.
+/// error" for a line of another length than the first, "Empty matrix (ncol == 0)" without any, "The text has no end"
+/// for a device or a pipe that goes on and on.
 RowMatrix load_matrix_text(std::istream& stream);
 
 /// The matrix of an element: its text, or the file that its attribute `ref` names; attribute `type` says which form.

@@ -10,7 +10,8 @@ namespace meridane {
 std::string number_text(float value);
 std::string number_text(int value);
 
-/// Throws "Invalid number \"TEXT\"" for a text that isn't one number, whole.
+/// The nearest float, which of a number close to zero can be 0. Throws "Invalid number \"TEXT\"" for a text that isn't
+/// one number, whole, and for one too large for a float.
 float float_of(std::string_view text);
 /// The same for integers of 32 bits.
 int int_of(std::string_view text);

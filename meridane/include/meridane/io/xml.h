@@ -26,7 +26,7 @@ class XmlFile {
   /// An empty document with the declaration version="1.0".
   XmlFile();
   /// Reads the stream to its end and parses it; throws "Failed to parse xml" for what is no document, and for elements
-  /// that are nested deeper than 64.
+  /// that are nested deeper than 64; "The text has no end" for a device or a pipe that goes on and on.
   explicit XmlFile(std::istream& stream);
   XmlFile(XmlFile&&) noexcept;
   XmlFile& operator=(XmlFile&&) noexcept;

@@ -1,5 +1,6 @@
 #include "meridane/io/binary.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "meridane/error.h"
@@ -12,7 +13,8 @@ namespace {
 
 constexpr std::uint64_t kMostUnseenBytes = 256u << 20;
 
-/// Bytes from here to the end, as far as the stream can tell.
+}  // namespace
+
 std::uint64_t bytes_left(std::istream& stream) {
   std::streambuf& buffer = *stream.rdbuf();
   const std::streamoff here = buffer.pubseekoff(0, std::ios_base::cur, std::ios_base::in);
@@ -22,7 +24,7 @@ std::uint64_t bytes_left(std::istream& stream) {
   return end < here ? 0 : static_cast<std::uint64_t>(end - here);
 }
 
-}  // namespace
+void raise_endless() { raise("The text has no end"); }
 
 void raise_end_of_stream(std::istream& stream) {
   stream.setstate(std::ios_base::eofbit | std::ios_base::failbit);
@@ -32,6 +34,16 @@ void raise_end_of_stream(std::istream& stream) {
 void read_bytes(std::istream& stream, void* to, std::uint64_t count) {
   stream.read(static_cast<char*>(to), static_cast<std::streamsize>(count));
   if (!stream) raise_end_of_stream(stream);
+}
+
+void skip_bytes(std::istream& stream, std::uint64_t count) {
+  constexpr std::uint64_t kAtOnce = 1u << 30;
+  for (std::uint64_t left = count; left > 0;) {
+    const auto now = static_cast<std::streamsize>(std::min(left, kAtOnce));
+    stream.ignore(now);
+    if (stream.gcount() != now) raise_end_of_stream(stream);
+    left -= static_cast<std::uint64_t>(now);
+  }
 }
 
 void write_bytes(std::ostream& stream, const void* from, std::uint64_t count) {

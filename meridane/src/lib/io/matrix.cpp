@@ -34,6 +34,18 @@ std::size_t append_numbers(std::string_view line, std::vector<float>& values) {
   return count;
 }
 
+/// The next line, without its end; false behind the last one. `left` is how many characters there can be still.
+bool next_line(std::istream& stream, std::string& line, std::uint64_t& left) {
+  using Traits = std::istream::traits_type;
+  line.clear();
+  for (auto c = stream.rdbuf()->sbumpc(); c != Traits::eof(); c = stream.rdbuf()->sbumpc()) {
+    if (left-- == 0) raise_endless();
+    if (c == '\n') return true;
+    line += Traits::to_char_type(c);
+  }
+  return !line.empty();
+}
+
 }  // namespace
 
 MatrixSize read_matrix_size(std::istream& stream, MatrixCoding coding) {
@@ -58,6 +70,10 @@ void read_matrix_values(std::istream& stream, MatrixCoding coding, float* values
     values = std::transform(halves.begin(), halves.begin() + static_cast<std::ptrdiff_t>(now), values, half_to_float);
     left -= now;
   }
+}
+
+void skip_matrix_values(std::istream& stream, MatrixCoding coding, Eigen::Index count) {
+  skip_bytes(stream, static_cast<std::uint64_t>(count) * width(coding));
 }
 
 void write_matrix_size(std::ostream& stream, MatrixSize size) {
@@ -89,7 +105,8 @@ RowMatrix load_matrix_text(std::istream& stream) {
   std::vector<float> values;
   std::size_t rows = 0;
   std::size_t cols = 0;
-  for (std::string line; std::getline(stream, line);) {
+  std::uint64_t left = bytes_left(stream);
+  for (std::string line; next_line(stream, line, left);) {
     if (line.ends_with('\r')) line.pop_back();
     if (line.empty() || line.front() == '#') continue;
     const std::size_t count = append_numbers(line, values);

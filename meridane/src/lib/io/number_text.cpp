@@ -1,5 +1,6 @@
 #include "meridane/io/number_text.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -14,6 +15,20 @@ std::string shortest(Number value) {
   return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
 }
 
+/// Whether a number beyond the range of a float is too small for it, not too large: by the place of its first digit and
+/// its exponent.
+bool is_tiny(std::string_view text) {
+  const std::size_t mantissa = std::min(text.find_first_of("eE"), text.size());
+  const std::size_t point = std::min(text.find('.'), mantissa);
+  const auto places = static_cast<std::int64_t>(point) - static_cast<std::int64_t>(text.find_first_of("123456789"));
+  if (mantissa == text.size()) return places < 0;
+  const std::string_view digits = text.substr(mantissa + (text.substr(mantissa + 1).starts_with('+') ? 2 : 1));
+  std::int64_t exponent = 0;
+  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), exponent);
+  if (result.ec != std::errc()) return digits.starts_with('-');
+  return exponent < -places;
+}
+
 template <class Number>
 Number number_of(std::string_view text) {
   const bool plus = text.starts_with('+') && !text.starts_with("+-");
@@ -21,8 +36,11 @@ Number number_of(std::string_view text) {
   const char* const end = text.data() + text.size();
   Number value{};
   const auto result = std::from_chars(first, end, value);
-  // A number too close to zero, or too large, has all its digits read too: it is still refused.
-  if (result.ec != std::errc() || result.ptr != end) raise("Invalid number \"%s\"", std::string(text).c_str());
+  const bool is_number = result.ptr == end;  // all its digits are read where it's out of range too
+  if constexpr (std::is_floating_point_v<Number>) {
+    if (is_number && result.ec == std::errc::result_out_of_range && is_tiny(text)) return text[0] == '-' ? -0.0f : 0.0f;
+  }
+  if (!is_number || result.ec != std::errc()) raise("Invalid number \"%s\"", std::string(text).c_str());
   return value;
 }
 

@@ -6,6 +6,7 @@
 
 #include "lib/io/xml_depth.h"
 #include "meridane/error.h"
+#include "meridane/io/binary.h"
 
 // The printer uses these before it declares them.
 namespace rapidxml::internal {
@@ -40,6 +41,23 @@ const char* copy_into(XmlDocument& document, std::string_view text) {
   return document.allocate_string(text.data(), text.size());
 }
 
+std::vector<char> text_of(std::istream& stream) {
+  constexpr std::size_t kAtOnce = 1u << 16;
+  constexpr std::uint64_t kMostReserved = 1u << 30;
+  std::uint64_t left = bytes_left(stream);
+  std::vector<char> text;
+  if (left < kMostReserved) text.reserve(static_cast<std::size_t>(left) + kAtOnce);
+  for (std::size_t size = 0;;) {
+    text.resize(size + kAtOnce);
+    const auto now = static_cast<std::size_t>(stream.rdbuf()->sgetn(text.data() + size, kAtOnce));
+    size += now;
+    text.resize(size);
+    if (now > left) raise_endless();
+    left -= now;
+    if (now == 0) return text;
+  }
+}
+
 }  // namespace
 
 XmlFile::XmlFile() : document_(std::make_unique<XmlDocument>()) {
@@ -48,8 +66,7 @@ XmlFile::XmlFile() : document_(std::make_unique<XmlDocument>()) {
   append_attribute(*declaration, *document_, "version", "1.0");
 }
 
-XmlFile::XmlFile(std::istream& stream)
-    : text_(std::istreambuf_iterator<char>(stream), {}), document_(std::make_unique<XmlDocument>()) {
+XmlFile::XmlFile(std::istream& stream) : text_(text_of(stream)), document_(std::make_unique<XmlDocument>()) {
   if (xml_depth({text_.data(), text_.size()}) > kDeepestElement) raise("Failed to parse xml");
   text_.push_back('\0');
   try {

@@ -39,13 +39,13 @@ PackedCodes::PackedCodes(const std::uint8_t* codes, std::size_t lines, std::size
                          const CodeKernels& kernels)
     : kernels_(&kernels), lines_(lines), line_codes_(line_codes) {
   assert(runs_here(kernels));
-  assert(lines % 4 == 0 && line_codes % 16 == 0);
+  assert(line_codes % 16 == 0);
   const PanelShape panels = shape(lines, line_codes, kernels);
-  const std::size_t padded_lines = panels.padded_rows(), size = padded_lines * (panels.columns + 1);
+  const std::size_t sums = lines * panels.columns, size = std::max(sums + lines, panels.readable_size());
   const std::shared_ptr<std::int32_t> packed(new (kAlignment) std::int32_t[size](),
                                              [](std::int32_t* words) { operator delete[](words, kAlignment); });
   // 128 sum of W(i, k) makes up for what the signed bytes of the frames lack.
-  std::int32_t* start = packed.get() + padded_lines * panels.columns;
+  std::int32_t* start = packed.get() + sums;
   for (std::size_t i = 0; i < lines; ++i) {
     const std::uint8_t* line = codes + i * line_codes;
     for (std::size_t k = 0; k < panels.columns; ++k) {
@@ -86,7 +86,7 @@ void PackedCodes::multiply(const std::uint8_t* x, std::size_t frames, std::int32
                           .x = factors,
                           .x_stride = x_stride,
                           .frames = count,
-                          .start = b == 0 ? packed_.get() + panels.padded_rows() * panels.columns : sums,
+                          .start = b == 0 ? packed_.get() + lines_ * panels.columns : sums,
                           .start_stride = b == 0 ? 0 : lines_,
                           .y = sums,
                           .y_stride = lines_});

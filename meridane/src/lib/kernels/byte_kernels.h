@@ -39,7 +39,7 @@ void restore_products(const std::int32_t* d, const LineCodes& frame, const Weigh
 class PackedCodes {
  public:
   PackedCodes() = default;
-  /// codes: lines x line_codes, line after line; lines a multiple of 4, line_codes of 16.
+  /// codes: lines x line_codes, line after line; line_codes is a multiple of 16.
   PackedCodes(const std::uint8_t* codes, std::size_t lines, std::size_t line_codes);
   /// For kernels other than the best of this machine.
   PackedCodes(const std::uint8_t* codes, std::size_t lines, std::size_t line_codes, const CodeKernels& kernels);

@@ -24,7 +24,7 @@ bool runs_here(const CodeKernels& kernels) {
 
 const CodeKernels& best_code_kernels() {
   static const CodeKernels& best = []() -> const CodeKernels& {
-    const CodeKernels* last = &kSse2CodeKernels;
+    const CodeKernels* last = &kPortableCodeKernels;
     for (const CodeKernels* kernels : kAllCodeKernels) {
       if (runs_here(*kernels)) last = kernels;
     }

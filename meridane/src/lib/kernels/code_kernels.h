@@ -27,12 +27,13 @@ struct CodeKernels {
 };
 
 // The best that runs here is the last.
+extern const CodeKernels kPortableCodeKernels;
 extern const CodeKernels kSse2CodeKernels;
 extern const CodeKernels kAvx2CodeKernels;
 extern const CodeKernels kAvxVnniCodeKernels;     ///< AVX2 with dot products of bytes
 extern const CodeKernels kAvx512VnniCodeKernels;  ///< F, VL, DQ, BW and VNNI
-inline constexpr const CodeKernels* kAllCodeKernels[] = {&kSse2CodeKernels, &kAvx2CodeKernels, &kAvxVnniCodeKernels,
-                                                         &kAvx512VnniCodeKernels};
+inline constexpr const CodeKernels* kAllCodeKernels[] = {&kPortableCodeKernels, &kSse2CodeKernels, &kAvx2CodeKernels,
+                                                         &kAvxVnniCodeKernels, &kAvx512VnniCodeKernels};
 
 bool runs_here(const CodeKernels& kernels);
 /// The last of kAllCodeKernels that runs here; found out once.

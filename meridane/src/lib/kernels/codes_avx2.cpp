@@ -2,6 +2,6 @@
 
 namespace meridane {
 
-constinit const CodeKernels kAvx2CodeKernels = code_kernels_of<Avx2Machine, Avx2Dot>("AVX2");
+constinit const CodeKernels kAvx2CodeKernels = code_kernels_of<Avx2Machine, PanelProduct<Avx2Dot>>("AVX2");
 
 }  // namespace meridane

@@ -33,6 +33,7 @@ struct Avx512VnniDot {
 
 }  // namespace
 
-constinit const CodeKernels kAvx512VnniCodeKernels = code_kernels_of<Avx512Machine, Avx512VnniDot>("AVX-512 VNNI");
+constinit const CodeKernels kAvx512VnniCodeKernels =
+    code_kernels_of<Avx512Machine, PanelProduct<Avx512VnniDot>>("AVX-512 VNNI");
 
 }  // namespace meridane

@@ -21,6 +21,6 @@ struct AvxVnniDot {
 
 }  // namespace
 
-constinit const CodeKernels kAvxVnniCodeKernels = code_kernels_of<Avx2Machine, AvxVnniDot>("AVX-VNNI");
+constinit const CodeKernels kAvxVnniCodeKernels = code_kernels_of<Avx2Machine, PanelProduct<AvxVnniDot>>("AVX-VNNI");
 
 }  // namespace meridane

@@ -2,6 +2,6 @@
 
 namespace meridane {
 
-constinit const CodeKernels kSse2CodeKernels = code_kernels_of<Sse2Machine, Sse2Dot>("SSE2");
+constinit const CodeKernels kSse2CodeKernels = code_kernels_of<Sse2Machine, PanelProduct<Sse2Dot>>("SSE2");
 
 }  // namespace meridane

@@ -4,6 +4,7 @@
 // a vector of their own, so that a result doesn't depend on its place.
 
 #include "lib/kernels/exponential.h"
+#include "lib/kernels/tangent.h"
 #include "lib/kernels/vector_lanes.h"
 
 namespace meridane {
@@ -20,9 +21,8 @@ class ElementLoops {
   }
 
   static void hyperbolic_tangent(const float* x, std::size_t count, float slope, float bias, float* y) {
-    const float slope_2 = 2 * slope, bias_2 = 2 * bias;
     map(
-        count, y, [=](V v) { return tangent_of_half(slope_2 * v - bias_2); }, x);
+        count, y, [=](V v) { return tangent<L>(slope * v - bias); }, x);
   }
 
   static void swish(const float* x, std::size_t count, float slope, float bias, float* y) {
@@ -63,17 +63,40 @@ class ElementLoops {
                         float* y) {
     if (count == 0) return;
     // Relative to the first value, so that equal values have exactly that mean.
-    const float first = x[0], parts = 1.0f / static_cast<float>(count);
-    const float mean = first + sum(x, count, first, [=](V v) { return v - first; }) * parts;
-    const float variance = sum(x, count, mean, [=](V v) { return (v - mean) * (v - mean); }) * parts;
-    const float inverse = 1.0f / __builtin_sqrtf(variance + eps);
-    map(
-        count, y, [=](V v, V w, V b) { return (v - mean) * inverse * w + b; }, x, weight, bias);
+    const float parts = 1.0f / static_cast<float>(count);
+    const float mean = x[0] + sum_from(x, count, x[0]) * parts;
+    const float variance = squares_from(x, count, mean) * parts;
+    normalise_by(x, count, mean, 1.0f / __builtin_sqrtf(variance + eps), weight, bias, y);
   }
 
-  static void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y) {
+  static void normalise_by(const float* x, std::size_t count, float mean, float scale, const float* weight,
+                           const float* bias, float* y) {
     map(
-        count, y, [](V v, V s, V b) { return v * s + b; }, x, scale, shift);
+        count, y, [=](V v, V w, V b) { return (v - mean) * scale * w + b; }, x, weight, bias);
+  }
+
+  static float sum_from(const float* x, std::size_t count, float start) {
+    return sum(x, count, start, [=](V v) { return v - start; });
+  }
+
+  static float squares_from(const float* x, std::size_t count, float start) {
+    return sum(x, count, start, [=](V v) { return (v - start) * (v - start); });
+  }
+
+  static void standardise(const float* x, std::size_t count, const float* mean, const float* scale, const float* shift,
+                          float* y) {
+    map(
+        count, y, [](V v, V m, V s, V b) { return (v - m) * s + b; }, x, mean, scale, shift);
+  }
+
+  static void add(const float* x, std::size_t count, const float* bias, float* y) {
+    map(
+        count, y, [](V v, V b) { return v + b; }, x, bias);
+  }
+
+  static void scale(const float* x, std::size_t count, const float* factor, float* y) {
+    map(
+        count, y, [](V v, V s) { return v * s; }, x, factor);
   }
 
   static void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
@@ -86,9 +109,9 @@ class ElementLoops {
     }
     const std::size_t rest = count - i;
     if (rest == 0) return;
-    V sum = load_first(bias + i, rest, 0.0f);
+    V sum = load_first<L>(bias + i, rest, 0.0f);
     for (std::size_t k = 0; k < taps; ++k) {
-      sum += load_first(weight + k * count + i, rest, 0.0f) * load_first(x + k * distance + i, rest, 0.0f);
+      sum += load_first<L>(weight + k * count + i, rest, 0.0f) * load_first<L>(x + k * distance + i, rest, 0.0f);
     }
     store_first(y + i, rest, sum);
   }
@@ -99,30 +122,19 @@ class ElementLoops {
     for (; k + L <= count; k += L) {
       const V cell = next_cell(load<L>(g + k), load<L>(i + k), load<L>(f + k), load<L>(c + k));
       store<L>(c + k, cell);
-      store<L>(h + k, sigmoid(load<L>(o + k)) * tangent_of_half(2.0f * cell));
+      store<L>(h + k, sigmoid(load<L>(o + k)) * tangent<L>(cell));
     }
     if (k == count) return;
-    const auto last = [rest = count - k, k](const float* from) { return load_first(from + k, rest, 0.0f); };
+    const auto last = [rest = count - k, k](const float* from) { return load_first<L>(from + k, rest, 0.0f); };
     const V cell = next_cell(last(g), last(i), last(f), last(c));
     store_first(c + k, count - k, cell);
-    store_first(h + k, count - k, sigmoid(last(o)) * tangent_of_half(2.0f * cell));
+    store_first(h + k, count - k, sigmoid(last(o)) * tangent<L>(cell));
   }
 
  private:
-  static MERIDANE_INLINE V next_cell(V g, V i, V f, V c) {
-    return tangent_of_half(2.0f * g) * sigmoid(i) + sigmoid(f) * c;
-  }
+  static MERIDANE_INLINE V next_cell(V g, V i, V f, V c) { return tangent<L>(g) * sigmoid(i) + sigmoid(f) * c; }
 
   static MERIDANE_INLINE V sigmoid(V v) { return 1.0f / (1.0f + exponential<L>(-v)); }
-
-  // tanh(t / 2) = sign t e / (e + 2) with e = exp(|t|) - 1; 1 from |t| = 20 on
-  static MERIDANE_INLINE V tangent_of_half(V t) {
-    using Bits = Vector<std::uint32_t, L>;
-    const Bits bits = reinterpret_cast<Bits>(t);
-    const V magnitude = reinterpret_cast<V>(bits & 0x7fffffffu), most = broadcast<L>(20.0f);
-    const V e = exponential_minus_1<L>(most < magnitude ? most : magnitude);
-    return reinterpret_cast<V>(reinterpret_cast<Bits>(e / (e + 2.0f)) | (bits & 0x80000000u));
-  }
 
   // y[k] = f(x[k] ...)
   template <class Function, class... Arrays>
@@ -130,7 +142,7 @@ class ElementLoops {
     std::size_t k = 0;
 #pragma GCC unroll 4
     for (; k + L <= count; k += L) store<L>(y + k, f(load<L>(x + k)...));
-    if (k < count) store_first(y + k, count - k, f(load_first(x + k, count - k, 0.0f)...));
+    if (k < count) store_first(y + k, count - k, f(load_first<L>(x + k, count - k, 0.0f)...));
   }
 
   // f(fill) is 0.
@@ -143,7 +155,7 @@ class ElementLoops {
       for (std::size_t i = 0; i < 4; ++i) parts[i] += f(load<L>(x + k + i * L));
     }
     for (; k + L <= count; k += L) parts[0] += f(load<L>(x + k));
-    if (k < count) parts[1] += f(load_first(x + k, count - k, fill));
+    if (k < count) parts[1] += f(load_first<L>(x + k, count - k, fill));
     return fold((parts[0] + parts[1]) + (parts[2] + parts[3]), [](auto a, auto b) { return a + b; });
   }
 
@@ -153,14 +165,8 @@ class ElementLoops {
     std::size_t k = 0;
     const auto take = [&most](V v) { most = v > most ? v : most; };
     for (; k + L <= count; k += L) take(load<L>(x + k));
-    if (k < count) take(load_first(x + k, count - k, -kInfinity));
+    if (k < count) take(load_first<L>(x + k, count - k, -kInfinity));
     return fold(most, [](auto a, auto b) { return a > b ? a : b; });
-  }
-
-  static MERIDANE_INLINE V load_first(const float* from, std::size_t count, float fill) {
-    V v = broadcast<L>(fill);
-    for (std::size_t i = 0; i < count; ++i) v[i] = from[i];
-    return v;
   }
 
   static MERIDANE_INLINE void store_first(float* to, std::size_t count, V v) {

@@ -35,14 +35,33 @@ void normalise(const float* x, std::size_t count, const float* weight, const flo
   best_kernels().normalise(x, count, weight, bias, eps, y);
 }
 
-void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y) {
-  best_kernels().scale_and_shift(x, count, scale, shift, y);
+void normalise_by(const float* x, std::size_t count, float mean, float scale, const float* weight, const float* bias,
+                  float* y) {
+  best_kernels().normalise_by(x, count, mean, scale, weight, bias, y);
+}
+
+float sum_from(const float* x, std::size_t count, float start) { return best_kernels().sum_from(x, count, start); }
+
+float squares_from(const float* x, std::size_t count, float start) {
+  return best_kernels().squares_from(x, count, start);
+}
+
+void standardise(const float* x, std::size_t count, const float* mean, const float* scale, const float* shift,
+                 float* y) {
+  best_kernels().standardise(x, count, mean, scale, shift, y);
+}
+
+void add(const float* x, std::size_t count, const float* bias, float* y) { best_kernels().add(x, count, bias, y); }
+
+void scale(const float* x, std::size_t count, const float* factor, float* y) {
+  best_kernels().scale(x, count, factor, y);
 }
 
 void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
              const float* bias, float* y) {
   best_kernels().tap_sum(x, count, taps, distance, weight, bias, y);
 }
+
 void lstm_cell(const float* z, std::size_t count, float* c, float* h) { best_kernels().lstm_cell(z, count, c, h); }
 
 }  // namespace meridane

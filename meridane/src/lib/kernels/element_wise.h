@@ -22,8 +22,20 @@ void leaky_rectifier(const float* x, std::size_t count, float a, float* y);
 void softmax(const float* x, std::size_t count, float temperature, float* y);
 /// y[i] = (x[i] - m) / sqrt(v + eps) weight[i] + bias[i] with the mean m and variance v (divided by count) of x
 void normalise(const float* x, std::size_t count, const float* weight, const float* bias, float eps, float* y);
-/// y[i] = x[i] scale[i] + shift[i]
-void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y);
+/// y[i] = (x[i] - mean) scale weight[i] + bias[i]
+void normalise_by(const float* x, std::size_t count, float mean, float scale, const float* weight, const float* bias,
+                  float* y);
+/// Sum of x[i] - start
+float sum_from(const float* x, std::size_t count, float start);
+/// Sum of (x[i] - start)^2
+float squares_from(const float* x, std::size_t count, float start);
+/// y[i] = (x[i] - mean[i]) scale[i] + shift[i]
+void standardise(const float* x, std::size_t count, const float* mean, const float* scale, const float* shift,
+                 float* y);
+/// y[i] = x[i] + bias[i]
+void add(const float* x, std::size_t count, const float* bias, float* y);
+/// y[i] = x[i] factor[i]
+void scale(const float* x, std::size_t count, const float* factor, float* y);
 /// y[i] = bias[i] + sum over k of weight[k count + i] x[k distance + i]; x has `taps` rows of that distance
 void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
              const float* bias, float* y);

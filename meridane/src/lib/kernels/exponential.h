@@ -12,50 +12,28 @@ namespace {
 
 inline constexpr float kInfinity = __builtin_inff();
 
-template <std::size_t L>
-struct ReducedExponent {
-  Vector<float, L> n, r;
-  Vector<std::uint32_t, L> n_in_exponent;  // n where the exponent of a float is, to be added
-
-  static MERIDANE_INLINE ReducedExponent of(Vector<float, L> x) {
-    constexpr float kLog2e = 0x1.715476p+0f;  // 1 / ln 2
-    constexpr float kLn2High = 0x1.63p-1f, kLn2Low = -0x1.bd0106p-13f;
-    constexpr float kToInteger = 0x1.8p+23f;  // the sum has no bits behind the point, and n in its lowest
-    const Vector<float, L> sum = x * kLog2e + kToInteger;
-    const Vector<float, L> n = sum - kToInteger;
-    const Vector<float, L> r = (x - n * kLn2High) - n * kLn2Low;
-    return {n, r, reinterpret_cast<Vector<std::uint32_t, L>>(sum) << 23};
-  }
-
-  // (exp(r) - 1 - r) / r^2
-  MERIDANE_INLINE Vector<float, L> rest() const {
-    Vector<float, L> p = r * (1.0f / 5040) + 1.0f / 720;
-    p = p * r + 1.0f / 120;
-    p = p * r + 1.0f / 24;
-    p = p * r + 1.0f / 6;
-    return p * r + 0.5f;
-  }
-};
-
 /// 0 where the result is below the normal numbers.
 template <std::size_t L>
 MERIDANE_INLINE Vector<float, L> exponential(Vector<float, L> x) {
+  using V = Vector<float, L>;
+  using Bits = Vector<std::uint32_t, L>;
   constexpr float kLeast = -0x1.5d589ep+6f, kMost = 0x1.62e42ep+6f;  // -126 ln 2, 128 ln 2 towards 0
-  const auto reduced = ReducedExponent<L>::of(x);
-  const Vector<float, L> p = reduced.r * (reduced.rest() * reduced.r + 1.0f) + 1.0f;
-  auto y = reinterpret_cast<Vector<float, L>>(reinterpret_cast<Vector<std::uint32_t, L>>(p) + reduced.n_in_exponent);
-  y = x < kLeast ? Vector<float, L>{} : y;
+  constexpr float kLog2e = 0x1.715476p+0f;                           // 1 / ln 2
+  constexpr float kLn2High = 0x1.63p-1f, kLn2Low = -0x1.bd0106p-13f;
+  constexpr float kToInteger = 0x1.8p+23f;  // the sum has no bits behind the point, and n in its lowest
+  const V sum = x * kLog2e + kToInteger;
+  const V n = sum - kToInteger;
+  const V r = (x - n * kLn2High) - n * kLn2Low;
+  V p = r * (1.0f / 5040) + 1.0f / 720;
+  p = p * r + 1.0f / 120;
+  p = p * r + 1.0f / 24;
+  p = p * r + 1.0f / 6;
+  p = p * r + 0.5f;
+  p = p * r + 1.0f;
+  p = p * r + 1.0f;
+  V y = reinterpret_cast<V>(reinterpret_cast<Bits>(p) + (reinterpret_cast<Bits>(sum) << 23));
+  y = x < kLeast ? V{} : y;
   return x <= kMost ? y : x + kInfinity;
-}
-
-/// exp(x) - 1 for x = 0 to 80, to the last digits near 0 too.
-template <std::size_t L>
-MERIDANE_INLINE Vector<float, L> exponential_minus_1(Vector<float, L> x) {
-  const auto reduced = ReducedExponent<L>::of(x);
-  const Vector<float, L> p = reduced.r * reduced.r * reduced.rest() + reduced.r;
-  const Vector<std::uint32_t, L> one = reinterpret_cast<Vector<std::uint32_t, L>>(broadcast<L>(1.0f));
-  const auto power = reinterpret_cast<Vector<float, L>>(one + reduced.n_in_exponent);
-  return power * p + (power - 1.0f);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "lib/kernels/element_loops.h"
 #include "lib/kernels/kernels.h"
 #include "lib/kernels/panel_product.h"
+#include "lib/kernels/row_product.h"
 
 namespace meridane {
 namespace {
@@ -21,13 +22,14 @@ struct FloatProduct {
   static MERIDANE_INLINE Lanes multiply_add(Lanes sum, Lanes w, Lanes x) { return sum + w * x; }
 };
 
-template <std::size_t Lanes, std::size_t PanelVectors>
+template <std::size_t Lanes, std::size_t PanelVectors, std::size_t RowFrames>
 constexpr Kernels kernels_of(const char* name) {
   using Elements = ElementLoops<Lanes>;
   return {.name = name,
           .lanes = Lanes,
           .panel_height = Lanes * PanelVectors,
           .multiply = PanelProduct<FloatProduct<Lanes, PanelVectors>>::multiply,
+          .multiply_rows = RowProduct<Lanes, RowFrames>::multiply,
           .logistic = Elements::logistic,
           .hyperbolic_tangent = Elements::hyperbolic_tangent,
           .swish = Elements::swish,
@@ -35,7 +37,12 @@ constexpr Kernels kernels_of(const char* name) {
           .leaky_rectifier = Elements::leaky_rectifier,
           .softmax = Elements::softmax,
           .normalise = Elements::normalise,
-          .scale_and_shift = Elements::scale_and_shift,
+          .normalise_by = Elements::normalise_by,
+          .sum_from = Elements::sum_from,
+          .squares_from = Elements::squares_from,
+          .standardise = Elements::standardise,
+          .add = Elements::add,
+          .scale = Elements::scale,
           .tap_sum = Elements::tap_sum,
           .lstm_cell = Elements::lstm_cell};
 }

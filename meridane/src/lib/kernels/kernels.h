@@ -14,6 +14,8 @@ struct Kernels {
   std::size_t panel_height;  ///< rows
   /// x has one number per column of w.
   void (*multiply)(const Product<float>& product);
+  /// The same with w row after row. Its sums are taken in another order, which is the same for each number of frames.
+  void (*multiply_rows)(const Product<float>& product);
 
   // As element_wise.h states them.
   void (*logistic)(const float* x, std::size_t count, float slope, float bias, float* y);
@@ -23,7 +25,14 @@ struct Kernels {
   void (*leaky_rectifier)(const float* x, std::size_t count, float a, float* y);
   void (*softmax)(const float* x, std::size_t count, float temperature, float* y);
   void (*normalise)(const float* x, std::size_t count, const float* weight, const float* bias, float eps, float* y);
-  void (*scale_and_shift)(const float* x, std::size_t count, const float* scale, const float* shift, float* y);
+  void (*normalise_by)(const float* x, std::size_t count, float mean, float scale, const float* weight,
+                       const float* bias, float* y);
+  float (*sum_from)(const float* x, std::size_t count, float start);
+  float (*squares_from)(const float* x, std::size_t count, float start);
+  void (*standardise)(const float* x, std::size_t count, const float* mean, const float* scale, const float* shift,
+                      float* y);
+  void (*add)(const float* x, std::size_t count, const float* bias, float* y);
+  void (*scale)(const float* x, std::size_t count, const float* factor, float* y);
   void (*tap_sum)(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
                   const float* bias, float* y);
   void (*lstm_cell)(const float* z, std::size_t count, float* c, float* h);

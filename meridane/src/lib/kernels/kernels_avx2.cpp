@@ -2,6 +2,6 @@
 
 namespace meridane {
 
-constinit const Kernels kAvx2Kernels = kernels_of<8, 2>("AVX2");
+constinit const Kernels kAvx2Kernels = kernels_of<8, 2, 2>("AVX2");
 
 }  // namespace meridane

@@ -2,6 +2,6 @@
 
 namespace meridane {
 
-constinit const Kernels kAvx512Kernels = kernels_of<16, 4>("AVX-512");
+constinit const Kernels kAvx512Kernels = kernels_of<16, 4, 6>("AVX-512");
 
 }  // namespace meridane

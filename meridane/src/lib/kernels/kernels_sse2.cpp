@@ -2,6 +2,6 @@
 
 namespace meridane {
 
-constinit const Kernels kSse2Kernels = kernels_of<4, 2>("SSE2");
+constinit const Kernels kSse2Kernels = kernels_of<4, 2, 2>("SSE2");
 
 }  // namespace meridane

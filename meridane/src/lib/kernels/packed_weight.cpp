@@ -1,12 +1,11 @@
 #include "lib/kernels/packed_weight.h"
 
-#include <algorithm>
 #include <cassert>
 #include <limits>
 #include <utility>
-#include <vector>
 
 #include "lib/kernels/kernels.h"
+#include "lib/kernels/strips.h"
 
 namespace meridane {
 namespace {
@@ -20,21 +19,28 @@ PanelShape shape(std::size_t rows, std::size_t cols, const Kernels& kernels) {
 PackedWeight::PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::size_t cols)
     : PackedWeight(std::move(block), rows, cols, best_kernels()) {}
 
-PackedWeight::PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::size_t cols, const Kernels& kernels)
-    : kernels_(&kernels), block_(std::move(block)), rows_(rows), cols_(cols) {
+PackedWeight::PackedWeight(const Kernels& kernels, std::shared_ptr<float> packed, std::size_t rows, std::size_t cols)
+    : kernels_(&kernels), block_(std::move(packed)), rows_(rows), cols_(cols) {
   assert(runs_here(kernels));
   assert(rows == 0 || cols == 0 || (block_ && block_size(rows, cols, kernels) > 0));
-  const PanelShape panels = shape(rows, cols, kernels);
-  std::vector<float> lines(std::min(panels.height, rows) * cols);
-  // A panel takes no memory before its lines, so each can go where its lines were.
-  for (std::size_t first = 0; first < rows; first += panels.height) {
-    const std::size_t height = panels.height_at(first), real_height = std::min(height, rows - first);
-    float* panel = block_.get() + first * cols;
-    std::copy_n(panel, real_height * cols, lines.begin());
-    for (std::size_t k = 0; k < cols; ++k) {
-      for (std::size_t i = 0; i < height; ++i) *panel++ = i < real_height ? lines[i * cols + k] : 0.0f;
-    }
+}
+
+PackedWeight::PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::size_t cols, const Kernels& kernels)
+    : PackedWeight(kernels, std::move(block), rows, cols) {
+  // A panel takes the memory of its lines, so each can go where its lines were.
+  for (std::size_t first = 0; first < rows; first += kernels.panel_height) {
+    into_strips(block_.get() + first * cols, shape(rows, cols, kernels).height_at(first), cols, 1);
   }
+}
+
+PackedWeight PackedWeight::of_columns(std::shared_ptr<float> block, std::size_t rows, std::size_t cols) {
+  return of_columns(std::move(block), rows, cols, best_kernels());
+}
+
+PackedWeight PackedWeight::of_columns(std::shared_ptr<float> block, std::size_t rows, std::size_t cols,
+                                      const Kernels& kernels) {
+  into_strips(block.get(), cols, rows, kernels.panel_height);
+  return PackedWeight(kernels, std::move(block), rows, cols);
 }
 
 std::size_t PackedWeight::block_size(std::size_t rows, std::size_t cols) {
@@ -42,10 +48,8 @@ std::size_t PackedWeight::block_size(std::size_t rows, std::size_t cols) {
 }
 
 std::size_t PackedWeight::block_size(std::size_t rows, std::size_t cols, const Kernels& kernels) {
-  constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max() / sizeof(float);
-  if (rows > kMost - kernels.lanes) return 0;
-  const std::size_t padded_rows = shape(rows, cols, kernels).padded_rows();
-  return cols != 0 && padded_rows > kMost / cols ? 0 : padded_rows * cols;
+  const std::size_t most = std::numeric_limits<std::size_t>::max() / sizeof(float) - kernels.lanes;
+  return cols != 0 && rows > most / cols ? 0 : shape(rows, cols, kernels).readable_size();
 }
 
 void PackedWeight::row(std::size_t i, float* out) const {

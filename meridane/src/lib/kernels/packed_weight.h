@@ -13,15 +13,20 @@ class PackedWeight {
  public:
   PackedWeight() = default;  ///< 0 x 0
   /// Takes a row-major block of at least block_size(rows, cols) floats, of which the first rows x cols are the matrix,
-  /// and packs it in place (beside it only the memory of one panel is used, for a moment). Fastest where the block
-  /// begins at a multiple of 64 bytes.
+  /// and packs it in place (beside it only half a megabyte is used, for a moment). Those behind may be anything,
+  /// another matrix for one: they are read, but don't count. Fastest where the block begins at a multiple of 64 bytes.
   PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::size_t cols);
+  /// The same of a block that holds the matrix column after column.
+  static PackedWeight of_columns(std::shared_ptr<float> block, std::size_t rows, std::size_t cols);
 
-  /// Floats that a block must have for a matrix of this size; some more than rows x cols. 0 where that overflows.
+  /// Floats that a block must have for a matrix of this size: less than a vector more than rows x cols. 0 where that
+  /// overflows.
   static std::size_t block_size(std::size_t rows, std::size_t cols);
 
-  /// Both for kernels other than the best of this machine.
+  /// These for kernels other than the best of this machine.
   PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::size_t cols, const Kernels& kernels);
+  static PackedWeight of_columns(std::shared_ptr<float> block, std::size_t rows, std::size_t cols,
+                                 const Kernels& kernels);
   static std::size_t block_size(std::size_t rows, std::size_t cols, const Kernels& kernels);
 
   std::size_t rows() const { return rows_; }
@@ -41,6 +46,8 @@ class PackedWeight {
   void multiply_add(const float* x, std::size_t x_stride, std::size_t frames, float* y, std::size_t y_stride) const;
 
  private:
+  PackedWeight(const Kernels& kernels, std::shared_ptr<float> packed, std::size_t rows, std::size_t cols);
+
   const Kernels* kernels_ = nullptr;
   std::shared_ptr<float> block_;
   std::size_t rows_ = 0;

@@ -17,16 +17,17 @@ namespace {
 template <class Arithmetic>
 class PanelProduct {
   using Value = typename Arithmetic::Value;
-  static constexpr std::size_t kLanes = Arithmetic::kLanes, kVectors = Arithmetic::kPanelVectors,
-                               kParts = Arithmetic::kParts, kHeight = kLanes * kVectors;
+  static constexpr std::size_t kVectors = Arithmetic::kPanelVectors;
   static constexpr std::size_t kFrames = 6, kSums = 8;
   // Weights are fetched that far ahead: the machine itself looks no further than the end of a page.
   static constexpr std::size_t kLine = 64 / sizeof(Value), kAhead = 2048 / sizeof(Value);
   // What stays in the second-level cache: a block of a panel while the frames pass by, and the frames while all panels
   // pass by.
-  static constexpr std::size_t kDepthBlock = 131072 / (kHeight * sizeof(Value)), kFrameBlock = 96;
+  static constexpr std::size_t kBlockBytes = 131072, kFrameBlock = 96;
 
  public:
+  static constexpr std::size_t kLanes = Arithmetic::kLanes, kHeight = kLanes * kVectors, kParts = Arithmetic::kParts;
+
   static void multiply(const Product<Value>& product) {
     const std::size_t blocks = (product.frames + kFrameBlock - 1) / kFrameBlock;
     for (std::size_t b = 0, first = 0; b < blocks; ++b) {
@@ -44,7 +45,7 @@ class PanelProduct {
  private:
   struct Tile {
     const Value* w;
-    std::size_t panel_stride, depth;
+    std::size_t column_stride, panel_stride, depth;
     const Value* x;
     std::size_t x_stride;
     const Value* start;
@@ -65,7 +66,7 @@ class PanelProduct {
     }
     const Value* w = tile.w;
     const Value* x = tile.x;
-    const std::size_t panel_stride = tile.panel_stride, x_stride = tile.x_stride;
+    const std::size_t column_stride = tile.column_stride, panel_stride = tile.panel_stride, x_stride = tile.x_stride;
     for (std::size_t k = 0; k < tile.depth; ++k) {
       step<0>(w, panel_stride, x, x_stride, sum);
       if constexpr (kParts == 2) step<1>(w, panel_stride, x + 1, x_stride, sum);
@@ -76,7 +77,7 @@ class PanelProduct {
           __builtin_prefetch(w + p * panel_stride + i + kAhead);
         }
       }
-      w += Vectors * kLanes;
+      w += column_stride;
       x += kParts;
     }
     MERIDANE_UNROLL
@@ -146,9 +147,10 @@ class PanelProduct {
   static void multiply_panels(const Product<Value>& product, std::size_t row, std::size_t vectors, Run group) {
     static constexpr Value zeros[kHeight * kSums] = {};
     const std::size_t tiles = (product.frames + kFrames - 1) / kFrames;
-    const std::size_t depth_block = tiles > 1 ? kDepthBlock : product.end - product.begin;
+    const std::size_t depth_block = tiles > 1 ? kBlockBytes / (kHeight * sizeof(Value)) : product.end - product.begin;
     const std::size_t height = vectors * kLanes, real_height = product.rows - row;
     Tile tile{};
+    tile.column_stride = real_height < height ? real_height : height;
     tile.panel_stride = kHeight * product.columns;
     tile.x_stride = product.x_stride;
     const Value* start = product.start ? product.start + row : zeros;
@@ -156,7 +158,7 @@ class PanelProduct {
     std::size_t k = product.begin;
     do {
       tile.depth = product.end - k < depth_block ? product.end - k : depth_block;
-      tile.w = product.w + row * product.columns + k * height;
+      tile.w = product.w + row * product.columns + k * tile.column_stride;
       for (std::size_t i = 0, first = 0; i < tiles; ++i) {
         const std::size_t last = product.frames * (i + 1) / tiles, frames = last - first;
         tile.x = product.x + first * product.x_stride + (k - product.begin) * kParts;

@@ -4,14 +4,15 @@
 
 namespace meridane {
 
-/// How a matrix lies in memory as panels: runs of `height` rows, each column after column. The last panel is as high
-/// as its rows ask for, rounded up to whole vectors of `lanes` rows; the rows added are 0.
+/// How a matrix lies in memory as panels: runs of `height` rows, each column after column; the last panel is as high as
+/// the rows that are left. Readers take whole vectors of `lanes` values: what they read beyond a column of the last
+/// panel doesn't count, but must be there.
 struct PanelShape {
   std::size_t rows, columns, lanes, height;
 
-  std::size_t padded_rows() const { return (rows + lanes - 1) / lanes * lanes; }
+  std::size_t readable_size() const { return rows * columns + lanes - 1; }
   std::size_t height_at(std::size_t first_row) const {
-    const std::size_t left = padded_rows() - first_row;
+    const std::size_t left = rows - first_row;
     return left < height ? left : height;
   }
   /// Place of an element.

@@ -39,7 +39,7 @@ class Quantizing {
     }
     std::uint32_t sum = fold(sums, [](auto a, auto b) { return a + b; });
     if (k < count) {
-      const Words q = code(load_first(x + k, count - k));
+      const Words q = code(load_first<L>(x + k, count - k, x[k]));
       for (std::size_t i = 0; k < count; ++i, ++k) {
         codes[k] = static_cast<std::uint8_t>(q[i] & 0xffu);
         sum += codes[k];
@@ -72,7 +72,7 @@ class Quantizing {
       take(load<L>(x + k + L), 1);
     }
     for (; k + L <= count; k += L) take(load<L>(x + k), 0);
-    if (k < count) take(load_first(x + k, count - k), 1);
+    if (k < count) take(load_first<L>(x + k, count - k, x[k]), 1);
     if (fold(none, [](auto a, auto b) { return a | b; }) != 0) return {__builtin_nanf(""), __builtin_nanf("")};
     const V minimum = least[0] < least[1] ? least[0] : least[1], maximum = most[0] > most[1] ? most[0] : most[1];
     return {fold(minimum, [](auto a, auto b) { return a < b ? a : b; }),
@@ -84,13 +84,6 @@ class Quantizing {
   static MERIDANE_INLINE Ints rounded(V v) {
     constexpr std::uint32_t kBelowHalf = 0x3effffffu;
     return Machine::truncated(v + reinterpret_cast<V>((reinterpret_cast<Words>(v) & 0x80000000u) | kBelowHalf));
-  }
-
-  // Filled up with the first of them.
-  static MERIDANE_INLINE V load_first(const float* from, std::size_t count) {
-    V v = broadcast<L>(from[0]);
-    for (std::size_t i = 1; i < count; ++i) v[i] = from[i];
-    return v;
   }
 };
 

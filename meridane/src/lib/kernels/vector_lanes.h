@@ -38,6 +38,14 @@ MERIDANE_INLINE Vector<Value, Lanes> broadcast(Value value) {
   return value - Vector<Value, Lanes>{};
 }
 
+/// The first `count` from memory, the others as `fill`.
+template <std::size_t Lanes, class Value>
+MERIDANE_INLINE Vector<Value, Lanes> load_first(const Value* from, std::size_t count, Value fill) {
+  Vector<Value, Lanes> v = broadcast<Lanes>(fill);
+  for (std::size_t i = 0; i < count; ++i) v[i] = from[i];
+  return v;
+}
+
 template <std::size_t Offset, class AnyVector, std::size_t... Lane>
 MERIDANE_INLINE auto lanes_from(AnyVector v, std::index_sequence<Lane...>) {
   return __builtin_shufflevector(v, v, (Offset + Lane)...);

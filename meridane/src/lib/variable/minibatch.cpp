@@ -8,6 +8,9 @@
 namespace meridane::impl_host {
 namespace {
 
+constexpr std::uint64_t kMostRows = std::numeric_limits<std::int32_t>::max();
+constexpr std::uint64_t kMostValuesNotThere = 1u << 24;
+
 constexpr char kStaleShape[] = "Specified dimensionlity does not match the size of the given minibatch content";
 
 Eigen::Index index(std::uint64_t value) { return static_cast<Eigen::Index>(value); }
@@ -19,9 +22,13 @@ std::int32_t wrapped_product(const Minibatch::Shape& shape) {
   return static_cast<std::int32_t>(product);
 }
 
+/// Rows of a frame that memory is taken for: a shape that is right only modulo 2^32 is none.
 Eigen::Index product(const Minibatch::Shape& shape) {
   std::uint64_t rows = 1;
-  for (const std::uint64_t size : shape) rows *= size;
+  for (const std::uint64_t size : shape) {
+    if (size > kMostRows || rows * size > kMostRows) raise(kStaleShape);
+    rows *= size;
+  }
   return index(rows);
 }
 
@@ -87,8 +94,9 @@ std::shared_ptr<Minibatch> Minibatch::uninitialised(const Shape& shape, Eigen::I
 }
 
 void Minibatch::resize(const Shape& shape, Eigen::Index frames) {
+  const Eigen::Index rows = product(shape);
   shape_ = shape;
-  content_.resize(product(shape_), frames);
+  content_.resize(rows, frames);
 }
 
 void Minibatch::resize(Eigen::Index rows, Eigen::Index frames) {
@@ -121,14 +129,15 @@ std::shared_ptr<Minibatch> Minibatch::slice(std::uint64_t axis, std::uint64_t st
   if (start > shape_[axis]) raise("Invalid start is specified");
   if (end < start) raise("Invalid end is specified");
   if (shape_.size() > 1) raise("Not implemented");
+  if (end - start >= kMostRows) raise(kStaleShape);
   const std::uint64_t rows = end - start + 1;
-  if (rows > std::numeric_limits<std::int32_t>::max()) raise(kStaleShape);  // before there is memory for them
-  Matrix part(index(rows), content_.cols());
   const auto stored = static_cast<std::uint64_t>(content_.rows());  // may be less than the shape says
   const std::uint64_t first = std::min(start, stored);
-  const Eigen::Index there = index(std::min(rows, stored - first));
-  part.topRows(there) = content_.middleRows(index(first), there);
-  part.bottomRows(part.rows() - there).setZero();
+  const std::uint64_t there = std::min(rows, stored - first);
+  if (size() > 0 && rows - there > kMostValuesNotThere / size()) raise(kStaleShape);  // before there is memory for them
+  Matrix part(index(rows), content_.cols());
+  part.topRows(index(there)) = content_.middleRows(index(first), index(there));
+  part.bottomRows(index(rows - there)).setZero();
   return std::make_shared<Minibatch>(std::move(part), Shape{rows});
 }
 

@@ -1,6 +1,9 @@
 #include "meridane/quantized_matrix.h"
 
+#include <algorithm>
+#include <array>
 #include <limits>
+#include <vector>
 
 #include "lib/kernels/byte_kernels.h"
 #include "lib/variable/code_padding.h"
@@ -22,10 +25,14 @@ LineCodes quantized(const float* values, Eigen::Index count, Eigen::Index padded
   return quantize_line(values, static_cast<std::size_t>(count), static_cast<std::size_t>(padded), codes);
 }
 
-/// Memory of a thread for the quantized frames of a product and their integer result.
+/// Frames that are multiplied at once: whole tiles of the product, and few enough for what belongs to them to stay in a
+/// cache.
+constexpr std::size_t kBlock = 48;
+
+/// Memory of a thread for the quantized frames of a block and their integer product.
 struct Scratch {
   Codes codes;
-  std::vector<LineCodes> lines;
+  std::array<LineCodes, kBlock> lines;
   std::vector<std::int32_t> products;
 };
 
@@ -89,30 +96,31 @@ void QuantizedMatrix::pack() {
   for (Eigen::Index i = 0; i < size_major; ++i) {
     offsets_(i) = static_cast<std::int32_t>(bits(sumqp(i)) + bits(size_minor) * bits(rqpmin(i)));
   }
-  packed_ = std::make_shared<const PackedCodes>(quantized_param.data(), static_cast<std::size_t>(align_size_major),
+  packed_ = std::make_shared<const PackedCodes>(quantized_param.data(), static_cast<std::size_t>(size_major),
                                                 static_cast<std::size_t>(align_size_minor));
 }
 
 void QuantizedMatrix::multiply(const float* x, std::size_t x_stride, std::size_t frames, const float* bias, float* y,
                                std::size_t y_stride) const {
   if (packed_ == nullptr) raise<DimensionMismatchError>("A right operand can't stand on the left of a product");
-  const auto depth = static_cast<std::size_t>(align_size_minor);
-  const auto lines = static_cast<std::size_t>(align_size_major);
+  const auto depth = static_cast<std::size_t>(align_size_minor), lines = static_cast<std::size_t>(size_major);
+  const WeightLines weights{
+      .count = lines, .scales = qvector.data(), .zeros = rqpmin.data(), .offsets = offsets_.data()};
   thread_local Scratch scratch;
-  scratch.codes.resize(frames * depth);
-  scratch.lines.resize(frames);
-  scratch.products.resize(frames * lines);
-  for (std::size_t t = 0; t < frames; ++t) {
-    scratch.lines[t] = quantized(x + t * x_stride, size_minor, align_size_minor, scratch.codes.data() + t * depth);
-  }
-  packed_->multiply(scratch.codes.data(), frames, scratch.products.data());
-
-  const WeightLines weights{.count = static_cast<std::size_t>(size_major),
-                            .scales = qvector.data(),
-                            .zeros = rqpmin.data(),
-                            .offsets = offsets_.data()};
-  for (std::size_t t = 0; t < frames; ++t) {
-    restore_products(scratch.products.data() + t * lines, scratch.lines[t], weights, bias, y + t * y_stride);
+  scratch.codes.resize(std::min(frames, kBlock) * depth);
+  scratch.products.resize(std::min(frames, kBlock) * lines);
+  const std::size_t blocks = (frames + kBlock - 1) / kBlock;
+  for (std::size_t b = 0; b < blocks; ++b) {
+    const std::size_t first = frames * b / blocks, count = frames * (b + 1) / blocks - first;
+    for (std::size_t t = 0; t < count; ++t) {
+      scratch.lines[t] =
+          quantized(x + (first + t) * x_stride, size_minor, align_size_minor, scratch.codes.data() + t * depth);
+    }
+    packed_->multiply(scratch.codes.data(), count, scratch.products.data());
+    for (std::size_t t = 0; t < count; ++t) {
+      restore_products(scratch.products.data() + t * lines, scratch.lines[t], weights, bias,
+                       y + (first + t) * y_stride);
+    }
   }
 }
 

@@ -153,8 +153,9 @@ QuantizedMatrix QuantizedMatrix::load_binary(std::istream& stream) {
   matrix.size_minor = read_number<std::int32_t>(stream);
   matrix.align_size_major = read_number<std::int32_t>(stream);
   matrix.align_size_minor = read_number<std::int32_t>(stream);
-  if (!is_padded_size(matrix.size_major, matrix.align_size_major, kLineGroup) ||
-      !is_padded_size(matrix.size_minor, matrix.align_size_minor, kCodeGroup)) {
+  const bool left = is_padded_size(matrix.size_major, matrix.align_size_major, kLineGroup);
+  const bool right = is_padded_size(matrix.size_major, matrix.align_size_major, 1);
+  if (!(left || right) || !is_padded_size(matrix.size_minor, matrix.align_size_minor, kCodeGroup)) {
     raise_contradiction(kMatrix);
   }
   const auto rows = read_number<std::int64_t>(stream);
@@ -168,7 +169,7 @@ QuantizedMatrix QuantizedMatrix::load_binary(std::istream& stream) {
   matrix.quantized_param.resize(lines * codes);
   read_bytes(stream, matrix.quantized_param.data(), lines * codes);
   matrix.check();
-  matrix.pack();
+  if (left) matrix.pack();
   return matrix;
 }
 
@@ -195,8 +196,9 @@ QuantizedMatrix QuantizedMatrix::load_xml(const XmlElement& element) {
   const std::string scales = child_text(element, "qvector", kMatrix);
   const std::string zeros = child_text(element, "rqpmin", kMatrix);
   const std::string codes = child_text(element, "quantized_param", kMatrix);
-  if (!is_padded_size(matrix.size_major, matrix.align_size_major, kLineGroup) ||
-      !is_padded_size(matrix.size_minor, matrix.align_size_minor, kCodeGroup)) {
+  const bool left = is_padded_size(matrix.size_major, matrix.align_size_major, kLineGroup);
+  const bool right = is_padded_size(matrix.size_major, matrix.align_size_major, 1);
+  if (!(left || right) || !is_padded_size(matrix.size_minor, matrix.align_size_minor, kCodeGroup)) {
     raise_contradiction(kMatrix);
   }
   matrix.qvector = values_of<Vector>(scales, matrix.size_major, kMatrix, float_of);
@@ -212,7 +214,7 @@ QuantizedMatrix QuantizedMatrix::load_xml(const XmlElement& element) {
     }
   }
   matrix.check();
-  matrix.pack();
+  if (left) matrix.pack();
   return matrix;
 }
 

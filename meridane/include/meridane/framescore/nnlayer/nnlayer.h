@@ -56,8 +56,8 @@ struct LayerSize {
   std::uint64_t multiply_adds = 0;  ///< for one frame of output, as far as weights are concerned
 };
 
-/// A node of a network. After loading it never changes and may serve any number of streams on any threads: what
-/// streams lives in the state.
+/// A node of a network. After loading it never changes, but for set_bias(), and may serve any number of streams on any
+/// threads: what streams lives in the state.
 class NNLayer : public BinaryStreamableImpl<NNLayer>, public XmlStorableImpl<NNLayer> {
  public:
   NNLayer(std::string id, std::string type) : id_(std::move(id)), type_(std::move(type)) {}
@@ -80,6 +80,9 @@ class NNLayer : public BinaryStreamableImpl<NNLayer>, public XmlStorableImpl<NNL
   virtual void update();
   /// Whether the layer changes the number of frames.
   virtual bool is_variable_length() const { return false; }
+  /// The one change to a loaded layer, for layers with a bias. Not while a scorer runs, on any thread: the layer reads
+  /// its bias without a lock. One in shared memory is changed for all processes that are attached to it, so none of
+  /// them may run the layer meanwhile.
   virtual void set_bias(const Vector& bias);
 
   virtual LayerSize size() const { return {}; }

@@ -25,6 +25,8 @@ bool is_xml(const std::string& mime) { return mime.substr(0, mime.find(';')) == 
 
 }  // namespace
 
+void ensure_parameter_table() {}
+
 void NNParameter::load(std::istream& stream, const std::string& mime) {
   if (is_xml(mime)) {
     load_xml_stream(stream);

@@ -28,15 +28,13 @@ std::ifstream open_layer_file(const std::string& path, std::ios_base::openmode h
 
 // Order and texts of the checks are part of the format.
 
-std::string start_of(const XmlElement& link) {
-  std::string from = fetch_attribute(link, "from_id");
+const std::string& checked_start(const std::string& from) {
   if (from.empty()) raise("attribute \"from_id\" is empty");
   if (from == "_output") raise("couldn't set \"_output\" to attribute \"from_id\"");
   return from;
 }
 
-std::string end_of(const XmlElement& link) {
-  std::string to = fetch_attribute(link, "to_id");
+const std::string& checked_end(const std::string& to) {
   if (to.empty()) raise("attribute \"to_id\" is empty");
   if (to == "_input") raise("couldn't set \"_input\" to attribute \"to_id\"");
   return to;
@@ -81,13 +79,14 @@ void XmlStoreTraits<NNParameter>::load(NNParameter& parameter, const XmlFile& fi
   }
   const XmlElement& links = expect_child(*root, "links");
   for (const XmlElement* link = &expect_child(links, "link"); link != nullptr; link = next_of_name(*link)) {
-    std::string from = start_of(*link);
-    parameter.add_link(std::move(from), end_of(*link));
+    std::string from = checked_start(fetch_attribute(*link, "from_id"));
+    parameter.add_link(std::move(from), checked_end(fetch_attribute(*link, "to_id")));
   }
   parameter.fix();
 }
 
 void XmlStoreTraits<NNParameter>::dump(const NNParameter& parameter, XmlFile& file) {
+  if (parameter.layers().empty()) raise("A document can't hold a network without layers");
   XmlDocument& document = file.document();
   XmlElement& root = append_element(document, document, "NN");
   append_attribute(root, document, "magic", kNNMagic);
@@ -98,8 +97,8 @@ void XmlStoreTraits<NNParameter>::dump(const NNParameter& parameter, XmlFile& fi
   XmlElement& links = append_element(root, document, "links");
   for (const auto& [from, to] : parameter.links()) {
     XmlElement& link = append_element(links, document, "link");
-    append_attribute(link, document, "from_id", from);
-    append_attribute(link, document, "to_id", to);
+    append_attribute(link, document, "from_id", checked_start(from));
+    append_attribute(link, document, "to_id", checked_end(to));
   }
 }
 

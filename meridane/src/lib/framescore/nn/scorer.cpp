@@ -36,6 +36,10 @@ MinibatchPtr stretched(const Minibatch& source, std::uint64_t frames, std::uint6
   return result;
 }
 
+bool is_among(const std::vector<MinibatchPtr>& streams, const MinibatchPtr& result) {
+  return std::find(streams.begin(), streams.end(), result) != streams.end();
+}
+
 }  // namespace
 
 NNScorer::NNScorer(const NNParameter& parameter) : parameter_(&parameter) {
@@ -88,6 +92,8 @@ MinibatchPtr NNScorer::get_layer_output(const std::string& id) const {
 
 void NNScorer::execute() {
   executed_ = false;
+  for (MinibatchPtr* const slot : handed_on_) slot->reset();
+  handed_on_.clear();
   MinibatchPtr spare = take_spare(output_);  // a stretched one: any other is held by its layer's slot, too
   const MinibatchPtr input = step_input();
   const MinibatchPtr fed = skipped(input);
@@ -113,6 +119,9 @@ void NNScorer::run_layer(const NNLayer& layer, const MinibatchPtr& input, std::u
   layer_inputs_.set_spare(take_spare(slot));
   layer_inputs_.set_last(input_ == nullptr);  // a step without input; only some scorers make one
   slot = layer.forward(layer_inputs_, layer_states_[layer.id()]);
+  if (&layer != parameter_->forward_path().front().get() && is_among(layer_inputs_.streams(), slot)) {
+    handed_on_.push_back(&slot);
+  }
   layer_inputs_.clear();
   check_result(layer, *slot, expected);
 }

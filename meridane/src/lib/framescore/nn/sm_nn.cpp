@@ -23,6 +23,7 @@ std::shared_ptr<NNLayer> SMNNParameter::build_layer(const std::string& type, con
 }
 
 void SMNNParameter::load_binary_stream(std::istream& stream) {
+  SMManager::Construction construction(manager_);
   NNParameter::load_binary_stream(stream);
   manager_.construct<std::uint64_t>("ninput", ninput());
   manager_.construct<std::uint64_t>("noutput", noutput());
@@ -33,6 +34,7 @@ void SMNNParameter::load_binary_stream(std::istream& stream) {
     own.construct_text("from", links()[i].first);
     own.construct_text("to", links()[i].second);
   }
+  construction.keep();
 }
 
 void SMNNParameter::load_xml_stream(std::istream&) { raise("NOT IMPLEMENTED"); }

@@ -26,9 +26,8 @@ MinibatchPtr BatchNormLayer::forward(const LayerInputs& inputs) const {
   expect_rows(x, scale_.size());
   MinibatchPtr y = inputs.result(x.shape(), x.content().cols());
   for (Eigen::Index t = 0; t < x.content().cols(); ++t) {
-    auto column = y->content().col(t);
-    column = x.content().col(t) - mean_.map();  // first of all: a mean may be large beside what is left
-    scale_and_shift(column.data(), static_cast<std::size_t>(scale_.size()), scale_.data(), bias_.data(), column.data());
+    standardise(x.content().col(t).data(), static_cast<std::size_t>(scale_.size()), mean_.data(), scale_.data(),
+                bias_.data(), y->content().col(t).data());
   }
   return y;
 }

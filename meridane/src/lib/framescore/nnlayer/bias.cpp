@@ -1,5 +1,7 @@
 #include "lib/framescore/nnlayer/bias.h"
 
+#include "lib/kernels/element_wise.h"
+
 namespace meridane {
 
 void BiasLayer::parameters(ParameterVisitor& visitor) { visitor.vector("bias", bias_); }
@@ -15,7 +17,9 @@ MinibatchPtr BiasLayer::forward(const LayerInputs& inputs) const {
   const Minibatch& x = *only_input(inputs);
   expect_rows(x, bias_.size());
   MinibatchPtr y = inputs.result(x.shape(), x.content().cols());
-  if (x.size() > 0) y->content() = x.content().colwise() + bias_.map();
+  for (Eigen::Index t = 0; t < x.content().cols(); ++t) {
+    add(x.content().col(t).data(), static_cast<std::size_t>(bias_.size()), bias_.data(), y->content().col(t).data());
+  }
   return y;
 }
 

@@ -55,13 +55,13 @@ void Convolution1DLayerBase<Product>::loaded() {
 
 template <class Product>
 void Convolution1DLayerBase<Product>::load_binary(std::istream& stream) {
-  product_.begin(type());
+  product_.begin();
   ParameterLayer::load_binary(stream);
 }
 
 template <class Product>
 void Convolution1DLayerBase<Product>::load_xml(const XmlElement& element) {
-  product_.begin(type());
+  product_.begin();
   ParameterLayer::load_xml(element);
 }
 

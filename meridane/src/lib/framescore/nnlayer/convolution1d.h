@@ -15,7 +15,8 @@ namespace meridane {
 template <class Product>
 class Convolution1DLayerBase : public ParameterLayer {
  public:
-  using ParameterLayer::ParameterLayer;
+  Convolution1DLayerBase(std::string id, const std::string& type)
+      : ParameterLayer(std::move(id), Product::kType), product_(type) {}
   MinibatchPtr forward(const LayerInputs& inputs) const override;
   void load_binary(std::istream& stream) override;
   void load_xml(const XmlElement& element) override;
@@ -42,8 +43,10 @@ class Convolution1DLayerBase : public ParameterLayer {
 /// The product with a float weight.
 class FloatProduct {
  public:
-  std::string tag() const { return "Convolution1D"; }
-  void begin(const std::string&) {}
+  static constexpr const char* kType = "Convolution1D";
+  explicit FloatProduct(const std::string& /*type*/) {}
+  std::string tag() const { return kType; }
+  void begin() {}
   void parameter(ParameterVisitor& visitor) { visitor.weight("weight", weight_); }
   void loaded() { weight_.pack(); }
   bool needs_length() const { return false; }
@@ -57,11 +60,14 @@ class FloatProduct {
   Weight weight_;
 };
 
-/// The product in 8 bits: the element is qweight. With the plain tag the float form is read, and quantized.
+/// The product in 8 bits: the element is qweight. Of a layer that is made as the plain type the float form is read, and
+/// quantized; the layer's type is the quantized one all the same.
 class QuantizedProduct {
  public:
-  std::string tag() const { return is_float_ ? "Convolution1D" : "QuantizedConvolution1D"; }
-  void begin(const std::string& type) { is_float_ = type == "Convolution1D"; }
+  static constexpr const char* kType = "QuantizedConvolution1D";
+  explicit QuantizedProduct(const std::string& type) : reads_float_(type != kType) {}
+  std::string tag() const { return is_float_ ? FloatProduct::kType : kType; }
+  void begin() { is_float_ = reads_float_; }
   void parameter(ParameterVisitor& visitor);
   void loaded();
   bool needs_length() const { return true; }
@@ -72,6 +78,7 @@ class QuantizedProduct {
  private:
   Weight weight_;
   QuantizedMatrix quantized_;
+  bool reads_float_;
   bool is_float_ = false;  ///< while a float form is being loaded
 };
 

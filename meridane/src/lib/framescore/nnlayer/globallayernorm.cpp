@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "lib/kernels/element_wise.h"
+
 namespace meridane {
 
 MinibatchPtr GlobalLayerNormLayer::forward(const LayerInputs& inputs) const {
@@ -11,13 +13,22 @@ MinibatchPtr GlobalLayerNormLayer::forward(const LayerInputs& inputs) const {
   if (x.content().size() == 0) return y;
   // Over a whole call there are many terms: sums of columns keep their rounding errors small, and those of differences
   // from one of the values are 0 where all are equal.
-  const auto count = static_cast<double>(x.content().size());
+  const auto rows = static_cast<std::size_t>(x.content().rows());
+  const auto mean_of_columns = [&](auto sum_of_column) {
+    double sum = 0;
+    for (Eigen::Index t = 0; t < x.content().cols(); ++t) {
+      sum += static_cast<double>(sum_of_column(x.content().col(t).data()));
+    }
+    return sum / static_cast<double>(x.content().size());
+  };
   const float first = x.content()(0, 0);
-  const double offset = (x.content().array() - first).colwise().sum().cast<double>().sum() / count;
+  const double offset = mean_of_columns([&](const float* column) { return sum_from(column, rows, first); });
   const auto m = static_cast<float>(static_cast<double>(first) + offset);
-  const double v = (x.content().array() - m).square().colwise().sum().cast<double>().sum() / count;
-  const auto d = static_cast<float>(std::sqrt(v + static_cast<double>(eps_)));
-  y->content() = (((x.content().array() - m) / d).colwise() * weight_.map().array()).colwise() + bias_.map().array();
+  const double v = mean_of_columns([&](const float* column) { return squares_from(column, rows, m); });
+  const auto inverse = static_cast<float>(1 / std::sqrt(v + static_cast<double>(eps_)));
+  for (Eigen::Index t = 0; t < x.content().cols(); ++t) {
+    normalise_by(x.content().col(t).data(), rows, m, inverse, weight_.data(), bias_.data(), y->content().col(t).data());
+  }
   return y;
 }
 

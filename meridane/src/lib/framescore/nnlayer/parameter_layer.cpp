@@ -1,5 +1,6 @@
 #include "lib/framescore/nnlayer/parameter_layer.h"
 
+#include <algorithm>
 #include <rapidxml/rapidxml.hpp>
 
 #include "lib/framescore/nnlayer/aligned_floats.h"
@@ -11,7 +12,9 @@ namespace meridane {
 
 std::shared_ptr<float> ParameterLayer::alloc_param(const std::string&, Eigen::Index rows, Eigen::Index cols) {
   const std::size_t floats = PackedWeight::block_size(static_cast<std::size_t>(rows), static_cast<std::size_t>(cols));
-  return aligned_floats(floats);
+  std::shared_ptr<float> block = aligned_floats(floats);
+  std::fill(block.get() + rows * cols, block.get() + floats, 0.0f);
+  return block;
 }
 
 void ParameterLayer::show(ParameterVisitor& visitor) const {
@@ -41,7 +44,7 @@ void ParameterLayer::dump_binary(std::ostream& stream) const {
 }
 
 void ParameterLayer::load_xml(const XmlElement& element) {
-  if (fetch_attribute(element, "type") != tag()) raise_wrong_type(tag().c_str());
+  if (fetch_attribute(element, "type") != tag()) raise_wrong_type(type().c_str());
   XmlLoader loader(*this, tag(), element);
   parameters(loader);
   loaded();

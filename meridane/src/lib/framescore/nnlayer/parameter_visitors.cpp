@@ -41,6 +41,10 @@ std::vector<std::int32_t> integers_of(const std::string& text) {
   return values;
 }
 
+void expect_weight(const QuantizedMatrix& matrix) {
+  if (!matrix.is_left()) raise<InvalidFormat>("invalid format (expected \"QuantizedMatrix\")");
+}
+
 std::string prefix_of(const char* name, std::int32_t i) { return formatted("%s[%d]::", name, i); }
 
 }  // namespace
@@ -74,13 +78,14 @@ void BinaryLoader::read_vector(const char* name, StoredVector& vector, MatrixSiz
   const Eigen::Index count = size.cols == 1 ? size.rows : size.cols;
   auto block = layer_.alloc_param(name, count, 1);
   read_matrix_values(stream_, coding_, block.get(), count);
-  const Eigen::Index unread = size.rows * size.cols - count;  // the rows behind row 0
-  std::vector<float> rest(static_cast<std::size_t>(unread));
-  read_matrix_values(stream_, coding_, rest.data(), unread);
+  skip_matrix_values(stream_, coding_, size.rows * size.cols - count);  // the rows behind row 0
   vector.set(std::move(block), count);
 }
 
-void BinaryLoader::quantized(const char*, QuantizedMatrix& matrix) { matrix = QuantizedMatrix::load_binary(stream_); }
+void BinaryLoader::quantized(const char*, QuantizedMatrix& matrix) {
+  matrix = QuantizedMatrix::load_binary(stream_);
+  expect_weight(matrix);
+}
 void BinaryLoader::number(const char*, float& value, float) { value = read_number<float>(stream_); }
 void BinaryLoader::integer(const char*, std::int32_t& value, std::int32_t) {
   value = read_number<std::int32_t>(stream_);
@@ -172,6 +177,7 @@ void XmlLoader::take_vector(const char* name, StoredVector& vector, const RowMat
 
 void XmlLoader::quantized(const char* name, QuantizedMatrix& matrix) {
   matrix = QuantizedMatrix::load_xml(child(name));
+  expect_weight(matrix);
 }
 
 void XmlLoader::number(const char* name, float& value, float otherwise) {

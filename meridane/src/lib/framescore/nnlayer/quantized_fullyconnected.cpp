@@ -5,7 +5,7 @@
 namespace meridane {
 
 std::string QuantizedFullyConnectedLayer::tag() const {
-  return is_float_ ? "FullyConnected" : "QuantizedFullyConnected";
+  return is_float_ ? FullyConnectedLayer::tag() : kQuantizedType;
 }
 
 void QuantizedFullyConnectedLayer::parameters(ParameterVisitor& visitor) {
@@ -18,12 +18,12 @@ void QuantizedFullyConnectedLayer::parameters(ParameterVisitor& visitor) {
 }
 
 void QuantizedFullyConnectedLayer::load_binary(std::istream& stream) {
-  is_float_ = type() == "FullyConnected";
+  is_float_ = reads_float_;
   FullyConnectedLayer::load_binary(stream);
 }
 
 void QuantizedFullyConnectedLayer::load_xml(const XmlElement& element) {
-  is_float_ = type() == "FullyConnected";
+  is_float_ = reads_float_;
   FullyConnectedLayer::load_xml(element);
 }
 

@@ -4,14 +4,14 @@
 
 namespace meridane {
 
-/// y = bias + W x in each frame, W in 8 bits. Record: the quantized weight, bias. With the plain tag the record is that
-/// of FullyConnected, and its weight is quantized when it is loaded.
+/// y = bias + W x in each frame, W in 8 bits. Record: the quantized weight, bias. One that is made as "FullyConnected"
+/// reads the record of that type and quantizes its weight; the layer is a "QuantizedFullyConnected" all the same.
 class QuantizedFullyConnectedLayer : public FullyConnectedLayer {
  public:
-  using FullyConnectedLayer::FullyConnectedLayer;
+  QuantizedFullyConnectedLayer(std::string id, const std::string& type)
+      : FullyConnectedLayer(std::move(id), kQuantizedType), reads_float_(type != kQuantizedType) {}
   MinibatchPtr forward(const LayerInputs& inputs) const override;
 
-  /// Reads what the type says: "FullyConnected" the float form, else the quantized one.
   void load_binary(std::istream& stream) override;
   void load_xml(const XmlElement& element) override;
 
@@ -21,7 +21,10 @@ class QuantizedFullyConnectedLayer : public FullyConnectedLayer {
   void loaded() override;
 
  private:
+  static constexpr const char* kQuantizedType = "QuantizedFullyConnected";
+
   QuantizedMatrix quantized_;
+  const bool reads_float_;
   bool is_float_ = false;  ///< while a float form is being loaded
 };
 

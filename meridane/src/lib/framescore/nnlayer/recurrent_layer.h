@@ -24,20 +24,20 @@ class RecurrentLayer : public ParameterLayer {
 };
 
 /// A recurrent layer with its matrices in 8 bits; everything else is the same. Record: that of the plain layer with
-/// quantized matrices. With the plain tag the record is the plain one, and its matrices are quantized when it is
-/// loaded.
+/// quantized matrices. One that is made as the plain type reads the plain record and quantizes its matrices; its type
+/// is the quantized one all the same.
 template <class Layer>
 class QuantizedRecurrent : public Layer {
  public:
-  using Layer::Layer;
+  QuantizedRecurrent(std::string id, const std::string& type)
+      : Layer(std::move(id), is_quantized(type) ? type : "Quantized" + type), reads_codes_(is_quantized(type)) {}
 
-  /// Both read what the type says: the quantized form if it begins with "Quantized", else the float one.
   void load_binary(std::istream& stream) override {
-    expect_what_the_type_says();
+    expect_form();
     Layer::load_binary(stream);
   }
   void load_xml(const XmlElement& element) override {
-    expect_what_the_type_says();
+    expect_form();
     Layer::load_xml(element);
   }
 
@@ -50,11 +50,14 @@ class QuantizedRecurrent : public Layer {
   }
 
  private:
-  void expect_what_the_type_says() {
-    in_codes_ = this->type().starts_with("Quantized");
+  static bool is_quantized(const std::string& type) { return type.starts_with("Quantized"); }
+
+  void expect_form() {
+    in_codes_ = reads_codes_;
     this->set_in_codes(in_codes_);
   }
 
+  const bool reads_codes_;
   bool in_codes_ = false;
 };
 

@@ -86,8 +86,7 @@ class SharedMemory : public Layer {
   /// The block of that name if it's there, else a new one.
   std::shared_ptr<float> alloc_param(const std::string& name, Eigen::Index rows, Eigen::Index cols) override {
     const auto count = static_cast<std::uint64_t>(rows) * static_cast<std::uint64_t>(cols);
-    float* const found = manager_.find_floats(name, count);
-    return {found != nullptr ? found : manager_.construct_floats(name, count), [](float*) {}};
+    return {manager_.find_or_construct_floats(name, count), [](float*) {}};
   }
 
  protected:

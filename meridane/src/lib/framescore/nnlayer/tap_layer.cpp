@@ -34,14 +34,14 @@ void TapLayer::loaded() {
   if (!causal_ && pad_ > most_frames) raise_incorrect("pad");
   if (stride_ > most_frames) raise_incorrect("stride");
   if (groups_) {
-    grouped_ = weight_.map();
+    weight_.transpose();
   } else {
     pack_taps();
   }
 }
 
 const float* TapLayer::grouped_taps(std::uint64_t t) const {
-  return grouped_.col(static_cast<Eigen::Index>(t % static_cast<std::uint64_t>(grouped_.cols()))).data();
+  return weight_.column(static_cast<Eigen::Index>(t % static_cast<std::uint64_t>(weight_.cols())));
 }
 
 void TapLayer::raise_rows(const Minibatch& input) const {

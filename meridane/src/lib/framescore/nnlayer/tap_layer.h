@@ -45,9 +45,6 @@ class TapLayer : public ParameterLayer {
   std::int32_t kernel_ = 1;
   TapWeight weight_;
   StoredVector bias_;
-
- private:
-  Matrix grouped_;  ///< the weight of a grouped layer, column after column
 };
 
 }  // namespace meridane

@@ -1,67 +1,54 @@
 #include "lib/framescore/nnlayer/tap_weight.h"
 
-#include "lib/framescore/nnlayer/aligned_floats.h"
+#include "lib/kernels/strips.h"
 
 namespace meridane {
 
-template <class Element>
-void TapWeight::add_packed(Eigen::Index rows, Eigen::Index cols, Element element) {
-  const auto height = static_cast<std::size_t>(rows), width = static_cast<std::size_t>(cols);
-  auto block = aligned_floats(PackedWeight::block_size(height, width));
-  float* to = block.get();
-  for (Eigen::Index i = 0; i < rows; ++i) {
-    for (Eigen::Index k = 0; k < cols; ++k) *to++ = element(i, k);
-  }
-  packed_.emplace_back(std::move(block), height, width);
-}
-
-void TapWeight::set_form(Form form, Eigen::Index taps) {
-  form_ = form;
+template <class Pack>
+void TapWeight::pack_with(Eigen::Index taps, Pack pack) {
+  const std::shared_ptr<float> block = release();
   tap_rows_ = rows() / taps;
   packed_.clear();
-}
-
-void TapWeight::pack_side_by_side(Eigen::Index taps) {
-  set_form(Form::side_by_side, taps);
-  const RowMap stored = map();
-  add_packed(tap_rows_, taps * cols(),
-             [&](Eigen::Index i, Eigen::Index k) { return stored(k / cols() * tap_rows_ + i, k % cols()); });
-  release();
+  for (Eigen::Index tap = 0; tap < taps; ++tap) {
+    packed_.push_back(pack(std::shared_ptr<float>(block, block.get() + tap * tap_rows_ * cols())));
+  }
 }
 
 void TapWeight::pack_each(Eigen::Index taps) {
-  set_form(Form::each, taps);
-  const RowMap stored = map();
-  for (Eigen::Index tap = 0; tap < taps; ++tap) {
-    add_packed(tap_rows_, cols(), [&](Eigen::Index i, Eigen::Index k) { return stored(tap * tap_rows_ + i, k); });
-  }
-  release();
+  pack_with(taps, [this](std::shared_ptr<float> tap) {
+    return PackedWeight(std::move(tap), static_cast<std::size_t>(tap_rows_), static_cast<std::size_t>(cols()));
+  });
 }
 
 void TapWeight::pack_transposed(Eigen::Index taps) {
-  set_form(Form::transposed, taps);
-  const RowMap stored = map();
-  add_packed(taps * cols(), tap_rows_,
-             [&](Eigen::Index i, Eigen::Index k) { return stored(i / cols() * tap_rows_ + k, i % cols()); });
-  release();
+  transposed_ = true;
+  pack_with(taps, [this](std::shared_ptr<float> tap) {
+    return PackedWeight::of_columns(std::move(tap), static_cast<std::size_t>(cols()),
+                                    static_cast<std::size_t>(tap_rows_));
+  });
+}
+
+void TapWeight::transpose() {
+  columns_ = release();
+  into_strips(columns_.get(), static_cast<std::size_t>(rows()), static_cast<std::size_t>(cols()), 1);
 }
 
 void TapWeight::row(Eigen::Index i, float* out) const {
-  if (form_ == Form::stored) {
+  if (columns_ != nullptr) {
+    for (Eigen::Index k = 0; k < cols(); ++k) out[k] = column(k)[i];
+    return;
+  }
+  if (packed_.empty()) {
     Weight::row(i, out);
     return;
   }
-  const auto tap = static_cast<std::size_t>(i / tap_rows_), line = static_cast<std::size_t>(i % tap_rows_);
-  const auto width = static_cast<std::size_t>(cols());
-  for (std::size_t k = 0; k < width; ++k) {
-    if (form_ == Form::side_by_side) {
-      out[k] = packed_.front().at(line, tap * width + k);
-    } else if (form_ == Form::each) {
-      out[k] = packed_[tap].at(line, k);
-    } else {
-      out[k] = packed_.front().at(tap * width + k, line);
-    }
+  const PackedWeight& tap = packed_[static_cast<std::size_t>(i / tap_rows_)];
+  const auto line = static_cast<std::size_t>(i % tap_rows_), width = static_cast<std::size_t>(cols());
+  if (!transposed_) {
+    tap.row(line, out);
+    return;
   }
+  for (std::size_t k = 0; k < width; ++k) out[k] = tap.at(k, line);
 }
 
 }  // namespace meridane

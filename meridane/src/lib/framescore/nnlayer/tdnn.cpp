@@ -21,14 +21,6 @@ std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
 
 std::shared_ptr<NNLayerState> TDNNLayer::create_state() const { return std::make_shared<TDNNLayerState>(input_rows()); }
 
-void TDNNLayer::pack_taps() {
-  if (dilation_ == 1 || kernel_ == 1) {
-    weight_.pack_side_by_side(kernel_);  // a window is one column
-  } else {
-    weight_.pack_each(kernel_);
-  }
-}
-
 MinibatchPtr TDNNLayer::forward(const LayerInputs& inputs, const std::shared_ptr<NNLayerState>& state) const {
   const Minibatch& x = *only_input(inputs);
   const Eigen::Index T = x.content().cols(), K = width();

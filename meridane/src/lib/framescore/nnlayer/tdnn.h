@@ -26,7 +26,7 @@ class TDNNLayer : public TapLayer {
   std::string tag() const override { return "TDNN"; }
   Eigen::Index input_rows() const override { return groups_ ? tap_rows() : weight_.cols(); }
   Eigen::Index output_rows() const override { return tap_rows(); }
-  void pack_taps() override;
+  void pack_taps() override { weight_.pack_each(kernel_); }
 
  private:
   /// y of `frames` frames, from the window that begins with the first tap of the first of them.

@@ -67,8 +67,12 @@ void TransposeTDNNLayer::add_taps(const Matrix& x, std::uint64_t first, std::vec
   if (products.size() < static_cast<std::size_t>(all * x.cols())) {
     products.resize(static_cast<std::size_t>(all * x.cols()));
   }
-  weight_.packed().front().multiply(x.data(), static_cast<std::size_t>(x.rows()), static_cast<std::size_t>(x.cols()),
-                                    nullptr, products.data(), static_cast<std::size_t>(all));
+  float* of_tap = products.data();
+  for (const PackedWeight& tap : weight_.packed()) {
+    tap.multiply(x.data(), static_cast<std::size_t>(x.rows()), static_cast<std::size_t>(x.cols()), nullptr, of_tap,
+                 static_cast<std::size_t>(all));
+    of_tap += rows;
+  }
   for (Eigen::Index f = 0; f < x.cols(); ++f) {
     float* const start = sums + f * stride_ * rows;
     const float* const terms = products.data() + f * all;

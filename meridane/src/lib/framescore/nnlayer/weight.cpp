@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "lib/kernels/kernels.h"
+
 namespace meridane {
 
 void Weight::set(std::shared_ptr<float> block, Eigen::Index rows, Eigen::Index cols) {
@@ -11,6 +13,8 @@ void Weight::set(std::shared_ptr<float> block, Eigen::Index rows, Eigen::Index c
 }
 
 void Weight::pack() {
+  // Along a row the product fills its vectors, along few rows it doesn't.
+  if (static_cast<std::size_t>(rows_) < best_kernels().lanes) return;
   packed_ = PackedWeight(std::move(block_), static_cast<std::size_t>(rows_), static_cast<std::size_t>(cols_));
 }
 
@@ -31,11 +35,18 @@ void Weight::multiply(const float* x, Eigen::Index x_stride, Eigen::Index frames
                      static_cast<std::size_t>(y_stride));
     return;
   }
-  using Columns = Eigen::OuterStride<>;
-  const Eigen::Map<const Matrix, 0, Columns> input(x, cols_, frames, Columns(x_stride));
-  Eigen::Map<Matrix, 0, Columns> output(y, rows_, frames, Columns(y_stride));
-  output.noalias() = map() * input;
-  if (bias != nullptr) output.colwise() += Eigen::Map<const Vector>(bias, rows_);
+  best_kernels().multiply_rows({.w = block_.get(),
+                                .rows = static_cast<std::size_t>(rows_),
+                                .columns = static_cast<std::size_t>(cols_),
+                                .begin = 0,
+                                .end = static_cast<std::size_t>(cols_),
+                                .x = x,
+                                .x_stride = static_cast<std::size_t>(x_stride),
+                                .frames = static_cast<std::size_t>(frames),
+                                .start = bias,
+                                .start_stride = 0,
+                                .y = y,
+                                .y_stride = static_cast<std::size_t>(y_stride)});
 }
 
 void StoredVector::set(std::shared_ptr<float> block, Eigen::Index size) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "lib/kernels/packed_weight.h"
 #include "meridane/matrix.h"
@@ -28,7 +29,7 @@ class Weight {
 
  protected:
   /// Gives the stored weights up, for a form of the heir's own.
-  void release() { block_.reset(); }
+  std::shared_ptr<float> release() { return std::exchange(block_, nullptr); }
 
  private:
   std::shared_ptr<float> block_;
