@@ -125,7 +125,7 @@ int main(int argc, char** argv) {
   }
   settings(benchmark::RegisterBenchmark("dense", dense, false), {1, 5, 50, 800});
   settings(benchmark::RegisterBenchmark("dense_cold", dense, true), {5});
-  settings(benchmark::RegisterBenchmark("bytes", bytes, false), {1, 5, 50});
+  settings(benchmark::RegisterBenchmark("bytes", bytes, false), {1, 5, 50, 800});
   settings(benchmark::RegisterBenchmark("bytes_cold", bytes, true), {5});
   benchmark::AddCustomContext("float kernels", contenders.kernels->name);
   benchmark::AddCustomContext("8-bit kernels", contenders.codes->name);

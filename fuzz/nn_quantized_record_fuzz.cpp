@@ -1,6 +1,6 @@
 // Any bytes are an 8-bit matrix or an error of the engine, as a binary record or, if they begin with `<`, as an element
 // that stands for a matrix or a vector. What is one is the same again after it was written in both forms, and
-// multiplies.
+// multiplies if it is a left operand.
 
 #include <cstdint>
 #include <cstdlib>
@@ -53,7 +53,7 @@ void check(const QuantizedMatrix& matrix) {
   const XmlFile file = written(matrix);
   expect_same(QuantizedMatrix::load_xml(*file.root()), matrix);
 
-  if (matrix.size_minor > 1 << 20) return;  // lines that long need no lines to be there
+  if (!matrix.is_left() || matrix.size_minor > 1 << 20) return;  // lines that long need no lines to be there
   const Matrix x = Matrix::NullaryExpr(
       matrix.size_minor, 3, [](Eigen::Index i, Eigen::Index t) { return static_cast<float>(i * t - 7) / 3; });
   const Matrix y = matrix.multiply(x);

@@ -12,10 +12,13 @@ struct EigenPeer {
   void (*logistic)(const float* x, std::size_t count, float* y);
   void (*hyperbolic_tangent)(const float* x, std::size_t count, float* y);
   void (*swish)(const float* x, std::size_t count, float* y);
-  void (*rectifier)(const float* x, std::size_t count, float* y);
+  void (*gated)(const float* p, const float* q, std::size_t count, float* y);
+  void (*rectifier)(const float* x, std::size_t count, float a, float* y);
   void (*softmax)(const float* x, std::size_t count, float* y);
   void (*normalise)(const float* x, std::size_t count, const float* weight, const float* bias, float* y);
-  void (*scale_and_shift)(const float* x, std::size_t count, const float* scale, const float* shift, float* y);
+  void (*standardise)(const float* x, std::size_t count, const float* mean, const float* scale, const float* shift,
+                      float* y);
+  void (*add)(const float* x, std::size_t count, const float* bias, float* y);
 };
 
 extern const EigenPeer kEigenAvx2;

@@ -38,7 +38,13 @@ void swish(const float* x, std::size_t count, float* y) {
   out(y, count) = in(x, count) / (1.0f + (-in(x, count)).exp());
 }
 
-void rectifier(const float* x, std::size_t count, float* y) { out(y, count) = in(x, count).max(0.0f); }
+void gated(const float* p, const float* q, std::size_t count, float* y) {
+  out(y, count) = in(p, count) / (1.0f + (-in(q, count)).exp());
+}
+
+void rectifier(const float* x, std::size_t count, float a, float* y) {
+  out(y, count) = in(x, count).max(0.0f) + a * in(x, count).min(0.0f);
+}
 
 void softmax(const float* x, std::size_t count, float* y) {
   out(y, count) = (in(x, count) - in(x, count).maxCoeff()).exp();
@@ -51,12 +57,17 @@ void normalise(const float* x, std::size_t count, const float* weight, const flo
   out(y, count) = (in(x, count) - mean) * (1.0f / deviation) * in(weight, count) + in(bias, count);
 }
 
-void scale_and_shift(const float* x, std::size_t count, const float* scale, const float* shift, float* y) {
-  out(y, count) = in(x, count) * in(scale, count) + in(shift, count);
+void standardise(const float* x, std::size_t count, const float* mean, const float* scale, const float* shift,
+                 float* y) {
+  out(y, count) = (in(x, count) - in(mean, count)) * in(scale, count) + in(shift, count);
 }
 
-constexpr EigenPeer kPeer = {multiply,  logistic, hyperbolic_tangent, swish,
-                             rectifier, softmax,  normalise,          scale_and_shift};
+void add(const float* x, std::size_t count, const float* bias, float* y) {
+  out(y, count) = in(x, count) + in(bias, count);
+}
+
+constexpr EigenPeer kPeer = {multiply,  logistic, hyperbolic_tangent, swish,       gated,
+                             rectifier, softmax,  normalise,          standardise, add};
 
 }  // namespace
 }  // namespace meridane::bench

@@ -89,10 +89,10 @@ Scores score(const System& system, const Recording& recording) {
   return scores;
 }
 
-double quiet_si_sdr(const System& system, const Signal& speech) {
-  Signal recorded = speech;
-  add(recorded, self_noise(speech.size()));
-  return tool::si_sdr(speech, enhance(*system.start(), {&recorded, 1}, system.delay)).value();
+Signal heard_from(const System& system, const Signal& recorded) {
+  return enhance(*system.start(), std::vector<Signal>(system.microphones, recorded), system.delay);
 }
+
+double si_sdr_of(const Signal& speech, const Signal& heard) { return tool::si_sdr(speech, heard).value(); }
 
 }  // namespace sonivo::bench

@@ -34,7 +34,9 @@ Scores mean(std::span<const Scores> scores);
 Scores unprocessed(const Recording& recording);
 Scores score(const System& system, const Recording& recording);
 
-/// Scale-invariant signal-to-distortion ratio of the speech with nothing but the microphone's own noise, in dB.
-double quiet_si_sdr(const System& system, const Signal& speech);
+/// What a system makes of a recording that reaches all its microphones at once, its delay taken back.
+Signal heard_from(const System& system, const Signal& recorded);
+/// Scale-invariant signal-to-distortion ratio, in dB.
+double si_sdr_of(const Signal& speech, const Signal& heard);
 
 }  // namespace sonivo::bench

@@ -78,6 +78,32 @@ void print_figures(std::ostream& output, const std::vector<Figure>& figures, con
            << '\n';
 }
 
+const char* title_of(QuietTable::Kind kind) {
+  switch (kind) {
+    case QuietTable::Kind::microphone:
+      return "speech alone, with the noise of the microphone: SI-SDR, dB";
+    case QuietTable::Kind::silence:
+      return "speech alone, with digital silence between the words: SI-SDR, dB";
+    case QuietTable::Kind::stages:
+      return "the same against what a chain of gain 1 makes of it: SI-SDR, dB";
+  }
+  return "";
+}
+
+/// Every voice, and the worst of each system.
+void print_quiet(std::ostream& output, const QuietTable& table) {
+  output << '\n' << title_of(table.kind) << '\n' << std::setw(kNameWidth + 6) << "";
+  for (const std::string& system : table.systems) output << std::setw(kCellWidth) << system;
+  output << '\n';
+  const auto print_row = [&](const std::string& name, auto&& value) {
+    output << std::left << std::setw(kNameWidth + 6) << name << std::right;
+    for (std::size_t s = 0; s < table.systems.size(); ++s) output << std::setw(kCellWidth) << text_of(value(s), 1);
+    output << '\n';
+  };
+  for (const QuietTable::Row& row : table.rows) print_row(row.voice, [&](std::size_t s) { return row.si_sdr[s]; });
+  print_row("worst", [&](std::size_t s) { return table.worst(s); });
+}
+
 template <class Line>
 void for_each_score(const Results& results, Line&& line) {
   for (const NoiseTable& table : results.noises) {
@@ -96,7 +122,7 @@ void for_each_score(const Results& results, Line&& line) {
 void print_tables(std::ostream& output, const Results& results) {
   print_unprocessed(output, results);
   for (const Measure& measure : kMeasures) print_measure(output, results, measure);
-  print_figures(output, results.quiet, "speech in quiet: SI-SDR of the voice that comes off worst, dB");
+  for (const QuietTable& table : results.quiet) print_quiet(output, table);
   print_figures(output, results.beam, "talker 60 degrees off axis: attenuation against the talker ahead, dB");
 }
 
@@ -106,8 +132,10 @@ void print_tsv(std::ostream& output, const Results& results) {
                    output << name_of(table.kind) << '\t' << ratio_of(row) << '\t' << table.systems[s] << '\t'
                           << measure.name << '\t' << value << '\n';
                  });
-  for (const Figure& figure : results.quiet)
-    output << "quiet\t\t" << figure.system << "\tsi_sdr\t" << figure.value << '\n';
+  for (const QuietTable& table : results.quiet) {
+    for (std::size_t s = 0; s < table.systems.size(); ++s)
+      output << table.name() << "\tworst\t" << table.systems[s] << "\tsi_sdr\t" << table.worst(s) << '\n';
+  }
   for (const Figure& figure : results.beam)
     output << "beam\t\t" << figure.system << "\tattenuation\t" << figure.value << '\n';
 }
@@ -118,7 +146,10 @@ void print_objective(std::ostream& output, const Results& results) {
                    if (s == 0 && !row.snr_db)
                      output << name_of(table.kind) << '.' << measure.name << '=' << value << ' ';
                  });
-  if (!results.quiet.empty()) output << "quiet.si_sdr=" << results.quiet[0].value << ' ';
+  for (const QuietTable& table : results.quiet) {
+    output << table.name() << ".si_sdr=" << table.worst(0) << ' ';
+    output << table.name() << ".beamforming_si_sdr=" << table.worst(1) << ' ';
+  }
   if (!results.beam.empty()) output << "beam.added=" << results.beam[0].value - results.beam[1].value << ' ';
   output << '\n';
 }

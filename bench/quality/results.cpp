@@ -1,12 +1,16 @@
 #include "quality/results.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
+#include <limits>
+#include <utility>
 
 #include "peers/classic.h"
 #include "peers/peers.h"
 #include "quality/free_field.h"
 #include "quality/parallel.h"
+#include "quality/zero_frames.h"
 
 namespace sonivo::bench {
 
@@ -45,14 +49,44 @@ NoiseTable score_all(const Recordings& set, std::span<const System> systems) {
   return table;
 }
 
-std::vector<Figure> measure_quiet(std::span<const System> systems, std::span<const Voice> voices) {
-  std::vector<Figure> figures(systems.size());
-  in_parallel(systems.size(), [&](std::size_t s) {
-    figures[s] = {systems[s].name, 1e9};
-    for (const Voice& voice : voices)
-      figures[s].value = std::min(figures[s].value, quiet_si_sdr(systems[s], voice.speech));
+QuietTable measure_quiet(std::span<const System> systems, std::span<const Voice> voices) {
+  QuietTable table{QuietTable::Kind::microphone, {}, std::vector<QuietTable::Row>(voices.size())};
+  for (const System& system : systems) table.systems.push_back(system.name);
+  in_parallel(voices.size(), [&](std::size_t v) {
+    const auto& [name, speech] = voices[v];
+    Signal recorded = speech;
+    add(recorded, self_noise(speech.size()));
+    table.rows[v].voice = name;
+    for (const System& system : systems)
+      table.rows[v].si_sdr.push_back(si_sdr_of(speech, heard_from(system, recorded)));
   });
-  return figures;
+  return table;
+}
+
+/// Silence and what the stages alone have in it. The first two systems are our chains.
+std::array<QuietTable, 2> measure_silence(std::span<const System> systems, std::span<const Voice> voices) {
+  constexpr std::size_t kFraming = 96;  // of blocks of 480 in frames of 192: no part of the chain's own delay
+  constexpr ZeroTest kTests[] = {ZeroTest::last_sample, ZeroTest::all_samples};
+  QuietTable silence{QuietTable::Kind::silence, {}, std::vector<QuietTable::Row>(voices.size())};
+  QuietTable stages{QuietTable::Kind::stages, {}, silence.rows};
+  for (const System& system : systems) silence.systems.push_back(system.name);
+  silence.systems.insert(silence.systems.end(), {"gain 1", "gain 1 bf"});
+  stages.systems = {systems[0].name, systems[1].name};
+  in_parallel(voices.size(), [&](std::size_t v) {
+    const auto& [name, speech] = voices[v];
+    silence.rows[v].voice = stages.rows[v].voice = name;
+    std::vector<double> best;
+    for (std::size_t s = 0; s < systems.size(); ++s) {
+      const Signal heard = heard_from(systems[s], speech);
+      silence.rows[v].si_sdr.push_back(si_sdr_of(speech, heard));
+      if (s >= std::size(kTests)) continue;
+      const Signal passed = unchanged(speech, systems[s].delay - kFraming, kTests[s]);
+      best.push_back(si_sdr_of(speech, passed));
+      stages.rows[v].si_sdr.push_back(si_sdr_of(passed, heard));
+    }
+    silence.rows[v].si_sdr.insert(silence.rows[v].si_sdr.end(), best.begin(), best.end());
+  });
+  return {silence, stages};
 }
 
 struct Array {
@@ -88,10 +122,29 @@ std::vector<Figure> measure_beam(const Plan& plan, std::span<const Voice> voices
 
 }  // namespace
 
+const char* QuietTable::name() const {
+  switch (kind) {
+    case Kind::microphone:
+      return "quiet";
+    case Kind::silence:
+      return "silence";
+    case Kind::stages:
+      return "stages";
+  }
+  return "";
+}
+
+double QuietTable::worst(std::size_t system) const {
+  double lowest = std::numeric_limits<double>::infinity();
+  for (const Row& row : rows) lowest = std::min(lowest, row.si_sdr[system]);
+  return lowest;
+}
+
 std::vector<std::string> part_names() {
   std::vector<std::string> names;
   for (const NoiseKind kind : kNoiseKinds) names.emplace_back(name_of(kind));
   names.emplace_back("quiet");
+  names.emplace_back("silence");
   names.emplace_back("beam");
   return names;
 }
@@ -121,7 +174,12 @@ Results QualitySet::measure(const Plan& plan) const {
   Results results;
   for (const Recordings& set : recordings_)
     results.noises.push_back(score_all(set, is_transient(set.kind) ? transient : steady));
-  if (plan.wants("quiet")) results.quiet = measure_quiet(transient, voices_);
+  auto quiet = transient;
+  quiet.insert(quiet.begin() + 1, beam_forming_system(plan.beam_forming, voices_[0].speech));
+  if (plan.wants("quiet")) results.quiet.push_back(measure_quiet(quiet, voices_));
+  if (plan.wants("silence")) {
+    for (QuietTable& table : measure_silence(quiet, voices_)) results.quiet.push_back(std::move(table));
+  }
   if (plan.wants("beam")) results.beam = measure_beam(plan, voices_);
   return results;
 }

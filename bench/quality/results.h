@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <span>
@@ -16,15 +17,17 @@ namespace sonivo::bench {
 struct Plan {
   classic::KeyCancelParam key_cancel;
   classic::BeamFormingKeyCancelParam beam_forming;
-  std::string only;    ///< one of part_names(), or empty: all
-  bool alone = false;  ///< without the peers
-  bool quick = false;  ///< two voices at one ratio
+  std::vector<std::string> only;  ///< of part_names(), or empty: all
+  bool alone = false;             ///< without the peers
+  bool quick = false;             ///< two voices at one ratio
   std::filesystem::path cache;
 
-  bool wants(const std::string& part) const { return only.empty() || only == part; }
+  bool wants(const std::string& part) const {
+    return only.empty() || std::find(only.begin(), only.end(), part) != only.end();
+  }
 };
 
-/// The noises, "quiet" and "beam".
+/// The noises, "quiet", "silence" and "beam".
 std::vector<std::string> part_names();
 
 /// One noise at one signal-to-noise ratio, or the mean over all of them; means over the voices.
@@ -40,6 +43,25 @@ struct NoiseTable {
   std::vector<Row> rows;  ///< the last is the mean
 };
 
+/// SI-SDR of speech without noise, dB.
+struct QuietTable {
+  enum class Kind {
+    microphone,  ///< with the noise of the microphone
+    silence,     ///< with digital silence between the words; behind the systems stands what chains of gain 1 reach
+    stages,      ///< the same, against what chains of gain 1 make of it instead of against the speech
+  };
+  struct Row {
+    std::string voice;
+    std::vector<double> si_sdr;  ///< behind each system
+  };
+  Kind kind;
+  std::vector<std::string> systems;  ///< first our key-cancel chain, then our beamforming chain
+  std::vector<Row> rows;
+
+  const char* name() const;  ///< of the kind
+  double worst(std::size_t system) const;
+};
+
 /// A figure for every system.
 struct Figure {
   std::string system;
@@ -48,7 +70,7 @@ struct Figure {
 
 struct Results {
   std::vector<NoiseTable> noises;
-  std::vector<Figure> quiet;  ///< SI-SDR of the voice that comes off worst, dB
+  std::vector<QuietTable> quiet;  ///< with the microphone's own noise; with digital silence between the words
   /// Attenuation of the interferer against the target, dB: the beamforming chain, one microphone through the key-cancel
   /// chain, WebRTC's beamformer with noise suppression. Means over the voices.
   std::vector<Figure> beam;

@@ -17,7 +17,8 @@ tool::FloatAudio to_audio(const Signal& signal) { return {kRateHz, 1, {signal.be
 /// The shift at which the whole output resembles the speech most; its loudest stretch tells where to look.
 std::size_t measured_delay(const System& system, const Signal& speech) {
   constexpr std::size_t kNear = samples_of_ms(1);
-  const Signal heard = enhance(*system.start(), {&speech, 1});
+  const std::vector<Signal> microphones(system.microphones, speech);
+  const Signal heard = enhance(*system.start(), microphones);
   const tool::Latency latency = tool::measure_latency(to_audio(speech), to_audio(heard), samples_of_ms(100));
   if (latency.outcome != tool::Latency::Outcome::measured)
     throw std::runtime_error(system.name + " makes of speech in quiet what does not resemble it");
@@ -56,15 +57,21 @@ Signal enhance(Enhancer& enhancer, std::span<const Signal> channels, std::size_t
 }
 
 std::vector<System> systems(const classic::KeyCancelParam& param, bool transients, bool alone, const Signal& speech) {
-  std::vector<System> all{{"sonivo", [&param] { return key_cancel(param, 1); }, 0}};
+  std::vector<System> all{{.name = "sonivo", .start = [&param] { return key_cancel(param, 1); }}};
   if (!alone) {
-    all.push_back({"speex", [] { return speex_noise_suppression(1, kSpeexDefaultDb); }, 0});
-    all.push_back({"speex -30", [] { return speex_noise_suppression(1, kSpeexStrongDb); }, 0});
+    all.push_back({.name = "speex", .start = [] { return speex_noise_suppression(1, kSpeexDefaultDb); }});
+    all.push_back({.name = "speex -30", .start = [] { return speex_noise_suppression(1, kSpeexStrongDb); }});
     const WebRtcParts parts{.noise_suppression = true, .transient_suppressor = transients};
-    all.push_back({transients ? "webrtc+ts" : "webrtc", [parts] { return webrtc(1, parts); }, 0});
+    all.push_back({.name = transients ? "webrtc+ts" : "webrtc", .start = [parts] { return webrtc(1, parts); }});
   }
   for (System& system : all) system.delay = measured_delay(system, speech);
   return all;
+}
+
+System beam_forming_system(const classic::BeamFormingKeyCancelParam& param, const Signal& speech) {
+  System system{.name = "sonivo bf", .start = [&param] { return beam_forming(param); }, .microphones = 2};
+  system.delay = measured_delay(system, speech);
+  return system;
 }
 
 }  // namespace sonivo::bench

@@ -48,7 +48,12 @@ std::vector<Verdict> verdicts(const Results& results) {
     if (is_stationary(table.kind) && row.systems.size() > 1) judge_stationary(table, all);
     if (table.kind == NoiseKind::keys) judge_keys(row, all);
   }
-  if (!results.quiet.empty()) all.push_back({"quiet: SI-SDR of speech, dB", results.quiet[0].value, kQuietSiSdrDb});
+  for (const QuietTable& table : results.quiet) {
+    if (table.kind == QuietTable::Kind::silence) continue;  // limited by the framing, not by what the stages do
+    const std::string part = table.kind == QuietTable::Kind::stages ? "silence, against gain 1" : "quiet";
+    for (const std::size_t chain : {0u, 1u})
+      all.push_back({part + ": SI-SDR behind " + table.systems[chain] + ", dB", table.worst(chain), kQuietSiSdrDb});
+  }
   if (!results.beam.empty())
     all.push_back({"beam: attenuation of an interferer that the beams add, dB",
                    results.beam[0].value - results.beam[1].value, kAddedByBeamsDb});

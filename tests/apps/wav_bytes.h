@@ -1,14 +1,12 @@
 #pragma once
 
-#include <stdlib.h>
-
-#include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "../support/temporary_folder.h"
 
 namespace sonivo::tool {
 
@@ -57,35 +55,7 @@ struct WavBytes {
   }
 };
 
-/// A folder of its own for each test, gone with it.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string pattern = std::filesystem::temp_directory_path() / "sonivo-test-XXXXXX";
-    path_ = ::mkdtemp(pattern.data());
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string operator/(const std::string& name) const { return path_ / name; }
-  const std::filesystem::path& path() const { return path_; }
-
-  std::string write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(path_ / name, std::ios::binary) << bytes;
-    return path_ / name;
-  }
-
-  std::vector<std::string> entries() const {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path_)) names.push_back(entry.path().filename());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-
- private:
-  std::filesystem::path path_;
-};
+using test::TemporaryFolder;
 
 inline std::string bytes_of_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

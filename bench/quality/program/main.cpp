@@ -17,7 +17,7 @@ using namespace sonivo;
 struct Options {
   std::optional<std::string> key_cancel;
   std::optional<std::string> beam_forming;
-  std::string only;
+  std::vector<std::string> only;
   std::string cache = "build/quality";
   std::string tsv;
   bool objective = false;
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
       ->type_name("BLOB|PAR");
   app.add_option("--params-beamforming", options.beam_forming, "those of the beamforming chain (default: the shipped)")
       ->type_name("BLOB|PAR");
-  app.add_option("--only", options.only, "one part of the whole")
+  app.add_option("--only", options.only, "parts of the whole")
       ->type_name("NAME")
       ->check(CLI::IsMember(bench::part_names()));
   app.add_option("--cache", options.cache, "folder of the spoken voices (default build/quality)")->type_name("FOLDER");

@@ -58,6 +58,11 @@ class Minibatch {
   /// these are no more than 2^24 values.
   std::shared_ptr<Minibatch> slice(std::uint64_t axis, std::uint64_t start, std::uint64_t end,
                                    std::uint64_t step) const;
+  /// The rows that slice() gives; throws what it throws.
+  std::uint64_t slice_rows(std::uint64_t axis, std::uint64_t start, std::uint64_t end, std::uint64_t step) const;
+  /// Becomes the inputs one under the other, as the constructor has it, keeping its memory where the size stays. It is
+  /// none of the inputs.
+  void concatenate(const std::vector<std::shared_ptr<Minibatch>>& inputs, std::uint64_t axis);
 
  private:
   template <class Weight>

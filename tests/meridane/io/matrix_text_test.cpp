@@ -69,7 +69,7 @@ TEST(MatrixText, TellsOfALongWordWithinTheLimitOfMessages) {
 }
 
 TEST(MatrixText, ThatDoesNotEndIsRefused) {
-  test::EndlessPipe pipe('0');
+  test::EndlessPipe pipe('\n');
   std::istream stream(&pipe);
   EXPECT_THAT([&] { load_matrix_text(stream); }, ThrowsMessage<BaseRuntimeError>(std::string("The text has no end")));
 }

@@ -3,40 +3,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 
+#include "../../support/temporary_folder.h"
 #include "meridane/error.h"
 #include "meridane/io/matrix.h"
 
 namespace meridane {
 namespace {
 
+using sonivo::test::TemporaryFolder;
 using testing::ThrowsMessage;
-
-/// A folder that goes when the test ends.
-class Folder {
- public:
-  Folder() {
-    std::string name = (std::filesystem::temp_directory_path() / "meridane-io-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder");
-    path_ = name;
-  }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-
-  std::string file(const std::string& name) const { return (path_ / name).string(); }
-  std::string file(const std::string& name, const std::string& bytes) const {
-    std::ofstream(file(name), std::ios_base::binary) << bytes;
-    return file(name);
-  }
-
- private:
-  std::filesystem::path path_;
-};
 
 /// The standard input holds the text meanwhile.
 class StandardInput {
@@ -84,20 +63,20 @@ TEST(MatrixElement, WithoutTextAndReferenceIsEmpty) {
 }
 
 TEST(MatrixElement, RefersToATextFile) {
-  const Folder folder;
-  const std::string path = folder.file("m.txt", "# a matrix\r\n1 2\r\n3 4\r\n");
+  const TemporaryFolder folder;
+  const std::string path = folder.write("m.txt", "# a matrix\r\n1 2\r\n3 4\r\n");
   EXPECT_EQ(of_element("<weight ref=\"" + path + "\"/>"), matrix());
   EXPECT_EQ(of_element("<weight type=\"text/plain\" ref=\"" + path + "\">5 6 7</weight>"), matrix());
   EXPECT_EQ(of_element("<weight type=\"text/tab-separated-values\" ref=\"" + path + "\"/>"), matrix());
 }
 
 TEST(MatrixElement, RefersToABinaryFileUnderAnyOtherType) {
-  const Folder folder;
-  const std::string path = folder.file("m.bin", matrix_bytes());
+  const TemporaryFolder folder;
+  const std::string path = folder.write("m.bin", matrix_bytes());
   for (const std::string type : {"application/meridane-bin", "text/html", ""}) {
     EXPECT_EQ(of_element("<weight type=\"" + type + "\" ref=\"" + path + "\"/>"), matrix());
   }
-  folder.file("m.bin", matrix_bytes().substr(0, 20));
+  folder.write("m.bin", matrix_bytes().substr(0, 20));
   EXPECT_THAT([&] { of_element("<weight type=\"x\" ref=\"" + path + "\"/>"); },
               ThrowsMessage<BaseRuntimeError>(std::string("Unexpected end of the stream")));
 }
@@ -116,20 +95,21 @@ TEST(MatrixElement, RefersToTheStandardInput) {
 }
 
 TEST(MatrixElement, TellsAFileThatIsNotThere) {
-  const Folder folder;
-  const std::string path = folder.file("none");
+  const TemporaryFolder folder;
+  const std::string path = folder / "none";
   EXPECT_THAT([&] { of_element("<weight ref=\"" + path + "\"/>"); },
               ThrowsMessage<BaseRuntimeError>("resource not found: " + path));
   EXPECT_THAT([&] { of_element("<weight ref=\"\">1 2</weight>"); },
               ThrowsMessage<BaseRuntimeError>(std::string("resource not found: ")));
 }
 
-TEST(MatrixElement, RefusesExpressions) {
-  constexpr char kMessage[] = "expressions are not evaluated by this version: ";
-  EXPECT_THAT([] { of_element("<weight>1 ${two}</weight>"); },
-              ThrowsMessage<BaseRuntimeError>(std::string(kMessage) + "1 ${two}"));
-  EXPECT_THAT([] { of_element("<weight ref=\"${folder}/m\"/>"); },
-              ThrowsMessage<BaseRuntimeError>(std::string(kMessage) + "${folder}/m"));
+TEST(MatrixElement, ExpandsExpressions) {
+  EXPECT_EQ(of_element("<weight>1 ${1 + 1}\n3 4</weight>"), matrix());
+  const Folder folder;
+  const std::string path = folder.file("m3", "1 2\n3 4");
+  EXPECT_EQ(of_element("<weight ref='" + path.substr(0, path.size() - 1) + "${1 + 2}'/>"), matrix());
+  EXPECT_THAT([] { of_element("<weight ref=\"/none/${1 + 2}\"/>"); },
+              ThrowsMessage<BaseRuntimeError>(std::string("resource not found: /none/3")));
   // Neither of these is one.
   EXPECT_THAT([] { of_element("<weight ref=\"/none/$x\"/>"); },
               ThrowsMessage<BaseRuntimeError>(std::string("resource not found: /none/$x")));
@@ -138,9 +118,9 @@ TEST(MatrixElement, RefusesExpressions) {
 }
 
 TEST(RefInput, ReadsAFileByteForByte) {
-  const Folder folder;
+  const TemporaryFolder folder;
   const std::string bytes("a\r\n\0\xff", 5);
-  RefInput input = ref_input_open(folder.file("f", bytes));
+  RefInput input = ref_input_open(folder.write("f", bytes));
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(input.stream()), {}), bytes);
 }
 
@@ -152,14 +132,14 @@ TEST(RefInput, OfADashIsTheStandardInput) {
 }
 
 TEST(RefInput, TellsAFileThatIsNotThere) {
-  const Folder folder;
-  EXPECT_THAT([&] { ref_input_open(folder.file("none")); },
-              ThrowsMessage<BaseRuntimeError>("resource not found: " + folder.file("none")));
+  const TemporaryFolder folder;
+  EXPECT_THAT([&] { ref_input_open(folder / "none"); },
+              ThrowsMessage<BaseRuntimeError>("resource not found: " + folder / "none"));
 }
 
 TEST(RefOutput, WritesAFileByteForByte) {
-  const Folder folder;
-  const std::string path = folder.file("f", "something longer from before");
+  const TemporaryFolder folder;
+  const std::string path = folder.write("f", "something longer from before");
   ref_output_open(path).stream() << "a\r\n" << '\0';
   std::ifstream file(path, std::ios_base::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), std::string("a\r\n\0", 4));
@@ -171,8 +151,8 @@ TEST(RefOutput, OfADashIsTheStandardOutput) {
 }
 
 TEST(RefOutput, TellsAFileThatCannotBeOpened) {
-  const Folder folder;
-  const std::string path = folder.file("none/f");
+  const TemporaryFolder folder;
+  const std::string path = folder / "none/f";
   EXPECT_THAT([&] { ref_output_open(path); }, ThrowsMessage<BaseRuntimeError>("resource cannot be opened: " + path));
 }
 

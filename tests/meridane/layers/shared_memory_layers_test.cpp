@@ -48,8 +48,8 @@ std::vector<LayerSample> shared_samples() {
 }
 
 TEST_F(SharedLayers, AreThoseOfTheTables) {
-  const auto expected = testing::ElementsAre("BLSTM", "Convolution3D", "Embedding", "FullyConnected", "LCBLSTM", "LSTM",
-                                             "PReLU", "Print", "ReLU", "Softmax");
+  const auto expected = testing::ElementsAre("AdditiveSelfAttention", "BLSTM", "Convolution3D", "Embedding",
+                                             "FullyConnected", "LCBLSTM", "LSTM", "PReLU", "Print", "ReLU", "Softmax");
   EXPECT_THAT(SMNNLayerBuilder::names(), expected);
   EXPECT_THAT(SMNNLayerFinder::names(), expected);
 }

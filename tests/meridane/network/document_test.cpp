@@ -1,12 +1,10 @@
 // The document form of a network: its elements, its messages and their order, and layers in files of their own.
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <bit>
-#include <filesystem>
-#include <fstream>
 
+#include "../../support/temporary_folder.h"
 #include "../support/network_samples.h"
 #include "meridane/framescore/scorer.h"
 
@@ -205,17 +203,7 @@ TEST(ALink, ToTheOutputIsTheEnd) {
 /// A folder with files that layers refer to.
 class LayerFiles : public testing::Test {
  protected:
-  LayerFiles() {
-    std::string name = (std::filesystem::temp_directory_path() / "sonivo-layers-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the test");
-    folder_ = name;
-  }
-  ~LayerFiles() override { std::filesystem::remove_all(folder_); }
-
-  std::string write(const std::string& name, const std::string& content) const {
-    std::ofstream(folder_ / name, std::ios::binary) << content;
-    return folder_ / name;
-  }
+  std::string write(const std::string& name, const std::string& content) const { return folder_.write(name, content); }
 
   /// Of a network whose only layer has these attributes.
   static std::string document(const std::string& attributes) {
@@ -228,7 +216,7 @@ class LayerFiles : public testing::Test {
     return scorer.score(0, 0);
   }
 
-  std::filesystem::path folder_;
+  sonivo::test::TemporaryFolder folder_;
 };
 
 const std::string kDense = R"(type="FullyConnected" id="a" )";
@@ -299,8 +287,8 @@ TEST_F(LayerFiles, MustEnd) {
 
 TEST_F(LayerFiles, MayNotBeFolders) {
   for (const char* format : {"text/xml", "application/meridane-bin"}) {
-    const std::string text = document(kDense + "format=\"" + format + "\" ref=\"" + folder_.string() + "\"");
-    EXPECT_EQ(failure(text), "couldn't open \"" + folder_.string() + "\"") << format;
+    const std::string text = document(kDense + "format=\"" + format + "\" ref=\"" + folder_.path().string() + "\"");
+    EXPECT_EQ(failure(text), "couldn't open \"" + folder_.path().string() + "\"") << format;
   }
 }
 

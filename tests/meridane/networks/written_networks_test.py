@@ -17,7 +17,9 @@ except ImportError:
 
 SONIVO = os.path.abspath(sys.argv[1])
 sys.path.insert(0, sys.argv[2])
+import time_layers  # noqa: E402
 from meridane_nn import LAYERS, Network  # noqa: E402
+from time_layers import column, logistic  # noqa: E402
 
 RNG = np.random.default_rng(7)
 ROWS = 6
@@ -26,10 +28,6 @@ ROWS = 6
 def numbers(*shape):
     """Multiples of 1/256 between -2 and 2: half precision holds them."""
     return RNG.integers(-512, 513, shape) / 256
-
-
-def logistic(t):
-    return 1 / (1 + np.exp(-t))
 
 
 def argument(p, x):
@@ -41,14 +39,45 @@ def softmax(p, x):
     return e / e.sum(axis=0)
 
 
-def column(values):
-    return np.reshape(values, (-1, 1))
-
-
 def normalised(p, x, axis):
     d = np.sqrt(x.var(axis=axis, keepdims=True) + p.get("eps", 1e-5))
     return (x - x.mean(axis=axis, keepdims=True)) / d * column(p["weight"]) + column(p["bias"])
 
+
+def pooled(x, scores):
+    e = np.exp(scores - scores.max())
+    return x @ column(e / e.sum())
+
+
+def attention(p, x):
+    q, k, v = np.split(p["in_weight"] @ x + column(p["in_bias"]), 3)
+    weights = softmax({}, k.T @ q / np.sqrt(len(x)))
+    return p["out_weight"] @ (v @ weights) + column(p["out_bias"])
+
+
+def additive(p, x):
+    hidden = np.tanh(p["key_weight"] @ x + column(p["key_bias"]) + column(p["query"]))
+    return pooled(x, p.get("scaling", 1.0) * (p["gvec_weight"] @ hidden + p["gvec_bias"])[0])
+
+
+def simple(p, x):
+    scores = p["context"] @ np.tanh(p["weight"] @ x + column(p["bias"]))
+    return np.hstack([pooled(x[:, : t + 1], scores[: t + 1]) for t in range(x.shape[1])])
+
+
+def joined(p, x, g):
+    h = np.tanh(p["lin_enc_weight"] @ x + p["lin_dec_weight"] @ g + column(p["lin_bias"]))
+    return h, p["lin_out_weight"] @ h + column(p["lin_out_bias"])
+
+
+def joint_hat(p, x, g):
+    h, labels = joined(p, x, g)
+    blank = logistic(p["lin_out_blk_weight"] @ h + column(p["lin_out_blk_bias"]))
+    return np.log(np.vstack([blank, (1 - blank) * softmax({}, labels)]))
+
+
+# Of two inputs, which the test makes of one.
+JOINTS = {"Joint": lambda p, x, g: joined(p, x, g)[1], "JointHAT": joint_hat}
 
 FORMULAS = {
     "Bias": lambda p, x: x + column(p["bias"]),
@@ -67,29 +96,64 @@ FORMULAS = {
     "LayerNorm": lambda p, x: normalised(p, x, 0),
     "GlobalLayerNorm": lambda p, x: normalised(p, x, None),
     "Print": lambda p, x: x,
+    "Slice": lambda p, x: x[p.get("start", 0) : p.get("end", 0) + 1],
+    "SliceAlongTime": lambda p, x: x,
+    "Concat": lambda p, x: x,
+    "Merge": lambda p, x: x,
+    "KeepPaceConcat": lambda p, x: x,
+    "KeepPaceMerge": lambda p, x: x,
+    "Attention": attention,
+    "SimpleAttention": simple,
+    "AdditiveSelfAttention": additive,
 }
+FORMULAS |= time_layers.FORMULAS
+INTEGERS = {"axis": 0, "start": 1, "end": 4, "step": 1, "input_size": ROWS}
+HIDDEN, LABELS = 5, 3
+SHAPES = {
+    "FullyConnected": {"weight": (9, ROWS), "bias": (9,)},
+    "Embedding": {"weight": (4, 3)},
+    "Attention": {"in_weight": (3 * ROWS, ROWS), "in_bias": (3 * ROWS,), "out_weight": (2, ROWS), "out_bias": (2,)},
+    "SimpleAttention": {"weight": (HIDDEN, ROWS), "bias": (HIDDEN,), "context": (HIDDEN,)},
+    "AdditiveSelfAttention": {"key_weight": (HIDDEN, ROWS), "key_bias": (HIDDEN,), "query": (HIDDEN,),
+                              "gvec_weight": (1, HIDDEN), "gvec_bias": (1,)},
+    "Joint": {"lin_enc_weight": (HIDDEN, 4), "lin_dec_weight": (HIDDEN, ROWS - 4), "lin_bias": (HIDDEN,),
+              "lin_out_weight": (LABELS, HIDDEN), "lin_out_bias": (LABELS,)},
+}
+SHAPES["JointHAT"] = SHAPES["Joint"] | {"lin_out_blk_weight": (1, HIDDEN), "lin_out_blk_bias": (1,)}
 
 
 def samples(layer):
     """Parameters with every field, and with as few as possible."""
     plain = layer.removeprefix("Compressed")
-    shapes = {"FullyConnected": {"weight": (9, ROWS), "bias": (9,)}, "Embedding": {"weight": (4, 3)}}
+    if plain in time_layers.FORMULAS:
+        return time_layers.samples(plain, ROWS, numbers)
     least, full = {}, {}
     for name, kind in LAYERS[layer]:
         if kind == "text":
             full[name] = 'a "name" & <more>'
         elif isinstance(kind, float):
             full[name] = 0.375
+        elif isinstance(kind, np.integer):
+            full[name] = INTEGERS[name]
+        elif isinstance(kind, type):
+            least[name] = full[name] = INTEGERS[name]
+        elif kind == "mandatory text":
+            least[name] = full[name] = "product"
         else:
-            value = numbers(*shapes.get(plain, {}).get(name, (ROWS,)))
+            value = numbers(*SHAPES.get(plain, {}).get(name, (ROWS,)))
             least[name] = full[name] = abs(value) if name == "var" else value
+    if layer == "SliceAlongTime":
+        full |= {"start": 0, "end": 50}  # all there are: by itself it may not change their number
     return full | least, least
 
 
 def input_of(layer, frames):
     if layer.endswith("Embedding"):
         return RNG.integers(0, 4, (1, frames)).astype(float)
-    return numbers(ROWS, frames)
+    if layer.endswith("RelMHA"):
+        return numbers(ROWS, 3 * frames)
+    # A mean of frames is one frame; with calls of one there is nothing to average but what is kept.
+    return numbers(ROWS, 1 if layer.endswith("AdditiveSelfAttention") else frames)
 
 
 class WrittenNetworks(unittest.TestCase):
@@ -108,16 +172,17 @@ class WrittenNetworks(unittest.TestCase):
         with open(self.path(name), "rb") as file:
             return file.read()
 
-    def run_network(self, name, x):
+    def run_network(self, name, x, chunk=None):
         np.savetxt(self.path("x.tsv"), x, fmt="%.9g", delimiter="\t")
-        self.sonivo("run", self.path(name), "--in", self.path("x.tsv"), "--out", self.path("y.tsv"))
+        chunks = ["--chunk", str(chunk)] if chunk else []
+        self.sonivo("run", self.path(name), "--in", self.path("x.tsv"), "--out", self.path("y.tsv"), *chunks)
         return np.loadtxt(self.path("y.tsv"), delimiter="\t", ndmin=2)
 
-    def check(self, net, x, expected):
+    def check(self, net, x, expected, chunk=None):
         net.write_binary(self.path("net.bin"))
         net.write_xml(self.path("net.xml"))
         for name in ("net.bin", "net.xml"):
-            y = self.run_network(name, x)
+            y = self.run_network(name, x, chunk)
             self.assertEqual(y.shape, expected.shape)
             # Single precision against double: some roundings of numbers of this size.
             np.testing.assert_allclose(y, expected, rtol=4e-6, atol=4e-6)
@@ -125,8 +190,10 @@ class WrittenNetworks(unittest.TestCase):
         self.assertEqual(self.read("again.bin"), self.read("net.bin"))
 
     def test_every_layer(self):
-        self.assertEqual({layer.removeprefix("Compressed") for layer in LAYERS}, set(FORMULAS))
+        self.assertEqual({layer.removeprefix("Compressed") for layer in LAYERS}, set(FORMULAS) | set(JOINTS))
         for layer in LAYERS:
+            if layer.removeprefix("Compressed") in JOINTS:
+                continue
             for parameters in samples(layer):
                 with self.subTest(layer=layer, parameters=sorted(parameters)):
                     x = input_of(layer, 5)
@@ -134,7 +201,24 @@ class WrittenNetworks(unittest.TestCase):
                     net = Network(len(x), len(expected))
                     net.add("one & <only>", layer, **parameters)
                     net.chain("_input", "one & <only>", "_output")
-                    self.check(net, x, expected)
+                    self.check(net, x, expected, chunk=1 if layer.endswith("SimpleAttention") else None)
+
+    def test_joints_of_two_streams(self):
+        for layer in LAYERS:
+            formula = JOINTS.get(layer.removeprefix("Compressed"))
+            if formula is None:
+                continue
+            with self.subTest(layer=layer):
+                parameters, _ = samples(layer)
+                x = numbers(ROWS, 5)
+                expected = formula(parameters, x[:4], x[4:])
+                net = Network(ROWS, len(expected))
+                net.add("encoder", "Slice", start=0, end=3)
+                net.add("decoder", "Slice", start=4, end=ROWS - 1)
+                net.add("joint", layer, **parameters)
+                net.chain("_input", "encoder", "joint", "_output")
+                net.chain("_input", "decoder", "joint")
+                self.check(net, x, expected)
 
     def test_a_chain_and_what_does_not_lead_to_its_end(self):
         W, b, V, c = numbers(8, ROWS), numbers(8), numbers(3, 4), numbers(3)
@@ -148,6 +232,28 @@ class WrittenNetworks(unittest.TestCase):
         net.link("hidden", "aside")
         h = W @ x + column(b)
         self.check(net, x, V @ (h[:4] * logistic(0.5 * h[4:])) + column(c))
+
+    def test_branches_that_are_cut_and_joined(self):
+        W, b = numbers(3, 2), numbers(3)
+        x = numbers(ROWS, 7)
+        net = Network(ROWS, 6)
+        net.add("low", "Slice", start=0, end=1)
+        net.add("high", "Slice", start=2, end=4)
+        net.add("wide", "FullyConnected", weight=W, bias=b)
+        net.add("mask", "Sigmoid")
+        net.add("masked", "Merge", mode="product")
+        net.add("sum", "KeepPaceMerge", mode="add")
+        net.add("both", "Concat")
+        net.add("paced", "KeepPaceConcat")
+        net.chain("_input", "low", "wide", "mask", "masked")
+        net.chain("_input", "high", "masked", "sum")
+        net.link("wide", "sum")
+        net.chain("low", "both", "paced", "_output")
+        net.link("sum", "both")
+        net.chain("_input", "last", "paced")
+        net.add("last", "Slice", start=5, end=5)
+        w = W @ x[:2] + column(b)
+        self.check(net, x, np.vstack([x[:2], x[2:5] * logistic(w) + w, x[5:]]))
 
     def test_the_examples_of_the_page(self):
         with open(os.path.join(sys.argv[2], "..", "docs", "network-files.md"), encoding="utf-8") as file:

@@ -139,7 +139,7 @@ TEST_P(LCBLSTMs, GoOnAfterAFlushWithTheForwardStateAlone) {
   EXPECT_LT(distance(step(*layer_, second, state), expected), 2 * kRounding);
 }
 
-TEST_P(LCBLSTMs, HaveStatesWhoseClonesGoTheirOwnWay) {
+TEST_P(LCBLSTMs, HaveStatesWhoseClonesHoldTheWaitingFramesToo) {
   Dice dice(6);
   const Eigen::Index frames = std::max<Eigen::Index>(GetParam().unit() - 1, 1);
   const Matrix first = dice.matrix(D, frames), second = dice.matrix(D, frames), third = dice.matrix(D, frames);
@@ -160,42 +160,16 @@ TEST_P(LCBLSTMs, GiveAnEmptyMinibatchForNone) {
   EXPECT_EQ(forward(*layer_, Matrix(0, 0)).cols(), 0);
 }
 
-TEST_P(LCBLSTMs, CheckTheirInputAndLeaveTheStateUntouched) {
-  const auto state = layer_->create_state();
-  EXPECT_EQ(failure_of<DimensionMismatchError>([&] { step(*layer_, Matrix::Ones(D + 1, 2), state); }),
-            "Dimension mismatch in layer the layer");
-  EXPECT_EQ(failure_of([&] {
-              layer_->forward({nullptr, nullptr}, state);
-            }),
-            "Layer the layer does not accept multiple input streams");
-  EXPECT_EQ(failure_of([&] { layer_->forward({nullptr}, state); }), "No data is being provided to layer the layer");
-  EXPECT_EQ(failure_of([&] { step(*layer_, Matrix::Ones(D, 1), nullptr); }),
-            "Layer the layer has been given no state of its own");
-  EXPECT_EQ(flushed(*layer_, state).cols(), 0);
-}
-
 TEST_P(LCBLSTMs, MayChangeTheNumberOfFrames) { EXPECT_TRUE(layer_->is_variable_length()); }
-
-TEST_P(LCBLSTMs, KeepTheirBytesFromBinaryToXmlToBinary) {
-  EXPECT_EQ(binary_of(*layer_), GetParam().record());
-  const std::string document = xml_of(*layer_);
-  const auto again = layer_in_xml(GetParam().form, GetParam().type(), document);
-  EXPECT_EQ(binary_of(*again), GetParam().record());
-  EXPECT_EQ(xml_of(*again), document);
-}
-
-TEST_P(LCBLSTMs, RefuseARecordThatIsCutAnywhereOrAnothers) {
-  std::string record = GetParam().record();
-  for (std::size_t length = 0; length < record.size(); ++length) {
-    EXPECT_THROW(layer_in(GetParam().form, GetParam().type(), record.substr(0, length)), BaseRuntimeError) << length;
-  }
-  ++record[0];
-  EXPECT_EQ(failure_of<InvalidFormat>([&] { layer_in(GetParam().form, GetParam().type(), record); }),
-            "invalid format (expected \"" + GetParam().type() + " Layer\")");
-}
 
 constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+
+TEST(LCBLSTM, StoresItsBufferForAnyNumberThatIsNotZero) {
+  for (const std::int32_t store : {2, -1, 256}) {
+    EXPECT_EQ(binary_of(*Sample{.store = store}.load()), Sample{.store = 1}.record()) << store;
+  }
+}
 
 TEST(LCBLSTM, RefusesSizesThatAreNone) {
   for (const std::int32_t chunk : {0, -1, kLeast}) {
@@ -238,12 +212,6 @@ TEST(LCBLSTM, ReadsItsAttributes) {
             "Incorrect \"chunk_size\" for \"LCBLSTM\"");
   EXPECT_EQ(failure_of([&] { layer_of_xml("LCBLSTM", with("output_format", " output_format='max'")); }),
             "Invalid value for attribute output_format.");
-}
-
-TEST(LCBLSTM, IsQuantizedAsItIsLoadedFromAFloatForm) {
-  const auto quantized = layer_of<QuantizedNNLayerBuilder>("LCBLSTM", Sample{}.record());
-  EXPECT_EQ(quantized->type(), "QuantizedLCBLSTM");
-  EXPECT_EQ(binary_of(*quantized), Sample{.form = Form::codes}.record());
 }
 
 /// Two of them with a dense layer between, so that what comes out of the first isn't what goes into the second.

@@ -56,98 +56,6 @@ TEST_P(LSTMs, GiveInChunksExactlyWhatOneCallGives) {
   }
 }
 
-TEST_P(LSTMs, StartFromZeros) {
-  const Matrix x = Dice(3).matrix(D, 4);
-  step(*layer_, x, layer_->create_state());
-  EXPECT_EQ(step(*layer_, x, layer_->create_state()), forward(*layer_, x));
-}
-
-TEST_P(LSTMs, HaveStatesWhoseClonesGoTheirOwnWay) {
-  Dice dice(4);
-  const Matrix first = dice.matrix(D, 6), second = dice.matrix(D, 6), third = dice.matrix(D, 6);
-  const auto state = layer_->create_state();
-  step(*layer_, first, state);
-  const auto clone = state->clone();
-  const Matrix here = step(*layer_, second, state);
-  step(*layer_, third, state);
-  EXPECT_EQ(step(*layer_, second, clone), here);
-  EXPECT_NE(step(*layer_, second, state), here);
-}
-
-TEST_P(LSTMs, GiveNoFramesForNoneAndKeepTheirState) {
-  const Matrix x = Dice(5).matrix(D, 8);
-  const auto state = layer_->create_state();
-  const Matrix first = step(*layer_, x.leftCols(3), state);
-  for (const Eigen::Index rows : {Eigen::Index{0}, D}) {
-    const Matrix none = step(*layer_, Matrix(rows, 0), state);
-    EXPECT_EQ(none.rows(), N);
-    EXPECT_EQ(none.cols(), 0);
-  }
-  EXPECT_EQ(step(*layer_, x.rightCols(5), state), forward(*layer_, x).rightCols(5));
-}
-
-TEST_P(LSTMs, CheckTheirInputAndLeaveTheStateUntouched) {
-  const auto state = layer_->create_state();
-  const Matrix x = Dice(6).matrix(D, 2), wrong = Matrix::Ones(D + 1, 2);
-  EXPECT_EQ(failure_of<DimensionMismatchError>([&] { step(*layer_, wrong, state); }),
-            "Dimension mismatch in layer the layer");
-  EXPECT_EQ(failure_of([&] {
-              layer_->forward({minibatch(x), minibatch(x)}, state);
-            }),
-            "Layer the layer does not accept multiple input streams");
-  EXPECT_EQ(failure_of([&] { layer_->forward({nullptr}, state); }), "No data is being provided to layer the layer");
-  EXPECT_EQ(failure_of([&] { layer_->forward(LayerInputs(), state); }), "No data is being provided to layer the layer");
-  EXPECT_EQ(step(*layer_, x, state), forward(*layer_, x));
-}
-
-TEST_P(LSTMs, RefuseAStateThatIsNotTheirs) {
-  struct Other : NNLayerState {
-    std::shared_ptr<NNLayerState> clone() const override { return nullptr; }
-  };
-  Dice dice(8);
-  const auto larger = layer_of("ULSTM", Sample{"ULSTM", Form::plain}.record(Direction(dice, N + 1, D)));
-  const Matrix x = Matrix::Ones(D, 1);
-  const std::shared_ptr<NNLayerState> others[] = {nullptr, std::make_shared<Other>(), larger->create_state()};
-  for (const auto& state : others) {
-    EXPECT_EQ(failure_of<BaseRuntimeError>([&] { step(*layer_, x, state); }),
-              "Layer the layer has been given no state of its own");
-  }
-}
-
-TEST_P(LSTMs, WriteIntoOldMemoryAndNotIntoTheirInput) {
-  const Matrix x = Dice(9).matrix(D, 9);
-  const MinibatchPtr input = minibatch(x);
-  LayerInputs inputs = {input};
-  inputs.set_spare(minibatch(Matrix::Constant(2, 3, std::nanf(""))));
-  EXPECT_EQ(layer_->forward(inputs)->content(), forward(*layer_, x));
-  EXPECT_EQ(input->content(), x);
-}
-
-TEST_P(LSTMs, KeepTheirBytesFromBinaryToXmlToBinary) {
-  const std::string record = GetParam().record(GetParam().parameters());
-  EXPECT_EQ(binary_of(*layer_), record);
-  const std::string document = xml_of(*layer_);
-  const auto again = layer_in_xml(GetParam().form, GetParam().type(), document);
-  EXPECT_EQ(binary_of(*again), record);
-  EXPECT_EQ(xml_of(*again), document);
-}
-
-TEST_P(LSTMs, RefuseARecordThatIsCutAnywhereOrAnothers) {
-  std::string record = GetParam().record(GetParam().parameters());
-  for (std::size_t length = 0; length < record.size(); ++length) {
-    EXPECT_THROW(layer_in(GetParam().form, GetParam().type(), record.substr(0, length)), BaseRuntimeError) << length;
-  }
-  ++record[0];
-  EXPECT_EQ(failure_of<InvalidFormat>([&] { layer_in(GetParam().form, GetParam().type(), record); }),
-            "invalid format (expected \"" + GetParam().type() + " Layer\")");
-}
-
-TEST_P(LSTMs, RefuseTheDocumentOfAnother) {
-  EXPECT_EQ(failure_of([&] { layer_in_xml(GetParam().form, GetParam().type(), "<layer type='Other' id='a'/>"); }),
-            GetParam().type() +
-                "Layer::load_xml() has been called for a wrong layer type - indicating an implementation error");
-}
-
 TEST_P(LSTMs, NameTheElementThatIsMissing) {
   const bool codes = GetParam().form == Form::codes;
   const std::string type = GetParam().type();
@@ -186,15 +94,6 @@ TEST_P(LSTMs, RefuseSizesThatContradictEachOther) {
   p.lateral_bias = Matrix::Ones(18, 1);
   EXPECT_EQ(failure(p),
             p.has_lateral_bias ? "Size of upward_bias [20] and lateral_bias [18] do not match " : "nothing failed");
-}
-
-TEST_P(LSTMs, AreQuantizedAsTheyAreLoadedFromAFloatForm) {
-  if (GetParam().form != Form::codes) return;
-  const Direction p = GetParam().parameters();
-  const std::string plain = Sample{GetParam().family, Form::plain}.record(p);
-  const auto quantized = layer_of<QuantizedNNLayerBuilder>(GetParam().family, plain);
-  EXPECT_EQ(quantized->type(), "Quantized" + GetParam().family);
-  EXPECT_EQ(binary_of(*quantized), GetParam().record(p));
 }
 
 TEST_P(LSTMs, CountTheirNumbersAndProducts) {

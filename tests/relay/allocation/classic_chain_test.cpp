@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "../../classic/chain/chain_params.h"
 #include "../../classic/chain/chain_signals.h"
 #include "../../classic/params/built_in_text.h"
+#include "../../support/temporary_folder.h"
 #include "classic/beam_forming_key_cancel.h"
 #include "classic/key_cancel.h"
 #include "classic/key_cancel_channel.h"
@@ -168,10 +167,8 @@ TEST(MemoryOfAParameterSet, ThatIsMissingLeavesNone) {
 
 /// Every allocation behind the reading of the file fails once: the channel and its stages.
 TEST(MemoryOfAChannelFromAFile, ThatIsMissingLeavesNone) {
-  std::string folder = (std::filesystem::temp_directory_path() / "sonivo-memory-XXXXXX").string();
-  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
-  const std::string path = folder + "/tuning.par";
-  std::ofstream(path) << classic::test::built_in_text();
+  const TemporaryFolder folder;
+  const std::string path = folder.write("tuning.par", classic::test::built_in_text());
   std::ostringstream nothing;
   ASSERT_NE(classic::MakeChannel<classic::KeyCancelChannel>(path, nothing), nullptr) << nothing.str();
   const std::uint64_t start = allocations();
@@ -192,7 +189,6 @@ TEST(MemoryOfAChannelFromAFile, ThatIsMissingLeavesNone) {
     EXPECT_EQ(messages.str(), "memory empty\n") << "allocation " << nth;
   }
   EXPECT_GE(failures, 3) << "at least the blob's owner, the channel and its stages";
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

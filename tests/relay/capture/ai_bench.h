@@ -1,36 +1,16 @@
 #pragma once
 
-#include <unistd.h>
-
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <utility>
 
+#include "../../support/temporary_folder.h"
 #include "capture_bench.h"
 #include "relay/effect_properties.h"
 
 namespace sonivo::test {
-
-/// A folder that is there for the length of a test.
-class TempFolder {
- public:
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sonivo-capture-XXXXXX").string();
-    path_ = mkdtemp(pattern.data());
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 inline constexpr const char* kModels1[] = {"model_se_streaming_RTF0.5_v2.bin", "model_tsse_streaming_rtf0.5_v2.bin",
                                            "model_spkenc_rtf0.5_v2.bin"};
@@ -85,7 +65,7 @@ class AIBench {
   }
   void during_block(int n, std::function<void()> action) { run_during_block(chain_, n, std::move(action)); }
 
-  TempFolder folder_;
+  TemporaryFolder folder_;
   RelayBench bench_;
   CAudioControl& relay_;
   ChainScript& chain_;

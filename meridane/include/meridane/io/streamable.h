@@ -3,6 +3,7 @@
 #include <istream>
 #include <ostream>
 
+#include "meridane/io/script.h"
 #include "meridane/io/xml.h"
 
 // Objects with a binary and an XML form. What the forms are, a traits class of the object says.
@@ -48,6 +49,7 @@ class XmlStorableImpl : public XmlStorable {
  public:
   void load_xml_stream(std::istream& stream) override {
     const XmlFile file(stream);
+    const ScriptDocument document;
     XmlStoreTraits<T>::load(static_cast<T&>(*this), file);
   }
   void dump_xml_stream(std::ostream& stream) const override {

@@ -12,10 +12,13 @@ namespace {
 template <std::size_t L>
 MERIDANE_INLINE Vector<float, L> tangent(Vector<float, L> x) {
   using V = Vector<float, L>;
-  using Bits = Vector<std::uint32_t, L>;
-  const Bits bits = reinterpret_cast<Bits>(x);
-  const V magnitude = reinterpret_cast<V>(bits & 0x7fffffffu), most = broadcast<L>(9.02f), one = broadcast<L>(1.0f);
-  const V a = most < magnitude ? most : magnitude, u = a * a;
+  const auto within = [](V v, float most) {  // what is no number stays so
+    V least = broadcast<L>(-most), greatest = broadcast<L>(most);
+    asm("" : "+v"(least), "+v"(greatest));  // constants are compared and blended, values have an instruction for that
+    v = least > v ? least : v;
+    return greatest < v ? greatest : v;
+  };
+  const V a = within(x, 9.02f), u = a * a;
   V p = u * 1.331906595e-8f + 2.0583476e-5f;
   V q = u * 7.76201673e-7f + 3.283092272e-4f;
   p = p * u + 3.49403419e-3f;
@@ -24,8 +27,7 @@ MERIDANE_INLINE Vector<float, L> tangent(Vector<float, L> x) {
   q = q * u + 0.4671303285f;
   p = p * u + 1.0f;
   q = q * u + 1.0f;
-  const V y = a * p / q;
-  return reinterpret_cast<V>(reinterpret_cast<Bits>(one < y ? one : y) | (bits & 0x80000000u));
+  return within(a * p / q, 1.0f);
 }
 
 }  // namespace

@@ -44,6 +44,11 @@ Minibatch::Minibatch(Matrix content, Shape shape) : content_(std::move(content))
 }
 
 Minibatch::Minibatch(const std::vector<std::shared_ptr<Minibatch>>& inputs, std::uint64_t axis) {
+  concatenate(inputs, axis);
+}
+
+void Minibatch::concatenate(const std::vector<std::shared_ptr<Minibatch>>& inputs, std::uint64_t axis) {
+  shape_.clear();
   Eigen::Index frames = 0;
   if (!inputs.empty()) {
     const Minibatch& first = *inputs.front();
@@ -122,15 +127,20 @@ void Minibatch::linear_xform(const RowMap& weight, const Vector& bias, Minibatch
 
 void Minibatch::reshape(const Shape&) { raise("Not implemented"); }
 
-std::shared_ptr<Minibatch> Minibatch::slice(std::uint64_t axis, std::uint64_t start, std::uint64_t end,
-                                            std::uint64_t step) const {
+std::uint64_t Minibatch::slice_rows(std::uint64_t axis, std::uint64_t start, std::uint64_t end,
+                                    std::uint64_t step) const {
   if (step != 1) raise("Not implemented");
   if (axis >= shape_.size()) raise("Invalid axis is specified");
   if (start > shape_[axis]) raise("Invalid start is specified");
   if (end < start) raise("Invalid end is specified");
   if (shape_.size() > 1) raise("Not implemented");
   if (end - start >= kMostRows) raise(kStaleShape);
-  const std::uint64_t rows = end - start + 1;
+  return end - start + 1;
+}
+
+std::shared_ptr<Minibatch> Minibatch::slice(std::uint64_t axis, std::uint64_t start, std::uint64_t end,
+                                            std::uint64_t step) const {
+  const std::uint64_t rows = slice_rows(axis, start, end, step);
   const auto stored = static_cast<std::uint64_t>(content_.rows());  // may be less than the shape says
   const std::uint64_t first = std::min(start, stored);
   const std::uint64_t there = std::min(rows, stored - first);

@@ -30,6 +30,7 @@ class LayerInputs {
   /// A minibatch of that form to write a result into; its content isn't set. Takes the spare one where there is one.
   MinibatchPtr result(const Minibatch::Shape& shape, Eigen::Index frames) const;
   MinibatchPtr result(Eigen::Index rows, Eigen::Index frames) const;  ///< of one axis
+  MinibatchPtr result() const;                                        ///< of any form: the caller gives it one
 
   /// Whether the stream ends here: a layer that has held frames back gives what it makes of them.
   bool is_last() const { return is_last_; }
@@ -90,6 +91,8 @@ class NNLayer : public BinaryStreamableImpl<NNLayer>, public XmlStorableImpl<NNL
  protected:
   /// The input of a layer that takes one. Throws for several and for none.
   const MinibatchPtr& only_input(const LayerInputs& inputs) const;
+  /// Of a layer that takes several: throws where there is none and where one is missing.
+  void expect_inputs(const LayerInputs& inputs) const;
   /// Throws unless the frames have that many rows; an input without frames fits everywhere.
   void expect_rows(const Minibatch& input, Eigen::Index rows) const;
   [[noreturn]] void raise_dimension_mismatch() const;

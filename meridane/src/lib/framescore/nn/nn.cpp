@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "meridane/framescore/multigmm.h"
 #include "meridane/framescore/nnlayer/builders.h"
 #include "meridane/framescore/scorer.h"
 #include "meridane/io/binary.h"
@@ -19,6 +20,13 @@ bool is_xml(const std::string& mime) { return mime.substr(0, mime.find(';')) == 
 [[maybe_unused]] const bool registered =
     FrameScoreParameterBuilder::regist(kNNMagic, [](std::istream& stream, const std::string& mime) {
       auto parameter = std::make_shared<NNParameter>(0);
+      parameter->load(stream, mime);
+      return std::shared_ptr<FrameScoreParameter>(parameter);
+    });
+
+[[maybe_unused]] const bool mixtures_registered =
+    FrameScoreParameterBuilder::regist(kGMMMagic, [](std::istream& stream, const std::string& mime) {
+      auto parameter = std::make_shared<MultiGMMParameter>();
       parameter->load(stream, mime);
       return std::shared_ptr<FrameScoreParameter>(parameter);
     });

@@ -15,6 +15,7 @@ class FrameHistory {
 
   Eigen::Index rows() const { return rows_; }
   Eigen::Index frames() const { return frames_; }
+  const float* data() const { return memory_.data() + first_; }  ///< the oldest frame; valid until the next change
 
   /// Appends a chunk. Gives where the window begins: `before` frames of zeros, the history, the chunk, `after` frames
   /// of zeros. It's valid until the next change.

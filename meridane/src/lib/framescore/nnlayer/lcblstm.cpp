@@ -21,6 +21,7 @@ void LCBLSTMLayer::parameters(ParameterVisitor& visitor) {
 void LCBLSTMLayer::loaded() {
   if (chunk_size_ < 1) raise("Incorrect \"chunk_size\" for \"LCBLSTM\"");
   if (future_chunk_size_ < 0) raise("Incorrect \"future_chunk_size\" for \"LCBLSTM\"");
+  store_buffer_ = store_buffer_ != 0 ? 1 : 0;  // whatever stands in a record, as in a document
   BLSTMLayer::loaded();
 }
 

@@ -13,8 +13,13 @@ MinibatchPtr LayerInputs::result(const Minibatch::Shape& shape, Eigen::Index fra
 }
 
 MinibatchPtr LayerInputs::result(Eigen::Index rows, Eigen::Index frames) const {
-  if (spare_ == nullptr) spare_ = std::make_shared<Minibatch>(Matrix());
-  spare_->resize(rows, frames);
+  MinibatchPtr given = result();
+  given->resize(rows, frames);
+  return given;
+}
+
+MinibatchPtr LayerInputs::result() const {
+  if (spare_ == nullptr) return std::make_shared<Minibatch>(Matrix());
   return std::move(spare_);
 }
 
@@ -30,6 +35,12 @@ const MinibatchPtr& NNLayer::only_input(const LayerInputs& inputs) const {
   if (inputs.size() > 1) raise("Layer %s does not accept multiple input streams", id_.c_str());
   if (inputs.size() == 0 || inputs[0] == nullptr) raise("No data is being provided to layer %s", id_.c_str());
   return inputs[0];
+}
+
+void NNLayer::expect_inputs(const LayerInputs& inputs) const {
+  bool complete = inputs.size() > 0;
+  for (const MinibatchPtr& input : inputs.streams()) complete = complete && input != nullptr;
+  if (!complete) raise("No data is being provided to layer %s", id_.c_str());
 }
 
 void NNLayer::expect_rows(const Minibatch& input, Eigen::Index rows) const {

@@ -44,7 +44,7 @@ void ParameterLayer::dump_binary(std::ostream& stream) const {
 }
 
 void ParameterLayer::load_xml(const XmlElement& element) {
-  if (fetch_attribute(element, "type") != tag()) raise_wrong_type(type().c_str());
+  if (fetch_attribute(element, "type") != tag()) raise_wrong_type(class_name());
   XmlLoader loader(*this, tag(), element);
   parameters(loader);
   loaded();

@@ -46,10 +46,13 @@ class ParameterVisitor {
   virtual void parts(const char* name, std::int32_t& count, const VisitPart& visit) = 0;
   /// A size that follows from what was visited before. Only documents state it, and needn't.
   virtual void implied(const char* name, std::int64_t value) = 0;
+  /// A size that only documents state; 0 where it isn't stated. For who compares it with more than one value.
+  virtual void stated(const char* name, std::int32_t& value) = 0;
   /// An integer whose attribute must be there.
   virtual void mandatory(const char* name, std::int32_t& value) = 0;
   virtual void word(const char* name, std::int32_t& value, const Words& words) = 0;
   virtual void text(const char* name, std::string& value) = 0;
+  virtual void mandatory_text(const char* name, std::string& value) = 0;
 
   /// What follows stands, in XML, in a child element of that name; `type`, if any, is the layer type that it is of.
   virtual void begin(const char*, const char* /*type*/) {}
@@ -73,6 +76,8 @@ class ParameterLayer : public NNLayer {
  protected:
   /// The first bytes of the record and the `type` of the element.
   virtual std::string tag() const = 0;
+  /// The class as error messages name it.
+  virtual std::string class_name() const { return type() + "Layer"; }
   /// What InvalidFormat expects.
   virtual std::string description() const { return tag() + " Layer"; }
   virtual MatrixCoding coding() const { return MatrixCoding::dense; }

@@ -53,8 +53,9 @@ void raise_incorrect(const char* name, const std::string& type) {
   raise("Incorrect \"%s\" for \"%s\"", name, type.c_str());
 }
 
-void raise_wrong_type(const char* type) {
-  raise("%sLayer::load_xml() has been called for a wrong layer type - indicating an implementation error", type);
+void raise_wrong_type(const std::string& class_name) {
+  raise("%s::load_xml() has been called for a wrong layer type - indicating an implementation error",
+        class_name.c_str());
 }
 
 void BinaryLoader::weight(const char* name, Weight& weight) {
@@ -106,9 +107,11 @@ void BinaryLoader::parts(const char* name, std::int32_t& count, const VisitPart&
   for (std::int32_t i = 0; i < count; ++i) visit(*this, i, prefix_of(name, i));
 }
 void BinaryLoader::implied(const char*, std::int64_t) {}
+void BinaryLoader::stated(const char*, std::int32_t& value) { value = 0; }
 void BinaryLoader::mandatory(const char*, std::int32_t& value) { value = read_number<std::int32_t>(stream_); }
 void BinaryLoader::word(const char*, std::int32_t& value, const Words&) { value = read_number<std::int32_t>(stream_); }
 void BinaryLoader::text(const char*, std::string& value) { value = read_string(stream_); }
+void BinaryLoader::mandatory_text(const char* name, std::string& value) { text(name, value); }
 
 void BinaryDumper::weight(const char*, Weight& weight) {
   write_matrix_size(stream_, {weight.rows(), weight.cols()});
@@ -139,9 +142,11 @@ void BinaryDumper::parts(const char* name, std::int32_t& count, const VisitPart&
   for (std::int32_t i = 0; i < count; ++i) visit(*this, i, prefix_of(name, i));
 }
 void BinaryDumper::implied(const char*, std::int64_t) {}
+void BinaryDumper::stated(const char*, std::int32_t&) {}
 void BinaryDumper::mandatory(const char*, std::int32_t& value) { write_number(stream_, value); }
 void BinaryDumper::word(const char*, std::int32_t& value, const Words&) { write_number(stream_, value); }
 void BinaryDumper::text(const char*, std::string& value) { write_string(stream_, value); }
+void BinaryDumper::mandatory_text(const char* name, std::string& value) { text(name, value); }
 
 const XmlElement& XmlLoader::child(const char* name) const {
   const XmlElement* const found = find_child(element(), name);
@@ -244,6 +249,8 @@ void XmlLoader::implied(const char* name, std::int64_t value) {
   if (text && *text != std::to_string(value)) raise_incorrect(name, places_.back().type);
 }
 
+void XmlLoader::stated(const char* name, std::int32_t& value) { whole(name, value, 0, 0); }
+
 void XmlLoader::mandatory(const char* name, std::int32_t& value) { value = int_of(fetch_attribute(element(), name)); }
 
 void XmlLoader::word(const char* name, std::int32_t& value, const Words& words) {
@@ -252,13 +259,14 @@ void XmlLoader::word(const char* name, std::int32_t& value, const Words& words) 
 
 void XmlLoader::begin(const char* name, const char* type) {
   const XmlElement& inner = child(name);
-  if (type != nullptr && fetch_attribute(inner, "type") != type) raise_wrong_type(type);
+  if (type != nullptr && fetch_attribute(inner, "type") != type) raise_wrong_type(std::string(type) + "Layer");
   places_.push_back({type != nullptr ? type : places_.back().type, &inner});
 }
 
 void XmlLoader::end() { places_.pop_back(); }
 
 void XmlLoader::text(const char* name, std::string& value) { value = find_attribute(element(), name).value_or(""); }
+void XmlLoader::mandatory_text(const char* name, std::string& value) { value = fetch_attribute(element(), name); }
 
 void XmlDumper::weight(const char* name, Weight& weight) {
   std::string text = "\n";
@@ -325,6 +333,7 @@ void XmlDumper::parts(const char* name, std::int32_t& count, const VisitPart& vi
 void XmlDumper::implied(const char* name, std::int64_t value) {
   append_attribute(element(), document_, name, std::to_string(value));
 }
+void XmlDumper::stated(const char* name, std::int32_t& value) { integer(name, value, 0); }
 void XmlDumper::mandatory(const char* name, std::int32_t& value) { integer(name, value, 0); }
 
 void XmlDumper::word(const char* name, std::int32_t& value, const Words& words) {
@@ -341,6 +350,9 @@ void XmlDumper::end() { elements_.pop_back(); }
 
 void XmlDumper::text(const char* name, std::string& value) {
   if (!value.empty()) append_attribute(element(), document_, name, value);
+}
+void XmlDumper::mandatory_text(const char* name, std::string& value) {
+  append_attribute(element(), document_, name, value);
 }
 
 void ParameterCounter::add_product(std::int64_t rows, std::int64_t cols) {
@@ -367,8 +379,10 @@ void ParameterCounter::parts(const char*, std::int32_t& count, const VisitPart& 
   for (std::int32_t i = 0; i < count; ++i) visit(*this, i, "");
 }
 void ParameterCounter::implied(const char*, std::int64_t) {}
+void ParameterCounter::stated(const char*, std::int32_t&) {}
 void ParameterCounter::mandatory(const char*, std::int32_t&) {}
 void ParameterCounter::word(const char*, std::int32_t&, const Words&) {}
 void ParameterCounter::text(const char*, std::string&) {}
+void ParameterCounter::mandatory_text(const char*, std::string&) {}
 
 }  // namespace meridane

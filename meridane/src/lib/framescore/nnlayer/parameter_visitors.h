@@ -9,7 +9,7 @@ namespace meridane {
 /// Throws "Incorrect \"NAME\" for \"TYPE\"".
 [[noreturn]] void raise_incorrect(const char* name, const std::string& type);
 /// For the element of another layer.
-[[noreturn]] void raise_wrong_type(const char* type);
+[[noreturn]] void raise_wrong_type(const std::string& class_name);
 
 /// Reads the parameters from a record, into memory that the layer gives.
 class BinaryLoader : public ParameterVisitor {
@@ -30,9 +30,11 @@ class BinaryLoader : public ParameterVisitor {
              bool one_for_all) override;
   void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
   void implied(const char* name, std::int64_t value) override;
+  void stated(const char* name, std::int32_t& value) override;
   void mandatory(const char* name, std::int32_t& value) override;
   void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
+  void mandatory_text(const char* name, std::string& value) override;
 
  private:
   void read_vector(const char* name, StoredVector& vector, MatrixSize size);
@@ -60,9 +62,11 @@ class BinaryDumper : public ParameterVisitor {
              bool one_for_all) override;
   void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
   void implied(const char* name, std::int64_t value) override;
+  void stated(const char* name, std::int32_t& value) override;
   void mandatory(const char* name, std::int32_t& value) override;
   void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
+  void mandatory_text(const char* name, std::string& value) override;
 
  private:
   MatrixCoding coding_;
@@ -88,9 +92,11 @@ class XmlLoader : public ParameterVisitor {
              bool one_for_all) override;
   void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
   void implied(const char* name, std::int64_t value) override;
+  void stated(const char* name, std::int32_t& value) override;
   void mandatory(const char* name, std::int32_t& value) override;
   void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
+  void mandatory_text(const char* name, std::string& value) override;
   void begin(const char* name, const char* type) override;
   void end() override;
 
@@ -126,9 +132,11 @@ class XmlDumper : public ParameterVisitor {
              bool one_for_all) override;
   void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
   void implied(const char* name, std::int64_t value) override;
+  void stated(const char* name, std::int32_t& value) override;
   void mandatory(const char* name, std::int32_t& value) override;
   void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
+  void mandatory_text(const char* name, std::string& value) override;
   void begin(const char* name, const char* type) override;
   void end() override;
 
@@ -156,9 +164,11 @@ class ParameterCounter : public ParameterVisitor {
              bool one_for_all) override;
   void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
   void implied(const char* name, std::int64_t value) override;
+  void stated(const char* name, std::int32_t& value) override;
   void mandatory(const char* name, std::int32_t& value) override;
   void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
+  void mandatory_text(const char* name, std::string& value) override;
 
  private:
   void add_product(std::int64_t rows, std::int64_t cols);

@@ -39,9 +39,11 @@ void SMStorer::parts(const char* name, std::int32_t& count, const VisitPart& vis
   for (std::int32_t i = 0; i < count; ++i) visit(*this, i, part(name, static_cast<std::size_t>(i)) + "::");
 }
 void SMStorer::implied(const char*, std::int64_t) {}
+void SMStorer::stated(const char*, std::int32_t&) {}
 void SMStorer::mandatory(const char* name, std::int32_t& value) { integer(name, value, 0); }
 void SMStorer::word(const char* name, std::int32_t& value, const Words&) { integer(name, value, 0); }
 void SMStorer::text(const char* name, std::string& value) { manager_.construct_text(name, value); }
+void SMStorer::mandatory_text(const char* name, std::string& value) { text(name, value); }
 
 void SMAttacher::raise_missing(const std::string& name) const {
   raise("%s::%s data does not exist in shared memory.", class_name_.c_str(), name.c_str());
@@ -108,6 +110,7 @@ void SMAttacher::parts(const char* name, std::int32_t& count, const VisitPart& v
 }
 
 void SMAttacher::implied(const char*, std::int64_t) {}
+void SMAttacher::stated(const char*, std::int32_t& value) { value = 0; }
 
 void SMAttacher::mandatory(const char* name, std::int32_t& value) { integer(name, value, 0); }
 void SMAttacher::word(const char* name, std::int32_t& value, const Words&) { integer(name, value, 0); }
@@ -116,5 +119,6 @@ void SMAttacher::text(const char* name, std::string& value) {
   if (found == nullptr) raise_missing(name);
   value.assign(found->data(), found->size());
 }
+void SMAttacher::mandatory_text(const char* name, std::string& value) { text(name, value); }
 
 }  // namespace meridane

@@ -24,9 +24,11 @@ class SMStorer : public ParameterVisitor {
              bool one_for_all) override;
   void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
   void implied(const char* name, std::int64_t value) override;
+  void stated(const char* name, std::int32_t& value) override;
   void mandatory(const char* name, std::int32_t& value) override;
   void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
+  void mandatory_text(const char* name, std::string& value) override;
 
  private:
   const SMManager& manager_;
@@ -51,9 +53,11 @@ class SMAttacher : public ParameterVisitor {
              bool one_for_all) override;
   void parts(const char* name, std::int32_t& count, const VisitPart& visit) override;
   void implied(const char* name, std::int64_t value) override;
+  void stated(const char* name, std::int32_t& value) override;
   void mandatory(const char* name, std::int32_t& value) override;
   void word(const char* name, std::int32_t& value, const Words& words) override;
   void text(const char* name, std::string& value) override;
+  void mandatory_text(const char* name, std::string& value) override;
 
  private:
   std::uint64_t stored_size(const std::string& name) const;

@@ -1,25 +1,38 @@
 // Which type names there are. A new layer is one line here.
 
+#include "lib/framescore/nnlayer/additive_self_attention.h"
+#include "lib/framescore/nnlayer/attention.h"
 #include "lib/framescore/nnlayer/batchnorm.h"
 #include "lib/framescore/nnlayer/bias.h"
 #include "lib/framescore/nnlayer/blstm.h"
+#include "lib/framescore/nnlayer/concat.h"
+#include "lib/framescore/nnlayer/conformer.h"
 #include "lib/framescore/nnlayer/convolution1d.h"
 #include "lib/framescore/nnlayer/embedding.h"
 #include "lib/framescore/nnlayer/fullyconnected.h"
 #include "lib/framescore/nnlayer/globallayernorm.h"
 #include "lib/framescore/nnlayer/glu.h"
+#include "lib/framescore/nnlayer/joint.h"
+#include "lib/framescore/nnlayer/jointhat.h"
+#include "lib/framescore/nnlayer/keep_pace.h"
 #include "lib/framescore/nnlayer/layernorm.h"
 #include "lib/framescore/nnlayer/lcblstm.h"
 #include "lib/framescore/nnlayer/lstm.h"
 #include "lib/framescore/nnlayer/map_convolution.h"
 #include "lib/framescore/nnlayer/maxpooling.h"
+#include "lib/framescore/nnlayer/merge.h"
 #include "lib/framescore/nnlayer/prelu.h"
 #include "lib/framescore/nnlayer/print.h"
 #include "lib/framescore/nnlayer/prod.h"
 #include "lib/framescore/nnlayer/quantized_fullyconnected.h"
+#include "lib/framescore/nnlayer/rel_mha.h"
+#include "lib/framescore/nnlayer/rel_pos_enc.h"
 #include "lib/framescore/nnlayer/relu.h"
 #include "lib/framescore/nnlayer/shared_memory.h"
 #include "lib/framescore/nnlayer/sigmoid.h"
+#include "lib/framescore/nnlayer/simple_attention.h"
+#include "lib/framescore/nnlayer/slice.h"
+#include "lib/framescore/nnlayer/slice_along_time.h"
 #include "lib/framescore/nnlayer/softmax.h"
 #include "lib/framescore/nnlayer/swish.h"
 #include "lib/framescore/nnlayer/tanh.h"
@@ -75,9 +88,13 @@ bool shared(const std::string& type) {
 }
 
 [[maybe_unused]] const bool registered[] = {
+    plain<AdditiveSelfAttentionLayer>("AdditiveSelfAttention"),
+    plain<AttentionLayer>("Attention"),
     plain<BLSTMLayer>("BLSTM"),
     plain<BatchNormLayer>("BatchNorm"),
     plain<BiasLayer>("Bias"),
+    plain<ConcatLayer>("Concat"),
+    plain<ConformerLayer>("Conformer"),
     plain<Convolution1DLayer>("Convolution1D"),
     plain<Convolution2DLayer>("Convolution2D"),
     plain<Convolution3DLayer>("Convolution3D"),
@@ -85,16 +102,26 @@ bool shared(const std::string& type) {
     plain<FullyConnectedLayer>("FullyConnected"),
     plain<GLULayer>("GLU"),
     plain<GlobalLayerNormLayer>("GlobalLayerNorm"),
+    plain<JointHATLayer>("JointHAT"),
+    plain<JointLayer>("Joint"),
+    plain<KeepPaceConcatLayer>("KeepPaceConcat"),
+    plain<KeepPaceMergeLayer>("KeepPaceMerge"),
     plain<LCBLSTMLayer>("LCBLSTM"),
     plain<LSTMLayer>("LSTM"),
     plain<LayerNormLayer>("LayerNorm"),
     plain<MaxPooling1DLayer>("MaxPooling1D"),
     plain<MaxPooling2DLayer>("MaxPooling2D"),
+    plain<MergeLayer>("Merge"),
     plain<PReLULayer>("PReLU"),
     plain<PrintLayer>("Print"),
     plain<ProdLayer>("Prod"),
     plain<ReLULayer>("ReLU"),
+    plain<RelMHALayer>("RelMHA"),
+    plain<RelPositionalEncodingLayer>("RelPosEnc"),
     plain<SigmoidLayer>("Sigmoid"),
+    plain<SimpleAttentionLayer>("SimpleAttention"),
+    plain<SliceLayer>("Slice"),
+    plain<SliceAlongTime>("SliceAlongTime"),
     plain<SoftmaxLayer>("Softmax"),
     plain<SwishLayer>("Swish"),
     plain<TDNNLayer>("TDNN"),
@@ -102,16 +129,23 @@ bool shared(const std::string& type) {
     plain<TransposeTDNNLayer>("TransposeTDNN"),
     plain<ULSTMLayer>("ULSTM"),
 
+    plain<CompressedAdditiveSelfAttentionLayer>("CompressedAdditiveSelfAttention"),
+    plain<CompressedAttentionLayer>("CompressedAttention"),
     plain<CompressedBLSTMLayer>("CompressedBLSTM"),
     plain<CompressedBatchNormLayer>("CompressedBatchNorm"),
+    plain<CompressedConformerLayer>("CompressedConformer"),
     plain<CompressedConvolution2DLayer>("CompressedConvolution2D"),
     plain<CompressedEmbeddingLayer>("CompressedEmbedding"),
     plain<CompressedFullyConnectedLayer>("CompressedFullyConnected"),
     plain<CompressedGlobalLayerNormLayer>("CompressedGlobalLayerNorm"),
+    plain<CompressedJointHATLayer>("CompressedJointHAT"),
+    plain<CompressedJointLayer>("CompressedJoint"),
     plain<CompressedLCBLSTMLayer>("CompressedLCBLSTM"),
     plain<CompressedLSTMLayer>("CompressedLSTM"),
     plain<CompressedLayerNormLayer>("CompressedLayerNorm"),
     plain<CompressedProdLayer>("CompressedProd"),
+    plain<CompressedRelMHALayer>("CompressedRelMHA"),
+    plain<CompressedSimpleAttentionLayer>("CompressedSimpleAttention"),
     plain<CompressedTDNNLayer>("CompressedTDNN"),
     plain<CompressedTransposeTDNNLayer>("CompressedTransposeTDNN"),
 
@@ -124,6 +158,7 @@ bool shared(const std::string& type) {
     quantized<QuantizedLSTMLayer>("LSTM"),
     quantized<QuantizedULSTMLayer>("ULSTM"),
 
+    shared<AdditiveSelfAttentionLayer>("AdditiveSelfAttention"),
     shared<Convolution3DLayer>("Convolution3D"),
     shared<BLSTMLayer>("BLSTM"),
     shared<EmbeddingLayer>("Embedding"),
