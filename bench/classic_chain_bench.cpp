@@ -216,25 +216,27 @@ std::size_t heap_bytes() {
   return heap.uordblks + heap.hblkhd;
 }
 
-/// microphones: that all channels of a chain of ours hear; 0 for a peer.
+/// microphones: that each of the four channels of a chain of ours hears; 0 for a peer.
 void print_memory(const std::string& name, const Start& start, std::size_t microphones, std::size_t param_bytes) {
   start();  // tables that all share
   const std::size_t before = heap_bytes();
   const auto open = start();
   const std::size_t bytes = heap_bytes() - before;
   std::cout << std::left << std::setw(30) << name << std::right << std::setw(9) << bytes << " bytes";
-  if (microphones != 0)
-    std::cout << ", per microphone beside its parameters " << (bytes - param_bytes) / microphones
-              << " of at most 65536";
+  if (microphones != 0) {
+    const std::size_t channel = (bytes - param_bytes) / 4;
+    std::cout << ", a channel beside the parameters " << channel << ", which is " << channel / microphones
+              << " per microphone of at most 65536";
+  }
   std::cout << '\n';
 }
 
 void print_memory_table() {
   std::cout << "\nHeap of an open object; a chain of ours always has four channels, of one or two microphones each\n";
   print_memory(
-      "CKeyCancel", [] { return key_cancel(key_cancel_param(), 1); }, 4, sizeof(classic::KeyCancelParam));
+      "CKeyCancel", [] { return key_cancel(key_cancel_param(), 1); }, 1, sizeof(classic::KeyCancelParam));
   print_memory(
-      "CBeamFormingKeyCancel", [] { return beam_forming(beam_forming_param()); }, 8,
+      "CBeamFormingKeyCancel", [] { return beam_forming(beam_forming_param()); }, 2,
       sizeof(classic::BeamFormingKeyCancelParam));
   for (const Subject& subject : subjects()) {
     if (subject.name.starts_with("speex") || subject.name.starts_with("webrtc"))

@@ -77,18 +77,22 @@ void dense(benchmark::State& state, bool cold) {
 }
 
 void bytes(benchmark::State& state, bool cold) {
+  constexpr std::size_t kBlock = 60;  // frames that are quantized and multiplied at once
   const auto size = static_cast<std::size_t>(state.range(0)), frames = static_cast<std::size_t>(state.range(1));
   std::vector<std::int8_t> w(size * size);
   for (std::size_t i = 0; i < w.size(); ++i) w[i] = static_cast<std::int8_t>(i * 31 % 255);
-  std::vector<std::uint8_t> unsigned_w(w.begin(), w.end()), codes(size * frames);
+  std::vector<std::uint8_t> unsigned_w(w.begin(), w.end()), codes(size * kBlock);
   std::vector<float> x = noise(size * frames);
   std::vector<std::int32_t> y(size * frames);
   const PackedCodes ours(unsigned_w.data(), size, size, *contenders.codes);
   std::vector<Work> works = {[&] {
-    for (std::size_t t = 0; t < frames; ++t) {
-      benchmark::DoNotOptimize(contenders.codes->quantize(&x[t * size], size, size, &codes[t * size]));
+    for (std::size_t first = 0; first < frames; first += kBlock) {
+      const std::size_t count = std::min(kBlock, frames - first);
+      for (std::size_t t = 0; t < count; ++t) {
+        benchmark::DoNotOptimize(contenders.codes->quantize(&x[(first + t) * size], size, size, &codes[t * size]));
+      }
+      ours.multiply(codes.data(), count, &y[first * size]);
     }
-    ours.multiply(codes.data(), frames, y.data());
   }};
 #ifdef SONIVO_BENCH_ONEDNN
   OneDnnProduct peer(w, state.range(0), x, y, state.range(1));
@@ -124,9 +128,9 @@ int main(int argc, char** argv) {
     ++argv;
   }
   settings(benchmark::RegisterBenchmark("dense", dense, false), {1, 5, 50, 800});
-  settings(benchmark::RegisterBenchmark("dense_cold", dense, true), {5});
+  settings(benchmark::RegisterBenchmark("dense_cold", dense, true), {1, 5, 50});
   settings(benchmark::RegisterBenchmark("bytes", bytes, false), {1, 5, 50, 800});
-  settings(benchmark::RegisterBenchmark("bytes_cold", bytes, true), {5});
+  settings(benchmark::RegisterBenchmark("bytes_cold", bytes, true), {1, 5, 50});
   benchmark::AddCustomContext("float kernels", contenders.kernels->name);
   benchmark::AddCustomContext("8-bit kernels", contenders.codes->name);
   benchmark::Initialize(&argc, argv);

@@ -10,12 +10,15 @@
 """
 
 import struct
+from typing import NamedTuple
 from xml.sax.saxutils import quoteattr
 
 import numpy as np
 
 # What a record holds behind its type, in this order: matrices, vectors, texts and layers by name, and numbers with their
 # default (a Python float is stored as a single, a NumPy integer in its own size; the type alone: there is no default).
+# A tuple holds the words of an attribute, which stand for 0, 1 and so on in a record; the first is the default. A
+# dictionary holds what each of several parts has.
 _SLOPED = ("slope", 1.0), ("bias", 0.0)
 _NORM = ("weight", "vector"), ("bias", "vector")
 _EPS = (("eps", 1e-5),)
@@ -27,6 +30,12 @@ _TAPS = tuple((name, np.int32(value)) for name, value in
               (("groups", 0), ("causal", 0), ("pad", 0), ("dilation", 1), ("stride", 1))) + (
     ("kernel", np.int32), ("weight", "matrix"), ("bias", "vector"))
 _LSTM = ("upward_weight", "matrix"), ("upward_bias", "vector"), ("lateral_weight", "matrix")
+_DIRECTIONS = tuple((f"{direction}_{name}", kind) for direction in ("forward", "backward")
+                    for name, kind in _LSTM + (("lateral_bias", "vector"),))
+_OUTPUT_FORMAT = (("output_format", ("concat", "sum")),)
+_MAP = ("input_size", "integers"), ("output_channel", np.int32)
+_KERNEL = {"size": "integers", "stride": "integers"}
+_WEIGHT = {"weight": "matrix", "bias": "vector"}
 LAYERS = {
     "Bias": (("bias", "vector"),),
     "Prod": (("bias", "vector"),),
@@ -60,6 +69,14 @@ LAYERS = {
     "TransposeTDNN": _TAPS,
     "LSTM": _LSTM,
     "ULSTM": _LSTM + (("lateral_bias", "vector"),),
+    "BLSTM": _DIRECTIONS + _OUTPUT_FORMAT,
+    "LCBLSTM": _DIRECTIONS + (("chunk_size", np.int32), ("future_chunk_size", np.int32),
+                              ("store_buffer", ("false", "true"))) + _OUTPUT_FORMAT,
+    "Convolution1D": (("input_len", np.uint64(0)), ("filter_size", np.uint64), *_WEIGHT.items()),
+    "Convolution2D": _MAP + (("kernel", _KERNEL | {"pad": "integers"} | _WEIGHT),),
+    "Convolution3D": _MAP + (("kernel", _KERNEL | _WEIGHT),),
+    "MaxPooling1D": (("pool_size", np.int32),),
+    "MaxPooling2D": (("pool_size", "integers"),),
     "RelPosEnc": (("cache_frame", np.int32(0)), ("reserve", np.int32(0))),
     "RelMHA": (("nhead", np.int32),) + tuple(
         (f"linear_{name}_{kind}", "matrix" if kind == "weight" else "vector")
@@ -69,31 +86,52 @@ LAYERS = {
 }
 _HALF = ("Prod", "FullyConnected", "Embedding", "BatchNorm", "LayerNorm", "GlobalLayerNorm", "Attention",
          "SimpleAttention", "AdditiveSelfAttention", "Joint", "JointHAT", "TDNN", "TransposeTDNN", "LSTM", "ULSTM",
-         "RelMHA", "Conformer")
+         "BLSTM", "LCBLSTM", "Convolution2D", "RelMHA", "Conformer")
 LAYERS.update({"Compressed" + name: LAYERS[name] for name in _HALF})
 
 
+class _Word(NamedTuple):
+    number: int
+    text: str
+
+
+class _Parts(NamedTuple):
+    fields: list  # of each
+
+
 def _checked(layer, parameters):
-    """The fields of a layer with their values: arrays of float32, numbers, texts, lists of layers."""
     if layer not in LAYERS:
         raise ValueError(f"there is no layer {layer}")
-    known = [name for name, _ in LAYERS[layer]]
-    unknown = set(parameters) - set(known)
+    return _values(layer, LAYERS[layer], parameters)
+
+
+def _values(layer, fields, parameters):
+    """The fields with their values: matrices of float32, numbers and arrays of them, texts, words, layers, parts."""
+    unknown = set(parameters) - {name for name, _ in fields}
     if unknown:
         raise ValueError(f"{layer} has no {', '.join(sorted(unknown))}")
-    for name, kind in LAYERS[layer]:
+    for name, kind in fields:
         if kind == "text":
             yield name, parameters.get(name, "")
         elif isinstance(kind, float):
             yield name, np.float32(parameters.get(name, kind))
         elif isinstance(kind, np.integer):
             yield name, kind.dtype.type(parameters.get(name, kind))
+        elif isinstance(kind, tuple):
+            word = parameters.get(name, kind[0])
+            if word not in kind:
+                raise ValueError(f"{name} of {layer} is none of {', '.join(kind)}")
+            yield name, _Word(kind.index(word), word)
         elif name not in parameters:
             raise ValueError(f"{layer} needs {name}")
         elif kind == "mandatory text":
             yield name, parameters[name]
         elif isinstance(kind, type):
             yield name, kind(parameters[name])
+        elif kind == "integers":
+            yield name, np.asarray(parameters[name], dtype=np.int32).reshape(-1)
+        elif isinstance(kind, dict):
+            yield name, _Parts([list(_values(f"{name} of {layer}", kind.items(), part)) for part in parameters[name]])
         elif kind == "layers":
             yield name, [(id, type, list(_checked(type, own))) for id, (type, own) in parameters[name].items()]
         else:
@@ -114,38 +152,55 @@ def _matrix(array, number):
     return struct.pack("<qq", *array.shape) + array.astype(number).tobytes()
 
 
-def _record(type, fields):
-    number = "<f2" if type.startswith("Compressed") else "<f4"
-    parts = [type.encode()]
+def _is_matrix(value):
+    return isinstance(value, np.ndarray) and value.ndim == 2
+
+
+def _packed(fields, number):
     for _, value in fields:
-        if isinstance(value, np.ndarray):
-            parts.append(_matrix(value, number))
+        if _is_matrix(value):
+            yield _matrix(value, number)
         elif isinstance(value, str):
-            parts.append(_string(value))
+            yield _string(value)
         elif isinstance(value, list):
-            parts.append(struct.pack("<Q", len(value)))
-            parts += [_layer(*layer) for layer in value]
+            yield struct.pack("<Q", len(value))
+            yield from (_layer(*layer) for layer in value)
+        elif isinstance(value, _Word):
+            yield struct.pack("<i", value.number)
+        elif isinstance(value, _Parts):
+            yield struct.pack("<i", len(value.fields))
+            for part in value.fields:
+                yield from _packed(part, number)
         else:
-            parts.append(value.astype(value.dtype.newbyteorder("<")).tobytes())
-    return b"".join(parts)
+            yield value.astype(value.dtype.newbyteorder("<")).tobytes()
 
 
 def _layer(id, type, fields):
-    return _string(id) + _string(type) + _record(type, fields)
+    number = "<f2" if type.startswith("Compressed") else "<f4"
+    return _string(id) + _string(type) + type.encode() + b"".join(_packed(fields, number))
 
 
-def _element(id, type, fields):
-    attributes, children = "", []
+def _layer_element(id, type, fields):
+    return _element("layer", f" type={quoteattr(type)} id={quoteattr(id)}", fields)
+
+
+def _element(tag, attributes, fields):
+    children = []
     for name, value in fields:
-        if isinstance(value, np.ndarray):
+        if _is_matrix(value):
             # The text of a float32 is the shortest that reads as the same value.
             rows = "\n".join("\t".join(map(str, row)) for row in value)
             children.append(f"<{name}>\n{rows}\n</{name}>")
         elif isinstance(value, list):
-            children += [f"<{name}>", *(_element(*layer) for layer in value), f"</{name}>"]
+            children += [f"<{name}>", *(_layer_element(*layer) for layer in value), f"</{name}>"]
+        elif isinstance(value, _Parts):
+            children += [_element(name, "", part) for part in value.fields]
         else:
-            attributes += f" {name}={quoteattr(str(value))}"
-    return "\n".join([f"<layer type={quoteattr(type)} id={quoteattr(id)}{attributes}>", *children, "</layer>"])
+            text = value.text if isinstance(value, _Word) else value
+            if isinstance(value, np.ndarray):
+                text = " ".join(map(str, value))
+            attributes += f" {name}={quoteattr(str(text))}"
+    return "\n".join([f"<{tag}{attributes}>", *children, f"</{tag}>"])
 
 
 class Network:
@@ -157,7 +212,8 @@ class Network:
         self.links = []
 
     def add(self, id, type, **parameters):
-        """Sublayers, of a Conformer, are a dictionary from id to (type, parameters)."""
+        """Sublayers, of a Conformer, are a dictionary from id to (type, parameters); what a Convolution2D or 3D has as
+        `kernel` is a list of dictionaries."""
         self.layers.append((id, type, list(_checked(type, parameters))))
 
     def link(self, source, target):
@@ -179,7 +235,7 @@ class Network:
     def write_xml(self, path):
         lines = ['<?xml version="1.0"?>',
                  f'<NN magic="MerNNpar" ninput="{self.ninput}" noutput="{self.noutput}">', "<layers>"]
-        lines += [_element(*layer) for layer in self.layers]
+        lines += [_layer_element(*layer) for layer in self.layers]
         lines += ["</layers>", "<links>"]
         lines += [f"<link from_id={quoteattr(source)} to_id={quoteattr(target)}/>" for source, target in self.links]
         lines += ["</links>", "</NN>", ""]

@@ -10,18 +10,21 @@ namespace meridane::bench {
 /// depends on neither.
 class OneDnnLayer {
  public:
-  static OneDnnLayer lstm(long rows, long cells, long frames) {
+  /// plain: with weights as they are stored, which is often faster than the format that oneDNN asks for.
+  static OneDnnLayer lstm(long rows, long cells, long frames, bool plain) {
     using dnnl::memory;
     using Layer = dnnl::lstm_forward;
     OneDnnLayer layer;
-    const auto any = [](const memory::dims& sizes) { return floats(sizes, memory::format_tag::any); };
+    const auto weights = [&](const memory::dims& sizes) {
+      return floats(sizes, plain ? memory::format_tag::ldigo : memory::format_tag::any);
+    };
     const memory::desc x = floats({frames, 1, rows}, memory::format_tag::tnc),
                        y = floats({frames, 1, cells}, memory::format_tag::tnc),
                        state = floats({1, 1, 1, cells}, memory::format_tag::ldnc),
                        bias = floats({1, 1, 4, cells}, memory::format_tag::ldgo);
     const Layer::desc description(dnnl::prop_kind::forward_inference, dnnl::rnn_direction::unidirectional_left2right, x,
-                                  state, state, any({1, 1, rows, 4, cells}), any({1, 1, cells, 4, cells}), bias, y,
-                                  state, state);
+                                  state, state, weights({1, 1, rows, 4, cells}), weights({1, 1, cells, 4, cells}), bias,
+                                  y, state, state);
     const Layer::primitive_desc chosen(description, layer.engine_);
     layer.give(DNNL_ARG_SRC_LAYER, x);
     layer.give(DNNL_ARG_SRC_ITER, state);
@@ -41,11 +44,12 @@ class OneDnnLayer {
     using dnnl::memory;
     using Layer = dnnl::convolution_forward;
     OneDnnLayer layer;
-    const memory::desc x = floats({1, channels, frames}, memory::format_tag::nwc),
+    const memory::desc x = floats({1, channels, 1, frames}, memory::format_tag::nhwc),
                        bias = floats({channels}, memory::format_tag::a);
-    const memory::dims sizes = depthwise ? memory::dims{channels, 1, 1, taps} : memory::dims{channels, channels, taps};
+    const memory::dims sizes =
+        depthwise ? memory::dims{channels, 1, 1, 1, taps} : memory::dims{channels, channels, 1, taps};
     const Layer::desc description(dnnl::prop_kind::forward_inference, dnnl::algorithm::convolution_direct, x,
-                                  floats(sizes, memory::format_tag::any), bias, x, {1}, {taps - 1}, {0});
+                                  floats(sizes, memory::format_tag::any), bias, x, {1, 1}, {0, taps - 1}, {0, 0});
     const Layer::primitive_desc chosen(description, layer.engine_);
     layer.give(DNNL_ARG_SRC, x);
     layer.give(DNNL_ARG_WEIGHTS, chosen.weights_desc());

@@ -23,6 +23,14 @@ struct BeamFormingChannel::Stages {
   explicit Stages(const Param& param)
       : filter0(param.head.ain), filter1(param.head.ain), beams(param), key(param.pulse), noise(param) {}
 
+  void reset() {
+    filter0.reset();
+    filter1.reset();
+    beams.reset();
+    key.reset();
+    noise.reset();
+  }
+
   InputFilter filter0;
   InputFilter filter1;
   FixedBeamformer beams;
@@ -78,6 +86,10 @@ void BeamFormingChannel::process(const Frames& in, std::size_t channel, Frames& 
   } else {
     noise.process({b0, b1}, {beam0, beam1}, y);
   }
+  if (is_sane(a0) && is_sane(a1) && is_sane(beam0) && is_sane(beam1) && is_sane(b0) && is_sane(b1) && is_sane(y))
+    return;
+  stages_->reset();
+  y.fill(0.0f);
 }
 
 }  // namespace sonivo::classic

@@ -11,6 +11,12 @@ namespace sonivo::classic {
 struct KeyCancelChannel::Stages {
   explicit Stages(const Param& param) : filter(param.head.ain), key(param.pulse), noise(param) {}
 
+  void reset() {
+    filter.reset();
+    key.reset();
+    noise.reset();
+  }
+
   InputFilter filter;
   KeyReduction<1> key;
   NoiseReduction noise;
@@ -49,6 +55,9 @@ void KeyCancelChannel::process(const Frames& in, std::size_t channel, Frames& ou
   } else {
     noise.process(b, a, y);
   }
+  if (is_sane(a) && is_sane(b) && is_sane(y)) return;
+  stages_->reset();
+  y.fill(0.0f);
 }
 
 }  // namespace sonivo::classic

@@ -15,14 +15,22 @@ namespace {
 
 using Fault = std::optional<std::string>;
 
+/// Of any number: 200 dB. Two such gains one behind the other don't overflow with anything that is audio.
+constexpr float kHighest = 1e10f;
+
 bool all_finite(std::span<const float> numbers) {
   return std::all_of(numbers.begin(), numbers.end(), [](float x) { return std::isfinite(x); });
+}
+
+bool all_within(std::span<const float> numbers, float highest) {
+  return std::all_of(numbers.begin(), numbers.end(), [&](float x) { return std::abs(x) <= highest; });
 }
 
 /// What is wrong with the number of a key, if anything. A recursive level or gain with a coefficient beyond 1 grows
 /// without end.
 const char* fault_of(const Conversion& conversion, float number) {
   if (!std::isfinite(number)) return " makes no finite number";
+  if (std::abs(number) > kHighest) return " makes a number beyond 1e10";
   if (conversion.unit == Unit::ms_coefficient && std::abs(number) > 1.0f) return " is less than half a frame";
   return nullptr;
 }
@@ -53,15 +61,19 @@ Fault fault_of(const BlockPlace& block, const BandCounts& counts, const std::byt
 }
 
 Fault fault_of_windows(const char* name, const AnaBlock& ana, const SynBlock& syn) {
-  const bool finite = all_finite(std::span(ana.window).first(static_cast<std::size_t>(ana.fft))) &&
-                      all_finite(std::span(syn.window).first(2 * static_cast<std::size_t>(syn.hop)));
-  if (finite) return std::nullopt;
-  return std::string("a window of ") + name + " is not finite";
+  const auto analysis = std::span(ana.window).first(static_cast<std::size_t>(ana.fft));
+  const auto synthesis = std::span(syn.window).first(2 * static_cast<std::size_t>(syn.hop));
+  const std::string window = std::string("a window of ") + name;
+  if (!all_finite(analysis) || !all_finite(synthesis)) return window + " is not finite";
+  if (!all_within(analysis, kHighest) || !all_within(synthesis, kHighest)) return window + " is beyond 1e10";
+  return std::nullopt;
 }
 
 Fault fault_of(const char* name, const BandTable& table) {
-  if (all_finite(std::span(table.inv_width).first(table.nbin))) return std::nullopt;
-  return std::string("a width of ") + name + " is not finite";
+  const auto inv_width = std::span(table.inv_width).first(table.nbin);
+  if (!all_finite(inv_width)) return std::string("a width of ") + name + " is not finite";
+  if (!all_within(inv_width, 1.0f)) return std::string("a width of ") + name + " is less than a bin";
+  return std::nullopt;
 }
 
 /// Within or on the triangle of the coefficients that have no pole outside of the unit circle.
@@ -76,6 +88,9 @@ Fault fault_of(const AinBlock& ain) {
     const auto& [b0, b1, b2, minus_a1, minus_a2] = ain.coefficients[i];
     const float numbers[] = {b0, b1, b2, minus_a1, minus_a2};
     if (!all_finite(numbers)) return indexed("the filter of ain.Q[%d] and ain.f0[%d] is not finite", i, i);
+    if (!all_within(numbers, kHighest)) {
+      return indexed("the filter of ain.Q[%d] and ain.f0[%d] makes a number beyond 1e10", i, i);
+    }
     if (!is_stable(ain.coefficients[i])) {
       return indexed("the filter of ain.Q[%d] and ain.f0[%d] is not stable", i, i);
     }
@@ -97,8 +112,11 @@ Fault fault_of_filters(const BeamFormingKeyCancelParam& param) {
     for (std::size_t input = 0; input < kBeams; ++input) {
       for (const auto& partition : param.filter[output][input]) {
         for (const ComplexFloat& bin : partition) {
-          if (std::isfinite(bin.re) && std::isfinite(bin.im)) continue;
-          return indexed("fd_fbf_ain_flt[%d][%d] makes no finite number", output, input);
+          const float numbers[] = {bin.re, bin.im};
+          if (all_within(numbers, kHighest)) continue;
+          return indexed(all_finite(numbers) ? "fd_fbf_ain_flt[%d][%d] makes a number beyond 1e10"
+                                             : "fd_fbf_ain_flt[%d][%d] makes no finite number",
+                         output, input);
         }
       }
     }

@@ -42,6 +42,10 @@ expect "a word too many" 2 '^$' '^error: [^'$'\n'']+$' classic keycancel in.wav 
 expect "an unknown option" 2 '^$' '^error: [^'$'\n'']+$' classic keycancel in.wav out.wav --magic
 expect "a chain that is none" 2 '^$' "^error: CHAIN is keycancel or beamforming, not 'magic'\$" classic magic in.wav out.wav
 expect "a switch that is none" 2 '^$' "^error: --key takes on or off, not '1'\$" classic keycancel in.wav out.wav --key 1
+for switch in on off; do
+  expect "beams of a chain that has none" 2 '^$' "^error: --beam is for the beamforming chain; keycancel forms no beams\$" \
+    classic keycancel in.wav out.wav --beam $switch
+done
 for block in 0 65536 -1 1.5 x; do
   expect "blocks of $block frames" 2 '^$' "^error: --block takes 1 to 65535 frames, not '$block'\$" \
     classic keycancel in.wav out.wav "--block=$block"

@@ -55,7 +55,7 @@ struct WavBytes {
   }
 };
 
-using test::TemporaryFolder;
+using sonivo::test::TemporaryFolder;
 
 inline std::string bytes_of_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

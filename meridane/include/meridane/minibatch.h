@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <variant>
 #include <vector>
@@ -38,9 +39,9 @@ class Minibatch {
 
   /// Content not set: memory for a result. The rows are the product of the shape, which must fit into 31 bits: here a
   /// shape that is right modulo 2^32 only is refused, by the message that the check above has.
-  static std::shared_ptr<Minibatch> uninitialised(const Shape& shape, Eigen::Index frames);
+  static std::shared_ptr<Minibatch> uninitialised(std::span<const std::uint64_t> shape, Eigen::Index frames);
   /// Takes that form, keeping its memory where the size stays. The same holds for the shape.
-  void resize(const Shape& shape, Eigen::Index frames);
+  void resize(std::span<const std::uint64_t> shape, Eigen::Index frames);
   void resize(Eigen::Index rows, Eigen::Index frames);  ///< of one axis
 
   const Matrix& content() const { return content_; }

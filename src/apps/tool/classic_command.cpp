@@ -104,7 +104,11 @@ CLI::App* add_classic_command(CLI::App& app, ClassicOptions& options) {
       ->type_name("FRAMES");
   add_switch(*command, "--key", options.key, "key reduction");
   add_switch(*command, "--noise", options.noise, "noise reduction");
-  add_switch(*command, "--beam", options.beam, "beams of the beamforming chain");
+  add_switch(*command, "--beam", options.beam, "beams, of the beamforming chain only");
+  command->parse_complete_callback([command, &options] {
+    if (options.chain == ClassicChainKind::keycancel && command->count("--beam") > 0)
+      throw UsageError("--beam is for the beamforming chain; keycancel forms no beams");
+  });
   return command;
 }
 

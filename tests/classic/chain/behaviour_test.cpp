@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <vector>
 
@@ -353,6 +355,54 @@ TEST(BeamFormingKeyCancel, LeavesNoTraceOfSamplesThatAreNoNumbers) {
     EXPECT_EQ(through(with, frame), std::vector<float>(2 * kFrame));
     EXPECT_EQ(through(with, noise(40 * kFrame, 3)), through(without, noise(40 * kFrame, 3)));
   }
+}
+
+/// Three sections of 200 dB, one of which remembers what it gave, and three that take as much away: speech passes, and
+/// what is louder by 200 dB makes infinity of it inside.
+template <class Param>
+Param with_absurd_filter(Param param) {
+  param.head.ain.stage_num = 6;
+  for (std::size_t i = 0; i < 6; ++i) param.head.ain.coefficients[i] = {i < 3 ? 1e10f : 1e-10f, 0, 0, 0, 0};
+  param.head.ain.coefficients[2].minus_a1 = 0.5f;
+  return param;
+}
+
+template <class Chain, class Param>
+void expect_fresh_start_after_overflow(const Param& param, std::uint16_t channels) {
+  const std::size_t samples = kFrame * channels;
+  Chain with;
+  Chain fresh;
+  open(with, param, channels, 192);
+  open(fresh, param, channels, 192);
+  const auto before = through(with, noise(20 * samples, 1));
+  EXPECT_NE(before.back(), 0.0f);
+  auto loud = noise(samples, 2);
+  for (float& sample : loud) sample *= 1e10f;
+  EXPECT_EQ(through(with, loud), std::vector<float>(samples));
+  EXPECT_EQ(through(with, noise(20 * samples, 3)), through(fresh, noise(20 * samples, 3)));
+}
+
+TEST(KeyCancel, StartsAnewWhenAStageOverflows) {
+  expect_fresh_start_after_overflow<CKeyCancel>(with_absurd_filter(key_cancel_params()), 1);
+}
+
+TEST(BeamFormingKeyCancel, StartsAnewWhenAStageOverflows) {
+  expect_fresh_start_after_overflow<CBeamFormingKeyCancel>(with_absurd_filter(beam_forming_params()), 2);
+}
+
+TEST(KeyCancel, GivesNothingLouderThanSoundWhenGainsOverflowTogether) {
+  auto param = key_cancel_params();
+  std::fill(std::begin(param.noise.ns_nr_eq), std::end(param.noise.ns_nr_eq), 1e10f);
+  param.ns_nr.common.vol = 1e10f;
+  CKeyCancel chain;
+  open(chain, param, 1, 192);
+  const auto out = through(chain, noise(60 * kFrame));
+  EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](float x) { return std::abs(x) < 1e11f; }));
+  const auto usual = key_cancel_params();
+  ASSERT_EQ(chain.SetParam(&usual), 0);
+  CKeyCancel fresh;
+  open(fresh, usual, 1, 192);
+  EXPECT_EQ(through(chain, noise(20 * kFrame)), through(fresh, noise(20 * kFrame)));
 }
 
 TEST(KeyCancel, GivesTheSameForEveryBlockLengthButForTheFraming) {

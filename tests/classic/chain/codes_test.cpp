@@ -87,6 +87,13 @@ TYPED_TEST(OpenChain, RefusesABlobWithANumberThatIsNone) {
   EXPECT_EQ(this->chain_.Close(), kInvalidArg);
 }
 
+TYPED_TEST(OpenChain, RefusesABlobWithAGainOf700Decibels) {
+  auto bad = this->params_;
+  bad.ns_nr.common.vol = 1e35f;
+  EXPECT_EQ(this->chain_.SetParam(&bad), kVersion);
+  EXPECT_EQ(this->chain_.Open(&bad, 48000.0f, 2, 480), kVersion);
+}
+
 TYPED_TEST(OpenChain, DoesNotLookAtTheMinorVersionWord) {
   this->params_.version_minor = 4711;
   EXPECT_EQ(this->chain_.SetParam(&this->params_), 0);

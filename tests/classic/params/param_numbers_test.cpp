@@ -52,6 +52,44 @@ TEST(ParamNumbers, NamesTheKeyThatMakesNone) {
   }
 }
 
+TEST(ParamNumbers, NamesTheKeyWhoseNumberIsAbsurd) {
+  constexpr float k200Db = 1e10f;
+  for (const Number& number : kKeyed) {
+    if (number.name == "pwr_bf_nl.PWCdn") continue;  // a recursion that grows from 1 on
+    for (const float sign : {-1.0f, 1.0f}) {
+      auto param = std::make_unique<KeyCancelParam>(NrModelParam());
+      number.place(*param) = sign * k200Db;
+      EXPECT_EQ(harmful_number(*param), std::nullopt) << number.name;
+      number.place(*param) = std::nextafter(sign * k200Db, sign * kInfinity);
+      EXPECT_EQ(harmful_number(*param), number.name + " makes a number beyond 1e10");
+    }
+  }
+}
+
+TEST(ParamNumbers, SaysWhichComputedOneIsAbsurd) {
+  const auto fault = [](auto&& change) {
+    auto param = std::make_unique<BeamFormingKeyCancelParam>();
+    change(*param);
+    return harmful_number(*param);
+  };
+  EXPECT_EQ(fault([](auto& p) {
+              p.head.syk1.nbin = 1;
+              p.head.syk1.inv_width[0] = 1.5f;
+            }),
+            "a width of syk1 is less than a bin");
+  EXPECT_EQ(fault([](auto& p) {
+              p.noise.ana.fft = kFft;
+              p.noise.ana.window[1023] = 2e10f;
+            }),
+            "a window of ana is beyond 1e10");
+  EXPECT_EQ(fault([](auto& p) {
+              p.head.ain.stage_num = 1;
+              p.head.ain.coefficients[0].b0 = -2e10f;
+            }),
+            "the filter of ain.Q[0] and ain.f0[0] makes a number beyond 1e10");
+  EXPECT_EQ(fault([](auto& p) { p.filter[0][1][0][3].re = 2e10f; }), "fd_fbf_ain_flt[0][1] makes a number beyond 1e10");
+}
+
 const std::vector<Number> kComputed{
     NUMBER("a width of syk1 is not finite", head.syk1.inv_width[11]),
     NUMBER("a width of syk2 is not finite", head.syk2.inv_width[0]),

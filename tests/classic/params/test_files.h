@@ -9,7 +9,7 @@
 
 namespace sonivo::classic {
 
-using test::TemporaryFolder;
+using sonivo::test::TemporaryFolder;
 
 inline void write_file(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;

@@ -4,7 +4,7 @@
 namespace meridane::test {
 namespace {
 
-const Eigen::Index kFrames[] = {1, 2, 7, 50};
+const Eigen::Index kFrames[] = {1, 2, 7, 48, 50, 100};
 
 Matrix step(const NNLayer& layer, const Matrix& x, const std::shared_ptr<NNLayerState>& state) {
   return layer.forward({minibatch(x)}, state)->content();
@@ -35,6 +35,30 @@ TEST(Attention, DoesNotCareForTheOrderOfKeys) {
   const auto layer = layer_of("Attention", p.record());
   const Matrix x = Dice(6).matrix(5, 9), reversed = x.rowwise().reverse();
   EXPECT_LT(distance(forward(*layer, reversed), forward(*layer, x).rowwise().reverse().cast<double>()), kRounding);
+}
+
+TEST(Attention, WeighsEquallyWhereAllScoresAreNothing) {
+  AttentionParameters p(33);
+  for (const float scale : {1e-30f, 1e-44f, 0.0f}) {
+    p.in_weight.topRows(10) = scale * AttentionParameters(33).in_weight.topRows(10);
+    p.in_bias.topRows(10).setZero();
+    const Matrix x = Dice(34).matrix(5, 9);
+    EXPECT_LT(distance(forward(*layer_of("Attention", p.record()), x), p(x)), kRounding) << scale;
+  }
+}
+
+TEST(Attention, IsTheSameForLargeQueriesAndSmallKeys) {
+  AttentionParameters p(35);
+  const Matrix x = Dice(36).matrix(5, 9);
+  const Exact expected = p(x);
+  for (const int exponent : {20, 100, -100}) {
+    AttentionParameters scaled(35);
+    for (Matrix* each : {&scaled.in_weight, &scaled.in_bias}) {
+      each->topRows(5) *= std::ldexp(1.0f, exponent);
+      each->middleRows(5, 5) *= std::ldexp(1.0f, -exponent);
+    }
+    EXPECT_LT(distance(forward(*layer_of("Attention", scaled.record()), x), expected), 5 * kRounding) << exponent;
+  }
 }
 
 // The products of queries and keys are as large as 1e70 here; the best key takes all.

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <functional>
+#include <map>
 
 #include "../layers/layer_record.h"
 
@@ -47,6 +48,12 @@ struct AttentionSample {
   Exact attention(const Exact& Q, const Exact& K, const Exact& V, const Distance& distance, const Sees& sees) const {
     const Eigen::Index d = rows(), head_rows = d / heads;
     const Exact query = affine(q, q_bias, Q), key = affine(k, k_bias, K), value = affine(v, v_bias, V);
+    std::map<Eigen::Index, Exact> positions;
+    const auto position = [&](Eigen::Index n) -> const Exact& {
+      Exact& p = positions[n];
+      if (p.size() == 0) p = pos.cast<double>() * encoding(d, n);
+      return p;
+    };
     Exact context = Exact::Zero(d, Q.cols());
     for (Eigen::Index i = 0; i < Q.cols(); ++i) {
       for (Eigen::Index row = 0; row < d; row += head_rows) {
@@ -55,9 +62,8 @@ struct AttentionSample {
         Eigen::VectorXd scores = Eigen::VectorXd::Constant(K.cols(), -HUGE_VAL);
         for (Eigen::Index j = 0; j < K.cols(); ++j) {
           if (!sees(i, j)) continue;
-          const Exact p = pos.cast<double>() * encoding(d, distance(i, j));
-          scores(j) =
-              of_key.dot(key.col(j).middleRows(row, head_rows)) + of_position.dot(p.middleRows(row, head_rows).col(0));
+          scores(j) = of_key.dot(key.col(j).middleRows(row, head_rows)) +
+                      of_position.dot(position(distance(i, j)).middleRows(row, head_rows).col(0));
         }
         const Eigen::VectorXd e =
             ((scores.array() - scores.maxCoeff()) / std::sqrt(static_cast<double>(head_rows))).exp().matrix();

@@ -158,6 +158,10 @@ TEST(MapConvolution, NamesWhatDoesNotFit) {
   EXPECT_EQ(refusal(flat, [](Numbers& n) { n.windows[0].weight = Matrix::Zero(3, 11); }),
             "Weight matrix size is not 3 * 12.");
   EXPECT_EQ(refusal(flat, [](Numbers& n) { n.windows[1].bias = Matrix::Zero(2, 1); }), "Bias vector size is not 3.");
+  EXPECT_EQ(refusal(volume(), [](Numbers& n) { n.windows[1].weight = Matrix::Zero(4, 8); }),
+            "Weight matrix size is not 3 * 8.");
+  EXPECT_EQ(refusal(volume(), [](Numbers& n) { n.windows[0].bias = Matrix::Zero(4, 1); }),
+            "Bias vector size is not 3.");
   EXPECT_EQ(refusal(flat, [](Numbers& n) { n.input = {2, 4, 4}; }), "This position(4,0) is out of range.");
   EXPECT_EQ(refusal(volume(), [](Numbers& n) { n.input = {4, 2, 6}; }), "This position(0,20) is out of range.");
   for (const std::int32_t size : {0, -1, kMost, std::int32_t{1} << 26}) {
@@ -193,6 +197,36 @@ TEST(MapConvolution, SaysHowManyNumbersAnAttributeHas) {
     EXPECT_EQ(refusal(type, input, "size" + sizes + "stride" + sizes + "pad='0'"),
               axes == 2 ? "The pad attribute must have two numbers nodes of type \"Convolution2D\"" : "nothing failed");
   }
+}
+
+TEST(Convolution2D, MayNameTheSizeOfItsKernelsItself) {
+  const auto document = [](const std::string& attribute, const std::string& second) {
+    const auto kernel = [](const std::string& size, const std::string& weight) {
+      return "<kernel size='" + size + "' stride='1 1' pad='0 0'><weight>" + weight +
+             "</weight><bias>1</bias></kernel>";
+    };
+    return "<layer type='Convolution2D' id='a' input_size='1 3 3' output_channel='1' " + attribute + ">" +
+           kernel("2 2", "1 2 3 4") + kernel(second, second == "2 2" ? "1 2 3 4" : "1 2") + "</layer>";
+  };
+  const auto load = [&](const std::string& attribute, const std::string& second = "2 2") {
+    return layer_of_xml("Convolution2D", document(attribute, second));
+  };
+  const std::string same = binary_of(*load(""));
+  for (const char* stated : {"filter_size='2'", "filter_size='2 2'", "filter_size='2,2'"}) {
+    EXPECT_EQ(binary_of(*load(stated)), same) << stated;
+  }
+  const auto refusal = [&](const std::string& attribute, const std::string& second = "2 2") {
+    return failure_of<BaseRuntimeError>([&] { load(attribute, second); });
+  };
+  for (const char* wrong : {"filter_size=''", "filter_size='2 2 2'", "filter_size='x'", "filter_size='2 2.0'"}) {
+    EXPECT_EQ(refusal(wrong), "filter_size must have one or two numbers in Convolution2D") << wrong;
+  }
+  const std::string incorrect = "Incorrect \"filter_size\" for \"Convolution2D\"";
+  for (const char* wrong : {"filter_size='0'", "filter_size='1'", "filter_size='2 1'", "filter_size='3 2'"}) {
+    EXPECT_EQ(refusal(wrong), incorrect) << wrong;
+  }
+  EXPECT_EQ(refusal("filter_size='2'", "2 1"), incorrect);
+  EXPECT_EQ(refusal("", "2 1"), "nothing failed");
 }
 
 TEST(Convolution3D, StandsInSharedMemory) {

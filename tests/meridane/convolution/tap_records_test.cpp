@@ -134,6 +134,9 @@ TEST_P(TapRecords, RefuseNumbersThatNoLayerHas) {
   EXPECT_EQ(refusal([](Taps& t) { t.dilation = kMost; }), incorrect("dilation"));
   EXPECT_EQ(refusal([](Taps& t) { t.stride = kMost; }), incorrect("stride"));
   EXPECT_EQ(refusal([](Taps& t) { t.causal = false, t.pad = kMost; }), incorrect("pad"));
+  // 2^22 values of padding, of 4 rows.
+  EXPECT_EQ(refusal([](Taps& t) { t.causal = false, t.pad = 1 << 20; }), "nothing failed");
+  EXPECT_EQ(refusal([](Taps& t) { t.causal = false, t.pad = (1 << 20) + 1; }), incorrect("pad"));
   const std::string format = "invalid format (expected \"" + type() + " Layer\")";
   for (const int value : {5, 7, kMost}) EXPECT_EQ(refusal([=](Taps& t) { t.kernel = value; }), format) << value;
   EXPECT_EQ(refusal([](Taps& t) { t.bias = Matrix::Zero(5, 1); }), format);
@@ -152,7 +155,21 @@ TEST_P(TapRecords, CheckTheirInputs) {
             "No data is being provided to layer the layer");
   EXPECT_EQ(failure_of<BaseRuntimeError>([&] { loaded->forward(LayerInputs()); }),
             "No data is being provided to layer the layer");
-  EXPECT_EQ(failure_of<BaseRuntimeError>([&] { loaded->forward({x}, nullptr); }), "No state for layer the layer");
+}
+
+TEST_P(TapRecords, TakeNoStateButTheirOwn) {
+  struct Other : NNLayerState {
+    std::shared_ptr<NNLayerState> clone() const override { return nullptr; }
+  };
+  Dice dice(8);
+  const Taps larger = taps_of(dice, {.causal = true, .pad = 8, .dilation = 2, .kernel = 3}, 5, 5, 5);
+  const std::string counterpart = type().ends_with("TransposeTDNN") ? "TDNN" : "TransposeTDNN";
+  const std::shared_ptr<NNLayerState> others[] = {nullptr, std::make_shared<Other>(), layer(larger)->create_state(),
+                                                  layer_of(counterpart, sample().record(counterpart))->create_state()};
+  for (const auto& state : others) {
+    EXPECT_EQ(failure_of<BaseRuntimeError>([&] { layer(sample())->forward({minibatch(Matrix::Zero(4, 9))}, state); }),
+              "No state for layer the layer");
+  }
 }
 
 TEST_P(TapRecords, GiveNoFramesForNoneAndGoOn) {
@@ -208,11 +225,36 @@ TEST_P(TapRecords, CountTheirNumbersAndProducts) {
   EXPECT_EQ(layer(sample(true))->size().parameters, 3u * 4u + 4u);
 }
 
-TEST_P(TapRecords, ComputeWithTheFloatsOfTheirHalves) {
-  if (!type().starts_with("Compressed")) return;
-  const std::string plain = type().substr(10);
+// Whatever stands in a record, it's refused by the engine's own exception or makes a layer that runs.
+TEST_P(TapRecords, SurviveAnyByteChanged) {
+  const MinibatchPtr x = minibatch(Dice(9).matrix(4, 3));
+  int runs = 0;
+  for (const bool groups : {false, true}) {
+    Taps taps = sample(groups);
+    taps.causal = groups;
+    const std::string record = taps.record(type());
+    for (std::size_t at = 0; at < record.size(); ++at) {
+      for (const int value : {0x00, 0x01, 0x40, 0x7f, 0x80, 0xff}) {
+        std::string changed = record;
+        changed[at] = static_cast<char>(value);
+        try {
+          const MinibatchPtr y = layer_of(type(), changed)->forward({x});
+          EXPECT_EQ(y->content().rows(), 4);
+          ++runs;
+        } catch (const BaseRuntimeError&) {
+        }
+      }
+    }
+  }
+  EXPECT_GT(runs, 0);
+}
+
+TEST(CompressedTaps, ComputeWithTheFloatsOfTheirHalves) {
   const Matrix x = Dice(7).matrix(4, 20);
-  EXPECT_EQ(forward(*layer(sample()), x), forward(*layer_of(plain, sample().record(plain)), x));
+  for (const std::string plain : {"TDNN", "TransposeTDNN"}) {
+    const std::string half = "Compressed" + plain;
+    EXPECT_EQ(forward(*layer_of(half, sample().record(half)), x), forward(*layer_of(plain, sample().record(plain)), x));
+  }
 }
 
 }  // namespace

@@ -75,12 +75,16 @@ TEST(TDNN, IsTheSumOfItsTaps) {
 }
 
 TEST(TDNN, ReadsZerosAroundACallThatIsNotCausal) {
-  for (const int pad : {1, 2, 7}) {
-    for (const int stride : {1, 2, 3}) {
-      const Case each = make_case({.pad = pad, .dilation = 2, .stride = stride, .kernel = 3});
-      SCOPED_TRACE(name_of(each.taps));
-      const Matrix x = Dice(8).matrix(each.rows, 9);
-      expect_exact(forward(*each.layer, x), convolved(each.taps, x));
+  for (const bool groups : {false, true}) {
+    for (const int pad : {1, 2, 7}) {
+      for (const int stride : {1, 2, 3}) {
+        const Case each = make_case({.groups = groups, .pad = pad, .dilation = 2, .stride = stride, .kernel = 3});
+        SCOPED_TRACE(name_of(each.taps));
+        for (const Eigen::Index frames : {5, 9}) {
+          const Matrix x = Dice(8).matrix(each.rows, frames);
+          expect_exact(forward(*each.layer, x), convolved(each.taps, x));
+        }
+      }
     }
   }
 }
@@ -118,13 +122,16 @@ TEST(TDNN, GivesTheSameInChunksIfThereIsNoPadding) {
 }
 
 TEST(TDNN, PadsEachCallThatIsNotCausal) {
-  const Case each = make_case({.pad = 1, .kernel = 3});
-  const Matrix x = Dice(11).matrix(each.rows, 8);
-  const auto state = each.layer->create_state();
-  expect_exact(each.layer->forward({minibatch(x.leftCols(5))}, state)->content(), convolved(each.taps, x.leftCols(5)));
-  // The last two frames are kept, and there are zeros before them.
-  expect_exact(each.layer->forward({minibatch(x.rightCols(3))}, state)->content(),
-               convolved(each.taps, x.rightCols(5)));
+  for (const bool groups : {false, true}) {
+    const Case each = make_case({.groups = groups, .pad = 1, .kernel = 3});
+    const Matrix x = Dice(11).matrix(each.rows, 8);
+    const auto state = each.layer->create_state();
+    expect_exact(each.layer->forward({minibatch(x.leftCols(5))}, state)->content(),
+                 convolved(each.taps, x.leftCols(5)));
+    // The last two frames are kept, and there are zeros before them.
+    expect_exact(each.layer->forward({minibatch(x.rightCols(3))}, state)->content(),
+                 convolved(each.taps, x.rightCols(5)));
+  }
 }
 
 TEST(TDNN, BeginsBehindZerosWithTwoFramesOfAKernelOfThree) {
@@ -152,6 +159,16 @@ TEST(TDNN, RefusesWhatIsShorterThanItsKernel) {
             "kernel_width:5");
   feed(4);  // after the failure as if it hadn't been
   feed(1);
+  const Case halved = make_case({.causal = true, .dilation = 2, .stride = 2, .kernel = 3});
+  const auto kept = halved.layer->create_state();
+  const Matrix x = Dice(13).matrix(halved.rows, 8);
+  const Matrix first = halved.layer->forward({minibatch(x.leftCols(6))}, kept)->content();
+  EXPECT_EQ(failure_of<BaseRuntimeError>([&] { halved.layer->forward({minibatch(x.col(6))}, kept); }),
+            "Input data size is less than kernel width in layer the layer: (input:1 + overlap:3 + pad:0) vs "
+            "kernel_width:5");
+  Matrix both(first.rows(), first.cols() + 1);
+  both << first, halved.layer->forward({minibatch(x.rightCols(2))}, kept)->content();
+  EXPECT_EQ(both, forward(*halved.layer, x));
   const Case valid = make_case({.kernel = 4});
   EXPECT_EQ(failure_of<BaseRuntimeError>([&] { forward(*valid.layer, Matrix::Zero(valid.rows, 3)); }),
             "Input data size is less than kernel width in layer the layer: (input:3 + overlap:0 + pad:0) vs "

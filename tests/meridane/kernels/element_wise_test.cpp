@@ -374,20 +374,24 @@ TEST_P(ElementWiseTest, TapSumAddsEachRowTimesItsWeights) {
     for (float& value : values) value = std::round(value * 64) / 64;
     return values;
   };
-  constexpr std::size_t kDistance = 70, kTaps = 5;
-  const std::vector<float> x = coarse(kTaps * kDistance), weight = coarse(kTaps * kDistance), bias = coarse(kDistance);
+  constexpr std::size_t kDistance = 70, kTaps = 9, kStep = 75;
+  const std::vector<float> x = coarse(7 * kStep + kTaps * kDistance), weight = coarse(kTaps * kDistance),
+                           bias = coarse(kDistance);
   for (std::size_t count = 0; count < kDistance; ++count) {
-    for (std::size_t taps = 0; taps <= kTaps; ++taps) {
-      std::vector<float> y(count + 1, kUntouched);
-      kernels().tap_sum(x.data(), count, taps, kDistance, weight.data(), bias.data(), y.data());
-      for (std::size_t i = 0; i < count; ++i) {
-        double sum = static_cast<double>(bias[i]);
-        for (std::size_t k = 0; k < taps; ++k) {
-          sum += static_cast<double>(weight[k * count + i]) * static_cast<double>(x[k * kDistance + i]);
+    for (std::size_t taps = 1; taps <= kTaps; ++taps) {
+      const std::size_t frames = count % 7;
+      std::vector<float> y(frames * count + 1, kUntouched);
+      kernels().tap_sum(x.data(), kStep, frames, count, taps, kDistance, weight.data(), bias.data(), y.data());
+      for (std::size_t t = 0; t < frames; ++t) {
+        for (std::size_t i = 0; i < count; ++i) {
+          double sum = static_cast<double>(bias[i]);
+          for (std::size_t k = 0; k < taps; ++k) {
+            sum += static_cast<double>(weight[k * count + i]) * static_cast<double>(x[t * kStep + k * kDistance + i]);
+          }
+          ASSERT_EQ(static_cast<double>(y[t * count + i]), sum) << count << " values, " << taps << " taps";
         }
-        ASSERT_EQ(static_cast<double>(y[i]), sum) << count << " values, " << taps << " taps";
       }
-      ASSERT_EQ(y[count], kUntouched);
+      ASSERT_EQ(y.back(), kUntouched);
     }
   }
 }

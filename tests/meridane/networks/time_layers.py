@@ -72,6 +72,25 @@ def lstm(p, x):
     return np.array(outputs).T
 
 
+def both_directions(p, x, seen):
+    """The backward direction begins anew at every seen[0]-th frame, and looks at seen[1] frames from there."""
+    forward, backward = ({name.removeprefix(f"{direction}_"): value for name, value in p.items()}
+                         for direction in ("forward", "backward"))
+    step, unit = seen
+    back = [lstm(backward, x[:, t : t + unit][:, ::-1])[:, ::-1][:, :step] for t in range(0, x.shape[1], step)]
+    along, back = lstm(forward, x), np.hstack(back)
+    return along + back if p.get("output_format") == "sum" else np.vstack([along, back])
+
+
+def blstm(p, x):
+    return both_directions(p, x, (x.shape[1], x.shape[1]))
+
+
+def lcblstm(p, x):
+    unit = p["chunk_size"] + p["future_chunk_size"]
+    return both_directions(p, x, (p["chunk_size"] if p.get("store_buffer") == "true" else unit, unit))
+
+
 def encodings(rows, distances):
     """A column for each distance n: sin(n f) in even rows, cos(n f) in odd ones."""
     frequencies = np.exp(-2 * np.arange((rows + 1) // 2) * np.log(10000) / rows)
@@ -158,8 +177,8 @@ def conformer_sublayers(numbers, d, heads, hidden, kernel):
         "norm6": norm()}
 
 
-FORMULAS = {"TDNN": tdnn, "TransposeTDNN": transpose_tdnn, "LSTM": lstm, "ULSTM": lstm, "RelPosEnc": rel_pos_enc,
-            "RelMHA": rel_mha, "Conformer": conformer}
+FORMULAS = {"TDNN": tdnn, "TransposeTDNN": transpose_tdnn, "LSTM": lstm, "ULSTM": lstm, "BLSTM": blstm,
+            "LCBLSTM": lcblstm, "RelPosEnc": rel_pos_enc, "RelMHA": rel_mha, "Conformer": conformer}
 
 
 def samples(layer, rows, numbers):
@@ -176,6 +195,15 @@ def samples(layer, rows, numbers):
         if layer == "ULSTM":
             least["lateral_bias"] = numbers(4 * 3)
         return least, least
+    if layer in ("BLSTM", "LCBLSTM"):
+        least = {f"{direction}_{name}": numbers(*shape) for direction in ("forward", "backward")
+                 for name, shape in (("upward_weight", (12, rows)), ("upward_bias", (12,)), ("lateral_weight", (12, 3)),
+                                     ("lateral_bias", (12,)))}
+        full = least | {"output_format": "sum"}
+        if layer == "BLSTM":
+            return full, least
+        sizes = {"chunk_size": 2, "future_chunk_size": 1}
+        return full | sizes | {"store_buffer": "true"}, least | sizes
     if layer == "RelPosEnc":
         return {"cache_frame": 9, "reserve": 16}, {}
     if layer == "RelMHA":

@@ -17,6 +17,7 @@ except ImportError:
 
 SONIVO = os.path.abspath(sys.argv[1])
 sys.path.insert(0, sys.argv[2])
+import map_layers  # noqa: E402
 import time_layers  # noqa: E402
 from meridane_nn import LAYERS, Network  # noqa: E402
 from time_layers import column, logistic  # noqa: E402
@@ -106,7 +107,7 @@ FORMULAS = {
     "SimpleAttention": simple,
     "AdditiveSelfAttention": additive,
 }
-FORMULAS |= time_layers.FORMULAS
+FORMULAS |= time_layers.FORMULAS | map_layers.FORMULAS
 INTEGERS = {"axis": 0, "start": 1, "end": 4, "step": 1, "input_size": ROWS}
 HIDDEN, LABELS = 5, 3
 SHAPES = {
@@ -127,6 +128,8 @@ def samples(layer):
     plain = layer.removeprefix("Compressed")
     if plain in time_layers.FORMULAS:
         return time_layers.samples(plain, ROWS, numbers)
+    if plain in map_layers.FORMULAS:
+        return map_layers.samples(plain, numbers)
     least, full = {}, {}
     for name, kind in LAYERS[layer]:
         if kind == "text":
@@ -152,6 +155,8 @@ def input_of(layer, frames):
         return RNG.integers(0, 4, (1, frames)).astype(float)
     if layer.endswith("RelMHA"):
         return numbers(ROWS, 3 * frames)
+    if layer.removeprefix("Compressed") in map_layers.FORMULAS:
+        return numbers(map_layers.ROWS, frames)
     # A mean of frames is one frame; with calls of one there is nothing to average but what is kept.
     return numbers(ROWS, 1 if layer.endswith("AdditiveSelfAttention") else frames)
 
@@ -200,7 +205,11 @@ class WrittenNetworks(unittest.TestCase):
                     expected = FORMULAS[layer.removeprefix("Compressed")](parameters, x)
                     net = Network(len(x), len(expected))
                     net.add("one & <only>", layer, **parameters)
-                    net.chain("_input", "one & <only>", "_output")
+                    path = ["_input", "one & <only>", "_output"]
+                    if layer.startswith("MaxPooling"):
+                        map_layers.add_map(net, "map", layer)
+                        path.insert(1, "map")
+                    net.chain(*path)
                     self.check(net, x, expected, chunk=1 if layer.endswith("SimpleAttention") else None)
 
     def test_joints_of_two_streams(self):
@@ -280,6 +289,12 @@ class WrittenNetworks(unittest.TestCase):
                 net.add("a", "FullyConnected", **parameters)
         with self.assertRaises(ValueError):
             net.add("a", "LongShort")
+        with self.assertRaises(ValueError):
+            net.add("a", "BLSTM", **time_layers.samples("BLSTM", ROWS, numbers)[1] | {"output_format": "Sum"})
+        weight = {"weight": [[1.0]], "bias": [1.0]}
+        for kernel in (weight, weight | {"size": (1, 1, 1), "stride": (1, 1, 1), "pad": (0, 0, 0)}):
+            with self.assertRaises(ValueError):
+                net.add("a", "Convolution3D", input_size=(1, 1, 1), output_channel=1, kernel=[kernel])
 
 
 if __name__ == "__main__":

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <limits>
 #include <stdexcept>
 
@@ -90,11 +91,11 @@ TEST(Minibatch, OfAShapeAloneIsReserved) {
 
 TEST(Minibatch, TakesANewFormForAResult) {
   Minibatch minibatch;
-  minibatch.resize({2, 3}, 4);
+  minibatch.resize(std::array<std::uint64_t, 2>{2, 3}, 4);
   EXPECT_EQ(minibatch.content().rows(), 6);
   EXPECT_EQ(minibatch.size(), 4);
   EXPECT_THAT(minibatch.shape(), ElementsAre(2, 3));
-  const MinibatchPtr result = Minibatch::uninitialised({5}, 0);
+  const MinibatchPtr result = Minibatch::uninitialised(std::array<std::uint64_t, 1>{5}, 0);
   EXPECT_EQ(result->content().rows(), 5);
   EXPECT_EQ(result->size(), 0);
   EXPECT_THAT(result->shape(), ElementsAre(5));

@@ -99,21 +99,21 @@ class ElementLoops {
         count, y, [](V v, V s) { return v * s; }, x, factor);
   }
 
-  static void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
-                      const float* bias, float* y) {
-    std::size_t i = 0;
-    for (; i + L <= count; i += L) {
-      V sum = load<L>(bias + i);
-      for (std::size_t k = 0; k < taps; ++k) sum += load<L>(weight + k * count + i) * load<L>(x + k * distance + i);
-      store<L>(y + i, sum);
+  static void tap_sum(const float* x, std::size_t step, std::size_t frames, std::size_t count, std::size_t taps,
+                      std::size_t distance, const float* weight, const float* bias, float* y) {
+    static constexpr AddTaps of_count[] = {add_taps<0>, add_taps<0, 1>, add_taps<0, 1, 2>, add_taps<0, 1, 2, 3>};
+    constexpr std::size_t kAtOnce = 4;
+    for (std::size_t t = 0; t < frames; ++t) {
+      float* const sums = y + t * count;
+      const float* start = bias;
+      std::size_t k = 0;
+      do {
+        const std::size_t now = taps - k < kAtOnce ? taps - k : kAtOnce;
+        of_count[now - 1](x + t * step + k * distance, distance, weight + k * count, count, start, sums);
+        start = sums;
+        k += now;
+      } while (k < taps);
     }
-    const std::size_t rest = count - i;
-    if (rest == 0) return;
-    V sum = load_first<L>(bias + i, rest, 0.0f);
-    for (std::size_t k = 0; k < taps; ++k) {
-      sum += load_first<L>(weight + k * count + i, rest, 0.0f) * load_first<L>(x + k * distance + i, rest, 0.0f);
-    }
-    store_first(y + i, rest, sum);
   }
 
   static void lstm_cell(const float* z, std::size_t count, float* c, float* h) {
@@ -132,6 +132,22 @@ class ElementLoops {
   }
 
  private:
+  using AddTaps = void (*)(const float* x, std::size_t distance, const float* weight, std::size_t count,
+                           const float* start, float* y);
+
+  template <std::size_t... K>
+  static void add_taps(const float* x, std::size_t distance, const float* weight, std::size_t count, const float* start,
+                       float* y) {
+    map(
+        count, y,
+        [](V sum, auto... v) {
+          const V weights_and_values[] = {v...};
+          ((sum += weights_and_values[K] * weights_and_values[sizeof...(K) + K]), ...);
+          return sum;
+        },
+        start, (weight + K * count)..., (x + K * distance)...);
+  }
+
   static MERIDANE_INLINE V next_cell(V g, V i, V f, V c) { return tangent<L>(g) * sigmoid(i) + sigmoid(f) * c; }
 
   static MERIDANE_INLINE V sigmoid(V v) { return 1.0f / (1.0f + exponential<L>(-v)); }

@@ -57,9 +57,9 @@ void scale(const float* x, std::size_t count, const float* factor, float* y) {
   best_kernels().scale(x, count, factor, y);
 }
 
-void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
-             const float* bias, float* y) {
-  best_kernels().tap_sum(x, count, taps, distance, weight, bias, y);
+void tap_sum(const float* x, std::size_t step, std::size_t frames, std::size_t count, std::size_t taps,
+             std::size_t distance, const float* weight, const float* bias, float* y) {
+  best_kernels().tap_sum(x, step, frames, count, taps, distance, weight, bias, y);
 }
 
 void lstm_cell(const float* z, std::size_t count, float* c, float* h) { best_kernels().lstm_cell(z, count, c, h); }

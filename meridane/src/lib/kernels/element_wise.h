@@ -36,9 +36,10 @@ void standardise(const float* x, std::size_t count, const float* mean, const flo
 void add(const float* x, std::size_t count, const float* bias, float* y);
 /// y[i] = x[i] factor[i]
 void scale(const float* x, std::size_t count, const float* factor, float* y);
-/// y[i] = bias[i] + sum over k of weight[k count + i] x[k distance + i]; x has `taps` rows of that distance
-void tap_sum(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
-             const float* bias, float* y);
+/// y[t count + i] = bias[i] + sum over k of weight[k count + i] x[t step + k distance + i] for so many frames t and
+/// taps k, at least one
+void tap_sum(const float* x, std::size_t step, std::size_t frames, std::size_t count, std::size_t taps,
+             std::size_t distance, const float* weight, const float* bias, float* y);
 /// One step of an LSTM of `count` cells, whose gates before their functions are the four blocks g, i, f, o of z:
 /// c[k] = tanh(g[k]) s(i[k]) + s(f[k]) c[k], then h[k] = s(o[k]) tanh(c[k]), with s(a) = 1 / (1 + exp(-a))
 void lstm_cell(const float* z, std::size_t count, float* c, float* h);

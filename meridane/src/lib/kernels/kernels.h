@@ -33,8 +33,8 @@ struct Kernels {
                       float* y);
   void (*add)(const float* x, std::size_t count, const float* bias, float* y);
   void (*scale)(const float* x, std::size_t count, const float* factor, float* y);
-  void (*tap_sum)(const float* x, std::size_t count, std::size_t taps, std::size_t distance, const float* weight,
-                  const float* bias, float* y);
+  void (*tap_sum)(const float* x, std::size_t step, std::size_t frames, std::size_t count, std::size_t taps,
+                  std::size_t distance, const float* weight, const float* bias, float* y);
   void (*lstm_cell)(const float* z, std::size_t count, float* c, float* h);
 };
 

@@ -141,7 +141,7 @@ void ScriptEngine::free_blocks() {
 
 /// False if the call ended in an error, which is then what it leaves on the interpreter's stack, or if the time is up.
 bool ScriptEngine::call(int (*function)(duk_hthread*, void*), void* data, int arguments) {
-  if (setjmp(leave_) != 0) {  // NOLINT(cert-err52-cpp): the interpreter's frames have nothing to destroy
+  if (setjmp(leave_) != 0) {  // the interpreter's frames have nothing to destroy
     context_ = nullptr;
     return false;
   }
@@ -149,7 +149,7 @@ bool ScriptEngine::call(int (*function)(duk_hthread*, void*), void* data, int ar
 }
 
 void ScriptEngine::leave_if_over_time() {
-  if (running == this && std::chrono::steady_clock::now() >= end_) std::longjmp(leave_, 1);  // NOLINT(cert-err52-cpp)
+  if (running == this && std::chrono::steady_clock::now() >= end_) std::longjmp(leave_, 1);
 }
 
 std::string ScriptEngine::evaluate(std::string_view expression) {

@@ -12,4 +12,4 @@
 // go through a long text, so that the 262144 which it would be are too many.
 #define DUK_USE_EXEC_TIMEOUT_CHECK(engine) (ctr = 16, meridane_script_must_stop())
 
-#include <duktape.c>
+#include <duktape.c>  // NOLINT(bugprone-suspicious-include)

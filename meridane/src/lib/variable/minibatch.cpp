@@ -23,7 +23,7 @@ std::int32_t wrapped_product(const Minibatch::Shape& shape) {
 }
 
 /// Rows of a frame that memory is taken for: a shape that is right only modulo 2^32 is none.
-Eigen::Index product(const Minibatch::Shape& shape) {
+Eigen::Index product(std::span<const std::uint64_t> shape) {
   std::uint64_t rows = 1;
   for (const std::uint64_t size : shape) {
     if (size > kMostRows || rows * size > kMostRows) raise(kStaleShape);
@@ -92,15 +92,15 @@ Minibatch::Minibatch(const std::shared_ptr<FrameSequence>& frames) {
 
 Minibatch::Minibatch(const Shape&) { raise("Not implemented"); }
 
-std::shared_ptr<Minibatch> Minibatch::uninitialised(const Shape& shape, Eigen::Index frames) {
+std::shared_ptr<Minibatch> Minibatch::uninitialised(std::span<const std::uint64_t> shape, Eigen::Index frames) {
   auto minibatch = std::make_shared<Minibatch>(Matrix());
   minibatch->resize(shape, frames);
   return minibatch;
 }
 
-void Minibatch::resize(const Shape& shape, Eigen::Index frames) {
+void Minibatch::resize(std::span<const std::uint64_t> shape, Eigen::Index frames) {
   const Eigen::Index rows = product(shape);
-  shape_ = shape;
+  shape_.assign(shape.begin(), shape.end());
   content_.resize(rows, frames);
 }
 

@@ -27,7 +27,7 @@ LineCodes quantized(const float* values, Eigen::Index count, Eigen::Index padded
 
 /// Frames that are multiplied at once: whole tiles of the product, and few enough for what belongs to them to stay in a
 /// cache.
-constexpr std::size_t kBlock = 48;
+constexpr std::size_t kBlock = 60;
 
 /// Memory of a thread for the quantized frames of a block and their integer product.
 struct Scratch {

@@ -28,7 +28,7 @@ class LayerInputs {
   const std::vector<MinibatchPtr>& streams() const { return streams_; }
 
   /// A minibatch of that form to write a result into; its content isn't set. Takes the spare one where there is one.
-  MinibatchPtr result(const Minibatch::Shape& shape, Eigen::Index frames) const;
+  MinibatchPtr result(std::span<const std::uint64_t> shape, Eigen::Index frames) const;
   MinibatchPtr result(Eigen::Index rows, Eigen::Index frames) const;  ///< of one axis
   MinibatchPtr result() const;                                        ///< of any form: the caller gives it one
 

@@ -1,35 +1,53 @@
 #include "lib/framescore/nnlayer/attention.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
+#include <vector>
 
+#include "lib/kernels/element_wise.h"
 #include "meridane/error.h"
 
 namespace meridane {
 namespace {
 
-struct Scratch {
-  Matrix projected;
-  Eigen::MatrixXd keys, values;
-  Eigen::VectorXd query, weights;
-  Matrix context;
-};
+// Queries that are worked on together: what they need stays small, however long the call is.
+constexpr Eigen::Index kBlock = 48;
 
-/// Column t of context: the values, weighted by how well their keys answer query t. In double precision a product of
-/// any two floats is finite.
-void attend(Scratch& scratch, Eigen::Index n) {
-  const auto queries = scratch.projected.topRows(n);
-  scratch.keys = scratch.projected.middleRows(n, n).cast<double>();
-  scratch.values = scratch.projected.bottomRows(n).cast<double>();
-  scratch.context.resize(n, scratch.projected.cols());
-  const double scale = 1 / std::sqrt(static_cast<double>(n));
-  for (Eigen::Index t = 0; t < queries.cols(); ++t) {
-    scratch.query = scale * queries.col(t).cast<double>();
-    Eigen::VectorXd& weights = scratch.weights;
-    weights.noalias() = scratch.keys.transpose() * scratch.query;
-    weights = (weights.array() - weights.maxCoeff()).exp();
-    weights /= weights.sum();
-    scratch.query.noalias() = scratch.values * weights;
-    scratch.context.col(t) = scratch.query.cast<float>();
+/// Brings all values below 4 by a power of two, which is exact, so that no sum of their products overflows. Gives the
+/// exponent that it took out.
+template <class Values>
+int normalise(Values values) {
+  const float largest = values.cwiseAbs().maxCoeff();
+  if (!std::isnormal(largest)) return 0;
+  int exponent = 0;
+  std::frexp(largest, &exponent);
+  exponent = std::clamp(exponent - 2, -120, 126);  // whose power and its reciprocal are both normal numbers
+  values *= std::ldexp(1.0f, -exponent);
+  return exponent;
+}
+
+/// Column t of context: the values, weighted by how well their keys answer query t. The rows of `projected` are
+/// queries, keys and values, n each; queries and keys don't keep their scale.
+void attend(Matrix& projected, Eigen::Index n, Matrix& context) {
+  using Limits = std::numeric_limits<float>;
+  const auto q = projected.topRows(n), k = projected.middleRows(n, n), v = projected.bottomRows(n);
+  const int exponent = normalise(projected.topRows(n)) + normalise(projected.middleRows(n, n));
+  const double temperature = std::ldexp(std::sqrt(static_cast<double>(n)), -exponent);
+  const auto scale = static_cast<float>(
+      std::clamp<double>(temperature, Limits::min(), Limits::max()));  // beyond: 0 and 1, or all equal
+  const Eigen::Index frames = projected.cols();
+  thread_local std::vector<float> memory;
+  memory.resize(std::max(memory.size(), static_cast<std::size_t>(frames * std::min(kBlock, frames))));
+  context.resize(n, frames);
+  for (Eigen::Index first = 0; first < frames; first += kBlock) {
+    const Eigen::Index block = std::min(kBlock, frames - first);
+    Eigen::Map<Matrix> scores(memory.data(), frames, block);
+    scores.noalias() = k.transpose() * q.middleCols(first, block);
+    for (Eigen::Index t = 0; t < block; ++t) {
+      softmax(scores.col(t).data(), static_cast<std::size_t>(frames), scale, scores.col(t).data());
+    }
+    context.middleCols(first, block).noalias() = v * scores;
   }
 }
 
@@ -67,10 +85,10 @@ MinibatchPtr AttentionLayer::forward(const LayerInputs& inputs) const {
   in_.expect(x);
   MinibatchPtr y = inputs.result(out_.weight.rows(), x.content().cols());
   if (x.size() == 0) return y;
-  thread_local Scratch scratch;
-  in_.forward(x.content(), scratch.projected);
-  attend(scratch, input_size_);
-  out_.forward(scratch.context, y->content());
+  thread_local Matrix projected, context;
+  in_.forward(x.content(), projected);
+  attend(projected, input_size_, context);
+  out_.forward(context, y->content());
   return y;
 }
 

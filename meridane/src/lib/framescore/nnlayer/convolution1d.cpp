@@ -112,7 +112,7 @@ MinibatchPtr Convolution1DLayerBase<Product>::forward(const LayerInputs& inputs)
   const auto filters = static_cast<std::uint64_t>(product_.rows());
   const bool empty = x.size() == 0;
   const std::uint64_t outputs = empty ? 0 : positions(x) - filter_size_ + 1;
-  MinibatchPtr y = inputs.result({filters, outputs}, x.content().cols());
+  MinibatchPtr y = inputs.result(std::array{filters, outputs}, x.content().cols());
   for (Eigen::Index t = 0; t < x.content().cols(); ++t) {
     product_.multiply(x.content().col(t).data(), static_cast<Eigen::Index>(channels()),
                       static_cast<Eigen::Index>(outputs), bias_.data(), y->content().col(t).data());

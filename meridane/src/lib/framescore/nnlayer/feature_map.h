@@ -12,7 +12,7 @@
 namespace meridane {
 
 // More than any map has, and little enough that a frame of it is no danger to memory.
-inline constexpr std::int64_t kMostMapValues = std::int64_t{1} << 26;
+inline constexpr std::int64_t kMostMapValues = std::int64_t{1} << 24;
 
 /// The product of sizes, or -1 where one isn't positive or the product isn't below kMostMapValues.
 template <class Sizes>

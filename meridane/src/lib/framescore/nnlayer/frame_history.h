@@ -20,17 +20,20 @@ class FrameHistory {
   /// Appends a chunk. Gives where the window begins: `before` frames of zeros, the history, the chunk, `after` frames
   /// of zeros. It's valid until the next change.
   const float* append(const Matrix& chunk, Eigen::Index before, Eigen::Index after) {
-    const Eigen::Index needed = frames_ + chunk.cols() + after;
+    return append(chunk.data(), chunk.cols(), before, after);
+  }
+  const float* append(const float* chunk, Eigen::Index count, Eigen::Index before, Eigen::Index after) {
+    const Eigen::Index needed = frames_ + count + after;
     if (first_ < before * rows_ || first_ + needed * rows_ > static_cast<Eigen::Index>(memory_.size())) {
       // Twice the window, so that the next move is far away.
       const auto room = static_cast<std::size_t>(2 * (before + needed) * rows_);
       if (memory_.size() < room) memory_.resize(room);
       move_to(before * rows_);
     }
-    float* const end = std::copy_n(chunk.data(), chunk.size(), memory_.data() + first_ + frames_ * rows_);
+    float* const end = std::copy_n(chunk, count * rows_, memory_.data() + first_ + frames_ * rows_);
     std::fill_n(end, after * rows_, 0.0f);
     std::fill_n(memory_.data() + first_ - before * rows_, before * rows_, 0.0f);
-    frames_ += chunk.cols();
+    frames_ += count;
     return memory_.data() + first_ - before * rows_;
   }
 

@@ -104,13 +104,10 @@ void LSTMDirection::multiply_lateral(const float* h, float* z) const {
 
 /// The order of the sum is part of the layer.
 void LSTMDirection::sum_gates(const float* lateral, float* z) const {
-  const Eigen::Map<const Vector> from_h(lateral, 4 * cells());
-  VectorMap sum(z, 4 * cells());
-  if (has_lateral_bias_) {
-    sum = from_h + sum + upward_bias_.map() + lateral_bias_.map();
-  } else {
-    sum = from_h + sum + upward_bias_.map();
-  }
+  const std::size_t gates = count(4 * cells());
+  add(lateral, gates, z, z);
+  add(z, gates, upward_bias_.data(), z);
+  if (has_lateral_bias_) add(z, gates, lateral_bias_.data(), z);
 }
 
 void LSTMDirection::run(const float* x, Eigen::Index frames, Order order, LSTMMemory& memory, float* y,

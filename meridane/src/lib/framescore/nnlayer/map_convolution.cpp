@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lib/framescore/nnlayer/feature_map.h"
+#include "lib/framescore/nnlayer/parameter_visitors.h"
 #include "meridane/error.h"
 
 namespace meridane {
@@ -35,6 +36,7 @@ void MapConvolutionLayer::loaded() {
     if (map_values(std::array{kernel.weight.cols(), Eigen::Index{p[0]}}) < 0) raise_incorrect("size");
     pack(kernel.weight);
   }
+  shape_ = kernels_.size() == 1 ? shape_of(kernels_.front()) : Minibatch::Shape{static_cast<std::uint64_t>(outputs)};
 }
 
 void MapConvolutionLayer::check(const Kernel& kernel) const {
@@ -78,14 +80,7 @@ MinibatchPtr MapConvolutionLayer::forward(const LayerInputs& inputs) const {
   if (x.size() > 0 && x.content().rows() != values) {
     raise("Input matrix size is not %d * N.", static_cast<int>(values));
   }
-  Eigen::Index rows = 0;
-  for (const Kernel& kernel : kernels_) {
-    const Axes& p = kernel.positions;
-    rows += map_values(std::array{output_channel_, p[0], p[1], p[2]});
-  }
-  const Minibatch::Shape shape =
-      kernels_.size() == 1 ? shape_of(kernels_.front()) : Minibatch::Shape{static_cast<std::uint64_t>(rows)};
-  MinibatchPtr y = inputs.result(shape, x.content().cols());
+  MinibatchPtr y = inputs.result(shape_, x.content().cols());
   for (Eigen::Index t = 0; t < x.content().cols(); ++t) {
     float* result = y->content().col(t).data();
     for (const Kernel& kernel : kernels_) {
@@ -132,6 +127,17 @@ void MapConvolutionLayer::gather(const Kernel& kernel, const Axes& p, const floa
       }
       std::fill_n(patch + last * channels, (kernel.size[0] - last) * channels, 0.0f);
     }
+  }
+}
+
+void Convolution2DLayer::load_xml(const XmlElement& element) {
+  MapConvolutionLayer::load_xml(element);
+  if (!find_attribute(element, "filter_size")) return;
+  std::array<std::int32_t, 2> size = {};
+  XmlLoader(*this, tag(), element)
+      .sizes("filter_size", size, 1, "filter_size must have one or two numbers in Convolution2D", true);
+  for (const Kernel& kernel : kernels()) {
+    if (kernel.size[0] != size[0] || kernel.size[1] != size[1]) raise_incorrect("filter_size");
   }
 }
 

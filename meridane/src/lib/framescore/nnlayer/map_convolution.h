@@ -38,6 +38,7 @@ class MapConvolutionLayer : public ParameterLayer {
   virtual void kernel_sizes(ParameterVisitor& visitor, Kernel& kernel, const std::string& prefix) = 0;
   [[noreturn]] virtual void raise_out_of_range(const Axes& position) const = 0;
   virtual Minibatch::Shape shape_of(const Kernel& kernel) const = 0;
+  const std::vector<Kernel>& kernels() const { return kernels_; }
 
   Axes input_size_ = {};
   std::int32_t output_channel_ = 0;
@@ -49,16 +50,19 @@ class MapConvolutionLayer : public ParameterLayer {
   void gather(const Kernel& kernel, const Axes& p, const float* x, float* patch) const;
 
   std::vector<Kernel> kernels_;
+  Minibatch::Shape shape_;  ///< of the result
 };
 
 /// input_size: channels, first axis, second axis. The shape of the result is {output_channel, positions along the first
 /// axis, along the second}, one axis for several kernels. Record: three 4-byte integers input_size, output_channel, the
 /// number of kernels; for each kernel two integers size, two stride, two pad, weight (output_channel x size channels),
 /// bias. Attributes: input_size, output_channel; elements: kernel, with the attributes size, stride, pad and the
-/// elements weight, bias.
+/// elements weight, bias. An attribute filter_size, of one or two numbers, needn't be there: it's the size of each
+/// kernel.
 class Convolution2DLayer : public MapConvolutionLayer {
  public:
   using MapConvolutionLayer::MapConvolutionLayer;
+  void load_xml(const XmlElement& element) override;
 
  protected:
   std::string tag() const override { return "Convolution2D"; }

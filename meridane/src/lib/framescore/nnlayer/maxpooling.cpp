@@ -31,7 +31,7 @@ MinibatchPtr MaxPoolingLayer::forward(const LayerInputs& inputs) const {
   if (pooled[1] == 0 || pooled[2] == 0 || x.content().rows() != index(map[0] * map[1] * map[2])) {
     raise_dimension_mismatch();
   }
-  MinibatchPtr y = inputs.result(shape_of(pooled, x.shape().size()), x.content().cols());
+  MinibatchPtr y = inputs.result(axes_of(pooled, x.shape().size()), x.content().cols());
   for (Eigen::Index t = 0; t < x.content().cols(); ++t) {
     float* result = y->content().col(t).data();
     for (std::uint64_t p = 0; p < pooled[1] * pooled[2]; ++p, result += channels) {
@@ -57,7 +57,7 @@ MaxPoolingLayer::Map MaxPooling1DLayer::map_of(const Minibatch::Shape& shape) co
   return {shape[0], shape[1], 1};
 }
 
-Minibatch::Shape MaxPooling1DLayer::shape_of(const Map& pooled, std::size_t) const { return {pooled[0], pooled[1]}; }
+MaxPoolingLayer::Axes MaxPooling1DLayer::axes_of(const Map& pooled, std::size_t) const { return Axes(pooled).first(2); }
 
 void MaxPooling2DLayer::parameters(ParameterVisitor& visitor) {
   visitor.sizes("pool_size", pool_size_, kAny, "pool_size must have one or two numbers on MaxPooling2D", true);
@@ -69,9 +69,8 @@ MaxPoolingLayer::Map MaxPooling2DLayer::map_of(const Minibatch::Shape& shape) co
   return {shape[0], shape[1], shape[2]};
 }
 
-Minibatch::Shape MaxPooling2DLayer::shape_of(const Map& pooled, std::size_t axes) const {
-  if (axes == 2) return {pooled[1], pooled[2]};
-  return {pooled[0], pooled[1], pooled[2]};
+MaxPoolingLayer::Axes MaxPooling2DLayer::axes_of(const Map& pooled, std::size_t axes) const {
+  return Axes(pooled).last(axes);
 }
 
 }  // namespace meridane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <span>
 
 #include "lib/framescore/nnlayer/parameter_layer.h"
 
@@ -17,7 +18,9 @@ class MaxPoolingLayer : public ParameterLayer {
   /// channels, first axis, second axis of an input
   using Map = std::array<std::uint64_t, 3>;
   virtual Map map_of(const Minibatch::Shape& shape) const = 0;
-  virtual Minibatch::Shape shape_of(const Map& pooled, std::size_t axes) const = 0;
+  using Axes = std::span<const std::uint64_t>;
+  /// Those of a result, for an input of so many axes.
+  virtual Axes axes_of(const Map& pooled, std::size_t axes) const = 0;
   void loaded() override;
   [[noreturn]] void raise_axes() const;
 
@@ -33,7 +36,7 @@ class MaxPooling1DLayer : public MaxPoolingLayer {
   std::string tag() const override { return "MaxPooling1D"; }
   void parameters(ParameterVisitor& visitor) override;
   Map map_of(const Minibatch::Shape& shape) const override;
-  Minibatch::Shape shape_of(const Map& pooled, std::size_t axes) const override;
+  Axes axes_of(const Map& pooled, std::size_t axes) const override;
 };
 
 /// Along the axes of positions of maps of shape {channels, first axis, second axis} or {first axis, second axis}. One
@@ -46,7 +49,7 @@ class MaxPooling2DLayer : public MaxPoolingLayer {
   std::string tag() const override { return "MaxPooling2D"; }
   void parameters(ParameterVisitor& visitor) override;
   Map map_of(const Minibatch::Shape& shape) const override;
-  Minibatch::Shape shape_of(const Map& pooled, std::size_t axes) const override;
+  Axes axes_of(const Map& pooled, std::size_t axes) const override;
 };
 
 }  // namespace meridane

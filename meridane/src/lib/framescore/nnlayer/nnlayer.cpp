@@ -6,7 +6,7 @@
 
 namespace meridane {
 
-MinibatchPtr LayerInputs::result(const Minibatch::Shape& shape, Eigen::Index frames) const {
+MinibatchPtr LayerInputs::result(std::span<const std::uint64_t> shape, Eigen::Index frames) const {
   if (spare_ == nullptr) return Minibatch::uninitialised(shape, frames);
   spare_->resize(shape, frames);
   return std::move(spare_);

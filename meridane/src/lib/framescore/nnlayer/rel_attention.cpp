@@ -10,7 +10,7 @@ namespace meridane {
 namespace {
 
 // Queries that are worked on together: what they need stays small, however long the call is.
-constexpr Eigen::Index kBlock = 16;
+constexpr Eigen::Index kBlock = 48;
 
 using Columns = Eigen::OuterStride<>;
 using Frames = Eigen::Map<const Matrix, 0, Columns>;

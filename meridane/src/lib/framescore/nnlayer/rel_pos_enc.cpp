@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "lib/framescore/nnlayer/parameter_visitors.h"
 #include "lib/framescore/nnlayer/position_table.h"
 #include "lib/framescore/nnlayer/positioned_frames.h"
 #include "meridane/error.h"
@@ -34,11 +33,6 @@ void RelPositionalEncodingLayer::parameters(ParameterVisitor& visitor) {
 void RelPositionalEncodingLayer::loaded() {
   if (cache_frame_ > kMostFrames) raise_incorrect("cache_frame");
   if (reserve_ > kMostFrames) raise_incorrect("reserve");
-}
-
-void RelPositionalEncodingLayer::load_xml(const XmlElement& element) {
-  if (fetch_attribute(element, "type") != tag()) raise_wrong_type("RelPositionalEncoding");
-  ParameterLayer::load_xml(element);
 }
 
 std::shared_ptr<NNLayerState> RelPositionalEncodingLayer::create_state() const {

@@ -12,7 +12,6 @@ namespace meridane {
 class RelPositionalEncodingLayer : public ParameterLayer {
  public:
   using ParameterLayer::ParameterLayer;
-  void load_xml(const XmlElement& element) override;
   std::shared_ptr<NNLayerState> create_state() const override;
   MinibatchPtr forward(const LayerInputs& inputs, const std::shared_ptr<NNLayerState>& state) const override;
   /// A stream of one call.
@@ -20,6 +19,7 @@ class RelPositionalEncodingLayer : public ParameterLayer {
 
  protected:
   std::string tag() const override { return "RelPosEnc"; }
+  std::string class_name() const override { return "RelPositionalEncodingLayer"; }
   void parameters(ParameterVisitor& visitor) override;
   void loaded() override;
 

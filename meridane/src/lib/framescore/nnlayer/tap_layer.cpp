@@ -8,8 +8,9 @@
 namespace meridane {
 namespace {
 
-// Zeros, kept frames and outputs of padding have a size that only the record's numbers give: 256 MB of each at most.
-constexpr Eigen::Index kMostFloats = Eigen::Index{1} << 26;
+// Zeros, kept frames and outputs of padding have a size that only the record's numbers give: 16 MB of each at most,
+// which is more than 8000 frames of 512 values.
+constexpr Eigen::Index kMostFloats = Eigen::Index{1} << 22;
 
 }  // namespace
 

@@ -4,6 +4,8 @@
 
 namespace meridane {
 
+struct TDNNLayerState;
+
 /// Convolution along time:
 ///   y(f) = bias + sum over taps k of W(k) x(f stride + k dilation - m)
 /// Streaming keeps the last K - stride frames, K = (kernel - 1) dilation + 1, for the next call (none for a kernel that
@@ -29,6 +31,10 @@ class TDNNLayer : public TapLayer {
   void pack_taps() override { weight_.pack_each(kernel_); }
 
  private:
+  /// y of a grouped layer for a chunk that is as wide as the kernel at least: windows that lie in the chunk are read
+  /// there, only the others are put together.
+  void convolve_around(const Matrix& x, Eigen::Index before, Eigen::Index after, Eigen::Index frames,
+                       TDNNLayerState& stream, float* y) const;
   /// y of `frames` frames, from the window that begins with the first tap of the first of them.
   void convolve(const float* window, Eigen::Index frames, std::uint64_t first, float* y) const;
 };

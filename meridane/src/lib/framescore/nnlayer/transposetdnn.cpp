@@ -8,8 +8,10 @@ namespace meridane {
 namespace {
 
 struct TransposeTDNNLayerState : NNLayerState {
+  explicit TransposeTDNNLayerState(Eigen::Index y_rows) : rows(y_rows) {}
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<TransposeTDNNLayerState>(*this); }
 
+  Eigen::Index rows;            ///< of y
   std::vector<float> sums;      ///< frames of y that aren't given yet; behind them, between calls, nothing counts
   Eigen::Index unwanted = 0;    ///< of these, so many are still to be dropped
   std::uint64_t inputs = 0;     ///< frames of x until now
@@ -19,7 +21,7 @@ struct TransposeTDNNLayerState : NNLayerState {
 }  // namespace
 
 std::shared_ptr<NNLayerState> TransposeTDNNLayer::create_state() const {
-  auto state = std::make_shared<TransposeTDNNLayerState>();
+  auto state = std::make_shared<TransposeTDNNLayerState>(output_rows());
   state->sums.assign(static_cast<std::size_t>((overlap() + held()) * output_rows()), 0.0f);
   state->unwanted = (causal_ ? overlap() : pad_) + held();
   return state;
@@ -31,7 +33,8 @@ MinibatchPtr TransposeTDNNLayer::forward(const LayerInputs& inputs, const std::s
   if (done == 0) return inputs.result(rows, 0);
   if (x.content().rows() != input_rows()) raise_rows(x);
   auto* const stream = dynamic_cast<TransposeTDNNLayerState*>(state.get());
-  if (stream == nullptr || stream->sums.size() < static_cast<std::size_t>(kept * rows)) {
+  const bool is_own = stream != nullptr && stream->rows == rows;
+  if (!is_own || stream->sums.size() < static_cast<std::size_t>(kept * rows)) {
     raise("No state for layer %s", id().c_str());
   }
   std::vector<float>& sums = stream->sums;
