@@ -18,6 +18,7 @@ network '<layer type="Magic" id="m"/>' "$(link _input m)$(link m _output)" >magi
 printf '<NN magic="MerNNpar"' >broken.xml
 network "${dense/<weight>*<\/weight>/<weight ref=\"-\"\/>}$bend" "$(link _input dense)$(link dense bend)$(link bend _output)" >piped.xml
 sed 's/ref="-"/ref="\/dev\/zero"/' piped.xml >zeros.xml
+sed 's/ref="-"/ref="folder"/' piped.xml >of_folder.xml
 printf '1\t0\t-1\t4\t0\n0\t1\t2\t0\t-3\n' >x.tsv
 printf '# the same\n\n1,0 -1 4 0\n0 1,2 0,-3\n' >commas.txt
 printf '1 2\n3\n' >ragged.tsv
@@ -91,6 +92,8 @@ expect "a matrix of other rows" 1 '^$' \
   nn run net.xml --in flat.tsv --out y.tsv
 expect "a ragged matrix" 1 '^$' "^error: 'ragged.tsv' is no matrix of numbers: Column-size error\$" nn run net.xml --in ragged.tsv --out y.tsv
 expect "an empty matrix" 1 '^$' "^error: 'empty.tsv' is no matrix of numbers: Empty matrix \(ncol == 0\)\$" nn run net.xml --in empty.tsv --out y.tsv
+expect "a folder for a matrix" 1 '^$' "^error: 'folder' is a folder; give a matrix\$" nn run net.xml --in folder --out y.tsv
+expect "a folder for the matrix of a layer" 1 '^$' "^error: 'of_folder.xml' is no network: resource not found: folder\$" nn info of_folder.xml
 expect "a network for a matrix" 1 '^$' "^error: 'net.xml' is no matrix of numbers: " nn run net.xml --in net.xml --out y.tsv
 expect "a matrix for a network" 1 '^$' "^error: 'x.tsv' is no network: " nn run x.tsv --in x.tsv --out y.tsv
 expect "no network" 1 '^$' "^error: cannot open 'gone.nn': No such file or directory; " nn info gone.nn

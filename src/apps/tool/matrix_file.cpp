@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_name.h"
 #include "meridane/error.h"
 #include "meridane/io/matrix.h"
 
@@ -24,6 +25,7 @@ void append_number(std::string& text, float value) {
 }  // namespace
 
 meridane::Matrix read_matrix(const std::string& name) {
+  refuse_folder(name, "a matrix");
   std::ifstream file(name);
   if (!file) throw Failure("cannot open '" + name + "'; check its name and its permissions");
   try {

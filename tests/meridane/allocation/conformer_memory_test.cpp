@@ -42,5 +42,28 @@ TEST(AConformersSteps, AllocateNothing) {
   }
 }
 
+TEST(RelativeAttentionsSteps, AllocateNothing) {
+  const ConformerSample block(1, kRows, 4);
+  const auto layer = named("attention", "RelMHA", block.attention.record());
+  const auto positions = positions_for(kCache);
+  const auto state = positions->create_state();
+  constexpr Eigen::Index kFrames = 5;
+  const LayerInputs frames = {minibatch(Matrix::Random(kRows, kFrames))};
+  positions->forward(frames, state);
+  const MinibatchPtr positioned = positions->forward(frames, state);
+  for (const MinibatchPtr& input : {minibatch(Matrix::Random(2 * kRows, 3 * kFrames)), positioned}) {
+    LayerInputs inputs = {input};
+    MinibatchPtr y = layer->forward(inputs, nullptr);
+    std::uint64_t before = 0;
+    for (int step = 0; step < 20; ++step) {
+      if (step == 5) before = sonivo::test::allocations();
+      inputs.set_spare(std::move(y));
+      y = layer->forward(inputs, nullptr);
+    }
+    EXPECT_EQ(sonivo::test::allocations() - before, 0u);
+    EXPECT_EQ(y->content().cols(), kFrames);
+  }
+}
+
 }  // namespace
 }  // namespace meridane::test

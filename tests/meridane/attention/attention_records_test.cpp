@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <boost/interprocess/managed_shared_memory.hpp>
+#include <cmath>
 
 #include "attention_samples.h"
 #include "meridane/error.h"
@@ -75,12 +76,14 @@ TEST_P(AttentionRecords, AreRefusedWhereTheyAreCutOrAnothers) {
 // Whatever stands in a record, it's refused by the engine's own exception or makes a layer that runs.
 TEST_P(AttentionRecords, SurviveAnyByteChanged) {
   const bool pair = GetParam().type.find("Joint") != std::string::npos;
+  int loads = 0;
   for (std::size_t at = 0; at < GetParam().record.size(); ++at) {
     for (const int value : {0x00, 0x01, 0x40, 0x7f, 0x80, 0xff}) {
       std::string changed = GetParam().record;
       changed[at] = static_cast<char>(value);
       try {
         const auto layer = layer_of(GetParam().type, changed);
+        ++loads;
         LayerInputs inputs = {minibatch(Matrix::Ones(5, 2))};
         if (pair) inputs.add(minibatch(Matrix::Ones(3, 2)));
         EXPECT_GT(layer->forward(inputs, layer->create_state())->size(), 0u);
@@ -88,6 +91,7 @@ TEST_P(AttentionRecords, SurviveAnyByteChanged) {
       }
     }
   }
+  EXPECT_GT(loads, 0);
 }
 
 TEST_P(AttentionRecords, NameWhatIsMissingInADocument) {
@@ -114,15 +118,31 @@ TEST_P(AttentionRecords, CountTheirNumbersAndProducts) {
   EXPECT_FALSE(loaded()->is_variable_length());
 }
 
-TEST_P(AttentionRecords, ComputeTheSameInHalfPrecision) {
-  if (!GetParam().type.starts_with("Compressed")) return;
-  const std::string plain = GetParam().type.substr(std::string("Compressed").size());
-  for (const Sample& other : samples()) {
-    if (other.type != plain) continue;
-    LayerInputs inputs = {minibatch(Dice(6).matrix(5, 4))};
-    if (plain.starts_with("Joint")) inputs.add(minibatch(Dice(7).matrix(3, 4)));
-    const auto half = loaded(), full = layer_of(plain, other.record);  // halves hold the sample's numbers
-    EXPECT_EQ(half->forward(inputs)->content(), full->forward(inputs)->content());
+LayerInputs inputs_of(const std::string& type) {
+  LayerInputs inputs = {minibatch(Dice(6).matrix(5, 4))};
+  if (type.find("Joint") != std::string::npos) inputs.add(minibatch(Dice(7).matrix(3, 4)));
+  return inputs;
+}
+
+TEST_P(AttentionRecords, AreWrittenIntoMemoryOfAnOldResultAndNotIntoTheirInputs) {
+  LayerInputs inputs = inputs_of(GetParam().type);
+  const Matrix fresh = loaded()->forward(inputs)->content();
+  inputs.set_spare(minibatch(Matrix::Constant(7, 3, std::nanf(""))));
+  EXPECT_EQ(loaded()->forward(inputs)->content(), fresh);
+  const LayerInputs before = inputs_of(GetParam().type);
+  for (std::size_t i = 0; i < inputs.size(); ++i) EXPECT_EQ(inputs[i]->content(), before[i]->content());
+}
+
+// Halves hold the numbers of the samples.
+TEST(CompressedAttentions, ComputeWhatThePlainOnesDo) {
+  const std::vector<Sample> all = samples();
+  const std::size_t types = all.size() / 2;
+  for (std::size_t i = 0; i < types; ++i) {
+    const Sample &plain = all[i], &half = all[types + i];
+    ASSERT_EQ(half.type, "Compressed" + plain.type);
+    const LayerInputs inputs = inputs_of(plain.type);
+    EXPECT_EQ(layer_of(half.type, half.record)->forward(inputs)->content(),
+              layer_of(plain.type, plain.record)->forward(inputs)->content());
   }
 }
 
@@ -252,6 +272,18 @@ TEST(SharedAttention, ComputesWhatThePlainOneDoes) {
     EXPECT_LT(distance(forward(*stored, x), AdditiveParameters(14)(x)), kRounding);
     EXPECT_EQ(forward(*found, x), forward(*stored, x));
     EXPECT_EQ(binary_of(*found), record);
+    EXPECT_EQ(*manager.find<float>("scaling"), AdditiveParameters(14).scaling);
+    EXPECT_EQ(*manager.find<std::uint64_t>("key_weight_rows"), 4u);
+    EXPECT_EQ(*manager.find<std::uint64_t>("key_weight_cols"), 5u);
+    EXPECT_NE(manager.find_floats("key_weight", 20), nullptr);
+    EXPECT_EQ(*manager.find<std::uint64_t>("gvec_weight_rows"), 1u);
+    EXPECT_EQ(*manager.find<std::uint64_t>("gvec_weight_cols"), 4u);
+    EXPECT_NE(manager.find_floats("gvec_weight", 4), nullptr);
+    for (const auto& [vector, count] :
+         {std::pair<std::string, std::uint64_t>{"key_bias", 4}, {"query", 4}, {"gvec_bias", 1}}) {
+      EXPECT_EQ(*manager.find<std::uint64_t>(vector + "_size"), count) << vector;
+      EXPECT_NE(manager.find_floats(vector, count), nullptr) << vector;
+    }
   }
   ipc::shared_memory_object::remove(name.c_str());
 }

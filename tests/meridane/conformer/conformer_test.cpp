@@ -47,6 +47,34 @@ TEST(Conformer, ForgetsWhatIsBehindItsCache) {
   EXPECT_NE(of_x.middleCols(20, 12), of_y.middleCols(20, 12));
 }
 
+// What sees a frame that is no number is none either: its call and those that have it in their cache, then what the
+// convolution brings of these. Nothing of it is left after that.
+TEST(Conformer, ForgetsAFrameThatIsNoNumber) {
+  const ConformerSample p = sample();
+  const Matrix x = Dice(3).matrix(D, 60);
+  Matrix y = x;
+  y(0, 5) = std::nanf("");
+  const Chunks chunks(x.cols(), 4);
+  Stream a({p.load(12)}), b({p.load(12)});
+  const Matrix clean = a.run(x, chunks), of_y = b.run(y, chunks);
+  const Eigen::Index last = 19 + ConformerSample::kTaps - 1;  // the call of frames 16 to 19 has frame 5 in its cache
+  EXPECT_EQ(of_y.leftCols(4), clean.leftCols(4));
+  for (Eigen::Index t = 4; t <= last; ++t) EXPECT_TRUE(std::isnan(of_y(0, t))) << t;
+  EXPECT_EQ(of_y.rightCols(60 - 1 - last), clean.rightCols(60 - 1 - last));
+}
+
+TEST(Conformer, TakesFramesOfAnyShape) {
+  const ConformerSample p(1, 6, 2);
+  const Matrix x = Dice(19).matrix(6, 5);
+  const Matrix plain = Stream({p.load(4)}).step(x);
+  for (const Minibatch::Shape& shape : {Minibatch::Shape{2, 3}, {3, 2}, {1, 2, 3}}) {
+    const auto layer = p.load(4);
+    const MinibatchPtr y = layer->forward({std::make_shared<Minibatch>(x, shape)}, layer->create_state());
+    EXPECT_EQ(y->content(), plain);
+    EXPECT_EQ(y->shape(), Minibatch::Shape{6});
+  }
+}
+
 TEST(Conformer, TakesTheOutputOfAnother) {
   const ConformerSample first = sample(2, 5), second = sample(4, 6);
   const Matrix x = Dice(7).matrix(D, 30);
@@ -165,9 +193,11 @@ TEST(Conformer, RunsAsAPartOfAStreamOnly) {
   EXPECT_FALSE(layer->is_variable_length());
   const MinibatchPtr x = minibatch(Matrix::Zero(D, 3));
   EXPECT_EQ(failure_of<BaseRuntimeError>([&] { layer->forward({x}, nullptr); }), "No state for layer the layer");
-  EXPECT_EQ(
-      failure_of<BaseRuntimeError>([&] { layer->forward({x}, ConformerSample(1, 4, 1).load(6)->create_state()); }),
-      "No state for layer the layer");
+  for (const auto& foreign : {ConformerSample(1, 4, 1).load(6)->create_state(), positions_for(6)->create_state()}) {
+    EXPECT_EQ(failure_of<BaseRuntimeError>([&] { layer->forward({x}, foreign); }), "No state for layer the layer");
+    EXPECT_EQ(failure_of<BaseRuntimeError>([&] { positions_for(6)->forward({x}, layer->create_state()); }),
+              "No state for layer the layer");
+  }
 }
 
 TEST(Conformer, ChecksItsInput) {
@@ -195,6 +225,18 @@ TEST(Conformer, SaysThatItsPositionsDoNotReachToItsCache) {
     EXPECT_EQ(failure_of<DimensionMismatchError>([&] { stream.step(x); }),
               "Layer the layer attends to 9 frames, but has been given positions for 6");
   }
+}
+
+// A convolution that looks ahead gives fewer frames than it gets.
+TEST(Conformer, SaysThatABranchGivesAnotherNumberOfFrames) {
+  const ConformerSample p = sample();
+  auto records = p.records();
+  Record taps("TDNN");
+  for (const int value : {1, 0, 0, 1, 1, ConformerSample::kTaps}) taps.number<std::int32_t>(value);
+  records["conv2"] = {"TDNN", taps.matrix(p.weight.at("conv2")).matrix(p.bias.at("conv2")).bytes()};
+  Stream stream({layer_of("Conformer", ConformerSample::record_of("Conformer", 6, 0, records))});
+  EXPECT_EQ(failure_of<DimensionMismatchError>([&] { stream.step(Matrix::Zero(D, 9)); }),
+            "Dimension mismatch in layer the layer");
 }
 
 TEST(Conformer, SaysThatABranchGivesAnotherSize) {

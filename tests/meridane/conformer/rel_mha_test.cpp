@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "attention_reference.h"
+#include "conformer_samples.h"
 #include "meridane/error.h"
 
 namespace meridane::test {
@@ -75,14 +75,45 @@ TEST(RelMHA, AttendsToAllFramesOfWhatRelPosEncGives) {
   }
 }
 
+// Up to products of 1e72, which no float holds.
 TEST(RelMHA, StaysFiniteForScoresBeyondTheRangeOfTheExponential) {
-  AttentionSample p = sample();
-  p.q *= 1e10f;
-  p.k *= 1e10f;
-  Dice dice(4);
-  const Matrix x = dice.matrix(D, 20);
+  const Matrix x = Dice(4).matrix(D, 60);
   const Exact exact = x.cast<double>();
-  EXPECT_LT(distance(step(*loaded(p), packed(x, x, x)), p.attention(exact, exact, exact, ahead, sees_all)), kRounding);
+  for (const float scale : {1e10f, 1e18f, 1e19f, 1e35f}) {
+    AttentionSample p = sample();
+    for (Matrix* m : {&p.q, &p.k}) *m *= scale;
+    EXPECT_LT(distance(step(*loaded(p), packed(x, x, x)), p.attention(exact, exact, exact, ahead, sees_all)), kRounding)
+        << scale;
+    p.pos *= scale;
+    EXPECT_LT(distance(step(*loaded(p), packed(x, x, x)), p.attention(exact, exact, exact, ahead, sees_all)), kRounding)
+        << scale;
+  }
+}
+
+// Enough rows for the products to pack their weights, whatever the width of a vector.
+TEST(RelMHA, IsAttentionForWiderFrames) {
+  constexpr Eigen::Index d = 40;
+  Dice dice(8);
+  const AttentionSample p(dice, d, 5);
+  for (const Eigen::Index C : {1, 5, 49}) {
+    const Matrix Q = dice.matrix(d, C), K = dice.matrix(d, C), V = dice.matrix(d, C);
+    const Exact expected = p.attention(Q.cast<double>(), K.cast<double>(), V.cast<double>(), ahead, sees_all);
+    EXPECT_LT(distance(step(*loaded(p), packed(Q, K, V)), expected), 5 * kRounding) << C;
+    const MinibatchPtr positioned = positions_for(0)->forward({minibatch(Q)});
+    const Exact self = p.attention(Q.cast<double>(), Q.cast<double>(), Q.cast<double>(), ahead, sees_all);
+    EXPECT_LT(distance(loaded(p)->forward({positioned}, nullptr)->content(), self), 5 * kRounding) << C;
+  }
+}
+
+TEST(RelMHA, TakesItsBlocksInAnyShape) {
+  const auto layer = loaded(sample());
+  const Matrix x = packed(Dice(5).matrix(D, 6), Dice(6).matrix(D, 6), Dice(7).matrix(D, 6));
+  const Matrix plain = step(*layer, x);
+  for (const Minibatch::Shape& shape : {Minibatch::Shape{8, 3}, {3, 8}, {D, 2}, {2, 4, 3}}) {
+    const MinibatchPtr y = layer->forward({std::make_shared<Minibatch>(x, shape)}, nullptr);
+    EXPECT_EQ(y->content(), plain);
+    EXPECT_EQ(y->shape(), Minibatch::Shape{D});
+  }
 }
 
 TEST(RelMHA, OfHalfPrecisionComputesWhatThePlainOneDoes) {
@@ -156,6 +187,28 @@ TEST_P(RelMHARecords, AreRefusedCutOrOfAnotherLayer) {
             GetParam() +
                 "Layer::load_xml() has been called for a wrong layer type - indicating an implementation "
                 "error");
+}
+
+// Whatever stands in a record, it's refused by the engine's own exception or makes a layer that runs.
+TEST_P(RelMHARecords, SurviveAnyByteChanged) {
+  constexpr Eigen::Index d = 4;
+  Dice dice(9);
+  const std::string record = AttentionSample(dice, d, 2).record(GetParam());
+  const Matrix x = packed(dice.matrix(d, 3), dice.matrix(d, 3), dice.matrix(d, 3));
+  int loads = 0;
+  for (std::size_t at = 0; at < record.size(); ++at) {
+    for (const int value : {0x00, 0x01, 0x40, 0x7f, 0x80, 0xff}) {
+      std::string changed = record;
+      changed[at] = static_cast<char>(value);
+      try {
+        const auto layer = layer_of(GetParam(), changed);
+        ++loads;
+        EXPECT_EQ(step(*layer, x).cols(), 3);
+      } catch (const BaseRuntimeError&) {
+      }
+    }
+  }
+  EXPECT_GT(loads, 0);
 }
 
 TEST_P(RelMHARecords, NameTheElementThatIsMissing) {

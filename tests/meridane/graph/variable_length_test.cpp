@@ -136,6 +136,10 @@ TEST(AHoldingBackScorer, ChecksRealInput) {
   NNScorerForLCBLSTM scorer(network);
   EXPECT_EQ(failure_of([&] { output_of(scorer, std::make_shared<Minibatch>(Matrix(Matrix::Zero(2, 2)))); }),
             "number of dimensions of input data does not accord to the network");
+  for (const Eigen::Index rows : {0, 1, 2}) {  // no frames are no end of the stream
+    EXPECT_EQ(failure_of([&] { output_of(scorer, std::make_shared<Minibatch>(Matrix(rows, 0))); }),
+              "didn't set input data");
+  }
   auto frames = std::make_shared<FrameSequence>();
   frames->emplace_back(Vector(Vector::Constant(1, 6.0f)));
   frames->emplace_back(Vector(Vector::Constant(1, 7.0f)));

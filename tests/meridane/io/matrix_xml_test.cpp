@@ -105,8 +105,8 @@ TEST(MatrixElement, TellsAFileThatIsNotThere) {
 
 TEST(MatrixElement, ExpandsExpressions) {
   EXPECT_EQ(of_element("<weight>1 ${1 + 1}\n3 4</weight>"), matrix());
-  const Folder folder;
-  const std::string path = folder.file("m3", "1 2\n3 4");
+  const TemporaryFolder folder;
+  const std::string path = folder.write("m3", "1 2\n3 4");
   EXPECT_EQ(of_element("<weight ref='" + path.substr(0, path.size() - 1) + "${1 + 2}'/>"), matrix());
   EXPECT_THAT([] { of_element("<weight ref=\"/none/${1 + 2}\"/>"); },
               ThrowsMessage<BaseRuntimeError>(std::string("resource not found: /none/3")));
@@ -115,6 +115,13 @@ TEST(MatrixElement, ExpandsExpressions) {
               ThrowsMessage<BaseRuntimeError>(std::string("resource not found: /none/$x")));
   EXPECT_THAT([] { of_element("<weight ref=\"/none/{x}\"/>"); },
               ThrowsMessage<BaseRuntimeError>(std::string("resource not found: /none/{x}")));
+}
+
+TEST(MatrixElement, LeavesTheFileItRefersToAsItIs) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("m.txt", "1 ${2}\n");
+  EXPECT_THAT([&] { of_element("<weight ref=\"" + path + "\"/>"); },
+              ThrowsMessage<BaseRuntimeError>(std::string("Invalid number \"${2}\"")));
 }
 
 TEST(RefInput, ReadsAFileByteForByte) {
@@ -135,6 +142,16 @@ TEST(RefInput, TellsAFileThatIsNotThere) {
   const TemporaryFolder folder;
   EXPECT_THAT([&] { ref_input_open(folder / "none"); },
               ThrowsMessage<BaseRuntimeError>("resource not found: " + folder / "none"));
+}
+
+TEST(RefInput, TellsAFolder) {
+  const TemporaryFolder folder;
+  const std::string message = "resource not found: " + folder.path().string();
+  EXPECT_THAT([&] { ref_input_open(folder.path().string()); }, ThrowsMessage<BaseRuntimeError>(message));
+  for (const std::string type : {"text/plain", "application/octet-stream"}) {
+    EXPECT_THAT([&] { of_element("<weight type='" + type + "' ref='" + folder.path().string() + "'/>"); },
+                ThrowsMessage<BaseRuntimeError>(message));
+  }
 }
 
 TEST(RefOutput, WritesAFileByteForByte) {

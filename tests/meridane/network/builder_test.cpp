@@ -1,5 +1,8 @@
+// What the tables of factories hold.
+
 #include "meridane/builder.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../support/network_samples.h"
@@ -8,95 +11,36 @@
 namespace meridane::test {
 namespace {
 
-struct Shape {
-  int corners;
-  std::string name;
-};
-using ShapeFactory = std::function<std::shared_ptr<Shape>(const std::string& name)>;
-using ShapeBuilder = Builder<struct ShapeTag, Shape, ShapeFactory>;
-using OtherShapeBuilder = Builder<struct OtherShapeTag, Shape, ShapeFactory>;
+using testing::UnorderedElementsAreArray;
 
-/// Lines of the log while it lives, at every level.
-class LogLines {
- public:
-  LogLines() : threshold_(log_threshold()) {
-    log_threshold() = 0;
-    set_log_sink([this](const std::string& line) { lines.push_back(line); });
-  }
-  ~LogLines() {
-    log_threshold() = threshold_;
-    set_log_sink([](const std::string&) {});
-  }
-  std::vector<std::string> lines;
-
- private:
-  int threshold_;
-};
-
-TEST(ABuilder, MakesWhatIsRegistered) {
-  LogLines log;
-  EXPECT_FALSE(ShapeBuilder::has("square"));
-  ShapeBuilder::regist("square", [](const std::string& name) { return std::make_shared<Shape>(Shape{4, name}); });
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_TRUE(log.lines[0].ends_with("  Factory for \"square\" is registered")) << log.lines[0];
-  log_threshold() = 2;
-  ShapeBuilder::regist("point", [](const std::string& name) { return std::make_shared<Shape>(Shape{0, name}); });
-  EXPECT_EQ(log.lines.size(), 1u) << "at level 1";
-
-  EXPECT_TRUE(ShapeBuilder::has("square"));
-  EXPECT_EQ(ShapeBuilder::build("square", "mine")->corners, 4);
-  EXPECT_EQ(ShapeBuilder::build("square", "mine")->name, "mine");
-  EXPECT_EQ(ShapeBuilder::get("point")("p")->corners, 0);
-  EXPECT_FALSE(OtherShapeBuilder::has("square")) << "a table of its own for each tag";
+/// Each word of the text behind the prefix.
+std::vector<std::string> types_of(const std::string& text, const std::string& prefix = "") {
+  std::istringstream words(text);
+  std::vector<std::string> types;
+  for (std::string word; words >> word;) types.push_back(prefix + word);
+  return types;
 }
 
-TEST(ABuilder, ReportsWhatIsNot) {
-  const std::string expected = "circle is not registered in the builder";
-  EXPECT_EQ(failure_of<BuilderNotFound>([] { ShapeBuilder::build("circle", "mine"); }), expected);
-  EXPECT_EQ(failure_of<BuilderNotFound>([] { ShapeBuilder::get("circle"); }), expected);
-  EXPECT_FALSE(ShapeBuilder::has("circle"));
-}
+constexpr const char* kPlain =
+    "AdditiveSelfAttention Attention BLSTM BatchNorm Bias Concat Conformer Convolution1D Convolution2D "
+    "Convolution3D Embedding FullyConnected GLU GlobalLayerNorm Joint JointHAT KeepPaceConcat "
+    "KeepPaceMerge LCBLSTM LSTM LayerNorm MaxPooling1D MaxPooling2D Merge PReLU Print Prod ReLU RelMHA "
+    "RelPosEnc Sigmoid SimpleAttention Slice SliceAlongTime Softmax Swish TDNN Tanh TransposeTDNN ULSTM";
+constexpr const char* kCompressed =
+    "AdditiveSelfAttention Attention BLSTM BatchNorm Conformer Convolution2D Embedding FullyConnected "
+    "GlobalLayerNorm Joint JointHAT LCBLSTM LSTM LayerNorm Prod RelMHA SimpleAttention TDNN TransposeTDNN "
+    "ULSTM";
+constexpr const char* kQuantized = "BLSTM Convolution1D FullyConnected LCBLSTM LSTM ULSTM";
 
+/// All of them and no others. Those that stand in shared memory are listed with their tests.
 TEST(TheLayerTables, HoldTheTypesOfThisEngine) {
   ensure_layer_tables();
-  for (const char* type : {"BatchNorm",
-                           "Bias",
-                           "Embedding",
-                           "FullyConnected",
-                           "GLU",
-                           "GlobalLayerNorm",
-                           "LayerNorm",
-                           "PReLU",
-                           "Print",
-                           "Prod",
-                           "ReLU",
-                           "Sigmoid",
-                           "Softmax",
-                           "Swish",
-                           "Tanh",
-                           "CompressedBatchNorm",
-                           "CompressedEmbedding",
-                           "CompressedFullyConnected",
-                           "CompressedGlobalLayerNorm",
-                           "CompressedLayerNorm",
-                           "CompressedProd"}) {
-    EXPECT_TRUE(NNLayerBuilder::has(type)) << type;
-  }
-  for (const char* type : {"Input", "QuantizedFullyConnected", "SMFullyConnected", "CompressedBias", "CompressedReLU",
-                           "CompressedSigmoid", "fullyconnected", ""}) {
-    EXPECT_FALSE(NNLayerBuilder::has(type)) << type;
-  }
-  for (const char* type : {"FullyConnected", "QuantizedFullyConnected"}) {
-    EXPECT_TRUE(QuantizedNNLayerBuilder::has(type)) << type;
-  }
-  for (const char* type : {"Embedding", "FullyConnected", "PReLU", "Print", "ReLU", "Softmax"}) {
-    EXPECT_TRUE(SMNNLayerBuilder::has(type)) << type;
-    EXPECT_TRUE(SMNNLayerFinder::has(type)) << type;
-  }
-  for (const char* type : {"Sigmoid", "CompressedFullyConnected", "Bias", "LayerNorm"}) {
-    EXPECT_FALSE(SMNNLayerBuilder::has(type)) << type;
-    EXPECT_FALSE(SMNNLayerFinder::has(type)) << type;
-  }
+  std::vector<std::string> types = types_of(kPlain);
+  for (const std::string& type : types_of(kCompressed, "Compressed")) types.push_back(type);
+  EXPECT_THAT(NNLayerBuilder::names(), UnorderedElementsAreArray(types));
+  std::vector<std::string> quantized = types_of(kQuantized);
+  for (const std::string& type : types_of(kQuantized, "Quantized")) quantized.push_back(type);
+  EXPECT_THAT(QuantizedNNLayerBuilder::names(), UnorderedElementsAreArray(quantized));
 }
 
 TEST(TheLayerTables, MakeALayerFromItsRecord) {
@@ -141,40 +85,6 @@ TEST(TheParameterTable, KnowsNetworksByTheirMagic) {
   same->dump(dump, "");
   EXPECT_EQ(dump.str(), bytes);
   EXPECT_EQ(same->create_scorer()->output_dimension(), 1u);
-}
-
-TEST(ALogLine, TellsWhenWhereAndWhat) {
-  LogLines log;
-  meridane::log(kLogInfo, [] { return std::string("message"); });
-  const unsigned line = SourceLocation::current().line() - 1;
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_THAT(log.lines[0], testing::MatchesRegex("[0-9]+/[0-9][0-9]/[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]"
-                                                  "\\[builder_test\\.cpp:[0-9]+ \\(.*TestBody.*\\)\\]  message"));
-  EXPECT_NE(log.lines[0].find("[builder_test.cpp:" + std::to_string(line) + " ("), std::string::npos) << log.lines[0];
-  EXPECT_EQ(log.lines[0].find('/'), 4u) << "a year of four digits";
-}
-
-TEST(ALogLine, BelowTheThresholdIsNotEvenMade) {
-  LogLines log;
-  log_threshold() = 3;
-  bool made = false;
-  const auto message = [&] {
-    made = true;
-    return std::string();
-  };
-  meridane::log(2, message);
-  EXPECT_FALSE(made);
-  EXPECT_TRUE(log.lines.empty());
-  meridane::log(3, message);
-  EXPECT_TRUE(made);
-  EXPECT_EQ(log.lines.size(), 1u);
-}
-
-TEST(AProgressReport, TellsHowMuchIsDone) {
-  LogLines log;
-  ProgressReport(20).report(3);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_TRUE(log.lines[0].ends_with("]  3 / 20 done")) << log.lines[0];
 }
 
 }  // namespace

@@ -62,6 +62,18 @@ TEST(ScriptEnv, GoesToTheBraceThatBelongsToTheFirst) {
   EXPECT_EQ(expand_script("${({a: {b: 2}}).a.b}}"), "2}");
 }
 
+TEST(ScriptEnv, KnowsDoubleQuotesOnly) {
+  EXPECT_THAT([] { expand_script("${'}'}"); },
+              ThrowsMessage<ScriptError>(AllOf(HasSubstr("SyntaxError: "), EndsWith(" in __EVAL__ \"'\""))));
+  EXPECT_EQ(expand_script("${'a'}"), "a");
+  EXPECT_EQ(expand_script("${'\"}\"'}"), "\"}\"");
+  EXPECT_THROW(expand_script("${'\"'}"), ScriptError);  // the quotes have no end, so the expression has none
+}
+
+TEST(ScriptEnv, CallsTheScriptByItsName) {
+  EXPECT_EQ(expand_script("${try { nothing } catch (e) { e.fileName }}"), "__EVAL__");
+}
+
 TEST(ScriptEnv, RefusesAnExpressionWithoutAnEnd) {
   const auto message = ThrowsMessage<ScriptError>(std::string("\"${\" without its \"}\" in __EVAL__"));
   for (const char* text : {"${", "a ${1", "${1} ${", "${\"}", "${\"\\\"}", "${ {1}"}) {

@@ -108,6 +108,14 @@ TEST(KeepPace, TakesTheEmptyMinibatchOfAStreamsEnd) {
   EXPECT_EQ(step(*layer, state, {a.rightCols(1), b.rightCols(1)}), last);
 }
 
+TEST(KeepPace, KeepsItsRowsWhereNothingIsLeft) {
+  const auto layer = keep_pace_concat();
+  const auto state = layer->create_state();
+  step(*layer, state, {stream(1, 2, 3), stream(2, 1, 3)});
+  EXPECT_EQ(step(*layer, state, {Matrix(0, 0), Matrix(1, 0)}).rows(), 3);
+  EXPECT_EQ(step(*layer, state, {stream(1, 2, 3), Matrix(0, 0)}).rows(), 3);
+}
+
 TEST(KeepPace, HasStatesWhoseClonesGoTheirOwnWay) {
   const auto layer = keep_pace_merge();
   const auto state = layer->create_state();
@@ -168,7 +176,21 @@ TEST(KeepPace, WorksWithItsOwnStateOnly) {
   const auto layer = keep_pace_merge();
   const MinibatchPtr x = minibatch(Matrix::Ones(2, 3));
   EXPECT_EQ(failure_of<BaseRuntimeError>([&] { layer->forward({x, x}); }), "NOT IMPLEMENTED");
-  EXPECT_EQ(failure_of<BaseRuntimeError>([&] { layer->forward({x, x}, nullptr); }), "No state for layer the layer");
+  const auto foreign = layer_of("TDNN", Record("TDNN")
+                                            .number<std::int32_t>(0)
+                                            .number<std::int32_t>(0)
+                                            .number<std::int32_t>(0)
+                                            .number<std::int32_t>(1)
+                                            .number<std::int32_t>(1)
+                                            .number<std::int32_t>(1)
+                                            .matrix(Matrix::Ones(2, 2))
+                                            .matrix(Matrix::Ones(2, 1))
+                                            .bytes())
+                           ->create_state();
+  ASSERT_NE(foreign, nullptr);
+  for (const auto& state : {foreign, std::shared_ptr<NNLayerState>()}) {
+    EXPECT_EQ(failure_of<BaseRuntimeError>([&] { layer->forward({x, x}, state); }), "No state for layer the layer");
+  }
 }
 
 TEST(KeepPace, WritesIntoTheMemoryOfAnOldResult) {

@@ -47,8 +47,10 @@ TEST(Slice, RefusesRowsThatTheFramesDoNotHave) {
     EXPECT_EQ(failure_of<DimensionMismatchError>([&] { forward(*slice(0, start, end), counted(6, 2)); }),
               "Dimension mismatch in layer the layer");
   }
-  EXPECT_NE(failure_of<BaseRuntimeError>([] { forward(*slice(0, 0, kMost), counted(6, 2)); }), "nothing failed");
-  EXPECT_NE(failure_of<BaseRuntimeError>([] { forward(*slice(0, 1, kMost), counted(6, 2)); }), "nothing failed");
+  for (const std::uint64_t start : {0u, 1u}) {
+    EXPECT_EQ(failure_of<BaseRuntimeError>([&] { forward(*slice(0, start, kMost), counted(6, 2)); }),
+              "Specified dimensionlity does not match the size of the given minibatch content");
+  }
 }
 
 TEST(Slice, TakesOneInput) {
@@ -60,7 +62,8 @@ TEST(Slice, TakesOneInput) {
 
 TEST(Slice, GivesNoFramesForNone) {
   EXPECT_EQ(slice(0, 1, 2)->forward({minibatch(Matrix(6, 0))})->shape(), Minibatch::Shape{2});
-  EXPECT_EQ(forward(*slice(0, 1, 2), Matrix(0, 0)).cols(), 0);
+  // At the end of a stream a branch may have given none of its rows.
+  for (const Eigen::Index rows : {0, 1, 2}) EXPECT_EQ(forward(*slice(0, 1, 2), Matrix(rows, 0)).cols(), 0);
 }
 
 TEST(Slice, HasDefaultsInADocument) {

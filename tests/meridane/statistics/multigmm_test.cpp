@@ -74,6 +74,17 @@ TEST(MultiGMMScorer, TakesEachInputForItself) {
   EXPECT_NE(scorer->score(0, 1), first);
 }
 
+TEST(MultiGMMScorer, HasNoScoreBeyondItsFramesAndMixtures) {
+  const MultiGMMParameter gmm = loaded(mixtures().str());
+  const auto scorer = gmm.create_scorer();
+  scorer->set_input(frames({vector({0, 0}), vector({1, -2})}));
+  EXPECT_NO_THROW(scorer->score(1, 1));
+  EXPECT_THAT([&] { scorer->score(2, 1); },
+              ThrowsMessage<DimensionMismatchError>(std::string("There is no score of frame 2 and dimension 1")));
+  EXPECT_THAT([&] { scorer->score(1, 2); },
+              ThrowsMessage<DimensionMismatchError>(std::string("There is no score of frame 1 and dimension 2")));
+}
+
 TEST(MultiGMMScorer, RefusesVectorsOfAnotherSize) {
   const MultiGMMParameter gmm = loaded(mixtures().str());
   MultiGMMScorer scorer(gmm);
@@ -187,6 +198,89 @@ TEST(MultiGMMUpdate, PoolsTheObservationsOfSharedParts) {
   EXPECT_NEAR(gmm.means()[1](0), 10, 1e-5);
   EXPECT_NEAR(gmm.chols()[0](0, 0), std::sqrt((2 * 1 + 4 * 4) / 6.), 1e-5);
   EXPECT_NEAR(std::exp(gmm.mixtures()[0][0].logweight), 2 / 6., 1e-6);
+}
+
+/// What observations of the mixtures of a file add up to, in double precision and by the formulas as they stand.
+struct Sums {
+  struct Gaussian {
+    double denom = 0;
+    Eigen::Vector2d sum = Eigen::Vector2d::Zero();
+    Eigen::Matrix2d products = Eigen::Matrix2d::Zero();
+  };
+  std::vector<Gaussian> gaussians = std::vector<Gaussian>(3);
+  std::vector<std::vector<double>> counts = {{0, 0}, {0, 0, 0}};
+  double score = 0;
+
+  void add(const MultiGMMParameter& gmm, const Vector& x, std::size_t mixture, double weight) {
+    const double density = mixture_density(gmm, x, mixture);
+    score += weight * std::log(density);
+    const Eigen::Vector2d wide = x.cast<double>();
+    for (std::size_t k = 0; k < gmm.mixtures()[mixture].size(); ++k) {
+      const auto [g, logweight] = gmm.mixtures()[mixture][k];
+      const auto [mean, chol] = gmm.gaussians()[static_cast<std::size_t>(g)];
+      const double part = std::exp(double{logweight}) * normal_density(x, gmm.means()[static_cast<std::size_t>(mean)],
+                                                                       gmm.chols()[static_cast<std::size_t>(chol)]);
+      const double share = weight * part / density;
+      counts[mixture][k] += share;
+      Gaussian& sums = gaussians[static_cast<std::size_t>(g)];
+      sums.denom += share;
+      sums.sum += share * wide;
+      sums.products += share * wide * wide.transpose();
+    }
+  }
+};
+
+TEST(MultiGMMUpdate, IsOneStepOfExpectationMaximisationWithSharedParts) {
+  MultiGMMParameter gmm = loaded(mixtures().str());  // Gaussians 0 and 2 share a mean, 1 and 2 a factor
+  MultiGMMStat statistics;
+  Sums sums;
+  std::mt19937 random(3);
+  std::normal_distribution<float> normal;
+  for (int t = 0; t < 40; ++t) {
+    const Vector x = vector({0.75f + normal(random), 0.5f + 3 * normal(random)});
+    const int mixture = t % 2;
+    const double weight = 0.25 * (1 + t % 5);
+    statistics.accumulate(gmm, x, mixture, weight);
+    sums.add(gmm, x, static_cast<std::size_t>(mixture), weight);
+  }
+
+  EXPECT_NEAR(statistics.score(), sums.score, 1e-5 * std::abs(sums.score));
+  for (int g = 0; g < 3; ++g) {
+    const Sums::Gaussian& expected = sums.gaussians[static_cast<std::size_t>(g)];
+    const GaussianStat& stat = statistics.gaussians().get(g);
+    EXPECT_NEAR(stat.denom(), expected.denom, 1e-5 * expected.denom);
+    EXPECT_TRUE(stat.sum().isApprox(expected.sum, 1e-5));
+    EXPECT_TRUE(stat.numer().rightCols(2).isApprox(expected.products, 1e-5));
+  }
+  for (int j = 0; j < 2; ++j) {
+    const std::vector<double>& counts = sums.counts[static_cast<std::size_t>(j)];
+    for (std::size_t k = 0; k < counts.size(); ++k) {
+      EXPECT_NEAR(statistics.mixtures().get(j).count(static_cast<int>(k)), counts[k], 1e-5 * counts[k]);
+    }
+  }
+
+  gmm.update(statistics);
+  const auto& g = sums.gaussians;
+  const Eigen::Vector2d mean0 = (g[0].sum + g[2].sum) / (g[0].denom + g[2].denom);
+  const Eigen::Vector2d mean1 = g[1].sum / g[1].denom;
+  EXPECT_TRUE(gmm.means()[0].cast<double>().isApprox(mean0, 1e-5));
+  EXPECT_TRUE(gmm.means()[1].cast<double>().isApprox(mean1, 1e-5));
+  // Sum of w (x - m)(x - m)'.
+  const auto scatter = [](const Sums::Gaussian& s, const Eigen::Vector2d& m) -> Eigen::Matrix2d {
+    return s.products - s.sum * m.transpose() - m * s.sum.transpose() + s.denom * m * m.transpose();
+  };
+  const Eigen::Matrix2d covariance0 = scatter(g[0], mean0) / g[0].denom;
+  const Eigen::Matrix2d covariance1 = (scatter(g[1], mean1) + scatter(g[2], mean0)) / (g[1].denom + g[2].denom);
+  const Eigen::Matrix2d factor0 = gmm.chols()[0].cast<double>(), factor1 = gmm.chols()[1].cast<double>();
+  EXPECT_TRUE((factor0 * factor0.transpose()).isApprox(covariance0, 1e-5));
+  EXPECT_TRUE((factor1 * factor1.transpose()).isApprox(covariance1, 1e-5));
+  for (std::size_t j = 0; j < 2; ++j) {
+    double total = 0;
+    for (const double count : sums.counts[j]) total += count;
+    for (std::size_t k = 0; k < sums.counts[j].size(); ++k) {
+      EXPECT_NEAR(std::exp(gmm.mixtures()[j][k].logweight), sums.counts[j][k] / total, 1e-5);
+    }
+  }
 }
 
 TEST(MultiGMMUpdate, LeavesWhatWasNotObserved) {

@@ -61,6 +61,10 @@ TEST(RBM, TellsHowLikelyEachHiddenUnitIs) {
 TEST(RBM, RefusesWhatIsNone) {
   const auto message = ThrowsMessage<InvalidFormat>(std::string("invalid format (expected \"RBM parameter\")"));
   EXPECT_THAT([] { loaded<RBMParameter>("MeGMMpar"); }, message);
+  EXPECT_THAT([] { loaded<RBMParameter>("<RBM magic=\"MeGMMpar\"/>", kXml); },
+              ThrowsMessage<InvalidFormat>(std::string("illegal magic number \"MeGMMpar\"")));
+  EXPECT_THAT([] { loaded<RBMParameter>("<NN magic=\"MeRBMpar\"/>", kXml); },
+              ThrowsMessage<MissingTagError>(std::string("couldn't find \"RBM\" tag")));
   EXPECT_THAT(
       [] {
         loaded<RBMParameter>(Bytes().text("MeRBMpar").matrix(1, 2, {1, 2}).matrix(1, 1, {1}).matrix(1, 1, {1}).str());

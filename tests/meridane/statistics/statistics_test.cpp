@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <rapidxml/rapidxml.hpp>
 
@@ -82,6 +83,14 @@ TEST(GaussianStat, SumsWeightedProducts) {
               ThrowsMessage<BaseRuntimeError>(std::string("number of dimentions of input data does not accord")));
 }
 
+TEST(GaussianStat, TakesNothingOfWhatHasNoWeight) {
+  GaussianStat stat;
+  stat.accumulate(vector({1, 2}), 1);
+  const std::string before = bytes_of(stat);
+  stat.accumulate(vector({NAN, INFINITY}), 0);
+  EXPECT_EQ(bytes_of(stat), before);
+}
+
 Bytes gaussian_record() {
   Bytes record;
   record.text("MeGaStat").number(2.5).number(std::int64_t{1}).number(std::int64_t{2}).number(-0.1).number(7.25);
@@ -157,6 +166,29 @@ TEST(MultinomialStat, HasNoMoreClassesThanItIsToldOf) {
   EXPECT_THAT([&] { counter.accumulate(7, 1); },
               ThrowsMessage<BaseRuntimeError>(std::string("Number of classes exceeds nclass")));
   EXPECT_EQ(counter.total(), 3u);
+}
+
+TEST(MultinomialStat, RefusesCountsThatAnIntegerCannotHold) {
+  const auto message = ThrowsMessage<BaseRuntimeError>(std::string("Count is out of range"));
+  Counter counter;
+  for (const double weight : {double{NAN}, double{INFINITY}, -1., std::ldexp(1., 64)}) {
+    EXPECT_THAT([&] { counter.accumulate(1, weight); }, message) << weight;
+  }
+  EXPECT_EQ(counter.size(), 0u);
+  counter.accumulate(1, std::ldexp(1., 63));
+  EXPECT_THAT([&] { counter.accumulate(2, std::ldexp(1., 63)); }, message);
+  EXPECT_EQ(counter.size(), 1u);
+  EXPECT_EQ(counter.total(), std::uint64_t{1} << 63);
+
+  using Signed = MultinomialStat<std::int32_t, MultinomialConfig, std::hash<std::int32_t>, std::int64_t>;
+  constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
+  Bytes most;
+  most.text("MeMNStat").number(std::uint64_t{1}).number(std::int32_t{1}).number(kMost);
+  EXPECT_EQ(of_bytes<Signed>(most.str()).total(), kMost);
+  Bytes more;
+  more.text("MeMNStat").number(std::uint64_t{2}).number(std::int32_t{1}).number(kMost);
+  more.number(std::int32_t{2}).number(std::int64_t{1});
+  EXPECT_THAT([&] { of_bytes<Signed>(more.str()); }, tells_invalid("multinomial statistics"));
 }
 
 TEST(MultinomialStat, HasTwoRecordsAndAnElement) {
@@ -251,6 +283,22 @@ TEST(MultiGMMStat, IsWrittenAsItWasRead) {
   for (std::size_t length = 0; length < bytes.size(); ++length) {
     EXPECT_THROW(loaded<MultiGMMStat>(bytes.substr(0, length)), BaseRuntimeError) << length;
   }
+}
+
+TEST(MultiGMMStat, OutlivesFramesThatAreNoNumbers) {
+  const MultiGMMParameter gmm = loaded(mixtures().str());
+  MultiGMMStat statistics;
+  statistics.accumulate(gmm, vector({1, -1}), 0);
+  const double score = statistics.score(), denom = statistics.gaussians().get(0).denom();
+  statistics.accumulate(gmm, vector({NAN, 0}), 0, 0);
+  EXPECT_EQ(statistics.score(), score);
+  statistics.accumulate(gmm, vector({NAN, 0}), 0);
+  statistics.accumulate(gmm, vector({0, -INFINITY}), 0);
+  EXPECT_EQ(statistics.score(), -INFINITY);  // nothing gives them any density
+  EXPECT_EQ(statistics.total(), 3);
+  EXPECT_EQ(statistics.gaussians().get(0).denom(), denom);
+  EXPECT_EQ(dumped(loaded<MultiGMMStat>(dumped(statistics))), dumped(statistics));
+  EXPECT_EQ(dumped(loaded<MultiGMMStat>(dumped(statistics, kXml), kXml)), dumped(statistics));
 }
 
 TEST(MultiGMMStat, RefusesSumsThatAreNoNumbers) {

@@ -162,6 +162,11 @@ TEST(MinibatchConcatenation, RefusesInputsThatDoNotAccord) {
         Minibatch(Inputs{map, map, shared(counted(9, 2), {3, 3})}, 1);
       },
       Fails("Dimension of 0-th axis does not match"));
+  EXPECT_THAT(
+      [] {
+        Minibatch(Inputs{shared(counted(12, 2), {2, 2, 3}), shared(counted(16, 2), {2, 2, 4})}, 0);
+      },
+      Fails("Dimension of 2-th axis does not match"));
 }
 
 TEST(MinibatchConcatenation, ChecksTheAxisBeforeTheInputsAndTheAxesBeforeTheFrames) {

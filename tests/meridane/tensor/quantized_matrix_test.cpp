@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <random>
 
 #include "meridane/error.h"
@@ -119,6 +120,18 @@ TEST(QuantizedMatrix, KnowsTwoKindsOfOperands) {
               ThrowsMessage<BaseRuntimeError>(std::string("Unknown operand kind 'x'")));
 }
 
+/// Sizes are of 32 bits, those that are rounded up too; lines without values take no memory here.
+TEST(QuantizedMatrix, RefusesSizesThatDoNotFit) {
+  constexpr Eigen::Index kMost = std::numeric_limits<std::int32_t>::max() - 16;
+  for (const char kind : {'l', 'r'}) {
+    for (const auto& [rows, cols] : {std::pair{Eigen::Index{0}, kMost + 1}, {kMost + 1, Eigen::Index{0}}}) {
+      EXPECT_THAT([&] { QuantizedMatrix(Matrix(rows, cols), kind); },
+                  ThrowsMessage<BaseRuntimeError>(std::string("The matrix is too large to be quantized")));
+    }
+  }
+  EXPECT_EQ(QuantizedMatrix(Matrix(0, kMost), 'l').align_size_minor, std::numeric_limits<std::int32_t>::max() - 15);
+}
+
 TEST(QuantizedMatrix, MayHaveLinesWithoutValuesAndNoLines) {
   const QuantizedMatrix empty_lines(Matrix(3, 0), 'l');
   EXPECT_EQ(empty_lines.size_major, 3);
@@ -156,6 +169,18 @@ TEST(QuantizedVector, OfAConstantIsInItsZeroPoint) {
     EXPECT_THAT(quantized.quantized_param, Each(0));
     EXPECT_EQ(quantized.sumqp, 0);
   }
+}
+
+/// 1 / m is infinite for the smallest floats, and 255 / (M - m) is 0 where M - m is beyond the largest.
+TEST(QuantizedVector, HasTheScaleOfTheFormulaAtTheEndsOfTheFloats) {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  const QuantizedVector tiny(Vector(Vector::Constant(3, -1e-40f)));
+  EXPECT_EQ(tiny.qparam, -kInfinity);
+  EXPECT_THAT(tiny.quantized_param, Each(0));
+  const QuantizedVector wide(values({-3e38f, 0, 3e38f}));
+  EXPECT_EQ(wide.qparam, 0);
+  EXPECT_EQ(wide.rqpmin, 0);
+  EXPECT_THAT(wide.quantized_param, Each(0));
 }
 
 TEST(QuantizedVector, OfZerosHasScale255) {

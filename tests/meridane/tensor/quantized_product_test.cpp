@@ -42,7 +42,8 @@ class QuantizedProductOfSize : public testing::TestWithParam<Sizes> {};
 
 INSTANTIATE_TEST_SUITE_P(Sizes, QuantizedProductOfSize,
                          testing::Values(Sizes{1, 1, 1}, Sizes{3, 15, 2}, Sizes{4, 16, 5}, Sizes{5, 17, 1},
-                                         Sizes{31, 33, 3}, Sizes{64, 64, 50}, Sizes{65, 255, 7}, Sizes{2, 4097, 2}, Sizes{20, 40, 101}),
+                                         Sizes{31, 33, 3}, Sizes{64, 64, 50}, Sizes{65, 255, 7}, Sizes{2, 4097, 2},
+                                         Sizes{20, 40, 101}),
                          [](const auto& sizes) {
                            return std::to_string(sizes.param.rows) + "x" + std::to_string(sizes.param.depth) + "x" +
                                   std::to_string(sizes.param.frames);
@@ -96,6 +97,14 @@ TEST(QuantizedProduct, WithZerosIsZero) {
   const Matrix weight = random(5, 20, 9, 3);
   EXPECT_EQ(QuantizedMatrix(weight, 'l').multiply(Matrix(Matrix::Zero(20, 3))), Matrix::Zero(5, 3));
   EXPECT_EQ(QuantizedMatrix(Matrix::Zero(5, 20), 'l').multiply(random(20, 3, 10)), Matrix::Zero(5, 3));
+}
+
+/// Their scale is infinite; the product of numbers below 2^-128 with any frame of these is not much more.
+TEST(QuantizedProduct, WithNumbersTooSmallForAScaleIsZero) {
+  const Matrix x = random(20, 3, 23);
+  EXPECT_EQ(QuantizedMatrix(Matrix::Constant(5, 20, 1e-40f), 'l').multiply(x), Matrix::Zero(5, 3));
+  EXPECT_EQ(QuantizedMatrix(random(5, 20, 24), 'l').multiply(Matrix(Matrix::Constant(20, 3, -1e-40f))),
+            Matrix::Zero(5, 3));
 }
 
 TEST(QuantizedProduct, WrapsAt32Bits) {

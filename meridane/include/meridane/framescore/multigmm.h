@@ -92,6 +92,7 @@ class MultiGMMScorer : public FrameScorer {
   /// Throws "number of dimentions of input data does not accord" for vectors of another size than the means.
   void set_data(const std::shared_ptr<FrameSequence>& frames);
 
+  /// Throws DimensionMismatchError for a frame or a mixture that isn't there.
   float score(std::uint64_t frame, std::uint64_t mixture) override;
   std::uint64_t output_dimension() const override { return parameter_->mixtures().size(); }
   Matrix output() override;

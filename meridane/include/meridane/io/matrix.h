@@ -50,7 +50,7 @@ RowMatrix load_matrix_text(std::istream& stream);
 /// The matrix of an element: its text, or the file that its attribute `ref` names; attribute `type` says which form.
 RowMatrix load_matrix_xml(const XmlElement& element);
 
-/// Opens a file for reading, the standard input for "-"; throws "resource not found: PATH".
+/// Opens a file for reading, the standard input for "-"; throws "resource not found: PATH", for a folder too.
 class RefInput {
  public:
   explicit RefInput(const std::string& path);

@@ -12,6 +12,7 @@ namespace meridane {
 class GaussianStat : public BaseStat<Vector> {
  public:
   /// Throws "number of dimentions of input data does not accord" for a vector of another size than those before.
+  /// What has no weight changes no sum, whatever it holds.
   void accumulate(const Vector& x, double weight) override;
   void load_storage(std::istream& stream) override;
   void load_storage(const XmlElement& element) override;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cmath>
+#include <limits>
+#include <type_traits>
 #include <unordered_map>
 
 #include "meridane/stat/base.h"
@@ -36,12 +38,16 @@ class MultinomialStat : public BaseStat<Key> {
   /// In their order.
   std::map<Key, Count> counts() const { return {counts_.begin(), counts_.end()}; }
 
-  /// Throws "Number of classes exceeds nclass" for one key too many.
+  /// Throws "Number of classes exceeds nclass" for one key too many, "Count is out of range" where an integer would
+  /// overflow.
   void accumulate(const Key& key, double weight) override {
     if (!counts_.contains(key) && is_full()) raise("Number of classes exceeds nclass");
+    if (!is_count(weight)) raise("Count is out of range");
     const auto more = static_cast<Count>(weight);
-    counts_[key] += more;
-    total_ += more;
+    Count total = total_, count = this->count(key);
+    if (!grow(total, more) || !grow(count, more)) raise("Count is out of range");
+    counts_[key] = count;
+    total_ = total;
   }
 
   void load_storage(std::istream& stream) override {
@@ -85,11 +91,25 @@ class MultinomialStat : public BaseStat<Key> {
  private:
   bool is_full() const { return config_.nclass > 0 && counts_.size() >= config_.nclass; }
 
+  /// The least and the most of an integer Count, the latter excluded, are powers of two: exact in double precision.
+  static bool is_count(double weight) {
+    if constexpr (std::is_integral_v<Count>) {
+      return weight > static_cast<double>(std::numeric_limits<Count>::min()) - 1 &&
+             weight < std::ldexp(1., std::numeric_limits<Count>::digits);
+    }
+    return true;
+  }
+  /// False if an integer would overflow.
+  static bool grow(Count& sum, Count more) {
+    if constexpr (std::is_integral_v<Count>) return !__builtin_add_overflow(sum, more, &sum);
+    sum += more;
+    return true;
+  }
+
   /// What a file says of a key.
   void add(const Key& key, Count count) {
     if (is_full() || !std::isfinite(static_cast<double>(count))) raise_invalid_multinomial();
-    if (!counts_.try_emplace(key, count).second) raise_invalid_multinomial();
-    total_ += count;
+    if (!counts_.try_emplace(key, count).second || !grow(total_, count)) raise_invalid_multinomial();
   }
 
   Config config_;

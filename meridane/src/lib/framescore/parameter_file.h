@@ -7,7 +7,7 @@
 
 #include "meridane/io/matrix.h"
 
-// What files of parameters other than networks have in common.
+// What files of parameters have in common.
 
 namespace meridane {
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <limits>
@@ -135,7 +136,7 @@ RefInput::RefInput(const std::string& path) : stream_(&std::cin) {
   if (path == "-") return;
   file_ = std::make_unique<std::ifstream>(path, std::ios_base::binary);
   stream_ = file_.get();
-  if (!*file_) raise("resource not found: %s", path.c_str());
+  if (!*file_ || std::filesystem::is_directory(path)) raise("resource not found: %s", path.c_str());
 }
 RefInput::~RefInput() = default;
 

@@ -15,6 +15,7 @@ constexpr const char* kDescription = "Gaussian statistics";
 void GaussianStat::accumulate(const Vector& x, double weight) {
   if (dimension() == 0) numer_ = DoubleMatrix::Zero(x.size(), x.size() + 1);
   if (x.size() != dimension()) raise("number of dimentions of input data does not accord");
+  if (weight == 0) return;  // 0 times a NaN is none
   const Eigen::VectorXd wide = x.cast<double>();
   denom_ += weight;
   numer_.col(0) += weight * wide;

@@ -24,7 +24,8 @@ void MultiGMMStat::accumulate(const MultiGMMParameter& parameter, const Vector& 
   if (!is_below(mixture, parameter.mixtures().size())) raise("Statistics is not found");
   const auto j = static_cast<std::size_t>(mixture);
   std::vector<double> posteriors;
-  score_ += weight * parameter.log_density(x, j, &posteriors);
+  const double log_density = parameter.log_density(x, j, &posteriors);
+  if (weight != 0) score_ += weight * log_density;  // 0 times -inf is no number
   total_ += weight;
   for (std::size_t k = 0; k < posteriors.size(); ++k) {
     gaussians_[parameter.mixtures()[j][k].gaussian].accumulate(x, weight * posteriors[k]);

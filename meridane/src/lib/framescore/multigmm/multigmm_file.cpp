@@ -77,9 +77,9 @@ void BinaryStreamTraits<MultiGMMParameter>::dump(const MultiGMMParameter& parame
 void XmlStoreTraits<MultiGMMParameter>::load(MultiGMMParameter& parameter, const XmlFile& file) {
   MultiGMMParameter read;
   const XmlElement& root = expect_root(file, "GMM", kGMMMagic);
-  for (const XmlElement* mean : children(expect_child(root, "means"), "mean")) read.add_mean(load_matrix_xml(*mean));
+  for (const XmlElement* mean : children(root, "mean")) read.add_mean(load_matrix_xml(*mean));
   log_count("nmean", read.means_.size());
-  for (const XmlElement* chol : children(expect_child(root, "chols"), "chol")) {
+  for (const XmlElement* chol : children(root, "chol")) {
     read.chols_.push_back(load_matrix_xml(*chol));
   }
   log_count("nchol", read.chols_.size());
@@ -88,7 +88,7 @@ void XmlStoreTraits<MultiGMMParameter>::load(MultiGMMParameter& parameter, const
     read.gaussians_.push_back({mean, int_of(fetch_attribute(*gaussian, "chol"))});
   }
   log_count("ngauss", read.gaussians_.size());
-  for (const XmlElement* mixture : children(expect_child(root, "mixtures"), "mixture")) {
+  for (const XmlElement* mixture : children(root, "mixture")) {
     MultiGMMParameter::Mixture entries;
     expect_child(*mixture, "entry");
     for (const XmlElement* entry : children(*mixture, "entry")) {
@@ -105,19 +105,16 @@ void XmlStoreTraits<MultiGMMParameter>::load(MultiGMMParameter& parameter, const
 void XmlStoreTraits<MultiGMMParameter>::dump(const MultiGMMParameter& parameter, XmlFile& file) {
   XmlDocument& document = file.document();
   XmlElement& root = append_root(file, "GMM", kGMMMagic);
-  XmlElement& means = append_element(root, document, "means");
-  for (const Vector& mean : parameter.means_) append_matrix(means, document, "mean", mean);
-  XmlElement& chols = append_element(root, document, "chols");
-  for (const RowMatrix& chol : parameter.chols_) append_matrix(chols, document, "chol", chol);
+  for (const Vector& mean : parameter.means_) append_matrix(root, document, "mean", mean);
+  for (const RowMatrix& chol : parameter.chols_) append_matrix(root, document, "chol", chol);
   XmlElement& gaussians = append_element(root, document, "gaussians");
   for (const auto& [mean, chol] : parameter.gaussians_) {
     XmlElement& gaussian = append_element(gaussians, document, "gaussian");
     append_attribute(gaussian, document, "mean", number_text(mean));
     append_attribute(gaussian, document, "chol", number_text(chol));
   }
-  XmlElement& mixtures = append_element(root, document, "mixtures");
   for (const MultiGMMParameter::Mixture& entries : parameter.mixtures_) {
-    XmlElement& mixture = append_element(mixtures, document, "mixture");
+    XmlElement& mixture = append_element(root, document, "mixture");
     for (const auto& [gaussian, logweight] : entries) {
       XmlElement& entry = append_element(mixture, document, "entry");
       append_attribute(entry, document, "gaussian", number_text(gaussian));

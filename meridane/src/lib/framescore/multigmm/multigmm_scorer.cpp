@@ -32,6 +32,10 @@ Matrix MultiGMMScorer::output() {
 
 float MultiGMMScorer::score(std::uint64_t frame, std::uint64_t mixture) {
   if (output_ == nullptr) execute();
+  if (frame >= static_cast<std::uint64_t>(output_->cols()) || mixture >= output_dimension()) {
+    raise<DimensionMismatchError>("There is no score of frame %llu and dimension %llu",
+                                  static_cast<unsigned long long>(frame), static_cast<unsigned long long>(mixture));
+  }
   return (*output_)(static_cast<Eigen::Index>(mixture), static_cast<Eigen::Index>(frame));
 }
 

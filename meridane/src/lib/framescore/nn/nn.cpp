@@ -1,21 +1,13 @@
 #include "meridane/framescore/nn.h"
 
-#include <cstring>
-#include <fstream>
-#include <sstream>
-
+#include "lib/framescore/parameter_file.h"
 #include "meridane/framescore/multigmm.h"
 #include "meridane/framescore/nnlayer/builders.h"
 #include "meridane/framescore/scorer.h"
 #include "meridane/io/binary.h"
-#include "meridane/io/number_text.h"
 
 namespace meridane {
 namespace {
-
-constexpr std::uint64_t kMagicLength = sizeof kNNMagic - 1;
-
-bool is_xml(const std::string& mime) { return mime.substr(0, mime.find(';')) == "text/xml"; }
 
 [[maybe_unused]] const bool registered =
     FrameScoreParameterBuilder::regist(kNNMagic, [](std::istream& stream, const std::string& mime) {
@@ -92,11 +84,7 @@ std::shared_ptr<NNLayer> NNParameter::build_layer(const std::string& type, const
 }
 
 void BinaryStreamTraits<NNParameter>::load(NNParameter& parameter, std::istream& stream) {
-  char magic[kMagicLength];
-  read_bytes(stream, magic, kMagicLength);
-  if (std::memcmp(magic, kNNMagic, kMagicLength) != 0) {
-    raise<InvalidFormat>("invalid format (expected \"NN parameter\")");
-  }
+  expect_magic(stream, kNNMagic, "NN parameter");
   const auto ninput = read_number<std::uint64_t>(stream);
   const auto noutput = read_number<std::uint64_t>(stream);
   parameter.set_sizes(ninput, noutput);
@@ -116,7 +104,7 @@ void BinaryStreamTraits<NNParameter>::load(NNParameter& parameter, std::istream&
 }
 
 void BinaryStreamTraits<NNParameter>::dump(const NNParameter& parameter, std::ostream& stream) {
-  write_bytes(stream, kNNMagic, kMagicLength);
+  write_magic(stream, kNNMagic);
   write_number(stream, parameter.ninput());
   write_number(stream, parameter.noutput());
   write_number<std::uint64_t>(stream, parameter.layers().size());

@@ -5,19 +5,13 @@
 #include <rapidxml/rapidxml.hpp>
 #include <sstream>
 
+#include "lib/framescore/parameter_file.h"
 #include "meridane/error.h"
 #include "meridane/framescore/nn.h"
 #include "meridane/io/number_text.h"
 
 namespace meridane {
 namespace {
-
-/// The child of that name; throws "couldn't find \"NAME\" tag" without.
-const XmlElement& expect_child(const XmlElement& element, const char* name) {
-  const XmlElement* const child = find_child(element, name);
-  if (child == nullptr) raise<MissingTagError>("couldn't find \"%s\" tag", name);
-  return *child;
-}
 
 /// The file that a layer's element refers to. A folder can be opened too, but not read.
 std::ifstream open_layer_file(const std::string& path, std::ios_base::openmode how) {
@@ -66,18 +60,15 @@ std::shared_ptr<NNLayer> NNParameter::build_layer(const XmlElement& element) con
 }
 
 void XmlStoreTraits<NNParameter>::load(NNParameter& parameter, const XmlFile& file) {
-  const XmlElement* const root = file.root();
-  if (root == nullptr || element_name(*root) != "NN") raise<MissingTagError>("couldn't find \"NN\" tag");
-  const std::string magic = fetch_attribute(*root, "magic");
-  if (magic != kNNMagic) raise<InvalidFormat>("illegal magic number \"%s\"", magic.c_str());
-  const std::uint64_t ninput = size_of(fetch_attribute(*root, "ninput"));
-  parameter.set_sizes(ninput, size_of(fetch_attribute(*root, "noutput")));
+  const XmlElement& root = expect_root(file, "NN", kNNMagic);
+  const std::uint64_t ninput = size_of(fetch_attribute(root, "ninput"));
+  parameter.set_sizes(ninput, size_of(fetch_attribute(root, "noutput")));
 
-  const XmlElement& layers = expect_child(*root, "layers");
+  const XmlElement& layers = expect_child(root, "layers");
   for (const XmlElement* layer = &expect_child(layers, "layer"); layer != nullptr; layer = next_of_name(*layer)) {
     parameter.add_layer(parameter.build_layer(*layer));
   }
-  const XmlElement& links = expect_child(*root, "links");
+  const XmlElement& links = expect_child(root, "links");
   for (const XmlElement* link = &expect_child(links, "link"); link != nullptr; link = next_of_name(*link)) {
     std::string from = checked_start(fetch_attribute(*link, "from_id"));
     parameter.add_link(std::move(from), checked_end(fetch_attribute(*link, "to_id")));
@@ -88,8 +79,7 @@ void XmlStoreTraits<NNParameter>::load(NNParameter& parameter, const XmlFile& fi
 void XmlStoreTraits<NNParameter>::dump(const NNParameter& parameter, XmlFile& file) {
   if (parameter.layers().empty()) raise("A document can't hold a network without layers");
   XmlDocument& document = file.document();
-  XmlElement& root = append_element(document, document, "NN");
-  append_attribute(root, document, "magic", kNNMagic);
+  XmlElement& root = append_root(file, "NN", kNNMagic);
   append_attribute(root, document, "ninput", std::to_string(parameter.ninput()));
   append_attribute(root, document, "noutput", std::to_string(parameter.noutput()));
   XmlElement& layers = append_element(root, document, "layers");

@@ -157,9 +157,7 @@ MinibatchPtr ConformerLayer::forward(const LayerInputs& inputs, const std::share
   const Minibatch& input = *only_input(inputs);
   const Eigen::Index d = attention_->rows(), T = input.content().cols();
   if (T == 0) return inputs.result(d, 0);
-  const bool is_packed = PositionedFrames::is_packed(input);
-  const Eigen::Index rows = is_packed ? PositionedFrames(input).rows() : input.content().rows();
-  if (rows != d) raise_dimension_mismatch();
+  if (!PositionedFrames::is_packed(input, d)) expect_rows(input, d);
   auto* const own = dynamic_cast<State*>(state.get());
   if (own == nullptr || own->keys.rows() != d) raise("No state for layer %s", id().c_str());
 
@@ -227,7 +225,7 @@ void ConformerLayer::project_positions(const Minibatch& input, Eigen::Index quer
   const auto take = [&](auto encoding) {
     for (Eigen::Index m = 0; m < distances; ++m) std::copy_n(encoding(m - (keys - 1)), d, wanted.col(m).data());
   };
-  if (PositionedFrames::is_packed(input)) {
+  if (PositionedFrames::is_packed(input, d)) {
     const PositionedFrames form(input);
     if (form.distances() < keys) {
       raise<DimensionMismatchError>("Layer %s attends to %lld frames, but has been given positions for %lld",

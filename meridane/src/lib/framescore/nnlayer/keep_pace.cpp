@@ -35,10 +35,11 @@ const LayerInputs& KeepPaceState::meet(const LayerInputs& inputs) {
 
 MinibatchPtr KeepPaceState::head(std::size_t i, const MinibatchPtr& input) {
   const Stream& stream = streams_[i];
-  if (stream.waiting.frames() == 0 && input->content().cols() == met_) return input;
+  const bool has_its_rows = met_ > 0 || !stream.shape;  // the empty minibatch of a stream's end may have none
+  if (stream.waiting.frames() == 0 && input->content().cols() == met_ && has_its_rows) return input;
   if (assembled_[i] == nullptr) assembled_[i] = std::make_shared<Minibatch>(Matrix());
   const MinibatchPtr& frames = assembled_[i];
-  frames->resize(stream.waiting.frames() > 0 ? *stream.shape : input->shape(), met_);
+  frames->resize(stream.shape ? *stream.shape : input->shape(), met_);
   const Eigen::Index rows = frames->content().rows(), old = std::min(stream.waiting.frames(), met_);
   if (old > 0) frames->content().leftCols(old) = Eigen::Map<const Matrix>(stream.waiting.data(), rows, old);
   if (old < met_) frames->content().rightCols(met_ - old) = input->content().leftCols(met_ - old);

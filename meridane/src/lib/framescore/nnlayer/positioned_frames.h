@@ -17,11 +17,12 @@ class PositionedFrames {
       : PositionedFrames(static_cast<Eigen::Index>(packed.shape()[0]), packed.content().cols(),
                          static_cast<Eigen::Index>(packed.shape()[1] / 2)) {}
 
-  static bool is_packed(const Minibatch& x) {
+  /// Whether there are encodings beside frames of that many rows. The frames themselves may have any shape.
+  static bool is_packed(const Minibatch& x, Eigen::Index rows) {
     const Minibatch::Shape& shape = x.shape();
-    const auto rows = static_cast<std::uint64_t>(x.content().rows());
-    return shape.size() == 2 && shape[1] >= 3 && shape[1] % 2 == 1 && rows % shape[1] == 0 &&
-           rows / shape[1] == shape[0];
+    const auto d = static_cast<std::uint64_t>(rows), all = static_cast<std::uint64_t>(x.content().rows());
+    return shape.size() == 2 && shape[0] == d && shape[1] >= 3 && shape[1] % 2 == 1 && all % shape[1] == 0 &&
+           all / shape[1] == d;
   }
 
   void write_shape(Minibatch::Shape& shape) const {

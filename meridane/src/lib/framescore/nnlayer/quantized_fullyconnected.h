@@ -6,6 +6,7 @@ namespace meridane {
 
 /// y = bias + W x in each frame, W in 8 bits. Record: the quantized weight, bias. One that is made as "FullyConnected"
 /// reads the record of that type and quantizes its weight; the layer is a "QuantizedFullyConnected" all the same.
+/// Frames of another size are refused in whichever form the weight came: a product of theirs would read beyond them.
 class QuantizedFullyConnectedLayer : public FullyConnectedLayer {
  public:
   QuantizedFullyConnectedLayer(std::string id, const std::string& type)

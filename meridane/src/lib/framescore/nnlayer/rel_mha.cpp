@@ -61,9 +61,8 @@ MinibatchPtr RelMHALayer::forward(const LayerInputs& inputs, const std::shared_p
   const float* const from = x.content().data();
   const Eigen::Index d = rows(), columns = x.content().cols();
   if (columns == 0) return inputs.result(d, 0);
-  if (PositionedFrames::is_packed(x)) {
+  if (PositionedFrames::is_packed(x, d)) {
     const PositionedFrames form(x);
-    if (form.rows() != d || form.distances() < form.frames()) raise_dimension_mismatch();
     return attend_all(inputs, from, from, from, form.stride(), form.frames(),
                       [&](Eigen::Index n) { return from + (n < 0 ? form.behind(-n) : form.ahead(n)); });
   }

@@ -12,9 +12,10 @@ void SliceLayer::parameters(ParameterVisitor& visitor) {
 MinibatchPtr SliceLayer::forward(const LayerInputs& inputs) const {
   const Minibatch& x = *only_input(inputs);
   const Eigen::Index frames = x.content().cols();
-  if (frames == 0 && x.content().rows() == 0) return inputs.result(0, 0);
+  const bool has_rows = end_ < static_cast<std::uint64_t>(x.content().rows());
+  if (frames == 0 && !has_rows) return inputs.result(0, 0);
   const std::uint64_t rows = x.slice_rows(axis_, start_, end_, step_);
-  if (end_ >= static_cast<std::uint64_t>(x.content().rows())) raise_dimension_mismatch();
+  if (!has_rows) raise_dimension_mismatch();
   MinibatchPtr y = inputs.result(static_cast<Eigen::Index>(rows), frames);
   y->content() = x.content().middleRows(static_cast<Eigen::Index>(start_), y->content().rows());
   return y;

@@ -5,8 +5,8 @@
 namespace meridane {
 
 /// y = rows start to end of each frame, the latter included, as Minibatch::slice has it: only frames of one axis are
-/// cut, and only with step 1. Rows that the frames don't have are a mismatch. The empty minibatch of a stream's end
-/// stays what it is.
+/// cut, and only with step 1. Rows that the frames don't have are a mismatch; of a minibatch without frames
+/// nothing is left then, as at a stream's end.
 /// Record: 8-byte axis, start, end, step. Attributes: the same (default 0, 0, 0, 1).
 class SliceLayer : public ParameterLayer {
  public:

@@ -148,19 +148,18 @@ bool shared(const std::string& type) {
     plain<CompressedSimpleAttentionLayer>("CompressedSimpleAttention"),
     plain<CompressedTDNNLayer>("CompressedTDNN"),
     plain<CompressedTransposeTDNNLayer>("CompressedTransposeTDNN"),
-
-    quantized<QuantizedConvolution1DLayer>("Convolution1D"),
     plain<CompressedULSTMLayer>("CompressedULSTM"),
 
     quantized<QuantizedBLSTMLayer>("BLSTM"),
+    quantized<QuantizedConvolution1DLayer>("Convolution1D"),
     quantized<QuantizedFullyConnectedLayer>("FullyConnected"),
     quantized<QuantizedLCBLSTMLayer>("LCBLSTM"),
     quantized<QuantizedLSTMLayer>("LSTM"),
     quantized<QuantizedULSTMLayer>("ULSTM"),
 
     shared<AdditiveSelfAttentionLayer>("AdditiveSelfAttention"),
-    shared<Convolution3DLayer>("Convolution3D"),
     shared<BLSTMLayer>("BLSTM"),
+    shared<Convolution3DLayer>("Convolution3D"),
     shared<EmbeddingLayer>("Embedding"),
     shared<FullyConnectedLayer>("FullyConnected"),
     shared<LCBLSTMLayer>("LCBLSTM"),
