@@ -199,16 +199,28 @@ TEST_P(ByteKernelsTest, InfinitiesHaveTheScaleZero) {
   }
 }
 
+TEST_P(ByteKernelsTest, InfinitiesOfBothSignsHaveTheScaleZeroToo) {
+  std::vector<float> x(200, 2.0f);
+  x[3] = kInfinity;
+  x[150] = -kInfinity;
+  const Quantized q = quantize(x, 208);
+  EXPECT_EQ(q.line.scale, 0);
+  EXPECT_EQ(q.line.zero, kLeastInt);
+  EXPECT_EQ(q.codes, std::vector<std::uint8_t>(208, 0));
+}
+
 TEST_P(ByteKernelsTest, ALineWithNoNumberHasNoScale) {
-  for (const std::size_t place : {0u, 5u, 18u}) {
-    std::vector<float> x(19, 2.0f);
-    x[6] = 3;
-    x[place] = std::numeric_limits<float>::quiet_NaN();
-    const Quantized q = quantize(x, 32);
-    EXPECT_TRUE(std::isnan(q.line.scale));
-    EXPECT_EQ(q.line.zero, kLeastInt);
-    EXPECT_EQ(q.line.sum, 0);
-    EXPECT_EQ(q.codes, std::vector<std::uint8_t>(32, 0));
+  for (const std::size_t count : {19u, 200u}) {
+    for (std::size_t place = 0; place < count; ++place) {
+      std::vector<float> x(count, 2.0f);
+      x[6] = 3;
+      x[place] = std::numeric_limits<float>::quiet_NaN();
+      const Quantized q = quantize(x, 208);
+      EXPECT_TRUE(std::isnan(q.line.scale)) << place << " of " << count;
+      EXPECT_EQ(q.line.zero, kLeastInt);
+      EXPECT_EQ(q.line.sum, 0);
+      EXPECT_EQ(q.codes, std::vector<std::uint8_t>(208, 0));
+    }
   }
 }
 

@@ -75,8 +75,10 @@ void PackedCodes::multiply(const std::uint8_t* x, std::size_t frames, std::int32
     for (std::size_t b = 0; b < depth_blocks; ++b) {
       const std::size_t begin = panels.columns * b / depth_blocks, end = panels.columns * (b + 1) / depth_blocks;
       const std::size_t x_stride = (end - begin) * per_step;
-      for (std::size_t t = 0; t < count; ++t) {
-        kernels_->prepare(x + (first + t) * line_codes_ + begin * kWordCodes, end - begin, factors + t * x_stride);
+      const std::size_t at_once = depth_blocks == 1 ? count : 1;  // whole frames follow one another
+      for (std::size_t t = 0; t < count; t += at_once) {
+        kernels_->prepare(x + (first + t) * line_codes_ + begin * kWordCodes, at_once * (end - begin),
+                          factors + t * x_stride);
       }
       kernels_->multiply({.w = packed_.get(),
                           .rows = lines_,

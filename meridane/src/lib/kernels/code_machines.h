@@ -18,10 +18,17 @@ struct Sse2Machine {
   static MERIDANE_INLINE Ints truncated(Floats v) {
     return reinterpret_cast<Ints>(_mm_cvttps_epi32(reinterpret_cast<__m128>(v)));
   }
-  static MERIDANE_INLINE void store_bytes(std::uint8_t* to, Ints v) {
-    const __m128i bytes = reinterpret_cast<__m128i>(v & 0xff), words = _mm_packs_epi32(bytes, bytes);
-    const int four = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
-    __builtin_memcpy(to, &four, sizeof four);
+  static MERIDANE_INLINE Floats with_sign_of(Floats v, float magnitude) { return sign_and_magnitude<4>(v, magnitude); }
+  static MERIDANE_INLINE Vector<std::uint8_t, 16> low_bytes(Ints a, Ints b, Ints c, Ints d) {
+    return reinterpret_cast<Vector<std::uint8_t, 16>>(_mm_packus_epi16(low_words(a, b), low_words(c, d)));
+  }
+  static MERIDANE_INLINE Ints add_bytes(Ints sum, Vector<std::uint8_t, 16> bytes) {
+    return sum + reinterpret_cast<Ints>(_mm_sad_epu8(reinterpret_cast<__m128i>(bytes), _mm_setzero_si128()));
+  }
+
+ private:
+  static MERIDANE_INLINE __m128i low_words(Ints a, Ints b) {
+    return _mm_packs_epi32(reinterpret_cast<__m128i>(a & 0xff), reinterpret_cast<__m128i>(b & 0xff));
   }
 };
 
@@ -52,10 +59,20 @@ struct Avx2Machine {
   using Ints = Vector<std::int32_t, 8>;
 
   static MERIDANE_INLINE Ints truncated(Floats v) { return reinterpret_cast<Ints>(_mm256_cvttps_epi32(v)); }
-  static MERIDANE_INLINE void store_bytes(std::uint8_t* to, Ints v) {
-    const __m256i bytes = reinterpret_cast<__m256i>(v & 0xff);
-    const __m128i words = _mm_packs_epi32(_mm256_castsi256_si128(bytes), _mm256_extracti128_si256(bytes, 1));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(words, words));
+  static MERIDANE_INLINE Floats with_sign_of(Floats v, float magnitude) { return sign_and_magnitude<8>(v, magnitude); }
+  static MERIDANE_INLINE Vector<std::uint8_t, 32> low_bytes(Ints a, Ints b, Ints c, Ints d) {
+    // Each half has four bytes of a, b, c and d.
+    const __m256i halves = _mm256_packus_epi16(low_words(a, b), low_words(c, d));
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    return reinterpret_cast<Vector<std::uint8_t, 32>>(_mm256_permutevar8x32_epi32(halves, order));
+  }
+  static MERIDANE_INLINE Ints add_bytes(Ints sum, Vector<std::uint8_t, 32> bytes) {
+    return sum + reinterpret_cast<Ints>(_mm256_sad_epu8(reinterpret_cast<__m256i>(bytes), _mm256_setzero_si256()));
+  }
+
+ private:
+  static MERIDANE_INLINE __m256i low_words(Ints a, Ints b) {
+    return _mm256_packs_epi32(reinterpret_cast<__m256i>(a & 0xff), reinterpret_cast<__m256i>(b & 0xff));
   }
 };
 

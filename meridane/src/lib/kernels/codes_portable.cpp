@@ -7,17 +7,27 @@ namespace {
 
 struct PortableMachine {
   static constexpr std::size_t kLanes = 4;
+  using Floats = Vector<float, 4>;
+  using Ints = Vector<std::int32_t, 4>;
 
-  static Vector<std::int32_t, 4> truncated(Vector<float, 4> v) {
-    Vector<std::int32_t, 4> ints{};
+  static Ints truncated(Floats v) {
+    Ints ints{};
     for (std::size_t i = 0; i < kLanes; ++i) {
       const bool fits = v[i] >= -0x1p31f && v[i] < 0x1p31f;
       ints[i] = fits ? static_cast<std::int32_t>(v[i]) : INT32_MIN;
     }
     return ints;
   }
-  static void store_bytes(std::uint8_t* to, Vector<std::int32_t, 4> v) {
-    for (std::size_t i = 0; i < kLanes; ++i) to[i] = static_cast<std::uint8_t>(v[i] & 0xff);
+  static MERIDANE_INLINE Floats with_sign_of(Floats v, float magnitude) { return sign_and_magnitude<4>(v, magnitude); }
+  static Vector<std::uint8_t, 16> low_bytes(Ints a, Ints b, Ints c, Ints d) {
+    const Ints all[] = {a, b, c, d};
+    Vector<std::uint8_t, 16> bytes{};
+    for (std::size_t i = 0; i < 16; ++i) bytes[i] = static_cast<std::uint8_t>(all[i / kLanes][i % kLanes] & 0xff);
+    return bytes;
+  }
+  static Ints add_bytes(Ints sum, Vector<std::uint8_t, 16> bytes) {
+    for (std::size_t i = 0; i < 16; ++i) sum[i % kLanes] += bytes[i];
+    return sum;
   }
 };
 

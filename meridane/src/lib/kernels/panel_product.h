@@ -80,10 +80,12 @@ class PanelProduct {
       w += column_stride;
       x += kParts;
     }
+    Value* const y = tile.y;  // the stores might change the tile
+    const std::size_t y_stride = tile.y_stride;
     MERIDANE_UNROLL
     for (std::size_t t = 0; t < Frames; ++t) {
       MERIDANE_UNROLL
-      for (std::size_t v = 0; v < kAll; ++v) store<kLanes>(tile.y + t * tile.y_stride + v * kLanes, sum[t][v]);
+      for (std::size_t v = 0; v < kAll; ++v) store<kLanes>(y + t * y_stride + v * kLanes, sum[t][v]);
     }
   }
 

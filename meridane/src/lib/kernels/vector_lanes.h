@@ -38,6 +38,14 @@ MERIDANE_INLINE Vector<Value, Lanes> broadcast(Value value) {
   return value - Vector<Value, Lanes>{};
 }
 
+/// magnitude, at least 0, with the sign of each of v.
+template <std::size_t Lanes>
+MERIDANE_INLINE Vector<float, Lanes> sign_and_magnitude(Vector<float, Lanes> v, float magnitude) {
+  using Words = Vector<std::uint32_t, Lanes>;
+  const Words sign = reinterpret_cast<Words>(v) & 0x80000000u;
+  return reinterpret_cast<Vector<float, Lanes>>(sign | reinterpret_cast<Words>(broadcast<Lanes>(magnitude)));
+}
+
 /// The first `count` from memory, the others as `fill`.
 template <std::size_t Lanes, class Value>
 MERIDANE_INLINE Vector<Value, Lanes> load_first(const Value* from, std::size_t count, Value fill) {
