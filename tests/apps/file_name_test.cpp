@@ -34,15 +34,6 @@ TEST(RefuseSameFile, SeesThroughLinks) {
   EXPECT_NO_THROW(refuse_same_file(in, folder / "out.wav"));
 }
 
-TEST(RefuseFolder, TakesAllElse) {
-  const TemporaryFolder folder;
-  EXPECT_EQ(complaint_of([&] { refuse_folder(folder / "", "a matrix"); }),
-            "'" + (folder / "") + "' is a folder; give a matrix");
-  for (const std::string& path : {folder.write("file", ""), folder / "none", std::string("/dev/null")}) {
-    EXPECT_EQ(complaint_of([&] { refuse_folder(path, "a matrix"); }), "none");
-  }
-}
-
 TEST(RequireFile, WantsOneThatCanBeRead) {
   const TemporaryFolder folder;
   EXPECT_NO_THROW(require_file(folder.write("in.par", ""), "a parameter file"));

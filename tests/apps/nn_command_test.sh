@@ -82,8 +82,8 @@ for command in run info convert; do expect "help to $command" 0 'Example:' '^$' 
 result=y.tsv
 expect "no command" 2 '^$' '^error: [^'$'\n'']+$' nn
 expect "no output" 2 '^$' '^error: [^'$'\n'']+$' nn run net.xml --in x.tsv
-expect "chunks of nothing" 2 '^$' "^error: --chunk takes a whole number of frames from 1, not '0'\$" "${run[@]}" --chunk 0
-expect "a skip that is no number" 2 '^$' "^error: --skip takes a whole number of frames from 1, not 'x'\$" "${run[@]}" --skip x
+expect "chunks of nothing" 2 '^$' "^error: --chunk takes a whole number of frames from 1 to 4294967295, not '0'\$" "${run[@]}" --chunk 0
+expect "a skip that is no number" 2 '^$' "^error: --skip takes a whole number of frames from 1 to 4294967295, not 'x'\$" "${run[@]}" --skip x
 expect "a form that is none" 2 '^$' "^error: --to takes bin or xml, not 'json'\$" nn convert net.xml y.tsv --to json
 expect "standard input" 2 '^$' "^error: --in must be a file: '-' for standard input is not supported\$" nn run net.xml --in - --out y.tsv
 expect "a layer that isn't there" 1 '^$' "^error: 'net.xml' cannot run on 'x.tsv': couldn't find \"gone\" layer\$" "${run[@]}" --layer gone
@@ -92,6 +92,10 @@ expect "a matrix of other rows" 1 '^$' \
   nn run net.xml --in flat.tsv --out y.tsv
 expect "a ragged matrix" 1 '^$' "^error: 'ragged.tsv' is no matrix of numbers: Column-size error\$" nn run net.xml --in ragged.tsv --out y.tsv
 expect "an empty matrix" 1 '^$' "^error: 'empty.tsv' is no matrix of numbers: Empty matrix \(ncol == 0\)\$" nn run net.xml --in empty.tsv --out y.tsv
+expect "more frames than can be" 2 '^$' "^error: --chunk takes a whole number of frames from 1 to 4294967295, not '4294967296'\$" "${run[@]}" --chunk 4294967296
+expect "a pipe for a matrix" 1 '^$' "^error: 'pipe' is a pipe or a device; give a matrix\$" nn run net.xml --in pipe --out y.tsv
+expect "a device for a matrix" 1 '^$' "^error: '/dev/zero' is a pipe or a device; give a matrix\$" nn run net.xml --in /dev/zero --out y.tsv
+expect "no matrix" 1 '^$' "^error: cannot open 'gone.tsv': No such file or directory; " nn run net.xml --in gone.tsv --out y.tsv
 expect "a folder for a matrix" 1 '^$' "^error: 'folder' is a folder; give a matrix\$" nn run net.xml --in folder --out y.tsv
 expect "a folder for the matrix of a layer" 1 '^$' "^error: 'of_folder.xml' is no network: resource not found: folder\$" nn info of_folder.xml
 expect "a network for a matrix" 1 '^$' "^error: 'net.xml' is no matrix of numbers: " nn run net.xml --in net.xml --out y.tsv

@@ -15,15 +15,10 @@ void check_file_name(const std::string& argument, const std::string& name, const
   if (name == "-") throw UsageError(argument + " must be a file: '-' for " + stream + " is not supported");
 }
 
-void refuse_folder(const std::string& path, const std::string& what) {
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) throw Failure("'" + path + "' is a folder; give " + what);
-}
-
 void require_file(const std::string& path, const std::string& what) {
-  refuse_folder(path, what);
   std::error_code error;
   const auto status = std::filesystem::status(path, error);
+  if (std::filesystem::is_directory(status)) throw Failure("'" + path + "' is a folder; give " + what);
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
     throw Failure("'" + path + "' is a pipe or a device; give " + what);
   }

@@ -7,11 +7,8 @@ namespace sonivo::tool {
 /// Throws UsageError for a name that can't be a file's: an empty one, and "-", which means a stream to other programs.
 void check_file_name(const std::string& argument, const std::string& name, const std::string& stream);
 
-/// Throws Failure for a folder: it can be opened as a file can, but not read. `what` is the file that is wanted.
-void refuse_folder(const std::string& path, const std::string& what);
-
-/// Throws Failure for what is no file that can be read, a pipe or a device too. `what` is the file that is wanted, as
-/// in "a parameter blob".
+/// Throws Failure for what is no file that can be read: a folder, a pipe or a device too. `what` is the file that is
+/// wanted, as in "a parameter blob".
 void require_file(const std::string& path, const std::string& what);
 
 /// Throws Failure when both names lead to the same file, through links too. `what` is the file that would be lost.

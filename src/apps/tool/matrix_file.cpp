@@ -25,9 +25,8 @@ void append_number(std::string& text, float value) {
 }  // namespace
 
 meridane::Matrix read_matrix(const std::string& name) {
-  refuse_folder(name, "a matrix");
+  require_file(name, "a matrix");
   std::ifstream file(name);
-  if (!file) throw Failure("cannot open '" + name + "'; check its name and its permissions");
   try {
     return meridane::load_matrix_text(file);
   } catch (const meridane::BaseRuntimeError& error) {

@@ -133,7 +133,7 @@ void convert(const NNOptions& options) {
 std::uint32_t positive_number(const char* option, const std::string& text) {
   const auto number = parse_whole_number(text);
   if (!number || *number == 0) {
-    throw UsageError(std::string(option) + " takes a whole number of frames from 1, not '" + text + "'");
+    throw UsageError(std::string(option) + " takes a whole number of frames from 1 to 4294967295, not '" + text + "'");
   }
   return *number;
 }
