@@ -61,6 +61,7 @@ MinibatchPtr BLSTMLayer::forward(const LayerInputs& inputs, const std::shared_pt
 }
 
 void BLSTMLayer::run(const float* x, Eigen::Index frames, Eigen::Index future, BLSTMLayerState& state, float* y) const {
+  if (frames == 0) return;  // what would be pointed into may be nowhere
   using Order = LSTMDirection::Order;
   const bool sum = output_format_ == kSum;
   forward_.run(x, frames, Order::forward, state.forward, y, output_rows());

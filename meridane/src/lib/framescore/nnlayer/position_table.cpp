@@ -10,7 +10,8 @@ void PositionTable::cover(Eigen::Index rows, Eigen::Index frames, Eigen::Index s
   ahead_.resize(rows, size);
   behind_.resize(rows, size);
   for (Eigen::Index row = 0; row < rows; ++row) {
-    const double f = std::exp(-static_cast<double>(row / 2 * 2) * (std::log(10000.0) / static_cast<double>(rows)));
+    const Eigen::Index pair = row - row % 2;  // a sine and a cosine of one frequency
+    const double f = std::exp(-static_cast<double>(pair) * (std::log(10000.0) / static_cast<double>(rows)));
     for (Eigen::Index n = 0; n < size; ++n) {
       const double angle = static_cast<double>(n) * f;
       const bool is_sine = row % 2 == 0;

@@ -48,9 +48,10 @@ MinibatchPtr RelPositionalEncodingLayer::forward(const LayerInputs& inputs,
   if (T == 0) return inputs.result(d, 0);
   const Eigen::Index L = T + (stream->started ? cache_frame_ : 0);
   const PositionedFrames form(d, T, (L + T - 1) / T);
-  if (d * (form.distances() + reserve_) > kMostFloats) {
+  const Eigen::Index positions = form.distances() + reserve_;
+  if (d * positions > kMostFloats) {
     raise("Layer %s would need a table of %lld positions for frames of %lld values", id().c_str(),
-          static_cast<long long>(form.distances() + reserve_), static_cast<long long>(d));
+          static_cast<long long>(positions), static_cast<long long>(d));
   }
   stream->table.cover(d, form.distances(), reserve_);
   form.write_shape(stream->shape);
