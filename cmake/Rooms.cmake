@@ -64,6 +64,7 @@ function(sonivo_tests target folder)
     set(TESTS_HEADERS test_headers)
   endif()
   target_precompile_headers(${target} REUSE_FROM ${TESTS_HEADERS})
+  set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)  # each test may name its helpers as it likes
   # One word, since a list of labels does not survive the discovery; ctest -L finds its parts.
   list(JOIN TESTS_LABELS "+" labels)
   gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${labels}")

@@ -11,20 +11,20 @@ namespace sonivo::classic {
 
 namespace {
 
-using Fault = const char*;  // null: none
+using SizeFault = const char*;  // null: none
 
 constexpr int kMaxDelayFrames = 16;                   // dly_frame: spectra that the noise stage keeps
 constexpr int kMaxDelayFloats = 64 * 2 * kPulseBins;  // of a spectrum delay of the key stage: 64 sub-blocks
 constexpr int kMaxDiffPowerRows = 256;
 
-Fault first_of(std::initializer_list<Fault> faults) {
-  for (const Fault fault : faults) {
+SizeFault first_of(std::initializer_list<SizeFault> faults) {
+  for (const SizeFault fault : faults) {
     if (fault != nullptr) return fault;
   }
   return nullptr;
 }
 
-Fault unless(bool holds, Fault fault) { return holds ? nullptr : fault; }
+SizeFault unless(bool holds, SizeFault fault) { return holds ? nullptr : fault; }
 
 /// Every band covers at least one bin, and no bin behind the spectrum: levels are sums over the bins times 1 / width.
 bool covers_bins(const BandTable& table, int highest_count, int bins) {
@@ -56,14 +56,14 @@ bool transform_fits(const AnaBlock& ana, const SynBlock& syn, int hop, int point
   return sizes && bins;
 }
 
-Fault fault_of_bands(const CommonHead& head) {
+SizeFault fault_of_bands(const CommonHead& head) {
   if (!covers_bins(head.syk1, kCoarseBands, kBins)) return "syk1 is not 1 to 12 bands with rising edges up to 512";
   if (!covers_bins(head.syk2, kMaxBands, kBins)) return "syk2 is not 1 to 60 bands with rising edges up to 512";
   return unless(groups_bands(bounds_of(head.nbin_param_tbl, head.syk1.nbin), head.syk2.nbin),
                 "nbin_param_tbl does not rise or leads behind the bands of syk2");
 }
 
-Fault fault_of(const CommonHead& head) {
+SizeFault fault_of(const CommonHead& head) {
   return first_of({
       unless(head.hop == kHop, "the hop of the noise path is not 192"),
       unless(head.bins == kBins, "the bins of the noise path are not 512"),
@@ -75,7 +75,7 @@ Fault fault_of(const CommonHead& head) {
 }
 
 /// Blocks walk over as many bands as they state, in arrays of their table's count.
-Fault fault_of(const NoisePath& noise, int coarse, int fine) {
+SizeFault fault_of(const NoisePath& noise, int coarse, int fine) {
   return first_of({
       unless(transform_fits(noise.ana, noise.syn, kHop, kFft), "ana does not describe a transform of 1024 points"),
       unless(noise.pwr_snd.nbin == coarse && noise.nl_snd.nbin == coarse && noise.vds.nbin == coarse,
@@ -88,7 +88,7 @@ Fault fault_of(const NoisePath& noise, int coarse, int fine) {
   });
 }
 
-Fault fault_of(const NsNrCommon& common, int coarse, int fine) {
+SizeFault fault_of(const NsNrCommon& common, int coarse, int fine) {
   const int mean_bands = common.nw_det_band_max - common.nw_det_band_min;
   // The level of the wide noise is the mean of that many bands, from the first one on, of arrays of 60.
   if (mean_bands < 1 || mean_bands > kMaxBands) return "nw_det_band_max is not 1 to 60 above nw_det_band_min";
@@ -101,7 +101,7 @@ Fault fault_of(const NsNrCommon& common, int coarse, int fine) {
 }
 
 template <typename Block>
-Fault fault_of(const Block& ns_nr, const CommonHead& head) {
+SizeFault fault_of(const Block& ns_nr, const CommonHead& head) {
   return first_of({
       unless(ns_nr.bins == kBins, "the bins of ns_nr are not 512"),
       unless(ns_nr.fine_nbin == head.syk2.nbin, "ns_nr has another count of fine bands than syk2"),
@@ -112,7 +112,7 @@ Fault fault_of(const Block& ns_nr, const CommonHead& head) {
   });
 }
 
-Fault fault_of_second_beam(const NsNrBfBlock& ns_nr, int fine) {
+SizeFault fault_of_second_beam(const NsNrBfBlock& ns_nr, int fine) {
   return first_of({
       unless(ns_nr.sources == kBeams, "ns_nr has not 2 sources"),
       // The mean of the gain runs over the bands from L to H.
@@ -146,7 +146,7 @@ bool history_fits(const DiffPowerBlock& block) {
 }
 
 /// Tables of the key stage.
-Fault fault_of_bands(const PulsePath& pulse) {
+SizeFault fault_of_bands(const PulsePath& pulse) {
   const int prm = pulse.syk_pulse_prm.nbin;
   const int ui = pulse.syk_pulse_prm_ui.nbin;
   const bool tables = covers_bins(pulse.syk_pulse, kMaxBands, kPulseBins) &&
@@ -159,7 +159,7 @@ Fault fault_of_bands(const PulsePath& pulse) {
   return unless(groups, "nbin_pulse_param_tbl or nbin_pulse_param_ui_tbl does not rise or leads behind syk_pulse");
 }
 
-Fault fault_of(const PulsePath& pulse) {
+SizeFault fault_of(const PulsePath& pulse) {
   const int bands = pulse.syk_pulse.nbin;
   const int prm = pulse.syk_pulse_prm.nbin;
   const PulseSupBlock& sup = pulse.pulse_sup;
@@ -185,19 +185,19 @@ Fault fault_of(const PulsePath& pulse) {
 }
 
 /// The beamformer's arrays have these sizes.
-Fault fault_of(const FbfHeader& fbf) {
+SizeFault fault_of(const FbfHeader& fbf) {
   const bool fits = fbf.inputs == kBeams && fbf.outputs == kBeams && fbf.hop == kHop && fbf.bins == kBeamBins &&
                     fbf.fft == kBeamFft && fbf.partitions == kPartitions;
   return unless(fits, "the beam filters are not 2 by 2 of 2 partitions, hop 192, 512 points");
 }
 
-Fault fault_of_sizes(const KeyCancelParam& param) {
+SizeFault fault_of_sizes(const KeyCancelParam& param) {
   const CommonHead& head = param.head;
   return first_of({fault_of(head), fault_of(param.noise, head.syk1.nbin, head.syk2.nbin), fault_of(param.ns_nr, head),
                    fault_of(param.pulse)});
 }
 
-Fault fault_of_sizes(const BeamFormingKeyCancelParam& param) {
+SizeFault fault_of_sizes(const BeamFormingKeyCancelParam& param) {
   const CommonHead& head = param.head;
   return first_of({fault_of(head), fault_of(param.fbf), fault_of(param.noise, head.syk1.nbin, head.syk2.nbin),
                    fault_of(param.ns_nr, head), fault_of_second_beam(param.ns_nr, head.syk2.nbin),
@@ -206,7 +206,7 @@ Fault fault_of_sizes(const BeamFormingKeyCancelParam& param) {
 
 template <typename Param>
 std::optional<std::string> fault_of_all(const Param& param) {
-  if (const Fault fault = fault_of_sizes(param)) return fault;
+  if (const SizeFault fault = fault_of_sizes(param)) return fault;
   return harmful_number(param);
 }
 

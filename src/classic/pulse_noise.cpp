@@ -7,7 +7,7 @@ namespace sonivo::classic {
 
 namespace {
 
-constexpr float kLevelScale = 1000.0f;  ///< of the levels of a blob, which are relative to this amplitude
+constexpr float kBlobLevel = 1000.0f;  ///< of the levels of a blob, which are relative to this amplitude
 
 /// As a 16-bit sample: cut towards 0; what is beyond the range saturates, what is no number is silent.
 float sample16(float x) {
@@ -64,7 +64,7 @@ void PulseNoise::process(std::span<const float> g, std::span<const float> Nl) {
   std::fill(std::begin(a), std::end(a), 1.0f);
   for (std::size_t j = begin_; j < end_; ++j) {
     const float top_up = std::max(0.0f, target_gn_[j] - g[j]) * Nl[j] * eq_[j];
-    a[j] = std::max(param_.min_nl[j], top_up) / kLevelScale;
+    a[j] = std::max(param_.min_nl[j], top_up) / kBlobLevel;
   }
   bins_.expand(a, 1.0f, a_of_bin);
   const auto Q = floats(Q_);

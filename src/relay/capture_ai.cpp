@@ -12,7 +12,6 @@ namespace sonivo {
 namespace {
 
 constexpr std::uint32_t kDefaultRate = 48000;
-constexpr std::uint32_t kBlockMs = 10;
 constexpr std::uint16_t kDefaultChannels = 2;
 
 bool IsExistingFile(const std::string& path) {

@@ -15,7 +15,6 @@ constexpr float kAIRate = 48000.0f;
 constexpr std::uint16_t kAIChannels = 2;
 constexpr std::uint16_t kAIFrames = 480;
 constexpr float kAIAddBuffMs = 20.0f;
-constexpr std::uint32_t kBlockMs = 10;
 
 std::uint16_t active(bool on) { return on ? 1 : 0; }
 

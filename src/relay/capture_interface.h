@@ -20,6 +20,8 @@
 
 namespace sonivo {
 
+constexpr std::uint32_t kBlockMs = 10;  ///< of what goes through the chains at a time
+
 /// The microphone direction: physical microphone, PRE buffer, 10 ms blocks through at most one chain, stream ring,
 /// virtual microphone. Owns the chains and the settings that the host changes while audio runs.
 class CCaptureInterface final : public CStreamInterface, public IVolumeControl {

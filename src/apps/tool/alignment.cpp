@@ -12,12 +12,8 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr std::size_t kWindowFrames = 8192;
 constexpr std::size_t kWindows = 4;         // that are tried
-constexpr double kEqualEnergy = 0.99;       // share of the highest energy that counts as equal to it
-constexpr double kResemblance = 0.5;        // correlation below which two windows are strangers
 constexpr double kWholeResemblance = 0.25;  // the same of whole signals, one of them in noise
-constexpr double kEqualCorrelation = 1e-9;  // far above the rounding of the sums
 constexpr double kClearlyMore = 1.01;       // of a correlation over another
 constexpr double kSilence = 1e-12;          // share of all energy that may be rounding
 

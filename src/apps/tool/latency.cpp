@@ -11,11 +11,6 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr std::size_t kWindowFrames = 8192;
-constexpr double kEqualEnergy = 0.99;       // share of the highest energy that counts as equal to it
-constexpr double kResemblance = 0.5;        // correlation below which two signals are strangers
-constexpr double kEqualCorrelation = 1e-9;  // far above the rounding of the sums
-
 // A whole file as floats would be twice as much memory as it is itself, so they are made for a stretch at a time.
 std::vector<float> samples_of(const FloatAudio& audio, std::size_t first, std::size_t frames) {
   const auto samples = std::span(audio.samples).subspan(first * audio.channels, frames * audio.channels);

@@ -5,7 +5,7 @@
 
 namespace meridane {
 
-constexpr const char* kDescription = "RBM parameter";
+constexpr const char* kRBMDescription = "RBM parameter";
 
 void RBMParameter::load(std::istream& stream, const std::string& mime) {
   if (is_xml(mime)) {
@@ -27,7 +27,7 @@ void RBMParameter::set(RowMatrix weight, const RowMatrix& vbias, const RowMatrix
   Vector visible = vector_of(vbias), hidden = vector_of(hbias);
   const bool is_finite = weight.allFinite() && visible.allFinite() && hidden.allFinite();
   if (visible.size() != weight.cols() || hidden.size() != weight.rows() || !is_finite) {
-    raise<InvalidFormat>("invalid format (expected \"%s\")", kDescription);
+    raise<InvalidFormat>("invalid format (expected \"%s\")", kRBMDescription);
   }
   weight_ = std::move(weight);
   vbias_ = std::move(visible);
@@ -41,7 +41,7 @@ Vector RBMParameter::hidden(const Vector& visible) const {
 }
 
 void BinaryStreamTraits<RBMParameter>::load(RBMParameter& parameter, std::istream& stream) {
-  expect_magic(stream, kRBMMagic, kDescription);
+  expect_magic(stream, kRBMMagic, kRBMDescription);
   RowMatrix weight = load_matrix_bin(stream);
   const RowMatrix vbias = load_matrix_bin(stream);
   parameter.set(std::move(weight), vbias, load_matrix_bin(stream));

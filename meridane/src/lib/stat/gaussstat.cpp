@@ -8,7 +8,7 @@ namespace meridane {
 namespace {
 
 constexpr const char* kMagic = "MeGaStat";
-constexpr const char* kDescription = "Gaussian statistics";
+constexpr const char* kGaussStatDescription = "Gaussian statistics";
 
 }  // namespace
 
@@ -29,13 +29,13 @@ Eigen::MatrixXd GaussianStat::scatter(const Eigen::VectorXd& mean) const {
 
 void GaussianStat::set(double denom, DoubleMatrix numer) {
   const bool is_one = numer.cols() == numer.rows() + 1 && numer.allFinite() && std::isfinite(denom);
-  if (!is_one) raise_invalid_statistics(kDescription);
+  if (!is_one) raise_invalid_statistics(kGaussStatDescription);
   denom_ = denom;
   numer_ = std::move(numer);
 }
 
 void GaussianStat::load_storage(std::istream& stream) {
-  expect_magic(stream, kMagic, kDescription);
+  expect_magic(stream, kMagic, kGaussStatDescription);
   const auto denom = read_number<double>(stream);
   set(denom, load_double_matrix(stream));
 }

@@ -7,11 +7,11 @@
 namespace meridane {
 namespace {
 
-constexpr const char* kDescription = "GMM statistics";
+constexpr const char* kGMMStatDescription = "GMM statistics";
 
 /// A score may be -inf: that of an observation which no Gaussian gives any density.
 void check(double score, double total) {
-  if (std::isnan(score) || !std::isfinite(total)) raise_invalid_statistics(kDescription);
+  if (std::isnan(score) || !std::isfinite(total)) raise_invalid_statistics(kGMMStatDescription);
 }
 
 bool is_below(std::int32_t index, std::size_t count) { return index >= 0 && static_cast<std::size_t>(index) < count; }
@@ -50,7 +50,7 @@ void MultiGMMStat::expect_of(const MultiGMMParameter& parameter) const {
 
 void BinaryStreamTraits<MultiGMMStat>::load(MultiGMMStat& statistics, std::istream& stream) {
   MultiGMMStat read;
-  expect_magic(stream, kGMMStatMagic, kDescription);
+  expect_magic(stream, kGMMStatMagic, kGMMStatDescription);
   read.score_ = read_number<double>(stream);
   read.total_ = read_number<double>(stream);
   check(read.score_, read.total_);

@@ -30,7 +30,7 @@ LineCodes quantized(const float* values, Eigen::Index count, Eigen::Index padded
 constexpr std::size_t kBlock = 60;
 
 /// Memory of a thread for the quantized frames of a block and their integer product.
-struct Scratch {
+struct QuantizingScratch {
   Codes codes;
   std::array<LineCodes, kBlock> lines;
   std::vector<std::int32_t> products;
@@ -106,7 +106,7 @@ void QuantizedMatrix::multiply(const float* x, std::size_t x_stride, std::size_t
   const auto depth = static_cast<std::size_t>(align_size_minor), lines = static_cast<std::size_t>(size_major);
   const WeightLines weights{
       .count = lines, .scales = qvector.data(), .zeros = rqpmin.data(), .offsets = offsets_.data()};
-  thread_local Scratch scratch;
+  thread_local QuantizingScratch scratch;
   scratch.codes.resize(std::min(frames, kBlock) * depth);
   scratch.products.resize(std::min(frames, kBlock) * lines);
   const std::size_t blocks = (frames + kBlock - 1) / kBlock;

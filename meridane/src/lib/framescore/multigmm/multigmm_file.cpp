@@ -12,7 +12,7 @@
 namespace meridane {
 namespace {
 
-constexpr const char* kDescription = "GMM parameter";
+constexpr const char* kGMMDescription = "GMM parameter";
 constexpr std::uint64_t kMatrixHeader = 16;
 
 void log_count(const char* name, std::size_t count) {
@@ -22,7 +22,7 @@ void log_count(const char* name, std::size_t count) {
 /// Reads a count of things that have at least that many bytes each, and logs it.
 std::int32_t read_count(std::istream& stream, const char* name, std::uint64_t least_bytes) {
   const auto count = read_number<std::int32_t>(stream);
-  if (count < 0) raise<InvalidFormat>("invalid format (expected \"%s\")", kDescription);
+  if (count < 0) raise<InvalidFormat>("invalid format (expected \"%s\")", kGMMDescription);
   expect_left(stream, static_cast<std::uint64_t>(count), least_bytes);
   log_count(name, static_cast<std::size_t>(count));
   return count;
@@ -36,7 +36,7 @@ void write_count(std::ostream& stream, std::size_t count) {
 
 void BinaryStreamTraits<MultiGMMParameter>::load(MultiGMMParameter& parameter, std::istream& stream) {
   MultiGMMParameter read;
-  expect_magic(stream, kGMMMagic, kDescription);
+  expect_magic(stream, kGMMMagic, kGMMDescription);
   const std::int32_t means = read_count(stream, "nmean", kMatrixHeader);
   for (std::int32_t i = 0; i < means; ++i) read.add_mean(load_matrix_bin(stream));
   const std::int32_t chols = read_count(stream, "nchol", kMatrixHeader);

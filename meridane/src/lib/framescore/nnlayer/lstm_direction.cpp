@@ -14,7 +14,7 @@ constexpr Eigen::Index kBlock = 48;
 
 /// Memory of a thread for the gates of a block of frames, what the output of a frame adds to them, the cells, and an
 /// output that isn't written where it is made.
-struct Scratch {
+struct LSTMScratch {
   std::vector<float> gates, lateral, c, h;
 };
 
@@ -115,7 +115,7 @@ void LSTMDirection::run(const float* x, Eigen::Index frames, Order order, LSTMMe
   if (frames == 0) return;
   const Eigen::Index N = cells();
   const bool reversed = order == Order::reversed;
-  thread_local Scratch scratch;
+  thread_local LSTMScratch scratch;
   scratch.gates.resize(count(std::min(frames, kBlock) * 4 * N));
   scratch.lateral.resize(count(4 * N));
   scratch.c.assign(memory.c.begin(), memory.c.end());

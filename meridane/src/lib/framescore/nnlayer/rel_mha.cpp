@@ -11,12 +11,12 @@ namespace meridane {
 namespace {
 
 /// Memory of a thread for what stands between input and output.
-struct Scratch {
+struct MHAScratch {
   std::vector<float> q, k, v, positions, p, context;
 };
 
-Scratch& scratch() {
-  thread_local Scratch the_scratch;
+MHAScratch& mha_scratch() {
+  thread_local MHAScratch the_scratch;
   return the_scratch;
 }
 
@@ -78,10 +78,10 @@ MinibatchPtr RelMHALayer::attend_all(const LayerInputs& inputs, const float* que
                                      const float* values, Eigen::Index stride, Eigen::Index frames,
                                      Position position) const {
   const Eigen::Index d = rows(), distances = 2 * frames - 1;
-  float* const k = resized(scratch().k, d * frames);
-  float* const v = resized(scratch().v, d * frames);
-  float* const positions = resized(scratch().positions, d * distances);
-  float* const p = resized(scratch().p, d * distances);
+  float* const k = resized(mha_scratch().k, d * frames);
+  float* const v = resized(mha_scratch().v, d * frames);
+  float* const positions = resized(mha_scratch().positions, d * distances);
+  float* const p = resized(mha_scratch().p, d * distances);
   project_keys(keys, stride, frames, k);
   project_values(values, stride, frames, v);
   for (Eigen::Index m = 0; m < distances; ++m) std::copy_n(position(m - (frames - 1)), d, positions + m * d);
@@ -106,8 +106,8 @@ void RelMHALayer::project_positions(const float* x, Eigen::Index x_stride, Eigen
 void RelMHALayer::attend(const float* x, Eigen::Index x_stride, Eigen::Index frames, const float* k, const float* v,
                          Eigen::Index keys, const float* p, float* y) const {
   const Eigen::Index d = rows();
-  float* const q = resized(scratch().q, d * frames);
-  float* const context = resized(scratch().context, d * frames);
+  float* const q = resized(mha_scratch().q, d * frames);
+  float* const context = resized(mha_scratch().context, d * frames);
   query_.run(x, x_stride, frames, q);
   const RelAttention attention{.heads = nhead_,
                                .head_rows = d / nhead_,
