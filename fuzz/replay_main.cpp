@@ -20,6 +20,10 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+/// A target's own way to alter inputs, if it has one.
+extern "C" __attribute__((weak)) std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
+                                                                     std::size_t max_size, unsigned seed);
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size);
 
 namespace {
 
@@ -68,62 +72,72 @@ std::vector<Input> seeds_of(const std::filesystem::path& folder) {
   return seeds;
 }
 
-/// Makes new inputs of old ones; the same ones in each run.
-class Mutator {
- public:
-  explicit Mutator(const std::vector<Input>& seeds) : seeds_(seeds) {}
+/// What inputs are made of, the same in each run.
+std::mt19937 generator{1};
+std::vector<Input> seeds;
 
-  Input next() {
-    Input input = seeds_[below(seeds_.size())];
-    for (std::size_t i = 0, count = 1 + below(kMostAlterations); i < count; ++i) alter(input);
-    if (input.size() > kLongest) input.resize(kLongest);
-    return input;
-  }
+std::size_t below(std::size_t bound) { return std::uniform_int_distribution<std::size_t>(0, bound - 1)(generator); }
 
- private:
-  std::size_t below(std::size_t bound) { return std::uniform_int_distribution<std::size_t>(0, bound - 1)(random_); }
-
-  void alter(Input& input) {
-    if (input.empty()) return input.push_back(static_cast<std::uint8_t>(below(256)));
-    const std::size_t at = below(input.size());
-    const auto place = input.begin() + static_cast<std::ptrdiff_t>(at);
-    const auto end = place + static_cast<std::ptrdiff_t>(1 + below(std::min<std::size_t>(64, input.size() - at)));
-    switch (below(7)) {
-      case 0:
-        *place ^= static_cast<std::uint8_t>(1u << below(8));
-        break;
-      case 1:
-        *place = static_cast<std::uint8_t>(below(256));
-        break;
-      case 2:
-        *place = static_cast<std::uint8_t>(below(2) == 0 ? 0 : 0xff);
-        break;
-      case 3:
-        input.erase(place, end);
-        break;
-      case 4: {
-        const Input piece(place, end);
-        input.insert(input.begin() + static_cast<std::ptrdiff_t>(below(input.size() + 1)), piece.begin(), piece.end());
-        break;
-      }
-      case 5: {
-        const Input& other = seeds_[below(seeds_.size())];
-        if (other.empty()) break;
-        input.erase(place, input.end());
-        input.insert(input.end(), other.begin() + static_cast<std::ptrdiff_t>(below(other.size())), other.end());
-        break;
-      }
-      default:  // numbers are often four bytes, least significant first
-        for (auto byte = place; byte != input.end() && byte != place + 4; ++byte)
-          *byte = byte == place ? static_cast<std::uint8_t>(below(256)) : std::uint8_t{0};
+void alter(Input& input) {
+  if (input.empty()) return input.push_back(static_cast<std::uint8_t>(below(256)));
+  const std::size_t at = below(input.size());
+  const auto place = input.begin() + static_cast<std::ptrdiff_t>(at);
+  const auto end = place + static_cast<std::ptrdiff_t>(1 + below(std::min<std::size_t>(64, input.size() - at)));
+  switch (below(7)) {
+    case 0:
+      *place ^= static_cast<std::uint8_t>(1u << below(8));
+      break;
+    case 1:
+      *place = static_cast<std::uint8_t>(below(256));
+      break;
+    case 2:
+      *place = static_cast<std::uint8_t>(below(2) == 0 ? 0 : 0xff);
+      break;
+    case 3:
+      input.erase(place, end);
+      break;
+    case 4: {
+      const Input piece(place, end);
+      input.insert(input.begin() + static_cast<std::ptrdiff_t>(below(input.size() + 1)), piece.begin(), piece.end());
+      break;
     }
+    case 5: {
+      const Input& other = seeds[below(seeds.size())];
+      if (other.empty()) break;
+      input.erase(place, input.end());
+      input.insert(input.end(), other.begin() + static_cast<std::ptrdiff_t>(below(other.size())), other.end());
+      break;
+    }
+    default:  // numbers are often four bytes, least significant first
+      for (auto byte = place; byte != input.end() && byte != place + 4; ++byte)
+        *byte = byte == place ? static_cast<std::uint8_t>(below(256)) : std::uint8_t{0};
   }
+}
 
-  const std::vector<Input>& seeds_;
-  std::mt19937 random_{1};
-};
+Input new_input() {
+  Input input = seeds[below(seeds.size())];
+  for (std::size_t i = 0, count = 1 + below(kMostAlterations); i < count; ++i) {
+    if (LLVMFuzzerCustomMutator == nullptr) {
+      alter(input);
+      continue;
+    }
+    const std::size_t size = input.size();
+    input.resize(std::max(kLongest, size));
+    input.resize(LLVMFuzzerCustomMutator(input.data(), size, input.size(), static_cast<unsigned>(generator())));
+  }
+  if (input.size() > kLongest) input.resize(kLongest);
+  return input;
+}
 
 }  // namespace
+
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size) {
+  Input input(data, data + size);
+  alter(input);
+  input.resize(std::min(input.size(), max_size));
+  std::copy(input.begin(), input.end(), data);
+  return input.size();
+}
 
 int main(int argc, char** argv) {
   if (argc != 3) {
@@ -134,17 +148,16 @@ int main(int argc, char** argv) {
   __sanitizer_set_death_callback(keep_input);
   std::signal(SIGABRT, keep_input_of_abort);
 
-  const std::vector<Input> seeds = seeds_of(argv[1]);
+  seeds = seeds_of(argv[1]);
   if (seeds.empty()) {
     std::fprintf(stderr, "no seeds in %s\n", argv[1]);
     return 2;
   }
   for (const Input& seed : seeds)
     if (!run(seed)) return 1;
-  Mutator mutator(seeds);
   std::size_t made = 0;
   for (const auto end = Clock::now() + std::chrono::seconds(std::atoi(argv[2])); Clock::now() < end; ++made)
-    if (!run(mutator.next())) return 1;
+    if (!run(new_input())) return 1;
   std::printf("%zu seeds and %zu inputs made of them: nothing found\n", seeds.size(), made);
   return 0;
 }
