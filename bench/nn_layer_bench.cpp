@@ -1,22 +1,26 @@
 // Streaming layers, each with its state, for the frames of a call: LSTM, LSTM in 8 bits, and causal convolutions along
-// time, plain and depthwise, beside oneDNN with one thread where it is installed, all with the best that runs here.
-// "ratio" is our time over oneDNN's (of the float layer for 8 bits, too), "to_float" that of the 8-bit layer over our
-// float one. "cold" calls find nothing in the second-level cache.
+// time, plain and depthwise, beside oneDNN and libtorch with one thread where they are installed, all with the best
+// that runs here, or with --avx2 capped to AVX2. "ratio" is our time over oneDNN's (of the float layer for 8 bits,
+// too), "to_torch" that over libtorch's, "to_float" that of the 8-bit layer over our float one. "cold" calls find
+// nothing in the second-level cache.
 
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "meridane/framescore/nnlayer/builders.h"
+#include "nn/machine.h"
 #include "nn/stopwatch.h"
 
 #ifdef SONIVO_BENCH_ONEDNN
 #include "nn/onednn_layers.h"
+#endif
+#ifdef SONIVO_BENCH_TORCH
+#include "nn/torch_peer.h"
 #endif
 
 namespace meridane::bench {
@@ -72,53 +76,69 @@ class Stream {
   LayerInputs inputs_;
 };
 
-/// Ours is the first, those from `peers` on are oneDNN's, of which the fastest counts.
-void report(benchmark::State& state, const std::vector<double>& times, std::size_t peers = 1) {
-  for (auto _ : state) state.SetIterationTime(times[0] * 1e-6);
-  if (times.size() == peers) return;
-  state.counters["ratio"] =
-      times[0] / *std::min_element(times.begin() + static_cast<std::ptrdiff_t>(peers), times.end());
+/// What runs in turns. Ours are the first; of oneDNN's, the fastest counts.
+struct Contenders {
+  std::vector<Work> ours, onednn, torch;
+
+  std::vector<double> race(benchmark::State& state, bool cold) const {
+    std::vector<Work> works;
+    for (const auto* side : {&ours, &onednn, &torch}) works.insert(works.end(), side->begin(), side->end());
+    const std::vector<double> times = cold ? cold_times(works) : warm_times(works);
+    for (auto _ : state) state.SetIterationTime(times[0] * 1e-6);
+    const auto peers = times.begin() + static_cast<std::ptrdiff_t>(ours.size());
+    const auto others = peers + static_cast<std::ptrdiff_t>(onednn.size());
+    if (!onednn.empty()) state.counters["ratio"] = times[0] / *std::min_element(peers, others);
+    if (!torch.empty()) state.counters["to_torch"] = times[0] / *others;
+    return times;
+  }
+};
+
+/// The float layers of the peers.
+Contenders lstm_peers([[maybe_unused]] long size, [[maybe_unused]] long frames) {
+  Contenders contenders;
+#ifdef SONIVO_BENCH_ONEDNN
+  for (const bool plain : {true, false}) {
+    const auto peer = std::make_shared<OneDnnLayer>(OneDnnLayer::lstm(size, size, frames, plain));
+    contenders.onednn.emplace_back([peer] { peer->run(); });
+  }
+#endif
+#ifdef SONIVO_BENCH_TORCH
+  contenders.torch = {torch_lstm(size, frames)};
+#endif
+  return contenders;
 }
 
 void lstm(benchmark::State& state, bool cold) {
   const long size = state.range(0), frames = state.range(1);
   Stream ours = Stream::of(NNLayerBuilder(), "LSTM", lstm_record(size), size, frames);
-  std::vector<Work> works = {[&] { ours.run(); }};
-#ifdef SONIVO_BENCH_ONEDNN
-  OneDnnLayer plain = OneDnnLayer::lstm(size, size, frames, true),
-              packed = OneDnnLayer::lstm(size, size, frames, false);
-  works.emplace_back([&] { plain.run(); });
-  works.emplace_back([&] { packed.run(); });
-#endif
-  report(state, cold ? cold_times(works) : warm_times(works));
+  Contenders contenders = lstm_peers(size, frames);
+  contenders.ours = {[&] { ours.run(); }};
+  contenders.race(state, cold);
 }
 
-void lstm_bytes(benchmark::State& state) {
+void lstm_bytes(benchmark::State& state, bool cold) {
   const long size = state.range(0), frames = state.range(1);
   Stream ours = Stream::of(QuantizedNNLayerBuilder(), "LSTM", lstm_record(size), size, frames);
   Stream floats = Stream::of(NNLayerBuilder(), "LSTM", lstm_record(size), size, frames);
-  std::vector<Work> works = {[&] { ours.run(); }, [&] { floats.run(); }};
-#ifdef SONIVO_BENCH_ONEDNN
-  OneDnnLayer plain = OneDnnLayer::lstm(size, size, frames, true),
-              packed = OneDnnLayer::lstm(size, size, frames, false);
-  works.emplace_back([&] { plain.run(); });
-  works.emplace_back([&] { packed.run(); });
-#endif
-  const std::vector<double> times = warm_times(works);
-  report(state, times, 2);
+  Contenders contenders = lstm_peers(size, frames);
+  contenders.ours = {[&] { ours.run(); }, [&] { floats.run(); }};
+  const std::vector<double> times = contenders.race(state, cold);
   state.counters["to_float"] = times[0] / times[1];
 }
 
-void convolution(benchmark::State& state, bool depthwise) {
+void convolution(benchmark::State& state, bool depthwise, bool cold) {
   const long channels = state.range(0), frames = state.range(1);
   constexpr int kTaps = 3;
   Stream ours = Stream::of(NNLayerBuilder(), "TDNN", taps_record(channels, kTaps, depthwise), channels, frames);
-  std::vector<Work> works = {[&] { ours.run(); }};
+  Contenders contenders{.ours = {[&] { ours.run(); }}, .onednn = {}, .torch = {}};
 #ifdef SONIVO_BENCH_ONEDNN
   OneDnnLayer peer = OneDnnLayer::convolution(channels, kTaps, frames, depthwise);
-  works.emplace_back([&] { peer.run(); });
+  contenders.onednn = {[&] { peer.run(); }};
 #endif
-  report(state, warm_times(works));
+#ifdef SONIVO_BENCH_TORCH
+  contenders.torch = {torch_convolution(channels, kTaps, frames, depthwise)};
+#endif
+  contenders.race(state, cold);
 }
 
 void settings(benchmark::internal::Benchmark* bench, const std::vector<long>& sizes) {
@@ -131,15 +151,21 @@ void settings(benchmark::internal::Benchmark* bench, const std::vector<long>& si
 
 int main(int argc, char** argv) {
   using namespace meridane::bench;
-  if (!getenv("OMP_NUM_THREADS")) {  // read when oneDNN is loaded
-    setenv("OMP_NUM_THREADS", "1", 1);
-    execv("/proc/self/exe", argv);
+  start_with_one_thread(argc, argv);
+#ifdef SONIVO_BENCH_TORCH
+  prepare_torch();
+#endif
+  for (const bool cold : {false, true}) {
+    const auto add = [cold](const std::string& name, const std::vector<long>& sizes, auto run, auto... arguments) {
+      const std::string full = cold ? name + "_cold" : name;
+      settings(benchmark::RegisterBenchmark(full.c_str(), run, arguments..., cold), sizes);
+    };
+    add("lstm", {256, 512}, lstm);
+    add("lstm_bytes", {256, 512}, lstm_bytes);
+    add("convolution", {256}, convolution, false);
+    add("depthwise", {256, 512}, convolution, true);
   }
-  settings(benchmark::RegisterBenchmark("lstm", lstm, false), {256, 512});
-  settings(benchmark::RegisterBenchmark("lstm_cold", lstm, true), {256, 512});
-  settings(benchmark::RegisterBenchmark("lstm_bytes", lstm_bytes), {256, 512});
-  settings(benchmark::RegisterBenchmark("convolution", convolution, false), {256});
-  settings(benchmark::RegisterBenchmark("depthwise", convolution, true), {256, 512});
+  benchmark::AddCustomContext("instructions", capped_to_avx2() ? "AVX2" : "best");
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

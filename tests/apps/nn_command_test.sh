@@ -66,8 +66,12 @@ result=out.nn
 expect "binary to binary" 0 '^$' '^$' nn convert one.nn out.nn --to bin
 expect "XML to XML" 0 '^$' '^$' nn convert net.xml out.nn --to xml
 result=
-expect "what is in a network" 0 $'layers +2 .*\n  dense +FullyConnected +6 +4\n  bend +PReLU +1 +0\n(.*\n)*evaluated +_input dense bend\nparameters +7\nmultiply-adds +4 per frame$' \
+expect "what is in a network" 0 $'layers +2 .*\n  dense +FullyConnected +6 +4\n  bend +PReLU +1 +0\n(.*\n)*evaluated +_input dense bend\nparameters +7\nmultiply-adds +4 per frame\nmemory +120 bytes for a stream in calls of 5 frames$' \
   '^$' nn info net.xml
+# Three results (input, dense, bend) of two numbers.
+expect "memory of a stream frame by frame" 0 'memory +24 bytes for a stream in calls of 1 frame$' '^$' nn info net.xml --chunk 1
+expect "memory of calls that are too large" 0 'memory +unknown: calls are too large to be tried$' '^$' \
+  nn info net.xml --chunk 4000000000
 { printf '%5000s\n' '' && cat net.xml; } >late.xml
 expect "a document that begins late" 0 'layers +2 ' '^$' nn info late.xml
 matrix_from_a_pipe() {

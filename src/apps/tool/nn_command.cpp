@@ -16,6 +16,7 @@
 #include "apps/tool/wav_file.h"
 #include "meridane/error.h"
 #include "meridane/framescore/scorer.h"
+#include "meridane/io/logging.h"
 
 namespace sonivo::tool {
 
@@ -25,6 +26,8 @@ using meridane::Matrix;
 using meridane::Minibatch;
 using meridane::NNParameter;
 using meridane::NNScorer;
+
+constexpr std::uint32_t kInfoFrames = 5;  ///< a call, unless said otherwise
 
 /// Results of calls, one behind the other along time.
 class Joined {
@@ -93,6 +96,33 @@ void run(const NNOptions& options, std::ostream& errors) {
   file.commit();
 }
 
+/// Of a stream with that many frames a call, once its layers remember no more than before.
+std::string scorer_memory(const NNParameter& network, std::uint64_t frames) {
+  constexpr std::uint64_t kMostInputs = 1 << 24;
+  constexpr int kLeastCalls = 16, kMostCalls = 1000;
+  if (network.ninput() > kMostInputs / frames) return "unknown: calls are too large to be tried";
+  meridane::log_threshold() = meridane::kLogWarning;  // layers that print would print silence
+  try {
+    const auto scorer = std::dynamic_pointer_cast<NNScorer>(network.create_scorer());
+    const auto silence = std::make_shared<Minibatch>(
+        Matrix(Matrix::Zero(static_cast<Eigen::Index>(network.ninput()), static_cast<Eigen::Index>(frames))));
+    std::uint64_t bytes = 0;
+    // What is remembered grows in steps, each of which takes as long as all before it.
+    for (int call = 1, growth = 1; call <= kMostCalls && (call <= kLeastCalls || call <= 3 * growth); ++call) {
+      scorer->set_input(silence);
+      scorer->execute();
+      if (const std::uint64_t now = scorer->bytes(); now > bytes) {
+        bytes = now;
+        growth = call;
+      }
+    }
+    return std::to_string(bytes) + " bytes for a stream in calls of " + std::to_string(frames) +
+           (frames == 1 ? " frame" : " frames");
+  } catch (const meridane::BaseRuntimeError& error) {
+    return std::string("unknown: ") + printable(error.what());
+  }
+}
+
 void info(const NNOptions& options, std::ostream& output) {
   check_file_name("NET", options.network, "standard input");
   const NetworkFile net = read_network(options.network);
@@ -116,7 +146,8 @@ void info(const NNOptions& options, std::ostream& output) {
   for (const auto& layer : network.forward_path()) output << ' ' << printable(layer->id());
   output << '\n'
          << "parameters      " << total.parameters << '\n'
-         << "multiply-adds   " << total.multiply_adds << " per frame\n";
+         << "multiply-adds   " << total.multiply_adds << " per frame\n"
+         << "memory          " << scorer_memory(network, options.chunk.value_or(kInfoFrames)) << '\n';
 }
 
 void convert(const NNOptions& options) {
@@ -144,6 +175,13 @@ NetworkForm parse_form(const std::string& text) {
   throw UsageError("--to takes bin or xml, not '" + text + "'");
 }
 
+void add_chunk(CLI::App& command, NNOptions& options, const char* help) {
+  command
+      .add_option_function<std::string>(
+          "--chunk", [&options](const std::string& text) { options.chunk = positive_number("--chunk", text); }, help)
+      ->type_name("N");
+}
+
 void add_run(CLI::App& command, NNOptions& options) {
   CLI::App* const run = command.add_subcommand(
       "run",
@@ -153,10 +191,7 @@ void add_run(CLI::App& command, NNOptions& options) {
   run->add_option("NET", options.network, "network, binary or XML")->type_name("FILE")->required();
   run->add_option("--in", options.input, "matrix to run on")->type_name("FILE")->required();
   run->add_option("--out", options.output, "matrix to write")->type_name("FILE")->required();
-  run->add_option_function<std::string>(
-         "--chunk", [&options](const std::string& text) { options.chunk = positive_number("--chunk", text); },
-         "frames a call (default: all in one)")
-      ->type_name("N");
+  add_chunk(*run, options, "frames a call (default: all in one)");
   run->add_option_function<std::string>(
          "--skip", [&options](const std::string& text) { options.skip = positive_number("--skip", text); },
          "computes one frame of K and repeats it (default: 1)")
@@ -176,9 +211,12 @@ void add_nn_commands(CLI::App& command, NNOptions& options) {
   add_run(command, options);
 
   CLI::App* const info =
-      command.add_subcommand("info", "Lists layers, links, sizes, parameters and multiply-adds per frame.");
+      command.add_subcommand("info",
+                             "Lists layers, links, sizes, parameters, multiply-adds per frame, and the memory of a\n"
+                             "stream beside the network.");
   info->footer("Example:\n  sonivo nn info model.nn\n");
   info->add_option("NET", options.network, "network, binary or XML")->type_name("FILE")->required();
+  add_chunk(*info, options, "frames a call of the stream (default: 5)");
   info->callback([&options] { options.action = NNOptions::Action::info; });
 
   CLI::App* const convert = command.add_subcommand("convert", "Turns a binary network into an XML document, and back.");

@@ -19,7 +19,7 @@ struct NNOptions {
   std::string network;
   std::string input;                   ///< matrix (run)
   std::string output;                  ///< matrix (run) or network (convert)
-  std::optional<std::uint32_t> chunk;  ///< frames a call; without: all in one
+  std::optional<std::uint32_t> chunk;  ///< frames a call; without: all in one (run), 5 (info)
   std::uint32_t skip = 1;              ///< of so many frames one is computed
   std::optional<std::string> layer;    ///< whose output is asked for; without: the network's
   std::optional<NetworkForm> form;     ///< to convert into; without: the other one
@@ -29,7 +29,7 @@ struct NNOptions {
 void add_nn_commands(CLI::App& command, NNOptions& options);
 
 /// `sonivo nn run`: a network over a matrix, through one scorer, results joined along time.
-/// `sonivo nn info`: layers, links, sizes, parameters and multiply-adds per frame, on `output`.
+/// `sonivo nn info`: layers, links, sizes, parameters, multiply-adds per frame and memory, on `output`.
 /// `sonivo nn convert`: binary form to document and back.
 /// Throws Failure or UsageError, and leaves nothing behind then. A progress bar goes to `errors`.
 void run_nn_command(const NNOptions& options, std::ostream& output, std::ostream& errors);

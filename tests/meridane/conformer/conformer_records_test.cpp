@@ -69,6 +69,7 @@ TEST_P(ConformerRecords, HaveALastLayerUnlessFalseOr0SaysNo) {
     EXPECT_EQ(binary_of(*load_xml("cache_frame='6' last_layer='" + std::string(yes) + "'", sublayers())), record(6, 1))
         << yes;
   }
+  for (const int yes : {-1, 1, 1024}) EXPECT_EQ(binary_of(*load(record(6, yes))), record(6, 1)) << yes;
 }
 
 TEST_P(ConformerRecords, NameWhatADocumentLacks) {

@@ -239,6 +239,19 @@ TEST(Conformer, SaysThatABranchGivesAnotherNumberOfFrames) {
             "Dimension mismatch in layer the layer");
 }
 
+TEST(Conformer, LetsItsSublayersMakeSoManyFramesAndNoMore) {
+  auto records = sample().records();
+  Record spread("TransposeTDNN");
+  for (const std::int32_t value : {1, 0, 0, 1, 256, 1}) spread.number(value);
+  spread.matrix(Matrix::Ones(D, 1)).matrix(Matrix::Zero(D, 1));
+  for (const char* id : {"fc1", "act1"}) records[id] = {"TransposeTDNN", spread.bytes()};
+  const auto layer = layer_of("Conformer", ConformerSample::record_of("Conformer", 4, 0, records));
+  LayerInputs x = {minibatch(Matrix::Ones(D, 2))};
+  x.set_fed(6);
+  EXPECT_EQ(failure_of<BaseRuntimeError>([&] { layer->forward(x, layer->create_state()); }),
+            "Layer act1 makes too many frames: 131072, where 6 have gone into the network");
+}
+
 TEST(Conformer, SaysThatABranchGivesAnotherSize) {
   const ConformerSample p = sample();
   for (const char* name : {"fc2", "norm2", "conv3", "fc4"}) {

@@ -176,6 +176,18 @@ TEST(MapConvolution, NamesWhatDoesNotFit) {
             "Incorrect \"kernel[1]::stride\" for \"Convolution2D\"");
 }
 
+TEST(MapConvolution, HasNoPadThatIsWiderThanItsWindow) {
+  const auto outputs = [](const Axes& pad) {
+    Numbers numbers{.input = {1, 5, 4}, .outputs = 1};
+    numbers.add(1, {.size = {3, 2, 1}, .pad = pad});
+    return layer_of(numbers.type, numbers.record())->forward({minibatch(Matrix::Ones(20, 1))})->content().rows();
+  };
+  EXPECT_EQ(outputs({3, 2, 0}), 9 * 7);
+  for (const Axes& pad : {Axes{4, 2, 0}, Axes{3, 3, 0}}) {
+    EXPECT_EQ(failure_of<BaseRuntimeError>([&] { outputs(pad); }), "Incorrect \"pad\" for \"Convolution2D\"");
+  }
+}
+
 TEST(MapConvolution, SaysHowManyNumbersAnAttributeHas) {
   const auto refusal = [](const std::string& type, const std::string& input, const std::string& kernel) {
     return failure_of<BaseRuntimeError>([&] {

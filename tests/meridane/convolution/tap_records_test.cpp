@@ -44,6 +44,15 @@ TEST_P(TapRecords, DumpTheBytesThatTheyWereLoadedFrom) {
   }
 }
 
+TEST_P(TapRecords, DumpTapsOfOneColumn) {
+  for (const int dilation : {1, 2}) {
+    const bool is_transpose = type().ends_with("TransposeTDNN");
+    Dice dice(3);
+    const Taps taps = taps_of(dice, {.dilation = dilation, .kernel = 5}, 19, 1, is_transpose ? 1 : 19);
+    EXPECT_EQ(binary_of(*layer(taps)), taps.record(type()));
+  }
+}
+
 TEST_P(TapRecords, ReadTheirDocument) {
   const std::string children = "<weight>1 2\n3 4\n5 6\n7 8</weight><bias>10\n20</bias>";
   const Matrix x = Matrix::Ones(2, 6);
@@ -143,6 +152,45 @@ TEST_P(TapRecords, RefuseNumbersThatNoLayerHas) {
 }
 
 TEST_P(TapRecords, ChangeTheNumberOfFrames) { EXPECT_TRUE(layer(sample())->is_variable_length()); }
+
+// 1024 frames for each frame of the stream and for eight before it.
+TEST_P(TapRecords, MakeSoManyFramesAndNoMore) {
+  constexpr int kTime = 3, kAll = 1024 * (kTime + 8);
+  const Matrix x = Dice(6).matrix(1, kTime);
+  const auto makes = [&](bool groups, int stride, int pad) {
+    const auto loaded = layer({.groups = groups,
+                               .pad = pad,
+                               .stride = stride,
+                               .kernel = 1,
+                               .weight = Matrix::Constant(1, 1, 2),
+                               .bias = Matrix::Constant(1, 1, 0.5f)});
+    const auto state = loaded->create_state();
+    const auto refusal = failure_of<BaseRuntimeError>([&] { loaded->forward({minibatch(x)}, state); });
+    if (refusal != "nothing failed") return refusal;
+    const Matrix y = forward(*loaded, x);
+    EXPECT_EQ(y.sum() - 0.5f * static_cast<float>(y.cols()), 2 * x.sum());
+    return std::to_string(y.cols());
+  };
+  const auto too_many = [](int frames) {
+    return "Layer the layer makes too many frames: " + std::to_string(frames) + ", where 3 have gone into the network";
+  };
+  for (const bool groups : {false, true}) {
+    if (type().ends_with("TransposeTDNN")) {
+      EXPECT_EQ(makes(groups, kAll / kTime, 0), std::to_string(kAll / kTime * kTime));
+      EXPECT_EQ(makes(groups, kAll / kTime + 1, 0), too_many((kAll / kTime + 1) * kTime));
+    } else {
+      EXPECT_EQ(makes(groups, 1, (kAll - kTime) / 2), std::to_string(kAll - 1));
+      EXPECT_EQ(makes(groups, 1, (kAll - kTime) / 2 + 1), too_many(kAll + 1));
+    }
+  }
+}
+
+TEST_P(TapRecords, TakeAnyNumberOfFrames) {
+  const auto loaded = layer({.kernel = 1, .weight = Matrix::Ones(1, 1), .bias = Matrix::Zero(1, 1)});
+  LayerInputs held_back = {minibatch(Matrix::Ones(1, 9000))};
+  held_back.set_fed(0);
+  EXPECT_EQ(loaded->forward(held_back, loaded->create_state())->content(), Matrix::Ones(1, 9000));
+}
 
 TEST_P(TapRecords, CheckTheirInputs) {
   const auto loaded = layer(sample());

@@ -72,6 +72,26 @@ TEST(AReset, GivesBackTheZerosBeforeTheStream) {
   }
 }
 
+/// One tap that copies, each frame `stride` frames behind the one before.
+std::string spread(std::int32_t stride) {
+  Record record("TransposeTDNN");
+  for (const std::int32_t value : {1, 0, 0, 1, stride, 1}) record.number(value);
+  return record.matrix(Matrix::Ones(kRows, 1)).matrix(Matrix::Zero(kRows, 1)).bytes();
+}
+
+TEST(FramesThatLayersMake, AreCountedAgainstThoseOfTheStream) {
+  const Matrix x = Dice(4).matrix(kRows, 3);
+  const auto most = chain_of({{"a", "TransposeTDNN", spread(64)}, {"b", "TransposeTDNN", spread(58)}}, kRows);
+  EXPECT_EQ(fed(*scorer_of(*most), x).cols(), 3 * 64 * 58);  // of 1024 * (3 + 8)
+  const auto more = chain_of({{"a", "TransposeTDNN", spread(64)}, {"b", "TransposeTDNN", spread(59)}}, kRows);
+  const auto scorer = scorer_of(*more);
+  const std::string refusal = "Layer b makes too many frames: 11328, where 3 have gone into the network";
+  EXPECT_EQ(failure_of<BaseRuntimeError>([&] { fed(*scorer, x); }), refusal);
+  EXPECT_EQ(fed(*scorer, x).cols(), 3 * 64 * 59) << "the stream has six frames now";
+  scorer->reset();
+  EXPECT_EQ(failure_of<BaseRuntimeError>([&] { fed(*scorer, x); }), refusal);
+}
+
 /// A layer holds frames back until the flush, and two convolutions are behind it.
 TEST(TheFramesOfAFlush, GoThroughConvolutionsAsAllOthers) {
   constexpr Eigen::Index N = 4;

@@ -27,9 +27,9 @@ struct Case {
   std::shared_ptr<NNLayer> layer;
 };
 
-Case make_case(Taps numbers, Eigen::Index width = 1) {
+Case make_case(Taps numbers, Eigen::Index width = 1, Eigen::Index rows = 3) {
   Dice dice(static_cast<unsigned>(numbers.kernel + 10 * numbers.dilation + 100 * numbers.stride));
-  const Eigen::Index out = 5, in = numbers.groups ? out : 3;
+  const Eigen::Index out = 5, in = numbers.groups ? out : rows;
   const Taps taps = taps_of(dice, numbers, out, numbers.groups ? width : in, out);
   return {taps, in, layer_of("TDNN", taps.record("TDNN"))};
 }
@@ -48,6 +48,11 @@ std::vector<Case> cases(bool causal) {
                                    .stride = stride,
                                    .kernel = kernel},
                                   stride == 2 ? 3 : 1));
+          if (groups) continue;
+          // Samples: taps next to each other are multiplied at once.
+          all.push_back(make_case(
+              {.causal = causal, .pad = causal ? 16 : 0, .dilation = dilation, .stride = stride, .kernel = kernel}, 1,
+              1));
         }
       }
     }

@@ -85,5 +85,19 @@ TEST_F(AStream, BeginsAnewAfterAReset) {
   for (int i = 0; i <= kSteps; ++i) EXPECT_EQ(step(*scorer, 0, i), expected[static_cast<std::size_t>(i)]) << i;
 }
 
+TEST(BytesOfAScorer, AreThoseOfItsStatesAndResults) {
+  ensure_layer_tables();
+  std::istringstream record("LSTM" + lstm(8));
+  const HandmadeNetwork network(8, 8, {NNLayerBuilder::build("LSTM", "lstm", nullptr, record)},
+                                {{"_input", "lstm"}, {"lstm", "_output"}});
+  NNScorer scorer(network);
+  constexpr std::uint64_t kState = 2 * 8 * sizeof(float), kFrame = 8 * sizeof(float);
+  EXPECT_EQ(scorer.bytes(), kState);
+  for (int i = 0; i < 3; ++i) {
+    step(scorer, 0, i);
+    EXPECT_EQ(scorer.bytes(), kState + (5 + 5) * kFrame) << i;  // the input is the result of the first layer
+  }
+}
+
 }  // namespace
 }  // namespace meridane::test

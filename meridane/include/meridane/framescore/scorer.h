@@ -39,6 +39,10 @@ class NNScorer : public FrameScorer {
 
   void execute() override;
 
+  /// Memory of the numbers of results and states, which is what a stream needs beside the network. That of layers for
+  /// what stands between their input and output belongs to the thread and doesn't count.
+  std::uint64_t bytes() const;
+
  protected:
   /// The input of this step, checked.
   virtual MinibatchPtr step_input() const;
@@ -58,6 +62,7 @@ class NNScorer : public FrameScorer {
   const NNParameter* parameter_;
   unsigned int frame_skip_ = 1;
   bool executed_ = false;
+  std::uint64_t fed_ = 0;  // frames, since the stream began
   MinibatchPtr input_;
   MinibatchPtr output_;
   std::map<std::string, MinibatchPtr> layer_outputs_;

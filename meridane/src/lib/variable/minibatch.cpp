@@ -72,6 +72,7 @@ void Minibatch::concatenate(const std::vector<std::shared_ptr<Minibatch>>& input
   Eigen::Index rows = 0;  // what is there, whatever the shapes say
   for (const auto& input : inputs) rows += input->content_.rows();
   content_.resize(rows, frames);
+  if (frames == 0) return;  // rows of nothing are nowhere
   Eigen::Index row = 0;
   for (const auto& input : inputs) {
     content_.middleRows(row, input->content_.rows()) = input->content_;
@@ -146,6 +147,7 @@ std::shared_ptr<Minibatch> Minibatch::slice(std::uint64_t axis, std::uint64_t st
   const std::uint64_t there = std::min(rows, stored - first);
   if (size() > 0 && rows - there > kMostValuesNotThere / size()) raise(kStaleShape);  // before there is memory for them
   Matrix part(index(rows), content_.cols());
+  if (size() == 0) return std::make_shared<Minibatch>(std::move(part), Shape{rows});
   part.topRows(index(there)) = content_.middleRows(index(first), index(there));
   part.bottomRows(index(rows - there)).setZero();
   return std::make_shared<Minibatch>(std::move(part), Shape{rows});

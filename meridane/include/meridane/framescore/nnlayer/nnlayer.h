@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@ class NNLayerState {
  public:
   virtual ~NNLayerState() = default;
   virtual std::shared_ptr<NNLayerState> clone() const = 0;  ///< deep
+  virtual std::uint64_t bytes() const { return 0; }         ///< of memory that its numbers take now
 };
 
 /// What a layer is given: one minibatch per incoming link, and maybe the memory of an old result.
@@ -36,10 +38,18 @@ class LayerInputs {
   bool is_last() const { return is_last_; }
   void set_last(bool is_last) { is_last_ = is_last; }
 
+  /// Frames of the stream that have gone into the network until now, this step's included. Where nobody says so, those
+  /// of the first input.
+  std::uint64_t fed() const {
+    return fed_.value_or(streams_.empty() || streams_.front() == nullptr ? 0 : streams_.front()->size());
+  }
+  void set_fed(std::uint64_t frames) { fed_ = frames; }
+
   void clear() {
     streams_.clear();
     spare_.reset();
     is_last_ = false;
+    fed_.reset();
   }
   void add(MinibatchPtr stream) { streams_.push_back(std::move(stream)); }
   /// Gives a minibatch that nobody else holds: the next result may be written into it.
@@ -49,6 +59,7 @@ class LayerInputs {
   std::vector<MinibatchPtr> streams_;
   mutable MinibatchPtr spare_;
   bool is_last_ = false;
+  std::optional<std::uint64_t> fed_;
 };
 
 /// How large a layer is, for those who look at a network.

@@ -1,8 +1,10 @@
 #include "meridane/framescore/scorer.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
+#include "lib/framescore/nnlayer/held_bytes.h"
 #include "meridane/error.h"
 
 namespace meridane {
@@ -58,6 +60,7 @@ void NNScorer::set_input(MinibatchPtr input) {
 }
 
 void NNScorer::reset() {
+  fed_ = 0;
   for (const auto& layer : parameter_->forward_path()) layer_states_[layer->id()] = layer->create_state();
 }
 
@@ -90,6 +93,16 @@ MinibatchPtr NNScorer::get_layer_output(const std::string& id) const {
   return found->second;
 }
 
+std::uint64_t NNScorer::bytes() const {
+  std::set<const Minibatch*> results = {output_.get()};
+  for (const auto& [id, result] : layer_outputs_) results.insert(result.get());
+  results.erase(nullptr);
+  std::uint64_t sum = 0;
+  for (const Minibatch* result : results) sum += held_bytes(result->content());
+  for (const auto& [id, state] : layer_states_) sum += state == nullptr ? 0 : state->bytes();
+  return sum;
+}
+
 void NNScorer::execute() {
   executed_ = false;
   for (MinibatchPtr* const slot : handed_on_) slot->reset();
@@ -97,6 +110,7 @@ void NNScorer::execute() {
   MinibatchPtr spare = take_spare(output_);  // a stretched one: any other is held by its layer's slot, too
   const MinibatchPtr input = step_input();
   const MinibatchPtr fed = skipped(input);
+  fed_ += fed->size();
   for (const auto& layer : parameter_->forward_path()) run_layer(*layer, fed, fed->size());
   output_ = layer_outputs_[parameter_->forward_path().back()->id()];
   if (frame_skip_ >= 2) {
@@ -118,6 +132,7 @@ void NNScorer::run_layer(const NNLayer& layer, const MinibatchPtr& input, std::u
   MinibatchPtr& slot = layer_outputs_[layer.id()];
   layer_inputs_.set_spare(take_spare(slot));
   layer_inputs_.set_last(input_ == nullptr);  // a step without input; only some scorers make one
+  layer_inputs_.set_fed(fed_);
   slot = layer.forward(layer_inputs_, layer_states_[layer.id()]);
   if (&layer != parameter_->forward_path().front().get() && is_among(layer_inputs_.streams(), slot)) {
     handed_on_.push_back(&slot);

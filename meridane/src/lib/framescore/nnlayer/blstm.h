@@ -7,6 +7,7 @@ namespace meridane {
 struct BLSTMLayerState : NNLayerState {
   explicit BLSTMLayerState(Eigen::Index cells) : forward(cells), backward(cells) {}
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<BLSTMLayerState>(*this); }
+  std::uint64_t bytes() const override { return forward.bytes() + backward.bytes(); }
 
   LSTMMemory forward, backward;
 };

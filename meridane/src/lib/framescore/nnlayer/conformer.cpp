@@ -48,17 +48,26 @@ struct ConformerLayer::State : NNLayerState {
     return copy;
   }
 
+  std::uint64_t bytes() const override {
+    std::uint64_t sum =
+        keys.bytes() + values.bytes() + table.bytes() + held_bytes(positions, projected_positions, projected);
+    for (const auto& state : states) sum += state == nullptr ? 0 : state->bytes();
+    for (const auto& result : results) sum += result == nullptr ? 0 : held_bytes(result->content());
+    return x == nullptr ? sum : sum + held_bytes(x->content());
+  }
+
   /// Of the cached frames, as mha1 projects them: what they were in their own call.
   FrameHistory keys, values;
   std::array<std::shared_ptr<NNLayerState>, kParts> states;
 
   // What can be made again: encodings of distances and their projections, and memory of the last call.
   PositionTable table;
-  Matrix positions, wanted_positions, projected_positions;
+  Matrix positions, projected_positions;
   Matrix projected;
   std::array<MinibatchPtr, kParts> results;
   MinibatchPtr x;
   LayerInputs inputs;
+  std::uint64_t fed = 0;
 };
 
 void ConformerLayer::parameters(ParameterVisitor& visitor) {
@@ -68,6 +77,7 @@ void ConformerLayer::parameters(ParameterVisitor& visitor) {
 
 void ConformerLayer::loaded() {
   if (cache_frame_ < 0) raise_incorrect("cache_frame");
+  last_layer_ = last_layer_ != 0 ? 1 : 0;  // whatever stands in a record, as in a document
 }
 
 void ConformerLayer::expect_simple(const std::string& type) const {
@@ -164,12 +174,14 @@ MinibatchPtr ConformerLayer::forward(const LayerInputs& inputs, const std::share
   if (own->x.use_count() != 1) own->x = std::make_shared<Minibatch>(Matrix());
   own->x->resize(d, T);
   own->x->content() = input.content().topRows(d);
+  own->fed = inputs.fed();
   add(norm1, fc2, kHalf, *own);
   add_attention(input, *own);
   add(norm3, conv3, 1, *own);
   add(norm5, fc4, kHalf, *own);
   own->inputs.clear();
   own->inputs.add(own->x);
+  own->inputs.set_fed(own->fed);
   own->inputs.set_spare(inputs.result(d, T));
   MinibatchPtr y = parts_[norm6]->forward(own->inputs, own->states[norm6]);
   own->inputs.clear();
@@ -181,6 +193,7 @@ const MinibatchPtr& ConformerLayer::run(Part part, const MinibatchPtr& x, State&
   MinibatchPtr& result = state.results[part];
   state.inputs.clear();
   state.inputs.add(x);
+  state.inputs.set_fed(state.fed);
   if (result.use_count() == 1) state.inputs.set_spare(std::move(result));
   result = parts_[part]->forward(state.inputs, state.states[part]);
   state.inputs.clear();
@@ -220,10 +233,19 @@ void ConformerLayer::add_attention(const Minibatch& input, State& state) const {
 void ConformerLayer::project_positions(const Minibatch& input, Eigen::Index queries, Eigen::Index keys,
                                        State& state) const {
   const Eigen::Index d = attention_->rows(), distances = keys + queries - 1;
-  Matrix& wanted = state.wanted_positions;
-  wanted.resize(d, distances);
-  const auto take = [&](auto encoding) {
-    for (Eigen::Index m = 0; m < distances; ++m) std::copy_n(encoding(m - (keys - 1)), d, wanted.col(m).data());
+  // From call to call they are mostly the same, and so are their projections.
+  const auto project = [&](auto encoding) {
+    Matrix& positions = state.positions;
+    bool are_known = positions.cols() == distances;
+    for (Eigen::Index m = 0; m < distances && are_known; ++m) {
+      are_known = std::memcmp(positions.col(m).data(), encoding(m - (keys - 1)),
+                              static_cast<std::size_t>(d) * sizeof(float)) == 0;
+    }
+    if (are_known) return;
+    positions.resize(d, distances);
+    for (Eigen::Index m = 0; m < distances; ++m) std::copy_n(encoding(m - (keys - 1)), d, positions.col(m).data());
+    state.projected_positions.resize(d, distances);
+    attention_->project_positions(positions.data(), d, distances, state.projected_positions.data());
   };
   if (PositionedFrames::is_packed(input, d)) {
     const PositionedFrames form(input);
@@ -233,17 +255,11 @@ void ConformerLayer::project_positions(const Minibatch& input, Eigen::Index quer
                                     static_cast<long long>(form.distances()));
     }
     const float* const from = input.content().data();
-    take([&](Eigen::Index n) { return from + (n < 0 ? form.behind(-n) : form.ahead(n)); });
+    project([&](Eigen::Index n) { return from + (n < 0 ? form.behind(-n) : form.ahead(n)); });
   } else {
     state.table.cover(d, keys, kTableStep);
-    take([&](Eigen::Index n) { return state.table.at(n); });
+    project([&](Eigen::Index n) { return state.table.at(n); });
   }
-  // From call to call they are mostly the same, and so are their projections.
-  const auto bytes = static_cast<std::size_t>(wanted.size()) * sizeof(float);
-  if (state.positions.size() == wanted.size() && std::memcmp(state.positions.data(), wanted.data(), bytes) == 0) return;
-  state.projected_positions.resize(d, distances);
-  attention_->project_positions(wanted.data(), d, distances, state.projected_positions.data());
-  state.positions.swap(wanted);
 }
 
 }  // namespace meridane

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "lib/framescore/nnlayer/held_bytes.h"
 #include "meridane/matrix.h"
 
 namespace meridane {
@@ -15,6 +16,7 @@ class FrameHistory {
 
   Eigen::Index rows() const { return rows_; }
   Eigen::Index frames() const { return frames_; }
+  std::uint64_t bytes() const { return held_bytes(memory_); }
   const float* data() const { return memory_.data() + first_; }  ///< the oldest frame; valid until the next change
 
   /// Appends a chunk. Gives where the window begins: `before` frames of zeros, the history, the chunk, `after` frames

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "lib/framescore/nnlayer/held_bytes.h"
 #include "meridane/error.h"
 
 namespace meridane {
@@ -9,6 +10,7 @@ namespace {
 
 struct JointHATLayerState : NNLayerState {
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<JointHATLayerState>(*this); }
+  std::uint64_t bytes() const override { return held_bytes(newest); }
 
   Matrix newest;  ///< lin_dec_weight g of the decoder's newest frame; no columns before the first
 };

@@ -10,6 +10,15 @@ std::shared_ptr<NNLayerState> KeepPaceState::clone() const {
   return copy;
 }
 
+std::uint64_t KeepPaceState::bytes() const {
+  std::uint64_t sum = 0;
+  for (const Stream& stream : streams_) sum += stream.waiting.bytes();
+  for (const MinibatchPtr& frames : assembled_) {
+    if (frames != nullptr) sum += held_bytes(frames->content());
+  }
+  return sum;
+}
+
 bool KeepPaceState::fits(const LayerInputs& inputs) const {
   if (streams_.empty()) return true;
   if (streams_.size() != inputs.size()) return false;

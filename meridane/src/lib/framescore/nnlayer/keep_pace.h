@@ -13,6 +13,7 @@ namespace meridane {
 class KeepPaceState : public NNLayerState {
  public:
   std::shared_ptr<NNLayerState> clone() const override;
+  std::uint64_t bytes() const override;
 
   /// Whether the inputs are as many as before and their frames have the shapes of those that wait.
   bool fits(const LayerInputs& inputs) const;

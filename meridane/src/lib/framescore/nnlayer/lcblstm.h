@@ -9,6 +9,7 @@ namespace meridane {
 struct LCBLSTMLayerState : BLSTMLayerState {
   using BLSTMLayerState::BLSTMLayerState;
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<LCBLSTMLayerState>(*this); }
+  std::uint64_t bytes() const override { return BLSTMLayerState::bytes() + held_bytes(buffer); }
 
   std::vector<float> buffer;  ///< frames not yet consumed, one after the other
 };

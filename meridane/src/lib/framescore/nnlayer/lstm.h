@@ -7,6 +7,7 @@ namespace meridane {
 struct LSTMLayerState : NNLayerState {
   explicit LSTMLayerState(Eigen::Index cells) : memory(cells) {}
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<LSTMLayerState>(*this); }
+  std::uint64_t bytes() const override { return memory.bytes(); }
 
   LSTMMemory memory;
 };

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "lib/framescore/nnlayer/held_bytes.h"
 #include "lib/framescore/nnlayer/parameter_layer.h"
 
 namespace meridane {
@@ -10,6 +11,7 @@ namespace meridane {
 struct LSTMMemory {
   explicit LSTMMemory(Eigen::Index cells) : h(Vector::Zero(cells)), c(Vector::Zero(cells)) {}
   void clear();
+  std::uint64_t bytes() const { return held_bytes(h, c); }
 
   Vector h, c;
 };

@@ -52,7 +52,8 @@ void MapConvolutionLayer::count_positions(Kernel& kernel) const {
   const Axes size = map().size;
   for (std::size_t a = 0; a < 3; ++a) {
     const std::int64_t padded = std::int64_t{size[a]} + 2 * std::int64_t{kernel.pad[a]};
-    if (padded >= kMostMapValues) raise_incorrect("pad");
+    // Windows in a wider pad would see nothing, and could be as many as a record likes.
+    if (kernel.pad[a] > kernel.size[a] || padded >= kMostMapValues) raise_incorrect("pad");
     if (kernel.size[a] > padded) {  // no window fits; the first leaves the map here
       Axes position = {-kernel.pad[0], -kernel.pad[1], -kernel.pad[2]};
       position[a] = size[a] + kernel.pad[a];

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lib/framescore/nnlayer/held_bytes.h"
 #include "meridane/matrix.h"
 
 namespace meridane {
@@ -12,6 +13,7 @@ class PositionTable {
   /// rounded up to a multiple of `step`, or for exactly so many if step is 0.
   void cover(Eigen::Index rows, Eigen::Index frames, Eigen::Index step);
 
+  std::uint64_t bytes() const { return held_bytes(ahead_, behind_); }
   const float* at(Eigen::Index distance) const {
     return distance < 0 ? behind_.col(-distance).data() : ahead_.col(distance).data();
   }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lib/kernels/element_wise.h"
+#include "lib/kernels/kernels.h"
 
 namespace meridane {
 namespace {
@@ -46,11 +47,29 @@ void score_in_double(const Query& q, const Bias& u, const Bias& v, const Frames&
   }
 }
 
+std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
+
+/// The values of a head in the order in which the product reads a matrix of which they are the columns.
+const float* in_panels(const float* v, Eigen::Index stride, Eigen::Index rows, Eigen::Index keys, Scratch& memory) {
+  const PanelShape shape{.rows = count(rows),
+                         .columns = count(keys),
+                         .lanes = best_kernels().lanes,
+                         .height = best_kernels().panel_height};
+  float* const panels = memory.sized(static_cast<Eigen::Index>(shape.readable_size()), 1).data();
+  for (std::size_t first = 0; first < shape.rows; first += shape.height) {
+    const std::size_t height = shape.height_at(first);
+    float* to = panels + first * shape.columns;
+    for (Eigen::Index j = 0; j < keys; ++j) to = std::copy_n(v + j * stride + first, height, to);
+  }
+  return panels;
+}
+
 }  // namespace
 
 void RelAttention::run(float* context) const {
-  // Queries with a bias, and their products with all keys and with all distances.
-  thread_local Scratch of_q, of_scores, of_positional;
+  // Queries with a bias, their products with all distances and all keys, and values.
+  thread_local Scratch of_q, of_scores, of_positional, of_values;
+  const Kernels& kernels = best_kernels();
   const Eigen::Index d = heads * head_rows;
   const float scale = static_cast<float>(std::sqrt(static_cast<double>(head_rows)));
   for (Eigen::Index first = 0; first < queries; first += kBlock) {
@@ -62,22 +81,49 @@ void RelAttention::run(float* context) const {
     Eigen::Map<Matrix> scores = of_scores.sized(keys, block), positional = of_positional.sized(distances, block);
     for (Eigen::Index row = 0; row < d; row += head_rows) {
       const Frames head_q(q + first * d + row, head_rows, block, Columns(d));
-      const Frames head_k(k + row, head_rows, keys, Columns(d));
       const Eigen::Map<const Vector> head_u(bias_u + row, head_rows), head_v(bias_v + row, head_rows);
-      biased = head_q.colwise() + head_u;
-      scores.noalias() = head_k.transpose() * biased;
+      // The head's rows of frames are columns of a matrix whose rows are the frames.
+      Product<float> product{.w = p + begin * d,
+                             .rows = count(distances),
+                             .columns = count(d),
+                             .begin = count(row),
+                             .end = count(row + head_rows),
+                             .x = biased.data(),
+                             .x_stride = count(head_rows),
+                             .frames = count(block),
+                             .start = nullptr,
+                             .start_stride = 0,
+                             .y = positional.data(),
+                             .y_stride = count(distances)};
       biased = head_q.colwise() + head_v;
-      positional.noalias() = Frames(p + begin * d + row, head_rows, distances, Columns(d)).transpose() * biased;
+      kernels.multiply_rows(product);
+      product.w = k;
+      product.rows = count(keys);
+      product.start = positional.data() + block - 1;
+      product.start_stride = count(distances - 1);
+      product.y = scores.data();
+      product.y_stride = count(keys);
+      biased = head_q.colwise() + head_u;
+      kernels.multiply_rows(product);
       for (Eigen::Index i = 0; i < block; ++i) {
-        scores.col(i) += positional.col(i).segment(block - 1 - i, keys);
         if (!std::isfinite(scores.col(i).sum())) {
-          score_in_double(head_q.col(i), head_u, head_v, head_k,
+          score_in_double(head_q.col(i), head_u, head_v, Frames(k + row, head_rows, keys, Columns(d)),
                           Frames(p + (begin + block - 1 - i) * d + row, head_rows, keys, Columns(d)), scores.col(i));
         }
-        softmax(scores.col(i).data(), static_cast<std::size_t>(keys), scale, scores.col(i).data());
+        softmax(scores.col(i).data(), count(keys), scale, scores.col(i).data());
       }
-      Eigen::Map<Matrix, 0, Columns>(context + first * d + row, head_rows, block, Columns(d)).noalias() =
-          Frames(v + row, head_rows, keys, Columns(d)) * scores;
+      kernels.multiply({.w = in_panels(v + row, d, head_rows, keys, of_values),
+                        .rows = count(head_rows),
+                        .columns = count(keys),
+                        .begin = 0,
+                        .end = count(keys),
+                        .x = scores.data(),
+                        .x_stride = count(keys),
+                        .frames = count(block),
+                        .start = nullptr,
+                        .start_stride = 0,
+                        .y = context + first * d + row,
+                        .y_stride = count(d)});
     }
   }
 }

@@ -17,6 +17,7 @@ struct RelPositionalEncodingLayerState : NNLayerState {
   std::shared_ptr<NNLayerState> clone() const override {
     return std::make_shared<RelPositionalEncodingLayerState>(*this);
   }
+  std::uint64_t bytes() const override { return table.bytes(); }
 
   bool started = false;
   PositionTable table;

@@ -10,6 +10,7 @@ namespace {
 struct SimpleAttentionLayerState : NNLayerState {
   explicit SimpleAttentionLayerState(Eigen::Index rows) : mean(rows) {}
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<SimpleAttentionLayerState>(*this); }
+  std::uint64_t bytes() const override { return mean.bytes(); }
 
   WeightedMean mean;
 };

@@ -17,7 +17,7 @@ MinibatchPtr SliceLayer::forward(const LayerInputs& inputs) const {
   const std::uint64_t rows = x.slice_rows(axis_, start_, end_, step_);
   if (!has_rows) raise_dimension_mismatch();
   MinibatchPtr y = inputs.result(static_cast<Eigen::Index>(rows), frames);
-  y->content() = x.content().middleRows(static_cast<Eigen::Index>(start_), y->content().rows());
+  if (frames > 0) y->content() = x.content().middleRows(static_cast<Eigen::Index>(start_), y->content().rows());
   return y;
 }
 

@@ -12,6 +12,11 @@ namespace {
 // which is more than 8000 frames of 512 values.
 constexpr Eigen::Index kMostFloats = Eigen::Index{1} << 22;
 
+// A step that gives more frames than it's given gives at most so many for each frame of the stream: samples of 48 kHz
+// for frames of 20 ms are 960. As if there had been some frames before the stream, for padding.
+constexpr std::uint64_t kMostFramesOfOne = 1024;
+constexpr std::uint64_t kFramesBefore = 8;
+
 }  // namespace
 
 void TapLayer::parameters(ParameterVisitor& visitor) {
@@ -43,6 +48,13 @@ void TapLayer::loaded() {
 
 const float* TapLayer::grouped_taps(std::uint64_t t) const {
   return weight_.column(static_cast<Eigen::Index>(t % static_cast<std::uint64_t>(weight_.cols())));
+}
+
+void TapLayer::expect_frames(const LayerInputs& inputs, Eigen::Index frames) const {
+  const std::uint64_t most = kMostFramesOfOne * (inputs.fed() + kFramesBefore);
+  if (frames <= inputs[0]->content().cols() || static_cast<std::uint64_t>(frames) <= most) return;
+  raise("Layer %s makes too many frames: %lld, where %llu have gone into the network", id().c_str(),
+        static_cast<long long>(frames), static_cast<unsigned long long>(inputs.fed()));
 }
 
 void TapLayer::raise_rows(const Minibatch& input) const {

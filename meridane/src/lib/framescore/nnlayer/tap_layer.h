@@ -36,6 +36,9 @@ class TapLayer : public ParameterLayer {
   /// Of a grouped layer, for frame t of the stream: a column that holds tap after tap.
   const float* grouped_taps(std::uint64_t t) const;
   void raise_rows(const Minibatch& input) const;
+  /// Throws if a step is to give more frames than any stream needs: layers behind this one work on all of them, so that
+  /// a few numbers would make the network as slow as they like.
+  void expect_frames(const LayerInputs& inputs, Eigen::Index frames) const;
 
   bool groups_ = false;
   bool causal_ = false;

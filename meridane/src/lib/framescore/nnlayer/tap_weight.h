@@ -11,7 +11,9 @@ class TapWeight : public Weight {
  public:
   /// A matrix for each tap.
   void pack_each(Eigen::Index taps);
-  /// The transposed matrix for each tap.
+  /// Of taps with one column: one matrix, whose columns are the taps.
+  void pack_side_by_side(Eigen::Index taps);
+  /// One matrix of the transposed taps, one under the other.
   void pack_transposed(Eigen::Index taps);
   /// Column after column.
   void transpose();
@@ -22,10 +24,9 @@ class TapWeight : public Weight {
   const float* column(Eigen::Index k) const { return columns_.get() + k * rows(); }
 
  private:
-  template <class Pack>
-  void pack_with(Eigen::Index taps, Pack pack);
+  enum class Form { each, side_by_side, transposed };
 
-  bool transposed_ = false;
+  Form form_ = Form::each;
   Eigen::Index tap_rows_ = 0;
   std::vector<PackedWeight> packed_;
   std::shared_ptr<float> columns_;

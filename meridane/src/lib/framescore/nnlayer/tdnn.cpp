@@ -9,6 +9,7 @@ namespace meridane {
 struct TDNNLayerState : NNLayerState {
   explicit TDNNLayerState(Eigen::Index rows) : kept(rows) {}
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<TDNNLayerState>(*this); }
+  std::uint64_t bytes() const override { return kept.bytes(); }
 
   FrameHistory kept;
   std::uint64_t outputs = 0;  ///< of the stream until now
@@ -19,6 +20,15 @@ namespace {
 std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
 
 }  // namespace
+
+/// Taps on neighbouring samples are one product: each alone has but one term.
+void TDNNLayer::pack_taps() {
+  if (weight_.cols() == 1 && dilation_ == 1) {
+    weight_.pack_side_by_side(kernel_);
+  } else {
+    weight_.pack_each(kernel_);
+  }
+}
 
 std::shared_ptr<NNLayerState> TDNNLayer::create_state() const { return std::make_shared<TDNNLayerState>(input_rows()); }
 
@@ -39,6 +49,7 @@ MinibatchPtr TDNNLayer::forward(const LayerInputs& inputs, const std::shared_ptr
   // Below 0 for a causal chunk that is shorter than the stride.
   const Eigen::Index last_start = before + C + T + after - K;
   const Eigen::Index frames = last_start < 0 ? 0 : last_start / stride_ + 1;
+  expect_frames(inputs, frames);
   MinibatchPtr y = inputs.result(output_rows(), frames);
   float* const to = y->content().data();
   if (groups_ && T >= K) {

@@ -28,7 +28,7 @@ class TDNNLayer : public TapLayer {
   std::string tag() const override { return "TDNN"; }
   Eigen::Index input_rows() const override { return groups_ ? tap_rows() : weight_.cols(); }
   Eigen::Index output_rows() const override { return tap_rows(); }
-  void pack_taps() override { weight_.pack_each(kernel_); }
+  void pack_taps() override;
 
  private:
   /// y of a grouped layer for a chunk that is as wide as the kernel at least: windows that lie in the chunk are read

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "lib/framescore/nnlayer/held_bytes.h"
 #include "meridane/error.h"
 
 namespace meridane {
@@ -10,6 +11,7 @@ namespace {
 struct TransposeTDNNLayerState : NNLayerState {
   explicit TransposeTDNNLayerState(Eigen::Index y_rows) : rows(y_rows) {}
   std::shared_ptr<NNLayerState> clone() const override { return std::make_shared<TransposeTDNNLayerState>(*this); }
+  std::uint64_t bytes() const override { return held_bytes(sums, products); }
 
   Eigen::Index rows;            ///< of y
   std::vector<float> sums;      ///< frames of y that aren't given yet; behind them, between calls, nothing counts
@@ -37,6 +39,7 @@ MinibatchPtr TransposeTDNNLayer::forward(const LayerInputs& inputs, const std::s
   if (!is_own || stream->sums.size() < static_cast<std::size_t>(kept * rows)) {
     raise("No state for layer %s", id().c_str());
   }
+  expect_frames(inputs, done);
   std::vector<float>& sums = stream->sums;
   sums.resize(static_cast<std::size_t>(std::max((kept + done) * rows, static_cast<Eigen::Index>(sums.size()))));
   std::fill_n(sums.begin() + kept * rows, done * rows, 0.0f);
@@ -70,12 +73,8 @@ void TransposeTDNNLayer::add_taps(const Matrix& x, std::uint64_t first, std::vec
   if (products.size() < static_cast<std::size_t>(all * x.cols())) {
     products.resize(static_cast<std::size_t>(all * x.cols()));
   }
-  float* of_tap = products.data();
-  for (const PackedWeight& tap : weight_.packed()) {
-    tap.multiply(x.data(), static_cast<std::size_t>(x.rows()), static_cast<std::size_t>(x.cols()), nullptr, of_tap,
-                 static_cast<std::size_t>(all));
-    of_tap += rows;
-  }
+  weight_.packed().front().multiply(x.data(), static_cast<std::size_t>(x.rows()), static_cast<std::size_t>(x.cols()),
+                                    nullptr, products.data(), static_cast<std::size_t>(all));
   for (Eigen::Index f = 0; f < x.cols(); ++f) {
     float* const start = sums + f * stride_ * rows;
     const float* const terms = products.data() + f * all;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "lib/framescore/nnlayer/held_bytes.h"
 #include "meridane/matrix.h"
 
 namespace meridane {
@@ -14,6 +15,7 @@ class WeightedMean {
   explicit WeightedMean(Eigen::Index rows) : weighted_(Eigen::VectorXd::Zero(rows)) {}
 
   Eigen::Index rows() const { return weighted_.size(); }
+  std::uint64_t bytes() const { return held_bytes(weighted_); }
   bool is_empty() const { return sum_ == 0; }
 
   void clear(Eigen::Index rows) {
