@@ -224,20 +224,25 @@ class Network:
         for source, target in zip(ids, ids[1:]):
             self.link(source, target)
 
-    def write_binary(self, path):
+    def binary(self):
         parts = [b"MerNNpar", struct.pack("<4Q", self.ninput, self.noutput, len(self.layers), len(self.links))]
         parts += [_layer(*layer) for layer in self.layers]
         for source, target in self.links:
             parts += [_string(source), _string(target)]
-        with open(path, "wb") as file:
-            file.write(b"".join(parts))
+        return b"".join(parts)
 
-    def write_xml(self, path):
-        lines = ['<?xml version="1.0"?>',
-                 f'<NN magic="MerNNpar" ninput="{self.ninput}" noutput="{self.noutput}">', "<layers>"]
+    def element(self):
+        lines = [f'<NN magic="MerNNpar" ninput="{self.ninput}" noutput="{self.noutput}">', "<layers>"]
         lines += [_layer_element(*layer) for layer in self.layers]
         lines += ["</layers>", "<links>"]
         lines += [f"<link from_id={quoteattr(source)} to_id={quoteattr(target)}/>" for source, target in self.links]
-        lines += ["</links>", "</NN>", ""]
+        lines += ["</links>", "</NN>"]
+        return "\n".join(lines)
+
+    def write_binary(self, path):
+        with open(path, "wb") as file:
+            file.write(self.binary())
+
+    def write_xml(self, path):
         with open(path, "w", encoding="utf-8") as file:
-            file.write("\n".join(lines))
+            file.write('<?xml version="1.0"?>\n' + self.element() + "\n")

@@ -170,5 +170,39 @@ TEST(WriteWav, WritesNothingThatDependsOnTheTime) {
   EXPECT_EQ(bytes_of_file(path).find("PEAK"), std::string::npos);  // it begins with the time of writing
 }
 
+TEST(WavStreams, HoldInPiecesWhatAWholeFileHolds) {
+  const TemporaryFolder folder;
+  FloatAudio audio{44100, 2, {}};
+  for (int i = 0; i < 2000; ++i) audio.samples.push_back(static_cast<float>(i - 1000) / 1024);
+  {
+    OutputFile whole(folder / "whole.wav");
+    write_wav(whole, audio);
+    whole.commit();
+  }
+  OutputFile file(folder / "pieces.wav");
+  WavOutput output(file, 44100, 2, audio.frames());
+  for (std::size_t at = 0; at < 2000; at += 400) output.write(std::span(audio.samples).subspan(at, 400));
+  output.close();
+  file.commit();
+  EXPECT_EQ(bytes_of_file(folder / "pieces.wav"), bytes_of_file(folder / "whole.wav"));
+
+  WavInput input(folder / "pieces.wav", WavRates::of_devices);
+  EXPECT_EQ(input.header().frames, 1000u);
+  std::vector<float> samples(2 * 300);
+  std::vector<float> read;
+  for (const std::size_t frames : {300u, 300u, 300u, 100u, 0u}) {
+    EXPECT_EQ(input.read(samples), frames);
+    read.insert(read.end(), samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(2 * frames));
+  }
+  EXPECT_EQ(read, audio.samples);
+}
+
+TEST(WavStreams, RefuseMoreThanAFileHolds) {
+  const TemporaryFolder folder;
+  OutputFile file(folder / "out.wav");
+  EXPECT_EQ(complaint_of([&] { WavOutput(file, 48000, 1, std::uint64_t{1} << 30); }),
+            "the result does not fit into a WAV file of 4 GiB; process a shorter one");
+}
+
 }  // namespace
 }  // namespace sonivo::tool

@@ -11,19 +11,20 @@
 namespace sonivo::tool {
 namespace {
 
-WavHeader parse(const std::string& bytes, std::uint64_t file_bytes) {
-  return read_wav_header("in.wav", file_bytes, [&bytes](std::uint64_t offset, std::span<std::byte> target) {
+WavHeader parse(const std::string& bytes, std::uint64_t file_bytes, WavRates rates = WavRates::of_devices) {
+  const ReadAt read_at = [&bytes](std::uint64_t offset, std::span<std::byte> target) {
     const std::size_t count = std::min<std::size_t>(target.size(), bytes.size() - std::min(bytes.size(), offset));
     std::memcpy(target.data(), bytes.data() + offset, count);
     return count;
-  });
+  };
+  return read_wav_header("in.wav", file_bytes, read_at, rates);
 }
 
 WavHeader parse(const std::string& bytes) { return parse(bytes, bytes.size()); }
 
-std::string complaint_about(const std::string& bytes, std::uint64_t file_bytes) {
+std::string complaint_about(const std::string& bytes, std::uint64_t file_bytes, WavRates rates = WavRates::of_devices) {
   try {
-    parse(bytes, file_bytes);
+    parse(bytes, file_bytes, rates);
   } catch (const Failure& failure) {
     return failure.what();
   }
@@ -44,6 +45,21 @@ TEST(WavHeader, TellsWhatAPlainFileHolds) {
   EXPECT_EQ(header.rate_hz, 44100u);
   EXPECT_EQ(header.bits, 24);
   EXPECT_EQ(header.frames, 5u);
+}
+
+TEST(WavHeader, TakesAnySaneRateWhereAskedTo) {
+  WavBytes wav;
+  wav.audio = "xx";
+  for (const std::uint32_t rate : {1000u, 16000u, 44100u, 384000u}) {
+    wav.rate_hz = rate;
+    EXPECT_EQ(parse(wav.text(), wav.text().size(), WavRates::any).rate_hz, rate);
+  }
+  for (const std::uint32_t rate : {0u, 999u, 384001u}) {
+    wav.rate_hz = rate;
+    EXPECT_EQ(
+        complaint_about(wav.text(), wav.text().size(), WavRates::any),
+        "'in.wav' has a sampling rate of " + std::to_string(rate) + " Hz; convert it to one from 1000 to 384000 Hz");
+  }
 }
 
 TEST(WavHeader, TellsFloatSamples) {
@@ -225,6 +241,15 @@ TEST(WavHeader, RefusesOtherSamplingRates) {
   WavBytes wav;
   wav.rate_hz = 22050;
   EXPECT_EQ(complaint_about(wav.text()), "'in.wav' has a sampling rate of 22050 Hz; convert it to 48000 or 44100 Hz");
+}
+
+TEST(WavHeader, TakesTheRateOfModelsWhereItIsAskedTo) {
+  WavBytes wav;
+  wav.rate_hz = 16000;
+  wav.audio = "abcd";
+  const std::string text = wav.text();
+  EXPECT_EQ(parse(text, text.size(), WavRates::of_devices_and_models).rate_hz, 16000u);
+  EXPECT_EQ(complaint_about(text), "'in.wav' has a sampling rate of 16000 Hz; convert it to 48000 or 44100 Hz");
 }
 
 TEST(WavHeader, RefusesOtherSampleWidths) {

@@ -9,7 +9,10 @@
 #include <vector>
 
 #include "apps/tool/classic_command.h"
+#include "apps/tool/enhance_command.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/features_command.h"
+#include "apps/tool/model_command.h"
 #include "apps/tool/nn_command.h"
 #include "apps/tool/params_command.h"
 #include "apps/tool/printable.h"
@@ -33,23 +36,32 @@ int report(std::ostream& errors, std::string_view text, int exit_code) {
 void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostream& output, std::ostream& errors) {
   RelayOptions relay;
   ClassicOptions classic;
+  EnhanceOptions enhance;
   QualityOptions quality;
   const CLI::App* const relay_command = add_relay_command(app, relay);
   const CLI::App* const classic_command = add_classic_command(app, classic);
+  const CLI::App* const enhance_command = add_enhance_command(app, enhance);
   const CLI::App* const quality_command = add_quality_command(app, quality);
   ParamsOptions params;
   add_params_commands(*app.add_subcommand("params", "Makes parameter blobs of the classic chains and lists them."),
                       params);
   NNOptions nn;
   add_nn_commands(*app.add_subcommand("nn", "Runs, lists and converts network files."), nn);
+  FeaturesOptions features;
+  const CLI::App* const features_command = add_features_command(app, features);
+  ModelOptions model;
+  add_model_commands(*app.add_subcommand("model", "Makes, lists and takes apart model files."), model);
 
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
   app.parse(std::move(arguments));
   if (relay_command->parsed()) run_relay_command(relay, output, errors);
   if (classic_command->parsed()) run_classic_command(classic, errors);
+  if (enhance_command->parsed()) run_enhance_command(enhance, output, errors);
   if (quality_command->parsed()) run_quality_command(quality, output);
   run_params_command(params, output);
   run_nn_command(nn, output, errors);
+  if (features_command->parsed()) run_features_command(features, errors);
+  run_model_command(model, output);
 }
 
 }  // namespace

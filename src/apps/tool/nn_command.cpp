@@ -2,16 +2,15 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <iomanip>
 #include <ostream>
 #include <vector>
 
 #include "apps/tool/failure.h"
 #include "apps/tool/file_name.h"
 #include "apps/tool/matrix_file.h"
+#include "apps/tool/network_listing.h"
 #include "apps/tool/numbers.h"
 #include "apps/tool/output_file.h"
-#include "apps/tool/printable.h"
 #include "apps/tool/progress.h"
 #include "apps/tool/wav_file.h"
 #include "meridane/error.h"
@@ -126,28 +125,9 @@ std::string scorer_memory(const NNParameter& network, std::uint64_t frames) {
 void info(const NNOptions& options, std::ostream& output) {
   check_file_name("NET", options.network, "standard input");
   const NetworkFile net = read_network(options.network);
-  const NNParameter& network = *net.network;
-  meridane::LayerSize total;
-  output << "form            " << (net.form == NetworkForm::xml ? "xml" : "binary") << '\n'
-         << "input           " << network.ninput() << '\n'
-         << "output          " << network.noutput() << '\n';
-  output << "layers          " << network.layers().size() << "  (id, type, parameters, multiply-adds per frame)\n";
-  for (const auto& layer : network.layers()) {
-    const meridane::LayerSize size = layer->size();
-    total.parameters += size.parameters;
-    total.multiply_adds += size.multiply_adds;
-    output << "  " << std::left << std::setw(20) << printable(layer->id()) << ' ' << std::setw(24)
-           << printable(layer->type()) << ' ' << std::right << std::setw(10) << size.parameters << ' ' << std::setw(10)
-           << size.multiply_adds << '\n';
-  }
-  output << "links           " << network.links().size() << '\n';
-  for (const auto& [from, to] : network.links()) output << "  " << printable(from) << " -> " << printable(to) << '\n';
-  output << "evaluated       ";
-  for (const auto& layer : network.forward_path()) output << ' ' << printable(layer->id());
-  output << '\n'
-         << "parameters      " << total.parameters << '\n'
-         << "multiply-adds   " << total.multiply_adds << " per frame\n"
-         << "memory          " << scorer_memory(network, options.chunk.value_or(kInfoFrames)) << '\n';
+  output << "form            " << (net.form == NetworkForm::xml ? "xml" : "binary") << '\n';
+  list_network(*net.network, output);
+  output << "memory          " << scorer_memory(*net.network, options.chunk.value_or(kInfoFrames)) << '\n';
 }
 
 void convert(const NNOptions& options) {

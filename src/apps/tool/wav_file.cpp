@@ -14,7 +14,6 @@
 #include <utility>
 
 #include "apps/tool/failure.h"
-#include "apps/tool/wav_header.h"
 
 namespace sonivo::tool {
 
@@ -81,10 +80,10 @@ std::size_t append_chunk(SNDFILE* sound, WavCoding coding, PcmAudio& audio) {
 
 /// An open WAV file with a head that both readers understand alike.
 struct WavReader {
-  WavReader(const std::string& path, const InputFile& file)
-      : header(read_wav_header(path, file.size(), [&file](std::uint64_t offset, std::span<std::byte> bytes) {
-          return file.read_at(offset, bytes);
-        })) {
+  WavReader(const std::string& path, const InputFile& file, WavRates rates)
+      : header(read_wav_header(
+            path, file.size(),
+            [&file](std::uint64_t offset, std::span<std::byte> bytes) { return file.read_at(offset, bytes); }, rates)) {
     SF_INFO info{};
     sound.reset(sf_open_fd(file.descriptor(), SFM_READ, &info, SF_FALSE));
     const bool agrees = sound && info.channels == header.channels && std::cmp_equal(info.samplerate, header.rate_hz) &&
@@ -104,8 +103,8 @@ Failure incomplete(const std::string& path) {
   throw Failure("cannot write '" + file.name() + "': " + reason + "; make room or choose another folder");
 }
 
-void write_sound(OutputFile& file, std::uint32_t rate_hz, int channels, int coding, std::span<const std::byte> bytes) {
-  if (bytes.size() > kMaxWavBytes) {
+Sound open_to_write(const OutputFile& file, std::uint32_t rate_hz, int channels, int coding, std::uint64_t bytes) {
+  if (bytes > kMaxWavBytes) {
     throw Failure("the result does not fit into a WAV file of 4 GiB; process a shorter one");
   }
   SF_INFO info{};
@@ -117,19 +116,33 @@ void write_sound(OutputFile& file, std::uint32_t rate_hz, int channels, int codi
   if (!sound) fail_to_write(file, sf_strerror(nullptr));
   // It holds the time of writing, and peaks that raw writing leaves unmeasured.
   sf_command(sound.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+  return sound;
+}
 
+void write_raw(const OutputFile& file, SNDFILE* sound, std::span<const std::byte> bytes) {
   const auto size = static_cast<sf_count_t>(bytes.size());
-  const bool written = sf_write_raw(sound.get(), bytes.data(), size) == size;
-  const int reason = errno;
-  const bool closed = sf_close(sound.release()) == 0;
-  if (!written || !closed) fail_to_write(file, reason != 0 ? std::strerror(reason) : "the disk took only a part of it");
+  errno = 0;
+  if (sf_write_raw(sound, bytes.data(), size) == size) return;
+  fail_to_write(file, errno != 0 ? std::strerror(errno) : "the disk took only a part of it");
+}
+
+void close(const OutputFile& file, Sound sound) {
+  errno = 0;
+  if (sf_close(sound.release()) == 0) return;
+  fail_to_write(file, errno != 0 ? std::strerror(errno) : "the disk took only a part of it");
+}
+
+void write_sound(OutputFile& file, std::uint32_t rate_hz, int channels, int coding, std::span<const std::byte> bytes) {
+  Sound sound = open_to_write(file, rate_hz, channels, coding, bytes.size());
+  write_raw(file, sound.get(), bytes);
+  close(file, std::move(sound));
 }
 
 }  // namespace
 
-PcmAudio read_wav(const std::string& path, std::optional<std::uint16_t> bits) {
+PcmAudio read_wav(const std::string& path, std::optional<std::uint16_t> bits, WavRates rates) {
   const InputFile file(path);
-  const WavReader reader(path, file);
+  const WavReader reader(path, file, rates);
   PcmAudio audio;
   audio.rate_hz = reader.header.rate_hz;
   audio.channels = reader.header.channels;
@@ -143,7 +156,7 @@ PcmAudio read_wav(const std::string& path, std::optional<std::uint16_t> bits) {
 
 FloatAudio read_wav_float(const std::string& path) {
   const InputFile file(path);
-  const WavReader reader(path, file);
+  const WavReader reader(path, file, WavRates::of_devices);
   FloatAudio audio{reader.header.rate_hz, reader.header.channels, {}};
   audio.samples.resize(reader.header.frames * audio.channels);
   const auto frames = static_cast<sf_count_t>(reader.header.frames);
@@ -159,5 +172,44 @@ void write_wav(OutputFile& file, const PcmAudio& audio) {
 void write_wav(OutputFile& file, const FloatAudio& audio) {
   write_sound(file, audio.rate_hz, audio.channels, SF_FORMAT_FLOAT, std::as_bytes(std::span(audio.samples)));
 }
+
+struct WavInput::Open {
+  Open(const std::string& name, WavRates rates) : path(name), file(path), reader(path, file, rates) {}
+
+  std::string path;
+  InputFile file;
+  WavReader reader;
+  std::uint64_t frames_read = 0;
+};
+
+WavInput::WavInput(const std::string& path, WavRates rates) : open_(std::make_unique<Open>(path, rates)) {}
+WavInput::~WavInput() = default;
+
+const WavHeader& WavInput::header() const { return open_->reader.header; }
+
+std::size_t WavInput::read(std::span<float> interleaved) {
+  const std::uint64_t room = interleaved.size() / header().channels;
+  const std::uint64_t wanted = std::min(room, header().frames - open_->frames_read);
+  const auto frames = static_cast<sf_count_t>(wanted);
+  if (sf_readf_float(open_->reader.sound.get(), interleaved.data(), frames) != frames) throw incomplete(open_->path);
+  open_->frames_read += wanted;
+  return static_cast<std::size_t>(wanted);
+}
+
+struct WavOutput::Open {
+  OutputFile& file;
+  Sound sound;
+};
+
+WavOutput::WavOutput(OutputFile& file, std::uint32_t rate_hz, std::uint16_t channels, std::uint64_t frames)
+    : open_(
+          new Open{file, open_to_write(file, rate_hz, channels, SF_FORMAT_FLOAT, frames * channels * sizeof(float))}) {}
+WavOutput::~WavOutput() = default;
+
+void WavOutput::write(std::span<const float> interleaved) {
+  write_raw(open_->file, open_->sound.get(), std::as_bytes(interleaved));
+}
+
+void WavOutput::close() { tool::close(open_->file, std::move(open_->sound)); }
 
 }  // namespace sonivo::tool

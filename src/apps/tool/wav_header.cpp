@@ -51,11 +51,28 @@ bool is_chunk_name(std::span<const std::byte> bytes) {
 
 std::uint32_t bytes_per_frame(const WavHeader& header) { return header.channels * (header.bits / 8u); }
 
+bool takes(WavRates rates, std::uint32_t rate_hz) {
+  if (rates == WavRates::any) return rate_hz >= 1000 && rate_hz <= 384000;
+  return rate_hz == 48000 || rate_hz == 44100 || (rates == WavRates::of_devices_and_models && rate_hz == 16000);
+}
+
+const char* wanted(WavRates rates) {
+  switch (rates) {
+    case WavRates::of_devices:
+      return "48000 or 44100 Hz";
+    case WavRates::of_devices_and_models:
+      return "48000, 44100 or 16000 Hz";
+    case WavRates::any:
+      break;
+  }
+  return "one from 1000 to 384000 Hz";
+}
+
 /// One file being parsed: its name for messages, and reads that know the end of the file.
 class Parser {
  public:
-  Parser(const std::string& name, std::uint64_t file_bytes, const ReadAt& read_at)
-      : name_(name), file_bytes_(file_bytes), read_at_(read_at) {}
+  Parser(const std::string& name, std::uint64_t file_bytes, const ReadAt& read_at, WavRates rates)
+      : name_(name), file_bytes_(file_bytes), read_at_(read_at), rates_(rates) {}
 
   WavHeader run() const {
     check_riff();
@@ -129,8 +146,8 @@ class Parser {
     if (header.channels < 1 || header.channels > 4) {
       fail("has " + std::to_string(header.channels) + " channels; give one with 1 to 4");
     }
-    if (header.rate_hz != 48000 && header.rate_hz != 44100) {
-      fail("has a sampling rate of " + std::to_string(header.rate_hz) + " Hz; convert it to 48000 or 44100 Hz");
+    if (!takes(rates_, header.rate_hz)) {
+      fail("has a sampling rate of " + std::to_string(header.rate_hz) + " Hz; convert it to " + wanted(rates_));
     }
     const bool is_float = header.coding == WavCoding::ieee_float;
     const bool supported = header.bits == 32 || (!is_float && (header.bits == 16 || header.bits == 24));
@@ -184,12 +201,13 @@ class Parser {
   const std::string& name_;
   std::uint64_t file_bytes_;
   const ReadAt& read_at_;
+  WavRates rates_;
 };
 
 }  // namespace
 
-WavHeader read_wav_header(const std::string& name, std::uint64_t file_bytes, const ReadAt& read_at) {
-  return Parser(name, file_bytes, read_at).run();
+WavHeader read_wav_header(const std::string& name, std::uint64_t file_bytes, const ReadAt& read_at, WavRates rates) {
+  return Parser(name, file_bytes, read_at, rates).run();
 }
 
 }  // namespace sonivo::tool

@@ -33,6 +33,10 @@ class NNParameter : public FrameScoreParameter,
   /// NaN, a document keeps the sign.
   void dump(std::ostream& stream, const std::string& mime) const override;
 
+  /// The same network with another bias, or scale, in the layer of that id: NNLayer::set_bias() on a copy of it. All
+  /// other layers are those of this one.
+  std::shared_ptr<NNParameter> with_bias(const std::string& id, const Vector& bias) const;
+
   std::uint64_t ninput() const { return ninput_; }
   std::uint64_t noutput() const { return noutput_; }
   const std::vector<std::shared_ptr<NNLayer>>& layers() const { return layers_; }  ///< in the order of the file

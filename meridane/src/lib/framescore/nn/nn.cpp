@@ -1,5 +1,7 @@
 #include "meridane/framescore/nn.h"
 
+#include <sstream>
+
 #include "lib/framescore/parameter_file.h"
 #include "meridane/framescore/multigmm.h"
 #include "meridane/framescore/nnlayer/builders.h"
@@ -53,6 +55,28 @@ std::shared_ptr<FrameScorer> NNParameter::create_scorer() const {
   if (holds_back) return std::make_shared<NNScorerForLCBLSTM>(*this);
   if (changes_length) return std::make_shared<NNScorerVariableLength>(*this);
   return std::make_shared<NNScorer>(*this);
+}
+
+std::shared_ptr<NNParameter> NNParameter::with_bias(const std::string& id, const Vector& bias) const {
+  auto changed = std::make_shared<NNParameter>(mode_);
+  changed->set_sizes(ninput_, noutput_);
+  bool found = false;
+  for (const auto& layer : layers_) {
+    if (layer->id() != id) {
+      changed->add_layer(layer);
+      continue;
+    }
+    std::stringstream record;
+    layer->dump_binary(record);
+    auto copy = build_layer(layer->type(), id, nullptr, record);
+    copy->set_bias(bias);
+    changed->add_layer(std::move(copy));
+    found = true;
+  }
+  if (!found) raise("couldn't find \"%s\" layer", id.c_str());
+  for (const auto& [from, to] : links_) changed->add_link(from, to);
+  changed->fix();
+  return changed;
 }
 
 void NNParameter::set_sizes(std::uint64_t ninput, std::uint64_t noutput) {

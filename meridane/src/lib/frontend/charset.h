@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace meridane {
+
+/// Shift-JIS, with the extensions of code page 932, to UTF-8. Throws "\"TEXT\" is not Shift-JIS".
+std::string utf8_of_sjis(const std::string& text);
+
+}  // namespace meridane
