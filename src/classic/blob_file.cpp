@@ -5,18 +5,11 @@
 #include <memory>
 #include <type_traits>
 
+#include "classic/file.h"
+
 namespace sonivo::classic {
 
 static_assert(std::endian::native == std::endian::little, "blob files are images of memory");
-
-namespace {
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-}  // namespace
 
 template <typename Blob>
 BlobFileResult load_blob(const std::string& path, Blob& blob) {

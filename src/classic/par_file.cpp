@@ -7,16 +7,13 @@
 #include <memory>
 #include <utility>
 
+#include "classic/file.h"
+
 namespace sonivo::classic {
 
 namespace {
 
 constexpr std::size_t kLineBuffer = 256;
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 /// A folder can be opened, but holds no text; a pipe would be waited for.
 File open(const std::string& path, const char* mode) {

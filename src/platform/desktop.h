@@ -15,7 +15,7 @@ class Desktop : public MessageQueue {
   virtual Windows& windows() = 0;
   virtual Foreground& foreground() = 0;
   virtual Painting& painting() = 0;
-  virtual Input& input() = 0;
+  virtual InputDevices& input() = 0;
 };
 
 }  // namespace sonivo

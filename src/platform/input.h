@@ -30,9 +30,9 @@ using MouseHook = std::function<bool(const MouseInput& input)>;
 using KeyHook = std::function<bool(const KeyInput& input)>;
 
 /// Mouse and keyboard.
-class Input {
+class InputDevices {
  public:
-  virtual ~Input() = default;
+  virtual ~InputDevices() = default;
 
   /// Calls the hook with all input of all programs, the latest hook first, on the calling thread while that waits for
   /// messages. Null when refused. The registration may be destroyed on any thread and inside the hook itself; a call

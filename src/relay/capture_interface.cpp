@@ -8,7 +8,6 @@
 namespace sonivo {
 namespace {
 
-constexpr std::int64_t kPeriod100ns = 100000;  // 10 ms
 constexpr std::uint32_t kPreBufferMs = 30;
 constexpr std::uint32_t kPreHeadStartMs = 3;
 constexpr std::uint32_t kRingReadyMs = 30;

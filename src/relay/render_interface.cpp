@@ -10,7 +10,6 @@
 namespace sonivo {
 namespace {
 
-constexpr std::int64_t kPeriod100ns = 100000;  // 10 ms
 constexpr std::uint32_t kLeadMs = 30;
 constexpr double kGainTolerance = 0.001f;
 

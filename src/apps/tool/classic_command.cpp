@@ -20,13 +20,13 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr const char* kDescription =
+constexpr const char* kClassicDescription =
     "Sends a WAV file through one classic chain, block by block: keycancel removes key strokes and\n"
     "noise from every channel, beamforming forms two beams of the first two channels before that\n"
     "(microphones 60 mm apart, the talker ahead) and writes one signal to every channel.\n"
     "OUT is 32-bit float, as long as IN, and as late as the chain is.";
 
-constexpr const char* kExample =
+constexpr const char* kClassicExample =
     "Example:\n"
     "  sonivo classic keycancel noisy.wav clean.wav --key off\n";
 
@@ -82,8 +82,8 @@ void run(const ClassicOptions& options, FloatAudio& audio, Progress& progress) {
 }  // namespace
 
 CLI::App* add_classic_command(CLI::App& app, ClassicOptions& options) {
-  CLI::App* const command = app.add_subcommand("classic", kDescription);
-  command->footer(kExample);
+  CLI::App* const command = app.add_subcommand("classic", kClassicDescription);
+  command->footer(kClassicExample);
   command
       ->add_option_function<std::string>(
           "CHAIN", [&options](const std::string& text) { options.chain = parse_chain(text); },

@@ -18,11 +18,11 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr const char* kDescription =
+constexpr const char* kFeaturesDescription =
     "Turns a WAV file into features, a line per feature, columns are frames: logarithms of mel bins,\n"
     "unless the options of feature extraction are set otherwise. Of several channels it takes the mean.";
 
-constexpr const char* kExample =
+constexpr const char* kFeaturesExample =
     "Example:\n"
     "  sonivo features speech.wav --out speech.tsv --set num-mel-bins=40 --set dither=0\n";
 
@@ -101,8 +101,8 @@ meridane::Matrix extract(const e2e::FEManager& manager, std::vector<short> sampl
 }  // namespace
 
 CLI::App* add_features_command(CLI::App& app, FeaturesOptions& options) {
-  CLI::App* const command = app.add_subcommand("features", kDescription);
-  command->footer(kExample);
+  CLI::App* const command = app.add_subcommand("features", kFeaturesDescription);
+  command->footer(kFeaturesExample);
   command->add_option("IN", options.input, "WAV file")->type_name("FILE")->required();
   command->add_option("--out", options.output, "matrix to write")->type_name("FILE")->required();
   const auto add = [&options](const std::vector<std::string>& settings) {

@@ -27,7 +27,7 @@ constexpr std::uint32_t kLongestDelayMs = 500;
 constexpr std::uint32_t kSearchedMs = 600;
 constexpr std::uint32_t kSearchedWidelyMs = 2000;
 
-constexpr const char* kDescription =
+constexpr const char* kQualityDescription =
     "Compares a processed WAV file with the clean one, on their first channels and what they share,\n"
     "after taking out the delay: SI-SDR, segmental SNR, STOI, and the level of what is left between\n"
     "words.\n"
@@ -36,7 +36,7 @@ constexpr const char* kDescription =
     "  STOI             over segments of 384 ms at 10 kHz, about 0 to 1\n"
     "  level in pauses  of TEST, in frames of 10 ms more than 40 dB below the loudest of REF";
 
-constexpr const char* kExample =
+constexpr const char* kQualityExample =
     "Example:\n"
     "  sonivo quality clean.wav processed.wav\n";
 
@@ -116,8 +116,8 @@ std::string text_of(std::optional<double> value, int digits, const char* unit) {
 }  // namespace
 
 CLI::App* add_quality_command(CLI::App& app, QualityOptions& options) {
-  CLI::App* const command = app.add_subcommand("quality", kDescription);
-  command->footer(kExample);
+  CLI::App* const command = app.add_subcommand("quality", kQualityDescription);
+  command->footer(kQualityExample);
   command->add_option("REF", options.reference, "clean WAV file")->type_name("FILE")->required();
   command->add_option("TEST", options.test, "processed WAV file")->type_name("FILE")->required();
   const auto parse_delay = [&options](const std::string& text) {

@@ -35,7 +35,7 @@ constexpr const char* kRelayExample =
   throw UsageError(option + " takes " + range + ", not '" + text + "'");
 }
 
-Chain parse_chain(const std::string& text) {
+Chain parse_relay_chain(const std::string& text) {
   for (const auto& [name, chain] : kChains) {
     if (text == name) return chain;
   }
@@ -92,7 +92,7 @@ CLI::App* add_relay_command(CLI::App& app, RelayOptions& options) {
   command.footer(kRelayExample);
   command.add_option("IN", options.input, "WAV file that the physical microphone hears")->type_name("FILE")->required();
   command.add_option("OUT", options.output, "WAV file of what an application records")->type_name("FILE")->required();
-  add_parsed(command, "--chain", options.chain, parse_chain, "CHAIN",
+  add_parsed(command, "--chain", options.chain, parse_relay_chain, "CHAIN",
              "processing: none, keycancel, beamforming or ai (default none); beamforming takes channels 1 and 2\n"
              "as microphones 60 mm apart with the talker ahead, and writes one signal to every channel");
   command.add_option("--params", options.params, "parameter blob of the chain")->type_name("BLOB");

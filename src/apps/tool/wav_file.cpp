@@ -19,7 +19,7 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr std::size_t kChunkFrames = 4096;
+constexpr std::size_t kPieceFrames = 4096;
 constexpr std::size_t kMaxChannels = 4;
 constexpr std::size_t kMaxWavBytes = std::numeric_limits<std::uint32_t>::max() - 1024;  // room for the head
 
@@ -65,14 +65,14 @@ class InputFile {
 
 /// Appends the next frames, at most a chunk, and answers how many there were.
 std::size_t append_chunk(SNDFILE* sound, WavCoding coding, PcmAudio& audio) {
-  const auto frames = static_cast<sf_count_t>(kChunkFrames);
+  const auto frames = static_cast<sf_count_t>(kPieceFrames);
   if (coding == WavCoding::ieee_float) {
-    std::array<float, kChunkFrames * kMaxChannels> chunk;
+    std::array<float, kPieceFrames * kMaxChannels> chunk;
     const auto count = static_cast<std::size_t>(sf_readf_float(sound, chunk.data(), frames));
     for (const float sample : std::span(chunk).first(count * audio.channels)) append_float(audio, sample);
     return count;
   }
-  std::array<int, kChunkFrames * kMaxChannels> chunk;
+  std::array<int, kPieceFrames * kMaxChannels> chunk;
   const auto count = static_cast<std::size_t>(sf_readf_int(sound, chunk.data(), frames));
   for (const int sample : std::span(chunk).first(count * audio.channels)) append_left_justified(audio, sample);
   return count;

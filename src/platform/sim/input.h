@@ -17,11 +17,11 @@ namespace sonivo::sim {
 
 /// Mouse and keyboard of the notebook. Input passes the hooks, one after the other and each piece in its turn, and
 /// then goes to the window under the pointer or to the one with the keyboard.
-class SimInput final : public Input {
+class SimInput final : public InputDevices {
  public:
   SimInput(DesktopModel& model, SimWindows& windows) : model_(model), windows_(windows) {}
 
-  // Input
+  // InputDevices
   std::unique_ptr<Registration> hook_mouse(MouseHook hook) override;
   std::unique_ptr<Registration> hook_keyboard(KeyHook hook) override;
   bool pointer(Point& at) override;

@@ -30,7 +30,7 @@ bool is_tiny(std::string_view text) {
 }
 
 template <class Number>
-Number number_of(std::string_view text) {
+Number parsed(std::string_view text) {
   const bool plus = text.starts_with('+') && !text.starts_with("+-");
   const char* const first = text.data() + (plus ? 1 : 0);
   const char* const end = text.data() + text.size();
@@ -48,8 +48,8 @@ Number number_of(std::string_view text) {
 
 std::string number_text(float value) { return shortest(value); }
 std::string number_text(int value) { return shortest(value); }
-float float_of(std::string_view text) { return number_of<float>(text); }
-int int_of(std::string_view text) { return number_of<int>(text); }
-std::uint64_t size_of(std::string_view text) { return number_of<std::uint64_t>(text); }
+float float_of(std::string_view text) { return parsed<float>(text); }
+int int_of(std::string_view text) { return parsed<int>(text); }
+std::uint64_t size_of(std::string_view text) { return parsed<std::uint64_t>(text); }
 
 }  // namespace meridane

@@ -27,12 +27,12 @@ LineCodes quantized(const float* values, Eigen::Index count, Eigen::Index padded
 
 /// Frames that are multiplied at once: whole tiles of the product, and few enough for what belongs to them to stay in a
 /// cache.
-constexpr std::size_t kBlock = 60;
+constexpr std::size_t kCodeBlock = 60;
 
 /// Memory of a thread for the quantized frames of a block and their integer product.
 struct QuantizingScratch {
   Codes codes;
-  std::array<LineCodes, kBlock> lines;
+  std::array<LineCodes, kCodeBlock> lines;
   std::vector<std::int32_t> products;
 };
 
@@ -107,9 +107,9 @@ void QuantizedMatrix::multiply(const float* x, std::size_t x_stride, std::size_t
   const WeightLines weights{
       .count = lines, .scales = qvector.data(), .zeros = rqpmin.data(), .offsets = offsets_.data()};
   thread_local QuantizingScratch scratch;
-  scratch.codes.resize(std::min(frames, kBlock) * depth);
-  scratch.products.resize(std::min(frames, kBlock) * lines);
-  const std::size_t blocks = (frames + kBlock - 1) / kBlock;
+  scratch.codes.resize(std::min(frames, kCodeBlock) * depth);
+  scratch.products.resize(std::min(frames, kCodeBlock) * lines);
+  const std::size_t blocks = (frames + kCodeBlock - 1) / kCodeBlock;
   for (std::size_t b = 0; b < blocks; ++b) {
     const std::size_t first = frames * b / blocks, count = frames * (b + 1) / blocks - first;
     for (std::size_t t = 0; t < count; ++t) {

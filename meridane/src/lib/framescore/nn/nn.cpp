@@ -11,7 +11,7 @@
 namespace meridane {
 namespace {
 
-[[maybe_unused]] const bool registered =
+[[maybe_unused]] const bool registered_network =
     FrameScoreParameterBuilder::regist(kNNMagic, [](std::istream& stream, const std::string& mime) {
       auto parameter = std::make_shared<NNParameter>(0);
       parameter->load(stream, mime);

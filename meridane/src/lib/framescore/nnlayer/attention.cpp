@@ -12,7 +12,7 @@ namespace meridane {
 namespace {
 
 // Queries that are worked on together: what they need stays small, however long the call is.
-constexpr Eigen::Index kBlock = 48;
+constexpr Eigen::Index kQueryBlock = 48;
 
 /// Brings all values below 4 by a power of two, which is exact, so that no sum of their products overflows. Gives the
 /// exponent that it took out.
@@ -38,10 +38,10 @@ void attend(Matrix& projected, Eigen::Index n, Matrix& context) {
       std::clamp<double>(temperature, Limits::min(), Limits::max()));  // beyond: 0 and 1, or all equal
   const Eigen::Index frames = projected.cols();
   thread_local std::vector<float> memory;
-  memory.resize(std::max(memory.size(), static_cast<std::size_t>(frames * std::min(kBlock, frames))));
+  memory.resize(std::max(memory.size(), static_cast<std::size_t>(frames * std::min(kQueryBlock, frames))));
   context.resize(n, frames);
-  for (Eigen::Index first = 0; first < frames; first += kBlock) {
-    const Eigen::Index block = std::min(kBlock, frames - first);
+  for (Eigen::Index first = 0; first < frames; first += kQueryBlock) {
+    const Eigen::Index block = std::min(kQueryBlock, frames - first);
     Eigen::Map<Matrix> scores(memory.data(), frames, block);
     scores.noalias() = k.transpose() * q.middleCols(first, block);
     for (Eigen::Index t = 0; t < block; ++t) {

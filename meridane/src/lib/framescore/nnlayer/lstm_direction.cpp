@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "lib/framescore/nnlayer/count.h"
 #include "lib/kernels/element_wise.h"
 #include "meridane/error.h"
 
@@ -10,15 +11,13 @@ namespace meridane {
 namespace {
 
 // Frames whose gates are started by one product: whole tiles of it, and few enough for their gates to stay in a cache.
-constexpr Eigen::Index kBlock = 48;
+constexpr Eigen::Index kGateBlock = 48;
 
 /// Memory of a thread for the gates of a block of frames, what the output of a frame adds to them, the cells, and an
 /// output that isn't written where it is made.
 struct LSTMScratch {
   std::vector<float> gates, lateral, c, h;
 };
-
-std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
 
 int number(Eigen::Index size) { return static_cast<int>(size); }
 
@@ -116,13 +115,13 @@ void LSTMDirection::run(const float* x, Eigen::Index frames, Order order, LSTMMe
   const Eigen::Index N = cells();
   const bool reversed = order == Order::reversed;
   thread_local LSTMScratch scratch;
-  scratch.gates.resize(count(std::min(frames, kBlock) * 4 * N));
+  scratch.gates.resize(count(std::min(frames, kGateBlock) * 4 * N));
   scratch.lateral.resize(count(4 * N));
   scratch.c.assign(memory.c.begin(), memory.c.end());
   scratch.h.assign(memory.h.begin(), memory.h.end());
   const float* h = scratch.h.data();
-  for (Eigen::Index done = 0; done < frames; done += kBlock) {
-    const Eigen::Index block = std::min(kBlock, frames - done);
+  for (Eigen::Index done = 0; done < frames; done += kGateBlock) {
+    const Eigen::Index block = std::min(kGateBlock, frames - done);
     const Eigen::Index first = reversed ? frames - done - block : done;
     multiply_upward(x + first * rows(), block, scratch.gates.data());
     for (Eigen::Index i = 0; i < block; ++i) {

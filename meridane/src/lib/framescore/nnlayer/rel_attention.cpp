@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include "lib/framescore/nnlayer/count.h"
 #include "lib/kernels/element_wise.h"
 #include "lib/kernels/kernels.h"
 
@@ -12,7 +13,7 @@ namespace meridane {
 namespace {
 
 // Queries that are worked on together: what they need stays small, however long the call is.
-constexpr Eigen::Index kBlock = 48;
+constexpr Eigen::Index kRelQueryBlock = 48;
 
 using Columns = Eigen::OuterStride<>;
 using Frames = Eigen::Map<const Matrix, 0, Columns>;
@@ -47,8 +48,6 @@ void score_in_double(const Query& q, const Bias& u, const Bias& v, const Frames&
   }
 }
 
-std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
-
 /// The values of a head in the order in which the product reads a matrix of which they are the columns.
 const float* in_panels(const float* v, Eigen::Index stride, Eigen::Index rows, Eigen::Index keys, Scratch& memory) {
   const PanelShape shape{.rows = count(rows),
@@ -72,8 +71,8 @@ void RelAttention::run(float* context) const {
   const Kernels& kernels = best_kernels();
   const Eigen::Index d = heads * head_rows;
   const float scale = static_cast<float>(std::sqrt(static_cast<double>(head_rows)));
-  for (Eigen::Index first = 0; first < queries; first += kBlock) {
-    const Eigen::Index block = std::min(kBlock, queries - first);
+  for (Eigen::Index first = 0; first < queries; first += kRelQueryBlock) {
+    const Eigen::Index block = std::min(kRelQueryBlock, queries - first);
     // The distance of the block's last query to key 0 stands here, and every query before it looks one place further.
     const Eigen::Index begin = queries - first - block;
     const Eigen::Index distances = keys + block - 1;

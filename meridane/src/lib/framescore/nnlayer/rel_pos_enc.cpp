@@ -11,7 +11,7 @@ namespace {
 
 // The size of the table is what the record's numbers say: 256 MB in each direction at most.
 constexpr std::int32_t kMostFrames = std::int32_t{1} << 20;
-constexpr Eigen::Index kMostFloats = Eigen::Index{1} << 26;
+constexpr Eigen::Index kMostTableFloats = Eigen::Index{1} << 26;
 
 struct RelPositionalEncodingLayerState : NNLayerState {
   std::shared_ptr<NNLayerState> clone() const override {
@@ -50,7 +50,7 @@ MinibatchPtr RelPositionalEncodingLayer::forward(const LayerInputs& inputs,
   const Eigen::Index L = T + (stream->started ? cache_frame_ : 0);
   const PositionedFrames form(d, T, (L + T - 1) / T);
   const Eigen::Index positions = form.distances() + reserve_;
-  if (d * positions > kMostFloats) {
+  if (d * positions > kMostTableFloats) {
     raise("Layer %s would need a table of %lld positions for frames of %lld values", id().c_str(),
           static_cast<long long>(positions), static_cast<long long>(d));
   }

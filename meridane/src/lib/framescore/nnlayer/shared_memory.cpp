@@ -5,7 +5,7 @@
 namespace meridane {
 namespace {
 
-std::string part(const char* name, std::size_t i) { return name + ("[" + std::to_string(i) + "]"); }
+std::string numbered(const char* name, std::size_t i) { return name + ("[" + std::to_string(i) + "]"); }
 
 }  // namespace
 
@@ -36,7 +36,7 @@ void SMStorer::sizes(const char* name, std::span<std::int32_t> values, std::int3
 }
 void SMStorer::parts(const char* name, std::int32_t& count, const VisitPart& visit) {
   manager_.construct<std::int32_t>(std::string("n") + name, count);
-  for (std::int32_t i = 0; i < count; ++i) visit(*this, i, part(name, static_cast<std::size_t>(i)) + "::");
+  for (std::int32_t i = 0; i < count; ++i) visit(*this, i, numbered(name, static_cast<std::size_t>(i)) + "::");
 }
 void SMStorer::implied(const char*, std::int64_t) {}
 void SMStorer::stated(const char*, std::int32_t&) {}
@@ -106,7 +106,7 @@ void SMAttacher::sizes(const char* name, std::span<std::int32_t> values, std::in
 
 void SMAttacher::parts(const char* name, std::int32_t& count, const VisitPart& visit) {
   whole((std::string("n") + name).c_str(), count, 0, 1);
-  for (std::int32_t i = 0; i < count; ++i) visit(*this, i, part(name, static_cast<std::size_t>(i)) + "::");
+  for (std::int32_t i = 0; i < count; ++i) visit(*this, i, numbered(name, static_cast<std::size_t>(i)) + "::");
 }
 
 void SMAttacher::implied(const char*, std::int64_t) {}

@@ -87,7 +87,7 @@ bool shared(const std::string& type) {
   return SMNNLayerBuilder::regist(type, make) && SMNNLayerFinder::regist(type, find);
 }
 
-[[maybe_unused]] const bool registered[] = {
+[[maybe_unused]] const bool registered_layers[] = {
     plain<AdditiveSelfAttentionLayer>("AdditiveSelfAttention"),
     plain<AttentionLayer>("Attention"),
     plain<BLSTMLayer>("BLSTM"),

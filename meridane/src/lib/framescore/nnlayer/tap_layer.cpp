@@ -10,7 +10,7 @@ namespace {
 
 // Zeros, kept frames and outputs of padding have a size that only the record's numbers give: 16 MB of each at most,
 // which is more than 8000 frames of 512 values.
-constexpr Eigen::Index kMostFloats = Eigen::Index{1} << 22;
+constexpr Eigen::Index kMostTapFloats = Eigen::Index{1} << 22;
 
 // A step that gives more frames than it's given gives at most so many for each frame of the stream: samples of 48 kHz
 // for frames of 20 ms are 960. As if there had been some frames before the stream, for padding.
@@ -35,7 +35,7 @@ void TapLayer::loaded() {
   if (weight_.rows() % kernel_ != 0) raise_invalid_format();
   if (bias_.size() != output_rows()) raise_invalid_format();
   const Eigen::Index most_frames =
-      std::min<Eigen::Index>(kMostFloats / std::max(input_rows(), output_rows()), std::numeric_limits<int>::max());
+      std::min<Eigen::Index>(kMostTapFloats / std::max(input_rows(), output_rows()), std::numeric_limits<int>::max());
   if (kernel_ > 1 && dilation_ > (most_frames - 1) / (kernel_ - 1)) raise_incorrect("dilation");
   if (!causal_ && pad_ > most_frames) raise_incorrect("pad");
   if (stride_ > most_frames) raise_incorrect("stride");

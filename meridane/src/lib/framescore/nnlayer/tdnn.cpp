@@ -1,5 +1,6 @@
 #include "lib/framescore/nnlayer/tdnn.h"
 
+#include "lib/framescore/nnlayer/count.h"
 #include "lib/framescore/nnlayer/frame_history.h"
 #include "lib/kernels/element_wise.h"
 #include "meridane/error.h"
@@ -14,12 +15,6 @@ struct TDNNLayerState : NNLayerState {
   FrameHistory kept;
   std::uint64_t outputs = 0;  ///< of the stream until now
 };
-
-namespace {
-
-std::size_t count(Eigen::Index size) { return static_cast<std::size_t>(size); }
-
-}  // namespace
 
 /// Taps on neighbouring samples are one product: each alone has but one term.
 void TDNNLayer::pack_taps() {
