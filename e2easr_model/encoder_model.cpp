@@ -65,6 +65,10 @@ void load_network(MeridaneNNNode& node, std::istream& stream) {
   }
 }
 
+void append_columns(const Matrix& columns, meridane::FrameSequence& frames) {
+  for (Eigen::Index i = 0; i < columns.cols(); ++i) frames.emplace_back(Vector(columns.col(i)));
+}
+
 void open_binary(std::ifstream& file, const std::string& path) {
   file.open(path, std::ios_base::binary);
   if (!file) raise("ファイル(%s)が開けない. in %s %d", path.c_str());
@@ -301,21 +305,22 @@ void EncoderModelImpl::start_preprocessor() {
   if (preprocessor_ != nullptr) preprocessor_->start();
 }
 
-meridane::FrameSequence EncoderModelImpl::preprocessed(const std::vector<float>& frame) {
+void EncoderModelImpl::preprocess(const std::vector<float>& frame, meridane::FrameSequence& frames) {
   Vector vector = Eigen::Map<const Vector>(frame.data(), static_cast<Eigen::Index>(frame.size()));
-  if (preprocessor_ != nullptr) return frames_of(preprocessor_->process(vector));
-  meridane::FrameSequence same;
-  same.emplace_back(std::move(vector));
-  return same;
+  if (preprocessor_ == nullptr) {
+    frames.emplace_back(std::move(vector));
+  } else {
+    append_columns(preprocessor_->process(vector), frames);
+  }
 }
 
-meridane::FrameSequence EncoderModelImpl::preprocessor_rest() {
-  return preprocessor_ == nullptr ? meridane::FrameSequence() : frames_of(preprocessor_->finish());
+void EncoderModelImpl::finish_preprocessing(meridane::FrameSequence& frames) {
+  if (preprocessor_ != nullptr) append_columns(preprocessor_->finish(), frames);
 }
 
 meridane::FrameSequence frames_of(const Matrix& columns) {
   meridane::FrameSequence frames;
-  for (Eigen::Index i = 0; i < columns.cols(); ++i) frames.emplace_back(Vector(columns.col(i)));
+  append_columns(columns, frames);
   return frames;
 }
 
@@ -332,8 +337,11 @@ Matrix network_input(std::span<const meridane::FrameValue> frames, bool is_wavef
     }
   } else if (!frames.empty()) {
     input.resize(std::get<Vector>(frames.front()).size(), static_cast<Eigen::Index>(frames.size()));
-    for (Eigen::Index i = 0; i < input.cols(); ++i)
-      input.col(i) = std::get<Vector>(frames[static_cast<std::size_t>(i)]);
+    for (Eigen::Index i = 0; i < input.cols(); ++i) {
+      const auto& frame = std::get<Vector>(frames[static_cast<std::size_t>(i)]);
+      if (frame.size() != input.rows()) raise("frames of one step differ in size. in %s %d");
+      input.col(i) = frame;
+    }
   }
   return input;
 }

@@ -81,7 +81,8 @@ typename Variable<T>::Validator validator(Valid valid) {
   } else if constexpr (std::is_same_v<T, int>) {
     if (valid == Valid::from_one) return VariableGreaterEqual<int>{1};
   } else if constexpr (std::is_same_v<T, std::string>) {
-    // "rectangle" is no window's name: a stream with it fails as it starts. That one's name no model can set.
+    // No window is called "rectangle", so a stream fails with it as it starts; "rectangular", which there is, can't be
+    // set.
     if (valid == Valid::window) {
       return VariableAnyOf<std::string>{{"hamming", "hanning", "povey", "rectangle", "sine", "blackman"}};
     }

@@ -59,34 +59,51 @@ void SEModelImpl::reset_network() {
   context_position_ = 0;
 }
 
-void SEModelImpl::startEnhancement(std::shared_ptr<Input<short>> input) {
+void SEModelImpl::begin_run() {
   check_loaded();
+  end_run();
   reset();
   context_position_ = 0;
   chunk_index_ = 0;
+}
+
+void SEModelImpl::end_run() {
+  stream_.reset();
   previous_chunk_.reset();
-  if (input == nullptr) return;
   vad_buffer_.reset();
   vad_has_ended_ = false;
-  if (vad_model_ != nullptr && !get<bool>("offline")) {
-    vad_model_->startVAD(std::move(input));
-    vad_buffer_ = std::make_shared<BufferMem>();
-    input = vad_buffer_;
-  }
-  stream_ = fe_manager_->open_stream(std::move(input));
+  const auto vad = std::exchange(running_vad_, nullptr);
+  if (vad != nullptr && vad->is_loaded()) vad->stopVAD();
+}
+
+void SEModelImpl::startEnhancement(std::shared_ptr<Input<short>> input) {
+  if (vad_model_ == nullptr || get<bool>("offline") || input == nullptr) return start_ungated(std::move(input));
+  begin_run();
+  auto speech = std::make_shared<BufferMem>();
+  auto stream = fe_manager_->open_stream(speech);
+  vad_model_->startVAD(std::move(input));
+  running_vad_ = vad_model_;
+  vad_buffer_ = std::move(speech);
+  stream_ = std::move(stream);
+}
+
+void SEModelImpl::start_ungated(std::shared_ptr<Input<short>> input) {
+  begin_run();
+  if (input != nullptr) stream_ = fe_manager_->open_stream(std::move(input));
 }
 
 void SEModelImpl::stopEnhancement() {
   check_loaded();
-  stream_.reset();
-  previous_chunk_.reset();
-  if (vad_model_ != nullptr) vad_model_->stopVAD();
-  vad_buffer_.reset();
+  end_run();
+}
+
+void SEModelImpl::check_started() const {
+  check_loaded();
+  if (stream_ == nullptr) raise("音声強調開始処理が実行されていない. in %s %d");
 }
 
 E2EResult SEModelImpl::getEnhancedResult(std::uint32_t& state) {
-  check_loaded();
-  if (stream_ == nullptr) raise("音声強調開始処理が実行されていない. in %s %d");
+  check_started();
   return get<bool>("offline") ? get_all(state) : get_chunk(state);
 }
 
@@ -99,13 +116,13 @@ E2EResult SEModelImpl::get_all(std::uint32_t& state) {
     has_frames = true;
   }
   if (!has_frames) raise("音声強調に必要なデータが取得できない. in %s %d");
-  append(chunk, preprocessor_rest());
+  append_rest(chunk);
   state = 1;
   return enhanced_result(enhance(*chunk.frames));
 }
 
 Matrix SEModelImpl::enhance_available() {
-  check_loaded();
+  check_started();
   if (chunk_index_++ == 0) start_preprocessor();
   Chunk chunk;
   while (stream_->has_next()) take_frame(chunk);
@@ -121,14 +138,14 @@ E2EResult SEModelImpl::get_chunk(std::uint32_t& state) {
   while (!chunk->is_full() && !has_ended && !is_silence) {
     if (stream_->has_next()) {
       take_frame(*chunk);
-    } else if (vad_buffer_ == nullptr || vad_model_ == nullptr || vad_has_ended_) {
+    } else if (running_vad_ == nullptr || vad_has_ended_) {
       has_ended = true;
     } else {
       is_silence = !take_speech();
     }
   }
-  if (has_ended || is_silence) append(*chunk, preprocessor_rest());
-  if (chunk->frames->empty() && chunk_index_ == 0 && vad_model_ == nullptr) {
+  if (has_ended || is_silence) append_rest(*chunk);
+  if (chunk->frames->empty() && chunk_index_ == 0 && running_vad_ == nullptr) {
     raise("音声強調に必要なデータが取得できない. in %s %d");
   }
   if (!chunk->frames->empty()) ++chunk_index_;
@@ -144,7 +161,15 @@ E2EResult SEModelImpl::get_chunk(std::uint32_t& state) {
 
 void SEModelImpl::take_frame(Chunk& chunk) {
   stream_->next(frame_);
-  append(chunk, preprocessed(frame_));
+  FrameSequence frames;
+  preprocess(frame_, frames);
+  append(chunk, std::move(frames));
+}
+
+void SEModelImpl::append_rest(Chunk& chunk) {
+  FrameSequence frames;
+  finish_preprocessing(frames);
+  append(chunk, std::move(frames));
 }
 
 void SEModelImpl::append(Chunk& chunk, FrameSequence frames) const {
@@ -166,7 +191,7 @@ FrameSequence SEModelImpl::overlap_frames(const Chunk& chunk, Eigen::Index rows)
 
 bool SEModelImpl::take_speech() {
   std::uint32_t state = 0;
-  const auto vad = vad_model_->getVADResult(state).get<E2EResult>("vad");
+  const auto vad = running_vad_->getVADResult(state).get<E2EResult>("vad");
   vad_has_ended_ = state == 1;
   const auto& input = vad.get<std::vector<short>>("input");
   const bool is_speech = vad.get<bool>("active") || vad.get<bool>("hangover");
@@ -197,7 +222,7 @@ E2EResult SEModelImpl::execute(const Matrix& input) {
 
 Matrix SEModelImpl::enhance(Frames frames) {
   if (frames.empty()) return {};
-  const bool is_waveform = get<std::string>("feature-extractor-type") == "none";
+  const bool is_waveform = takes_samples();
   const auto context = static_cast<std::size_t>(get<int>("reset-context"));
   const Mix mix = {.is_switching = get<bool>("is-switching-se"),
                    .strength = get<float>("enhancement-strength"),
@@ -228,7 +253,11 @@ void SEModelImpl::blend(const Matrix& channels, const Mix& mix) {
   const Eigen::Index rows = channels.rows();
   if (mix.is_switching ? rows != 3 : rows != 1 && rows != 2) raise("音声強調モデルの出力チャネル数が不正. in %s %d");
   enhanced_.reserve(enhanced_.size() + static_cast<std::size_t>(channels.cols()));
-  const auto mixed = [](float share, float a, float b) { return share * a + (1.0f - share) * b; };
+  // At the ends nothing of the other comes in, whatever it is: 0 times what is no number would be none.
+  const auto mixed = [](float share, float a, float b) {
+    if (share == 0.0f) return b;
+    return share == 1.0f ? a : share * a + (1.0f - share) * b;
+  };
   for (Eigen::Index t = 0; t < channels.cols(); ++t) {
     const float* const x = channels.col(t).data();
     float y = x[0];
@@ -238,9 +267,12 @@ void SEModelImpl::blend(const Matrix& channels, const Mix& mix) {
   }
 }
 
-void SEModel::set_vad(const VADModel& model) {
-  if (!model.is_loaded()) raise("設定するVADモデルが読み込まれていない. in %s %d");
-  model_->set_vad(model.model());
+void SEModelImpl::set_vad(VADModelInt model) {
+  if (!model->is_loaded()) raise("設定するVADモデルが読み込まれていない. in %s %d");
+  if (model->se_model() == this) raise("the models would run each other. in %s %d");
+  vad_model_ = std::move(model);
 }
+
+void SEModel::set_vad(const VADModel& model) { model_->set_vad(model.model()); }
 
 }  // namespace sonivo::e2e

@@ -1,19 +1,9 @@
 #include "e2easr_model/vad_model.h"
 
 #include <algorithm>
-#include <iterator>
-#include <string>
 #include <utility>
 
 namespace sonivo::e2e {
-
-namespace {
-
-bool is_waveform_model(const EncoderModelImpl& model) {
-  return model.get<std::string>("feature-extractor-type") == "none";
-}
-
-}  // namespace
 
 VADModelImpl::VADModelImpl() : EncoderModelImpl("VAD", "vadb", "vadx"), fe_manager_(std::make_shared<FEManager>()) {
   const VariableGreaterEqual<int> from_zero{0};
@@ -31,13 +21,14 @@ VADModelImpl::~VADModelImpl() = default;
 void VADModelImpl::unload() {
   EncoderModelImpl::unload();
   se_model_.reset();
+  chunk_index_ = 0;
   hangover_ = false;
   hangover_count_ = 0;
 }
 
 E2EResult VADModelImpl::execute(const Matrix& input) {
   check_loaded();
-  if (is_waveform_model(*this)) return classify(network_input(frames_of(input), true));
+  if (takes_samples()) return classify(network_input(frames_of(input), true));
   return classify(input);
 }
 
@@ -67,58 +58,65 @@ E2EResult VADModelImpl::classify(Matrix network_input) {
 
 void VADModelImpl::startVAD(std::shared_ptr<Input<short>> input) {
   check_loaded();
+  end_run();
   reset();
-  start_preprocessor();
-  has_begun_ = false;
+  chunk_index_ = 0;
   has_ended_ = false;
-  waiting_.clear();
   tail_ = 0;
   hangover_ = false;
   hangover_count_ = 0;
   if (input == nullptr) return;
-  samples_ = std::make_shared<InputSampleWrapper>(std::move(input));
-  stream_ = fe_manager_->open_stream(samples_);
-  if (se_model_ == nullptr) return;
-  se_buffer_ = std::make_shared<BufferMem>();
-  se_model_->startEnhancement(se_buffer_);
+  auto samples = std::make_shared<InputSampleWrapper>(std::move(input));
+  auto stream = fe_manager_->open_stream(samples);
+  if (se_model_ != nullptr) {
+    auto buffer = std::make_shared<BufferMem>();
+    se_model_->start_ungated(buffer);
+    running_se_ = se_model_;
+    se_buffer_ = std::move(buffer);
+  }
+  samples_ = std::move(samples);
+  stream_ = std::move(stream);
 }
 
 void VADModelImpl::stopVAD() {
   check_loaded();
+  end_run();
+}
+
+void VADModelImpl::end_run() {
   stream_.reset();
+  samples_.reset();
   waiting_.clear();
-  if (se_model_ != nullptr) se_model_->stopEnhancement();
+  se_buffer_.reset();
+  const auto se = std::exchange(running_se_, nullptr);
+  if (se != nullptr && se->is_loaded()) se->stopEnhancement();
 }
 
 void VADModelImpl::read_segment() {
+  if (chunk_index_ == 0) start_preprocessor();
   const auto frames_of_chunk = static_cast<std::size_t>(get<int>("chunk-size"));
   meridane::FrameSequence frames;
-  const auto append = [&](meridane::FrameSequence more) {
-    std::move(more.begin(), more.end(), std::back_inserter(frames));
-  };
   std::vector<float> frame;
   while (frames.size() < frames_of_chunk && !has_ended_) {
     if (stream_->has_next()) {
       stream_->next(frame);
-      append(preprocessed(frame));
+      preprocess(frame, frames);
     } else {
       has_ended_ = true;
-      append(preprocessor_rest());
+      finish_preprocessing(frames);
     }
   }
   if (frames.empty()) return;
-  has_begun_ = true;
-  const E2EResult result = classify(network_input(frames, is_waveform_model(*this)));
-  Segment segment{.input = samples_->samples(),
-                  .active = result.get<bool>("active"),
-                  .hangover = result.get<bool>("hangover"),
-                  .enhanced = std::nullopt};
+  ++chunk_index_;
+  const E2EResult result = classify(network_input(frames, takes_samples()));
+  waiting_.push_back({.input = samples_->samples(),
+                      .active = result.get<bool>("active"),
+                      .hangover = result.get<bool>("hangover"),
+                      .enhanced = std::nullopt});
   samples_->clear();
-  if (se_model_ != nullptr) {
-    se_buffer_->append(segment.input);
-    segment.enhanced = se_model_->enhance_available();
-  }
-  waiting_.push_back(std::move(segment));
+  if (running_se_ == nullptr) return;
+  se_buffer_->append(waiting_.back().input);
+  waiting_.back().enhanced = running_se_->enhance_available();
 }
 
 bool VADModelImpl::is_released(const Segment& segment) {
@@ -138,7 +136,7 @@ E2EResult VADModelImpl::getVADResult(std::uint32_t& state) {
   if (stream_ == nullptr) raise("音声区間検出開始処理が実行されていない. in %s %d");
   const auto head_margin = static_cast<std::size_t>(get<int>("head-margin"));
   while (!has_ended_ && waiting_.size() <= head_margin) read_segment();
-  if (!has_begun_) raise("VADに必要な特徴量が取得できない. in %s %d");
+  if (chunk_index_ == 0 && waiting_.empty()) raise("VADに必要な特徴量が取得できない. in %s %d");
 
   Segment segment;
   if (!waiting_.empty()) {
@@ -153,7 +151,7 @@ E2EResult VADModelImpl::getVADResult(std::uint32_t& state) {
   vad.add("hangover", segment.hangover);
   E2EResult result;
   result.add("vad", std::move(vad));
-  if (se_model_ != nullptr) result.add<Matrix>("enhanced", std::move(segment.enhanced).value_or(Matrix()));
+  if (running_se_ != nullptr) result.add<Matrix>("enhanced", std::move(segment.enhanced).value_or(Matrix()));
   return result;
 }
 
@@ -165,6 +163,7 @@ void VADModelImpl::set_se_model(SEModelInt model) {
     }
   }
   if (model->get<int>("overlap") > 0) raise("overlapが1以上のSEモデルをセットすることはできない. in %s %d");
+  if (model->vad_model() == this) raise("the models would run each other. in %s %d");
   se_model_ = std::move(model);
 }
 

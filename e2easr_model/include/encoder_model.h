@@ -67,10 +67,13 @@ class EncoderModelImpl : public Component {
   MeridaneNNNode& nn() { return *nn_; }
 
   void start_preprocessor();
-  /// The frame, or what the preprocessor makes of it.
-  meridane::FrameSequence preprocessed(const std::vector<float>& frame);
-  /// What the preprocessor has held back.
-  meridane::FrameSequence preprocessor_rest();
+  /// Appends the frame, or what the preprocessor makes of it.
+  void preprocess(const std::vector<float>& frame, meridane::FrameSequence& frames);
+  /// Appends what the preprocessor has held back.
+  void finish_preprocessing(meridane::FrameSequence& frames);
+
+  /// `feature-extractor-type` is none: the network's input is a waveform. Of models with a FEManager.
+  bool takes_samples() const { return get<std::string>("feature-extractor-type") == "none"; }
 
  private:
   void load_preprocessor(const meridane::XmlElement& element);
@@ -82,8 +85,8 @@ class EncoderModelImpl : public Component {
   Symbols symbols_;
 };
 
-/// The input of a network: a waveform's samples in one row, at full scale; other frames in columns. All frames of the
-/// latter have one size.
+/// The input of a network: a waveform's samples in one row, at full scale; other frames in columns. Throws where the
+/// latter have several sizes.
 Matrix network_input(std::span<const meridane::FrameValue> frames, bool is_waveform);
 /// The columns of a matrix.
 meridane::FrameSequence frames_of(const Matrix& columns);

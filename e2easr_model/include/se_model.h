@@ -27,10 +27,14 @@ class SEModelImpl : public EncoderModelImpl {
   void startEnhancement(std::shared_ptr<Input<short>> input);
   void stopEnhancement();
   E2EResult getEnhancedResult(std::uint32_t& state);
+
+  /// Begins a run of all of the input, also where a VAD model is set.
+  void start_ungated(std::shared_ptr<Input<short>> input);
   /// All that the started stream can give without end, as one chunk.
   Matrix enhance_available();
 
-  void set_vad(std::shared_ptr<VADModelImpl> model) { vad_model_ = std::move(model); }
+  void set_vad(std::shared_ptr<VADModelImpl> model);
+  const VADModelImpl* vad_model() const { return vad_model_.get(); }
 
  private:
   /// Frames that go through the network together.
@@ -54,10 +58,16 @@ class SEModelImpl : public EncoderModelImpl {
 
   using Frames = std::span<const meridane::FrameValue>;
 
+  /// Ends the run before, if there was one.
+  void begin_run();
+  void end_run();
+  void check_started() const;
   E2EResult get_all(std::uint32_t& state);
   E2EResult get_chunk(std::uint32_t& state);
   /// Appends the next frame of the stream, or what the preprocessor makes of it.
   void take_frame(Chunk& chunk);
+  /// Appends what the preprocessor has held back.
+  void append_rest(Chunk& chunk);
   void append(Chunk& chunk, meridane::FrameSequence frames) const;
   /// The last frames of the chunk before, zeros ahead of them where it has too few.
   meridane::FrameSequence overlap_frames(const Chunk& chunk, Eigen::Index rows) const;
@@ -77,9 +87,12 @@ class SEModelImpl : public EncoderModelImpl {
   std::int32_t context_position_ = 0;  // frames since the network was reset
   std::shared_ptr<Chunk> previous_chunk_;
   std::shared_ptr<VADModelImpl> vad_model_;
-  std::shared_ptr<BufferMem> vad_buffer_;  // with a VAD model
+
+  // Of a run with a VAD model.
+  std::shared_ptr<VADModelImpl> running_vad_;
+  std::shared_ptr<BufferMem> vad_buffer_;
   bool vad_has_ended_ = false;
-  std::vector<short> silence_;  // the last segment that the VAD model found without speech
+  std::vector<short> silence_;  // the last segment without speech
 
   // For the memory they hold from chunk to chunk.
   std::vector<float> frame_;
@@ -100,8 +113,8 @@ class SEModel : public EncoderModel {
   /// is finished, 0 otherwise.
   E2EResult getEnhancedResult(std::uint32_t& state) { return model_->getEnhancedResult(state); }
   void stopEnhancement() { model_->stopEnhancement(); }
-  /// Only what the model finds to be speech is enhanced from the next start on, until unload(). "設定するVADモデルが
-  /// 読み込まれていない" for one that isn't loaded.
+  /// Only what the model finds to be speech is enhanced from the next start on; unload() ends that.
+  /// "設定するVADモデルが 読み込まれていない" for one that isn't loaded; throws also for one that has this model set.
   void set_vad(const VADModel& model);
 
   E2EResult execute(const Matrix& input) { return model_->execute(input); }

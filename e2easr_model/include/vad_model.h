@@ -26,6 +26,7 @@ class VADModelImpl : public EncoderModelImpl {
   E2EResult getVADResult(std::uint32_t& state);
 
   void set_se_model(SEModelInt model);
+  const SEModelImpl* se_model() const { return se_model_.get(); }
 
  private:
   /// What was read and classified, and waits for what follows.
@@ -38,6 +39,7 @@ class VADModelImpl : public EncoderModelImpl {
     bool is_speech() const { return active || hangover; }
   };
 
+  void end_run();
   /// Reads `chunk-size` frames, or those that are left.
   void read_segment();
   /// Also true for the margins around speech.
@@ -48,8 +50,9 @@ class VADModelImpl : public EncoderModelImpl {
   SEModelInt se_model_;
   std::shared_ptr<InputSampleWrapper> samples_;
   std::shared_ptr<FEStream> stream_;  // empty outside a run
+  std::int32_t chunk_index_ = 0;      // chunks read in this run
+  SEModelInt running_se_;             // of a run with an SE model
   std::shared_ptr<BufferMem> se_buffer_;
-  bool has_begun_ = false;  // a segment was read
   bool has_ended_ = false;
   std::deque<Segment> waiting_;
   std::int32_t tail_ = 0;  // segments that are still released behind the speech
@@ -75,8 +78,8 @@ class VADModel : public EncoderModel {
 
   E2EResult execute(const Matrix& input) { return model_->execute(input); }
 
-  /// From the next start on chunks are enhanced as they are classified, until unload(). Throws for a model that isn't
-  /// loaded, that cuts frames in another way, or whose chunks overlap.
+  /// From the next start on chunks are enhanced as they are classified, speech or not; unload() ends that. Throws for a
+  /// model that isn't loaded, that cuts frames in another way, whose chunks overlap, or that has this model set.
   void set_se_model(const SEModel& model);
 
   const VADModelInt& model() const { return model_; }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cmath>
 #include <numbers>
 
@@ -47,15 +48,16 @@ ChirpFft::ChirpFft(std::size_t points)
 }
 
 void ChirpFft::forward(std::vector<double>& re, std::vector<double>& im) {
-  const auto points = static_cast<std::ptrdiff_t>(chirp_re_.size());
+  assert(re.size() == points() && im.size() == points());
+  const auto count = static_cast<std::ptrdiff_t>(points());
   multiply(re, im, chirp_re_, chirp_im_);
-  std::fill(std::copy(re.begin(), re.begin() + points, product_re_.begin()), product_re_.end(), 0.0);
-  std::fill(std::copy(im.begin(), im.begin() + points, product_im_.begin()), product_im_.end(), 0.0);
+  std::fill(std::copy(re.begin(), re.begin() + count, product_re_.begin()), product_re_.end(), 0.0);
+  std::fill(std::copy(im.begin(), im.begin() + count, product_im_.begin()), product_im_.end(), 0.0);
   fft_.forward(product_re_.data(), product_im_.data());
   multiply(product_re_, product_im_, filter_re_, filter_im_);
   fft_.inverse(product_re_.data(), product_im_.data());
-  std::copy_n(product_re_.begin(), points, re.begin());
-  std::copy_n(product_im_.begin(), points, im.begin());
+  std::copy_n(product_re_.begin(), count, re.begin());
+  std::copy_n(product_im_.begin(), count, im.begin());
   multiply(re, im, chirp_re_, chirp_im_);
 }
 

@@ -19,7 +19,7 @@ int checked_logn(std::size_t points, int most) {
 }
 
 template <class Real>
-using Turns = typename SplitRadixComplexFft<Real>::Turns;
+using Twiddles = typename SplitRadixComplexFft<Real>::Twiddles;
 
 template <class Real>
 void two_points(Real* re, Real* im) {
@@ -47,11 +47,11 @@ void four_points(Real* re, Real* im) {
 // With x0 to x3 the points a quarter apart, W = exp(-j 2 pi / n), u = x0 - x2 and v = -j (x1 - x3):
 // the even bins are those of x0 + x2 followed by x1 + x3, the others those of (u + v) W^i and of (u - v) W^3i.
 template <class Real, std::size_t quarter>
-void butterflies(const Turns<Real>& turns, Real* __restrict re, Real* __restrict im) {
-  const Real* const c1 = turns.cosine.data();
-  const Real* const s1 = turns.sine.data();
-  const Real* const c3 = turns.cosine3.data();
-  const Real* const s3 = turns.sine3.data();
+void butterflies(const Twiddles<Real>& twiddles, Real* __restrict re, Real* __restrict im) {
+  const Real* const c1 = twiddles.cosine.data();
+  const Real* const s1 = twiddles.sine.data();
+  const Real* const c3 = twiddles.cosine3.data();
+  const Real* const s3 = twiddles.sine3.data();
   for (std::size_t i = 0; i < quarter; ++i) {
     const std::size_t i1 = i + quarter, i2 = i1 + quarter, i3 = i2 + quarter;
     const Real ur = re[i] - re[i2], ui = im[i] - im[i2];
@@ -70,22 +70,22 @@ void butterflies(const Turns<Real>& turns, Real* __restrict re, Real* __restrict
 
 // Lengths are known to the compiler, which so unrolls the short passes and makes vectors of the long ones.
 template <class Real, int logn>
-void pass(const Turns<Real>* turns, Real* re, Real* im) {
+void pass(const Twiddles<Real>* twiddles, Real* re, Real* im) {
   if constexpr (logn == 1) {
     two_points(re, im);
   } else if constexpr (logn == 2) {
     four_points(re, im);
   } else if constexpr (logn > 2) {
     constexpr std::size_t quarter = (std::size_t{1} << logn) / 4;
-    butterflies<Real, quarter>(turns[logn], re, im);
-    pass<Real, logn - 1>(turns, re, im);
-    pass<Real, logn - 2>(turns, re + 2 * quarter, im + 2 * quarter);
-    pass<Real, logn - 2>(turns, re + 3 * quarter, im + 3 * quarter);
+    butterflies<Real, quarter>(twiddles[logn], re, im);
+    pass<Real, logn - 1>(twiddles, re, im);
+    pass<Real, logn - 2>(twiddles, re + 2 * quarter, im + 2 * quarter);
+    pass<Real, logn - 2>(twiddles, re + 3 * quarter, im + 3 * quarter);
   }
 }
 
 template <class Real>
-using Pass = void (*)(const Turns<Real>*, Real*, Real*);
+using Pass = void (*)(const Twiddles<Real>*, Real*, Real*);
 
 template <class Real, int... logn>
 constexpr std::array<Pass<Real>, sizeof...(logn)> passes(std::integer_sequence<int, logn...>) {
@@ -95,7 +95,7 @@ constexpr std::array<Pass<Real>, sizeof...(logn)> passes(std::integer_sequence<i
 }  // namespace
 
 template <class Real>
-SplitRadixComplexFft<Real>::Turns::Turns(std::size_t n) {
+SplitRadixComplexFft<Real>::Twiddles::Twiddles(std::size_t n) {
   for (auto* table : {&cosine, &sine, &cosine3, &sine3}) table->resize(n / 4);
   for (std::size_t i = 0; i < n / 4; ++i) {
     const double angle = 2.0 * std::numbers::pi * static_cast<double>(i) / static_cast<double>(n);
@@ -108,7 +108,7 @@ SplitRadixComplexFft<Real>::Turns::Turns(std::size_t n) {
 
 template <class Real>
 SplitRadixComplexFft<Real>::SplitRadixComplexFft(std::size_t points) : logn_(checked_logn(points, kMaxLogn)) {
-  for (std::size_t n = 1; n <= points; n *= 2) turns_.emplace_back(n);
+  for (std::size_t n = 1; n <= points; n *= 2) twiddles_.emplace_back(n);
   std::uint32_t reversed = 0;
   for (std::uint32_t i = 0; i < points; ++i) {
     if (i < reversed) swaps_.emplace_back(i, reversed);
@@ -122,7 +122,7 @@ SplitRadixComplexFft<Real>::SplitRadixComplexFft(std::size_t points) : logn_(che
 template <class Real>
 void SplitRadixComplexFft<Real>::forward(Real* re, Real* im) const {
   static constexpr auto kPasses = passes<Real>(std::make_integer_sequence<int, kMaxLogn + 1>());
-  kPasses[static_cast<std::size_t>(logn_)](turns_.data(), re, im);
+  kPasses[static_cast<std::size_t>(logn_)](twiddles_.data(), re, im);
   for (const auto& [a, b] : swaps_) {
     std::swap(re[a], re[b]);
     std::swap(im[a], im[b]);

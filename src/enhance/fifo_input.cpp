@@ -6,18 +6,10 @@
 
 #include "enhance/device_rate.h"
 #include "enhance/log.h"
+#include "enhance/pcm16.h"
 #include "enhance/timer_period.h"
 
 namespace sonivo {
-namespace {
-
-/// Full scale 1.0 to 16 bits: clamped, then cut towards 0. What is no number becomes 0.
-short to_16_bits(float x) {
-  const float scaled = std::clamp(x * 32768.0f, -32768.0f, 32767.0f);
-  return scaled == scaled ? static_cast<short>(scaled) : short{0};
-}
-
-}  // namespace
 
 FifoInput::~FifoInput() {
   log_text(LogLevel::info3, "FifoInput::~FifoInput(): [%p]\n", static_cast<void*>(this));
@@ -149,7 +141,7 @@ int FifoInput::data(std::vector<short>& out, int require, bool trancate) {
   const std::size_t before = out.size();
   while (const auto request = wait_for(require)) {
     // Given back only where data end: while they flow, requests of the timer go on piling up.
-    if (serve(*request, out)) return count_served(require);
+    if (serve(*request, out) && count_served(*request, require)) return require;
     out.resize(before);
   }
   const int appended = end_of_data(out, require);
@@ -157,14 +149,16 @@ int FifoInput::data(std::vector<short>& out, int require, bool trancate) {
   return appended;
 }
 
-/// Nothing: the input has ended, and the ring can't fill the request.
+/// Nothing: the input has ended, and the ring can't fill the request or the request is less than a frame, of which
+/// there would be no end.
 std::optional<FifoInput::Request> FifoInput::wait_for(int require) {
   assert(require >= 0);
   std::unique_lock lock(mutex_);
   for (;;) {
     const std::uint64_t in_require = static_cast<std::uint64_t>(require) * dns_in_fsl_ / kModelFrame;
-    if (data_leng_ >= in_require) {
-      return Request{.in_fsl = dns_in_fsl_, .frames = in_require / dns_in_fsl_, .clears = clears_};
+    const auto frames = static_cast<std::size_t>(in_require / dns_in_fsl_);
+    if (data_leng_ >= in_require && !(data_end_ && frames == 0)) {
+      return Request{.in_fsl = dns_in_fsl_, .frames = frames, .clears = clears_};
     }
     if (data_end_) return std::nullopt;
     wanted_ = in_require;
@@ -186,8 +180,9 @@ bool FifoInput::serve(const Request& request, std::vector<short>& out) {
     clears_heard_ = request.clears;
   }
   RateConverter& converter = request.in_fsl == from_48000_.in_frame() ? from_48000_ : from_44100_;
-  for (std::uint64_t frame = 0; frame < request.frames; ++frame) {
-    out.resize(out.size() + kModelFrame);
+  out.resize(out.size() + request.frames * kModelFrame);  // before any sample leaves the ring: it may fail
+  for (auto frame = out.end() - static_cast<std::ptrdiff_t>(request.frames * kModelFrame); frame != out.end();
+       frame += kModelFrame) {
     {
       const std::lock_guard lock(mutex_);
       if (clears_ != request.clears) return false;
@@ -196,14 +191,16 @@ bool FifoInput::serve(const Request& request, std::vector<short>& out) {
     }
     converter.process(dns_in_.data(), dns_out_.data());
     high_pass_.process(dns_out_);
-    std::transform(dns_out_.begin(), dns_out_.end(), out.end() - kModelFrame, to_16_bits);
+    std::transform(dns_out_.begin(), dns_out_.end(), frame, to_pcm16);
   }
   return true;
 }
 
-int FifoInput::count_served(int require) {
+/// False as above.
+bool FifoInput::count_served(const Request& request, int require) {
   {
     const std::lock_guard lock(mutex_);
+    if (clears_ != request.clears) return false;
     run_ = true;
     if (chunk_samples_ != 0) {
       data_per_chunk_ += static_cast<std::uint32_t>(require);
@@ -211,11 +208,13 @@ int FifoInput::count_served(int require) {
     }
   }
   log_text(LogLevel::info3, "FifoInput::data: [%p], return (%d)\n", static_cast<void*>(this), require);
-  return require;
+  return true;
 }
 
 /// Silence fills up a chunk of which fewer than three frames were delivered, and stands for an input that never ran.
 int FifoInput::end_of_data(std::vector<short>& out, int require) {
+  const std::size_t before = out.size();
+  out.resize(before + static_cast<std::size_t>(require));  // before the place in the chunk moves on: it may fail
   bool was_running = false;
   std::uint32_t data_leng = 0;
   {
@@ -230,11 +229,11 @@ int FifoInput::end_of_data(std::vector<short>& out, int require) {
     data_leng = data_leng_;
   }
   if (was_running) {
+    out.resize(before);
     log_text(LogLevel::info3, "FifoInput::data: (9): [%p], data_end=%d, run=%d, data_leng=%d, return (0)\n",
              static_cast<void*>(this), 1, 1, static_cast<int>(data_leng));
     return 0;
   }
-  out.insert(out.end(), static_cast<std::size_t>(require), short{0});
   log_text(LogLevel::info3, "FifoInput::data: [%p], return (%d)\n", static_cast<void*>(this), require);
   return require;
 }

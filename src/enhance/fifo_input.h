@@ -45,8 +45,9 @@ class FifoInput : public Input<short> {
   void ChangeRate(int rate);
 
   /// Waits until what makes `require` model samples is there, appends all whole frames of it and answers `require`.
-  /// After End a request that the ring can still fill is served. Then: 0, or, where nothing was read since Start or
-  /// fewer than three frames of a chunk, `require` samples of silence. Other threads' pushes are accepted meanwhile.
+  /// After End a request of a frame or more that the ring can still fill is served. Then: 0, or, where nothing was read
+  /// since Start or fewer than three frames of a chunk, `require` samples of silence. Other threads' pushes are
+  /// accepted meanwhile. Where `out` can't grow, nothing was read.
   int data(std::vector<short>& out, int require, bool trancate) override;
   bool end() override;
 
@@ -54,13 +55,13 @@ class FifoInput : public Input<short> {
   /// A request that the ring could fill when it was looked at.
   struct Request {
     std::uint32_t in_fsl;  ///< device samples of a frame
-    std::uint64_t frames;  ///< that it gets
+    std::size_t frames;    ///< that it gets
     std::uint64_t clears;  ///< clears_ at that time
   };
 
   std::optional<Request> wait_for(int require);
   bool serve(const Request& request, std::vector<short>& out);
-  int count_served(int require);
+  bool count_served(const Request& request, int require);
   int end_of_data(std::vector<short>& out, int require);
   void wake_reader();
 

@@ -24,9 +24,10 @@ bool FifoOutput::BuffInit(std::uint32_t size, std::uint32_t exec_leng, int rate)
   {
     const std::lock_guard lock(mutex_);
     const std::uint32_t total = size + exec_leng;
+    const bool is_countable = total >= size;
     buff_size_ = total;
     ++clears_;
-    allocated = ring_.allocate(total);
+    allocated = is_countable && ring_.allocate(total);
     if (allocated && is_device_rate(rate)) {
       data_leng_ = total;
       dns_out_fsl_ = device_frame(rate);

@@ -23,7 +23,7 @@ class FifoOutput {
   FifoOutput& operator=(const FifoOutput&) = delete;
 
   /// New storage for size + exec_leng device samples, all of them silence; rate: 48000 or 44100. False, and no storage,
-  /// for another rate or without memory.
+  /// for another rate, without memory, or where 32 bits can't count the samples.
   bool BuffInit(std::uint32_t size, std::uint32_t exec_leng, int rate);
   /// Back to a ring full of silence, the converters as new. Of a push that is under way nothing stays.
   void BuffClear();

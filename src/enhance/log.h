@@ -16,10 +16,12 @@ enum class LogLevel : int {
 /// Takes each message, from any thread and without a lock of the caller held. It must not log.
 using LogHook = void (*)(LogLevel level, const char* text);
 
-/// Where messages go; null, as at the start: nowhere.
-void set_log_hook(LogHook hook);
+/// Where messages go, up to and with those of most_detailed; null, as at the start: nowhere. While it is changed, a
+/// message of another thread may go to either hook.
+void set_log_hook(LogHook hook, LogLevel most_detailed = LogLevel::debug);
 
-/// printf-style. Costs a load without a hook; allocates nothing: a message ends after 511 bytes.
+/// printf-style; a message brings its own line feed. One that nobody wants costs a comparison. Allocates nothing: a
+/// message ends after 511 bytes.
 void log_text(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace sonivo

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <set>
+
 #include "../support/messages.h"
 #include "e2easr_model/se_model.h"
 #include "e2easr_model/spkenc_model.h"
@@ -168,9 +171,30 @@ TEST(FEManager, ChecksWhatIsSet) {
   }
   EXPECT_THAT(setting<std::string>(manager, "feature-extractor-type", "mfcc"),
               IsMessage(out_of_range("feature-extractor-type")));
-  EXPECT_EQ(setting<float>(manager, "high-freq", -400.0f), "");
-  EXPECT_EQ(setting<int>(manager, "max-feature-vectors", -5), "");
-  EXPECT_EQ(setting<bool>(manager, "snip-edges", false), "");
+}
+
+TEST(FEManager, TakesAnyValueOfAVariableWithoutBounds) {
+  const std::set<std::string> bounded = {"sample-frequency",        "frame-length",   "frame-shift",  "dither",
+                                         "preemphasis-coefficient", "blackman-coeff", "num-mel-bins", "window-type",
+                                         "feature-extractor-type"};
+  FEManager manager;
+  std::size_t taken = 0;
+  for (const auto& variable : manager.variables()) {
+    const std::string& name = variable->name();
+    if (bounded.contains(name)) continue;
+    ++taken;
+    if (dynamic_cast<const Variable<float>*>(variable.get()) != nullptr) {
+      EXPECT_EQ(setting<float>(manager, name, std::numeric_limits<float>::lowest()), "") << name;
+      EXPECT_EQ(setting<float>(manager, name, std::numeric_limits<float>::max()), "") << name;
+    } else if (dynamic_cast<const Variable<int>*>(variable.get()) != nullptr) {
+      EXPECT_EQ(setting<int>(manager, name, std::numeric_limits<int>::lowest()), "") << name;
+      EXPECT_EQ(setting<int>(manager, name, std::numeric_limits<int>::max()), "") << name;
+    } else {
+      EXPECT_EQ(setting<bool>(manager, name, false), "") << name;
+      EXPECT_EQ(setting<bool>(manager, name, true), "") << name;
+    }
+  }
+  EXPECT_EQ(taken, 36u);
 }
 
 TEST(SEModel, ChecksWhatIsSet) {

@@ -187,6 +187,24 @@ TEST_F(Enhancement, OfFeaturesHasTheRowsOfTheInputWhereItCanBeCutSo) {
   EXPECT_EQ(enhanced(features.leftCols(3)), row({11, 22, 33}));
 }
 
+TEST_F(Enhancement, AtStrengthZeroAndOneNothingOfTheOtherChannelComesIn) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const Matrix input = row({5, -6, 0});
+  load(gains_network({1.0f, nan}));
+  model.set<float>("enhancement-strength", 0.0f);
+  EXPECT_EQ(enhanced(input), input);
+  load(gains_network({nan, 1.0f}));
+  model.set<float>("enhancement-strength", 1.0f);
+  EXPECT_EQ(enhanced(input), input);
+  load(gains_network({nan, nan, 1.0f}), {{"is-switching-se", "true"}});
+  EXPECT_EQ(enhanced(input), input);
+}
+
+TEST_F(Enhancement, OfANetworkThatGivesNothingYetIsNothing) {
+  load(thinning_network());
+  EXPECT_EQ(enhanced(row({1, 2})).size(), 0);
+}
+
 TEST_F(Enhancement, NoNumberStaysNone) {
   load(gains_network({std::numeric_limits<float>::quiet_NaN()}));
   EXPECT_TRUE(std::isnan(enhanced(row({1}))(0, 0)));

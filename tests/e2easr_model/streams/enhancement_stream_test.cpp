@@ -181,6 +181,28 @@ TEST_F(EnhancementStream, NeedsAStart) {
   EXPECT_THAT(message_of([&] { next(); }), IsMessage(not_started));
 }
 
+TEST_F(EnhancementStream, AStartThatFailsOrHasNoInputEndsTheRunBefore) {
+  load(gains_network({1.0f}));
+  const std::string not_started = "音声強調開始処理が実行されていない. in se_model.cpp %d";
+  const auto source = samples(counted(18));
+  model.startEnhancement(source);
+  model.startEnhancement(nullptr);
+  EXPECT_EQ(source.use_count(), 1);
+  EXPECT_THAT(message_of([&] { next(); }), IsMessage(not_started));
+  model.startEnhancement(source);
+  model.set<std::string>("window-type", "rectangle");
+  EXPECT_EQ(message_of([&] { model.startEnhancement(samples({})); }), "Error: window_type");
+  EXPECT_EQ(source.use_count(), 1);
+  EXPECT_THAT(message_of([&] { next(); }), IsMessage(not_started));
+}
+
+TEST_F(EnhancementStream, FramesOfSeveralSizesAreNoFeatures) {
+  load(gains_network({1.0f}), {{"frame-length", "6"}});
+  model.startEnhancement(samples(counted(18)));
+  model.set<std::string>("feature-extractor-type", "lmfb");
+  EXPECT_THAT(message_of([&] { next(); }), IsMessage("frames of one step differ in size. in encoder_model.cpp %d"));
+}
+
 TEST_F(EnhancementStream, NeedsALoadedModel) {
   const std::string not_loaded = "モデルが読み込まれていない. in encoder_model.cpp %d";
   EXPECT_THAT(message_of([&] { next(); }), IsMessage(not_loaded));
@@ -228,6 +250,37 @@ TEST_F(EnhancementStream, OfFeaturesRunsTheExtractor) {
   model.startEnhancement(samples(noise));
   EXPECT_EQ(all(), expected);
   EXPECT_EQ(expected.size(), 98u);
+}
+
+TEST_F(EnhancementStream, OptionsOfPitchAreTakenAndChangeNothing) {
+  const std::string network =
+      network_bytes(3, 1, {dense_bytes("a", {1, 1, 1}, {0})}, {{"_input", "a"}, {"a", "_output"}});
+  std::vector<std::pair<std::string, std::string>> symbols = {{"feature-extractor-type", "lmfb"},
+                                                              {"sample-frequency", "16000"},
+                                                              {"frame-length", "25"},
+                                                              {"frame-shift", "10"},
+                                                              {"num-mel-bins", "3"},
+                                                              {"dither", "0"}};
+  std::vector<short> noise;
+  for (int i = 0; i < 4000; ++i) noise.push_back(static_cast<short>(i * 7919 % 20011 - 10000));
+  load(network, symbols);
+  model.startEnhancement(samples(noise));
+  const std::vector<float> expected = all();
+  ASSERT_EQ(expected.size(), 23u);
+  for (const char* const name :
+       {"min-f0", "max-f0", "soft-min-f0", "penalty-factor", "lowpass-cutoff", "resample-frequency", "delta-pitch",
+        "nccf-ballast", "lowpass-filter-width", "upsample-filter-width", "max-frames-latency", "frames-per-chunk",
+        "recompute-frame", "min-duration", "max-feature-vectors"}) {
+    symbols.emplace_back(name, "3");
+  }
+  for (const char* const name : {"simulate-first-pass-online", "nccf-ballast-online", "subtract-mean",
+                                 "allow-downsample", "allow-upsample", "htk-mode"}) {
+    symbols.emplace_back(name, "true");
+  }
+  model.unload();
+  load(network, symbols);
+  model.startEnhancement(samples(noise));
+  EXPECT_EQ(all(), expected);
 }
 
 }  // namespace

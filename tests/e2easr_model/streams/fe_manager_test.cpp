@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+#include <utility>
+#include <variant>
+
 #include "../support/messages.h"
 #include "../support/models.h"
 
@@ -67,17 +71,80 @@ TEST_F(FEStreamTest, OfFeaturesGivesThoseOfTheExtractor) {
   }
 }
 
-TEST_F(FEStreamTest, TakesItsOptionsFromTheVariables) {
-  manager.set<std::string>("window-type", "sine");
-  manager.set<bool>("use-energy", true);
-  manager.set<int>("recompute-frame", 7);
-  manager.set_from_text("vtln-warp", "0.9");
-  const FeatureOptions options = manager.options();
-  EXPECT_EQ(options.sample_frequency, 1000.0f);
-  EXPECT_EQ(options.window_type, "sine");
-  EXPECT_TRUE(options.use_energy);
-  EXPECT_EQ(options.recompute_frame, 7);
-  EXPECT_EQ(options.vtln_warp, 0.9f);
+using O = FeatureOptions;
+using Option = std::variant<float O::*, bool O::*, int O::*, std::string O::*>;
+
+const std::vector<std::pair<const char*, Option>> kOptions = {
+    {"sample-frequency", &O::sample_frequency},
+    {"frame-length", &O::frame_length},
+    {"frame-shift", &O::frame_shift},
+    {"dither", &O::dither},
+    {"preemphasis-coefficient", &O::preemphasis_coefficient},
+    {"remove-dc-offset", &O::remove_dc_offset},
+    {"window-type", &O::window_type},
+    {"round-to-power-of-two", &O::round_to_power_of_two},
+    {"blackman-coeff", &O::blackman_coeff},
+    {"snip-edges", &O::snip_edges},
+    {"allow-downsample", &O::allow_downsample},
+    {"allow-upsample", &O::allow_upsample},
+    {"max-feature-vectors", &O::max_feature_vectors},
+    {"num-mel-bins", &O::num_mel_bins},
+    {"low-freq", &O::low_freq},
+    {"high-freq", &O::high_freq},
+    {"vtln-low", &O::vtln_low},
+    {"vtln-high", &O::vtln_high},
+    {"debug-mel", &O::debug_mel},
+    {"htk-mode", &O::htk_mode},
+    {"use-energy", &O::use_energy},
+    {"energy-floor", &O::energy_floor},
+    {"raw-energy", &O::raw_energy},
+    {"htk-compat", &O::htk_compat},
+    {"use-log-fbank", &O::use_log_fbank},
+    {"use-power", &O::use_power},
+    {"min-f0", &O::min_f0},
+    {"max-f0", &O::max_f0},
+    {"soft-min-f0", &O::soft_min_f0},
+    {"penalty-factor", &O::penalty_factor},
+    {"lowpass-cutoff", &O::lowpass_cutoff},
+    {"resample-frequency", &O::resample_frequency},
+    {"delta-pitch", &O::delta_pitch},
+    {"nccf-ballast", &O::nccf_ballast},
+    {"lowpass-filter-width", &O::lowpass_filter_width},
+    {"upsample-filter-width", &O::upsample_filter_width},
+    {"max-frames-latency", &O::max_frames_latency},
+    {"frames-per-chunk", &O::frames_per_chunk},
+    {"simulate-first-pass-online", &O::simulate_first_pass_online},
+    {"recompute-frame", &O::recompute_frame},
+    {"nccf-ballast-online", &O::nccf_ballast_online},
+    {"subtract-mean", &O::subtract_mean},
+    {"vtln-warp", &O::vtln_warp},
+    {"min-duration", &O::min_duration},
+};
+
+/// A value that is valid for every variable of the type and the default of none with this one.
+template <class T>
+T other_than(const T& value) {
+  if constexpr (std::is_same_v<T, float>) return 0.5f;
+  if constexpr (std::is_same_v<T, int>) return 7;
+  if constexpr (std::is_same_v<T, bool>) return !value;
+  if constexpr (std::is_same_v<T, std::string>) return "sine";
+}
+
+TEST(FEManager, EachVariableSetsItsOptionAndNoOther) {
+  ASSERT_EQ(kOptions.size() + 1, FEManager().variables().size());  // the type is not the extractor's
+  for (const auto& [set_name, set_option] : kOptions) {
+    SCOPED_TRACE(set_name);
+    FEManager manager;
+    const auto set = [&, name = set_name]<class T>(T O::*option) { manager.set<T>(name, other_than(O().*option)); };
+    std::visit(set, set_option);
+    const FeatureOptions options = manager.options();
+    for (const auto& [name, option] : kOptions) {
+      const auto check = [&, is_set = option == set_option, text = name]<class T>(T O::*value) {
+        EXPECT_EQ(options.*value, is_set ? other_than(O().*value) : O().*value) << text;
+      };
+      std::visit(check, option);
+    }
+  }
 }
 
 struct OtherManager : FEManager {

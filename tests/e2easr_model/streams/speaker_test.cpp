@@ -104,6 +104,24 @@ TEST_F(SpeakerEncoder, NeedsFramesBehindThePreprocessor) {
               IsMessage("前処理に必要な特徴量が取得できない. in spkenc_model.cpp %d"));
 }
 
+TEST_F(SpeakerEncoder, NeedsAResultToAverage) {
+  load(thinning_network());
+  EXPECT_THAT(message_of([&] { embed({1, 2}); }), IsMessage("特徴量が取得できない. in spkenc_model.cpp %d"));
+  EXPECT_FLOAT_EQ(embed({1, 2, 3, 64, 5, 6})(0), 64.0f / 32768);
+}
+
+TEST_F(SpeakerEncoder, GivesTheNetworksResultForAMatrixAsItIs) {
+  SpkEncModelImpl model;
+  EXPECT_THAT(message_of([&] { model.execute(Matrix::Ones(1, 1)); }),
+              IsMessage("モデルが読み込まれていない. in encoder_model.cpp %d"));
+  std::istringstream stream(model_bytes({.magic = "spkb", .network = memory_network()}));
+  model.load(stream, false);
+  EXPECT_EQ(model.execute(Matrix::Constant(1, 2, 1000)).get<Matrix>("encoded"),
+            (Matrix(2, 2) << 1000, 1000, 1000, 2000).finished());
+  EXPECT_EQ(model.execute(Matrix::Constant(1, 1, 1)).get<Matrix>("encoded"), (Matrix(2, 1) << 1, 1001).finished())
+      << "it remembers";
+}
+
 TEST_F(SpeakerEncoder, NeedsAnInputAndANetwork) {
   EXPECT_THAT(message_of([&] { embed({1}); }), IsMessage("モデルが読み込まれていない. in encoder_model.cpp %d"));
   load(gains_network({1.0f}));

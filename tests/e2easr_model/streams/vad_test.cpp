@@ -182,6 +182,119 @@ TEST_F(Vad, EnhancesWithAnSEModel) {
   model.stopVAD();
 }
 
+TEST_F(Vad, AnSEModelIsEnhancedWithFromTheNextStartOn) {
+  SEModel enhancement;
+  load_se(enhancement, gains_network({1.0f}));
+  const auto is_enhanced = [&] {
+    std::uint32_t state = 0;
+    return model.getVADResult(state).has("enhanced");
+  };
+  model.startVAD(samples(signal("ss")));
+  model.set_se_model(enhancement);
+  EXPECT_FALSE(is_enhanced());
+  model.startVAD(samples(signal("ss")));
+  EXPECT_TRUE(is_enhanced());
+  SEModel other;
+  load_se(other, gains_network({1.0f}));
+  model.set_se_model(other);
+  EXPECT_TRUE(is_enhanced()) << "by the one it was started with";
+}
+
+TEST_F(Vad, ASegmentIsNotLostWhenItsEnhancementFails) {
+  SEModel enhancement;
+  load_se(enhancement, gains_network({1.0f}));
+  model.set_se_model(enhancement);
+  model.startVAD(samples(signal("sss")));
+  std::uint32_t state = 0;
+  const auto next = [&] { return model.getVADResult(state).get<E2EResult>("vad").get<std::vector<short>>("input"); };
+  EXPECT_THAT(next(), ElementsAre(1, 2));
+  enhancement.stopEnhancement();
+  EXPECT_THAT(message_of(next), IsMessage("音声強調開始処理が実行されていない. in se_model.cpp %d"));
+  EXPECT_THAT(next(), ElementsAre(3, 4));
+  enhancement.unload();
+  EXPECT_THAT(message_of(next), IsMessage("モデルが読み込まれていない. in encoder_model.cpp %d"));
+  EXPECT_EQ(message_of([&] { model.stopVAD(); }), "");
+}
+
+TEST_F(Vad, WithAnSEModelThatHasAVADModelOfItsOwnEverythingIsEnhanced) {
+  VADModel gate;
+  load_vad(gate);
+  SEModel enhancement;
+  load_se(enhancement, gains_network({1.0f}));
+  enhancement.set_vad(gate);
+  model.set_se_model(enhancement);
+  model.startVAD(samples({30000, 30001}));
+  std::uint32_t state = 0;
+  EXPECT_EQ(model.getVADResult(state).get<Matrix>("enhanced"), row({30000, 30001}));
+}
+
+TEST_F(Vad, ModelsCannotRunEachOther) {
+  SEModel enhancement;
+  load_se(enhancement, gains_network({1.0f}));
+  enhancement.set_vad(model);
+  EXPECT_THAT(message_of([&] { model.set_se_model(enhancement); }),
+              IsMessage("the models would run each other. in vad_model.cpp %d"));
+  SEModel second;
+  load_se(second, gains_network({1.0f}));
+  model.set_se_model(second);
+  EXPECT_THAT(message_of([&] { second.set_vad(model); }),
+              IsMessage("the models would run each other. in se_model.cpp %d"));
+}
+
+TEST_F(Vad, StoppedItHoldsItsSourceNoMore) {
+  const auto source = samples(signal("ss"));
+  model.startVAD(source);
+  model.stopVAD();
+  EXPECT_EQ(source.use_count(), 1);
+  model.startVAD(source);
+  model.startVAD(nullptr);
+  EXPECT_EQ(source.use_count(), 1);
+}
+
+TEST_F(Vad, GoesThroughThePreprocessorAndOnThroughAnotherModel) {
+  const auto load = [&](const std::string& scale) {
+    load_bytes(model, model_bytes({.magic = "vadb",
+                                   .has_preprocessor = 1,
+                                   .preprocessor = flow_text("AffineTransformNode", "<scale>" + scale + "</scale>"),
+                                   .network = gains_network({1.0f}),
+                                   .symbols = kTwoSampleFrames}));
+    model.set<int>("chunk-size", 1);
+  };
+  model.unload();
+  load("0\n0");
+  model.startVAD(samples(signal("s.s.")));
+  std::uint32_t state = 0;
+  const auto next = [&] { return model.getVADResult(state).get<E2EResult>("vad"); };
+  EXPECT_TRUE(next().get<bool>("active"));
+  E2EResult silence = next();
+  EXPECT_TRUE(silence.get<bool>("active")) << "zeros are speech";
+  EXPECT_THAT(silence.get<std::vector<short>>("input"), ElementsAre(30002, 30003)) << "the source's own";
+  model.unload();
+  load("1\n1");
+  EXPECT_TRUE(next().get<bool>("active"));
+  EXPECT_FALSE(next().get<bool>("active"));
+}
+
+TEST_F(Vad, RunsOnFeaturesToo) {
+  model.unload();
+  const std::string first =
+      network_bytes(3, 1, {dense_bytes("a", {1, 0, 0}, {0})}, {{"_input", "a"}, {"a", "_output"}});
+  load_bytes(model, model_bytes({.magic = "vadb", .network = first, .symbols = {{"num-mel-bins", "3"}}}));
+  Matrix features(3, 2);
+  features << 0.25f, 40.0f,  //
+      9, 9,                  //
+      9, 9;
+  const E2EResult result = model.execute(features);
+  EXPECT_EQ(result.get<Matrix>("prob"), row({0.25f, 40})) << "neither scaled nor clamped";
+  EXPECT_TRUE(result.get<bool>("active"));
+  model.set<int>("chunk-size", 2);
+  model.startVAD(samples(std::vector<short>(400 + 3 * 160, 0)));
+  std::uint32_t state = 0;
+  const auto next = [&] { return model.getVADResult(state).get<E2EResult>("vad").get<std::vector<short>>("input"); };
+  EXPECT_EQ(next().size(), 400u + 160u);
+  EXPECT_EQ(next().size(), 160u + 160u);
+}
+
 TEST_F(Vad, RefusesSEModelsThatDoNotFit) {
   SEModel enhancement;
   EXPECT_THAT(message_of([&] { model.set_se_model(enhancement); }),
@@ -293,6 +406,40 @@ TEST_F(GatedEnhancement, EndsWithTheModelsLoading) {
   load_se(enhancement, gains_network({1.0f}));
   enhancement.startEnhancement(samples(signal(".")));
   EXPECT_EQ(next().samples, (std::vector<float>{30000, 30001}));
+}
+
+TEST_F(GatedEnhancement, ARunKeepsItsVADModel) {
+  enhancement.set_vad(model);
+  enhancement.startEnhancement(samples(signal("s.ss")));
+  EXPECT_EQ(next(), (Chunk{{1, 3}, 0}));
+  VADModel other;
+  load_vad(other);
+  enhancement.set_vad(other);
+  EXPECT_EQ(next(), (Chunk{{}, 0})) << "silence to the first one; the other was not started";
+  enhancement.unload();
+  load_se(enhancement, gains_network({1.0f}));
+  EXPECT_EQ(next(), (Chunk{{5, 6}, 0})) << "the stream goes on through another network";
+  model.unload();
+  EXPECT_THAT(message_of([&] { next(); }), IsMessage("モデルが読み込まれていない. in encoder_model.cpp %d"));
+  EXPECT_EQ(message_of([&] { enhancement.stopEnhancement(); }), "");
+}
+
+TEST_F(GatedEnhancement, StoppedTheSourceIsHeldNoMore) {
+  const auto source = samples(signal("ss"));
+  enhancement.set_vad(model);
+  enhancement.startEnhancement(source);
+  enhancement.stopEnhancement();
+  EXPECT_EQ(source.use_count(), 1);
+  enhancement.startEnhancement(source);
+  enhancement.set<bool>("offline", true);
+  enhancement.startEnhancement(nullptr);
+  EXPECT_EQ(source.use_count(), 1);
+}
+
+TEST_F(GatedEnhancement, NeedsAFrame) {
+  enhancement.set_vad(model);
+  enhancement.startEnhancement(samples({1}));
+  EXPECT_THAT(message_of([&] { next(); }), IsMessage("VADに必要な特徴量が取得できない. in vad_model.cpp %d"));
 }
 
 TEST_F(GatedEnhancement, NeedsALoadedVADModel) {

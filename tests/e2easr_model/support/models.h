@@ -36,6 +36,15 @@ inline std::string memory_network() {
   return network_bytes(1, 2, {layer_bytes("a", "TDNN", record)}, {{"_input", "a"}, {"a", "_output"}});
 }
 
+/// One row: of every four samples the last. Fewer than four give nothing yet.
+inline std::string thinning_network() {
+  const std::string record = "TDNN" + bytes_of<std::int32_t>(0) + bytes_of<std::int32_t>(1) +
+                             bytes_of<std::int32_t>(4) + bytes_of<std::int32_t>(1) + bytes_of<std::int32_t>(4) +
+                             bytes_of<std::int32_t>(4) + matrix_bytes(4, 1, {0.0f, 0.0f, 0.0f, 1.0f}) +
+                             matrix_bytes(1, 1, {0.0f});
+  return network_bytes(1, 1, {layer_bytes("a", "TDNN", record)}, {{"_input", "a"}, {"a", "_output"}});
+}
+
 /// y = scale x, element by element, of as many rows as there are scales.
 inline std::string scales_network(const std::string& id, const std::vector<float>& scales) {
   const auto rows = static_cast<std::int64_t>(scales.size());

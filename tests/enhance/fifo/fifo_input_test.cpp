@@ -197,6 +197,15 @@ TEST_F(Input48, StartsAnewWhenItIsInitialisedAgain) {
   EXPECT_EQ(read_on(160), (Answer{160, 160})) << "nothing was read since";
 }
 
+TEST_F(Input48, IsAtTheStartOfAChunkWhenItIsInitialisedAgain) {
+  push(noise(480, 0.5f));
+  pull(160);  // at 160
+  ASSERT_TRUE(fifo_.BuffInit(960, 48000, 5));
+  pull(0);  // it ran, and would pad anywhere from 1 to 479
+  fifo_.End();
+  EXPECT_EQ(read_on(160), (Answer{0, 0}));
+}
+
 TEST_F(Input48, ForgetsAllSamplesWhenCleared) {
   push(noise(4800, 0.5f));
   pull(800);
@@ -256,6 +265,17 @@ TEST_F(Input48, ServesWhatTheRingCanStillFillAfterTheEnd) {
   EXPECT_EQ(pull(480).size(), 480u);
   EXPECT_EQ(pull(320).size(), 320u);
   EXPECT_EQ(read_on(160), (Answer{0, 0}));
+}
+
+/// Such a request takes nothing out of the ring: whoever reads up to an answer of 0 would read for ever.
+TEST_F(Input48, ServesNoRequestOfLessThanAFrameAfterTheEnd) {
+  push(noise(1920, 0.5f));
+  pull(480);
+  EXPECT_EQ(read_on(79), (Answer{79, 0})) << "before the end";
+  fifo_.End();
+  EXPECT_EQ(read_on(159), (Answer{0, 0}));
+  EXPECT_EQ(read_on(1), (Answer{0, 0}));
+  EXPECT_EQ(fifo_.GetDataLength(), 480u);
 }
 
 TEST_F(Input48, GivesOneBlockOfSilenceWhereNothingEverRan) {

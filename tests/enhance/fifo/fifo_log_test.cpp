@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "enhance/fifo_input.h"
 #include "enhance/fifo_output.h"
@@ -67,6 +68,16 @@ TEST(FifoInputLog, TellsWhatIsFreedAtTheEnd) {
                                       Pair(kOperation, "FifoInput:: free(" + pointer(nullptr) + ")\n")));
 }
 
+TEST(FifoInputLog, TellsTheRingThatIsFreed) {
+  LogCapture log;
+  std::optional<FifoInput> fifo(std::in_place);
+  ASSERT_TRUE(fifo->BuffInit(4800, 48000, 5));
+  log.take();
+  fifo.reset();
+  EXPECT_THAT(log.take(),
+              ElementsAre(testing::_, Pair(kOperation, testing::MatchesRegex("FifoInput:: free\\(0x[0-9a-f]+\\)\n"))));
+}
+
 TEST(FifoInputLog, TellsAnotherRate) {
   LogCapture log;
   FifoInput fifo;
@@ -100,6 +111,8 @@ TEST(FifoOutputLog, NamesEachOperationAndItsResult) {
   expect("FifoOutput::BuffClear: " + me + "\n", "FifoOutput::BuffClear: " + me + ", return\n");
   EXPECT_FALSE(fifo->BuffInit(480, 960, 8000));
   EXPECT_THAT(log.take(), Contains(Pair(LogLevel::error, "FifoOutput::BuffInit: rate=8000, return (false)\n")));
+  EXPECT_FALSE(fifo->BuffInit(0xFFFFFFFF, 1, 48000));
+  EXPECT_THAT(log.take(), Contains(Pair(LogLevel::error, "FifoOutput::BuffInit: ring_buff=NULL, return (false)\n")));
   fifo.reset();
   EXPECT_THAT(log.take(), ElementsAre(Pair(kOperation, "FifoOutput::~FifoOutput(): " + me + "\n"),
                                       Pair(kOperation, "FifoOutput:: free(" + pointer(nullptr) + ")\n")));

@@ -156,6 +156,16 @@ TEST(FifoOutput, WithoutStorageGivesAndTakesNothing) {
   pop(fifo, 4800);
 }
 
+TEST(FifoOutput, HasNoRingThatThirtyTwoBitsCantCount) {
+  FifoOutput fifo;
+  EXPECT_FALSE(fifo.BuffInit(0xFFFFFFFF, 481, 48000));
+  EXPECT_FALSE(fifo.BuffInit(481, 0xFFFFFFFF, 48000));
+  float sample = 0;
+  EXPECT_EQ(fifo.PopData(&sample, 1), 0u);
+  fifo.BuffClear();
+  EXPECT_EQ(fifo.PopData(&sample, 1), 0u);
+}
+
 TEST(FifoOutput, StartsAnewWhenItIsInitialisedAgain) {
   FifoOutput fifo;
   ASSERT_TRUE(fifo.BuffInit(4800, 0, 48000));

@@ -29,6 +29,34 @@ TEST(Log, WritesNothingWithoutAHook) {
   EXPECT_THAT(log.take(), IsEmpty());
 }
 
+TEST(Log, GivesNothingMoreDetailedThanTheHookWants) {
+  static std::string heard;
+  heard.clear();
+  set_log_hook([](LogLevel, const char* text) { heard += text; }, LogLevel::info1);
+  log_text(LogLevel::info0, "a");
+  log_text(LogLevel::info1, "b");
+  log_text(LogLevel::info2, "c");
+  set_log_hook([](LogLevel, const char* text) { heard += text; }, LogLevel{1001});
+  log_text(LogLevel::error, "d");
+  log_text(LogLevel::warning, "e");
+  set_log_hook([](LogLevel, const char* text) { heard += text; }, LogLevel{-1});
+  log_text(LogLevel::info0, "f");
+  set_log_hook(nullptr);
+  EXPECT_EQ(heard, "abd");
+}
+
+TEST(Log, FormatsNothingThatNobodyWants) {
+  int formatted = -1;
+  log_text(LogLevel::info0, "message%n", &formatted);
+  EXPECT_EQ(formatted, -1) << "without a hook";
+  set_log_hook([](LogLevel, const char*) {}, LogLevel::info2);
+  log_text(LogLevel::info3, "message%n", &formatted);
+  EXPECT_EQ(formatted, -1);
+  log_text(LogLevel::info2, "message%n", &formatted);
+  EXPECT_EQ(formatted, 7);
+  set_log_hook(nullptr);
+}
+
 TEST(Log, EndsAMessageAfter511Bytes) {
   LogCapture log;
   log_text(LogLevel::info0, "%s", std::string(600, 'x').c_str());

@@ -48,5 +48,22 @@ TEST(AffineTransformNode, TellsWhatCannotBeStored) {
   }
 }
 
+TEST(AffineTransformNode, RefusesSizesThatDiffer) {
+  const std::string message = "Sizes of matrix, ibias, obias and scale differ";
+  const std::string matrix = "<matrix>1 2 3\n4 5 6</matrix>";
+  for (const std::string& settings :
+       {matrix + "<ibias>1 2</ibias>", matrix + "<obias>1 2 3</obias>", matrix + "<scale>1 2 3</scale>",
+        std::string("<ibias>1 2</ibias><obias>1</obias>"), std::string("<ibias>1 2</ibias><scale>1</scale>"),
+        std::string("<obias>1 2</obias><scale>1</scale>")}) {
+    expect_load_error<DimensionMismatchError>(one_node("AffineTransformNode", settings), message,
+                                              "meridane::AffineTransformNode::load_settings");
+  }
+  for (const std::string& settings : {matrix, std::string("<ibias>1 2 3</ibias>"), std::string("<obias>1 2 3</obias>"),
+                                      std::string("<scale>1 2 3</scale>")}) {
+    expect_error<DimensionMismatchError>([&] { run_node("AffineTransformNode", settings, numbered(2, 1)); },
+                                         "number of dimentions of input data does not accord", "meridane::expect_size");
+  }
+}
+
 }  // namespace
 }  // namespace meridane

@@ -183,14 +183,19 @@ TEST(FlowDocument, ComputesSettings) {
   EXPECT_THAT(text, testing::HasSubstr("<headedge type=\"zero\">4</headedge>"));
 }
 
+TEST(FlowDocument, PassesOnWhatIsWrongWithAnExpression) {
+  EXPECT_THROW(flow_of(one_node("BufferingNode", "<frame>${nothing_of_that_name}</frame>")), ScriptError);
+  EXPECT_THROW(flow_of(one_node("ReorderNode", "<mask>${nothing_of_that_name}</mask>")), ScriptError);
+  EXPECT_THROW(flow_of(one_node("AffineTransformNode", "<matrix ref=\"${nothing_of_that_name}\"/>")), ScriptError);
+}
+
 TEST(FlowDocument, ThatIsNoneTellsSo) {
   expect_load_error("", "Failed to construct Flow object", "meridane::Flow::Flow");
   expect_load_error("<NN/>", "Failed to construct Flow object", kLoad);
   expect_load_error("<flow>", "Failed to parse xml", "meridane::XmlFile::XmlFile");
   expect_error([] { Flow(static_cast<const XmlElement*>(nullptr)); }, "Parent xml node is not found",
                "meridane::Flow::Flow");
-  expect_load_error("<flow><nodes/></flow>", "Unknown element \"nodes\" in flow",
-                    "meridane::{anonymous}::expect_children");
+  expect_load_error("<flow><nodes/></flow>", "Unknown element \"nodes\" in flow", "meridane::expect_children");
   expect_load_error(one_node("Flow", ""), "Flow object cannot be a handler host", "meridane::Flow::add_node");
 }
 
@@ -230,8 +235,8 @@ TEST(FlowDocument, RefusesIdsThatAreTakenAndSettingsThatAreUnknown) {
   expect_load_error("<flow>" + softmax("_input") + "</flow>", "Id [_input] is duplicated", where);
   expect_load_error("<flow>" + softmax("_output") + "</flow>", "Id [_output] is duplicated", where);
   expect_load_error("<flow>" + softmax("") + "</flow>", "attribute \"id\" is empty", where);
-  expect_load_error(one_node("SoftmaxNode", "<length>1</length>"), "Unknown setting \"length\"",
-                    "meridane::expect_settings");
+  expect_load_error(one_node("SoftmaxNode", "<length>1</length>"), "Unknown element \"length\" in node",
+                    "meridane::expect_children");
   expect_load_error(one_node("BufferingNode", "<frame>1</frame><frame>1</frame>"), "Setting \"frame\" is given twice",
                     "meridane::expect_settings");
 }

@@ -67,6 +67,18 @@ void expect_load_error(const std::string& document, const std::string& message, 
   expect_error<Error>([&] { flow_of(document); }, message, operation);
 }
 
+/// One behind the other; those without columns don't count.
+inline Matrix joined(const std::vector<Matrix>& parts) {
+  Matrix all;
+  for (const Matrix& part : parts) {
+    if (part.cols() == 0) continue;
+    const Eigen::Index before = all.cols();
+    all.conservativeResize(part.rows(), before + part.cols());
+    all.rightCols(part.cols()) = part;
+  }
+  return all;
+}
+
 /// Numbers of their own in every place.
 inline Matrix numbered(Eigen::Index rows, Eigen::Index cols) {
   Matrix frames(rows, cols);

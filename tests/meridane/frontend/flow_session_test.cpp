@@ -12,19 +12,8 @@ const std::string kBranches =
     link_text("_input", "w") + link_text("_input", "s") + link_text("w", "m") + link_text("s", "m") +
     link_text("m", "b") + link_text("b", "_output", "_output") + link_text("s", "_output", "flowout_soft") + "</flow>";
 
-Matrix joined(const std::vector<Matrix>& parts) {
-  Matrix all;
-  for (const Matrix& part : parts) {
-    if (part.cols() == 0) continue;
-    const Eigen::Index before = all.cols();
-    all.conservativeResize(part.rows(), before + part.cols());
-    all.rightCols(part.cols()) = part;
-  }
-  return all;
-}
-
 TEST(FlowSession, IsOpenFromStartToEnd) {
-  const std::string where = "meridane::OutputBuffer::";
+  const std::string where = "meridane::Flow::";
   Flow flow = flow_of(one_node("SoftmaxNode", ""));
   EXPECT_FALSE(flow.in_session());
   expect_error([&] { flow.feed(Vector(Vector::Zero(2))); }, "is not in session", "meridane::Flow::feed");
@@ -86,6 +75,35 @@ TEST(FlowSession, AFailureEndsIt) {
   EXPECT_EQ(run(flow, numbered(3, 2)).cols(), 2);
 }
 
+TEST(FlowSession, AVectorThatTheInputRefusesEndsIt) {
+  Flow flow = flow_of(one_node("SoftmaxNode", ""));
+  flow.start();
+  expect_error([&] { flow.feed(Vector(Vector::Zero((1 << 24) + 1))); }, "More than 16777216 values wait in the flow",
+               "meridane::FlowBudget::take");
+  EXPECT_FALSE(flow.in_session());
+  EXPECT_EQ(run(flow, numbered(3, 2)).cols(), 2);
+}
+
+TEST(FlowSession, AListenerThatThrowsEndsIt) {
+  Flow flow = flow_of(kBranches);
+  bool fails = true;
+  std::vector<Matrix> heard;
+  flow.output("flowout_soft")
+      .add_handlers([](const PackInfo&) {},
+                    [&](const FlowData& data) {
+                      if (fails) throw std::runtime_error("no more");
+                      heard.emplace_back(std::get<Vector>(data));
+                    });
+  const Matrix x = numbered(2, 7) / 1000;
+  flow.start();
+  EXPECT_THROW(flow.feed(x), std::runtime_error);
+  EXPECT_FALSE(flow.in_session());
+  fails = false;
+  const Matrix out = run(flow, x);
+  ASSERT_EQ(out.cols(), 7);
+  EXPECT_EQ(joined(heard), out.bottomRows(2));
+}
+
 TEST(FlowSession, PacksTellWhereItBeginsAndEnds) {
   Flow flow =
       flow_of(one_node("FrameWindowNode", "<length>2</length><shift>1</shift><tailedge type=\"zero\">1</tailedge>"));
@@ -128,6 +146,8 @@ TEST(FlowSession, TheInputMayBeTheOutput) {
   flow.feed(Vector(Vector::Zero(3)));
   expect_error([&] { flow.take(); }, "number of dimentions of input data does not accord",
                "meridane::OutputBuffer::take");
+  flow.feed(Vector(Vector::Ones(3)));
+  EXPECT_EQ(flow.take(), Matrix::Ones(3, 1)) << "what could not be taken is gone";
 }
 
 TEST(FlowSession, AFlowThatMovesGoesOn) {

@@ -3,7 +3,7 @@
 namespace meridane {
 namespace {
 
-const std::string kLoad = "meridane::FrameWindowNode::load_settings";
+const std::string kLoadWindow = "meridane::FrameWindowNode::load_settings";
 
 std::string window_settings(int length, int shift, const std::string& others = "") {
   return "<length>" + std::to_string(length) + "</length><shift>" + std::to_string(shift) + "</shift>" + others;
@@ -112,7 +112,7 @@ TEST(FrameWindowNode, TheEdgesOfSessionsAreTheirOwn) {
 
 TEST(FrameWindowNode, TellsWhatIsWrongWithItsSettings) {
   const auto expect = [](const std::string& settings, const std::string& message) {
-    expect_load_error(one_node("FrameWindowNode", settings), message, kLoad);
+    expect_load_error(one_node("FrameWindowNode", settings), message, kLoadWindow);
   };
   for (const std::string text : {"", "x", "1.5", "1 2", "99999999999"}) {
     expect("<length>" + text + "</length><shift>1</shift>", "length tag is not well formed");
@@ -156,6 +156,15 @@ TEST(FrameWindowNode, RefusesVectorsOfAnotherSize) {
   flow.feed(Vector(Vector::Zero(2)));
   expect_error<DimensionMismatchError>([&] { flow.feed(Vector(Vector::Zero(3))); },
                                        "number of dimentions of input data does not accord", "meridane::expect_size");
+}
+
+TEST(FrameWindowNode, VectorsThatAreDroppedHaveTheSizeOfTheOthers) {
+  Flow flow = flow_of(one_node("FrameWindowNode", window_settings(1, 1, "<headedge type=\"drop\">1</headedge>")));
+  flow.start();
+  flow.feed(Vector(Vector::Zero(2)));
+  expect_error<DimensionMismatchError>([&] { flow.feed(Vector(Vector::Zero(3))); },
+                                       "number of dimentions of input data does not accord", "meridane::expect_size");
+  EXPECT_EQ(run(flow, numbered(3, 2)), numbered(3, 2).rightCols(1));
 }
 
 }  // namespace

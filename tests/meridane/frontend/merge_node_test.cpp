@@ -90,5 +90,12 @@ TEST(MergeNode, RefusesVectorsOfAnotherSizeWithinASession) {
   EXPECT_EQ(run(flow, numbered(2, 1)), numbered(2, 1));
 }
 
+TEST(MergeNode, EachInputHasASizeOfItsOwn) {
+  Flow flow = flow_of("<flow>" + merge("<num>2</num>") + kWindow + link_text("_input", "w") + link_text("_input", "m") +
+                      link_text("w", "m") + link_text("m", "_output", "_output") + "</flow>");
+  EXPECT_EQ(run(flow, numbered(2, 1)), (Vector(6) << 101, 102, 0, 0, 101, 102).finished());
+  EXPECT_EQ(run(flow, numbered(1, 1)), (Vector(3) << 101, 0, 101).finished()) << "and in each session";
+}
+
 }  // namespace
 }  // namespace meridane

@@ -1,9 +1,6 @@
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 
+#include "../../support/temporary_folder.h"
 #include "flow_samples.h"
 #include "meridane/framescore/multigmm.h"
 #include "meridane/framescore/rbm.h"
@@ -22,18 +19,32 @@ const std::string kMachine =
 
 std::string parameter(const std::string& document) { return "<parameter>" + document + "</parameter>"; }
 
-/// A file of that content for as long as this lives.
-class File {
- public:
-  explicit File(const std::string& content) { std::ofstream(path_, std::ios_base::binary) << content; }
-  ~File() { std::filesystem::remove(path_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  std::string path() const { return path_; }
-
- private:
-  std::string path_ = testing::TempDir() + "flow_parameter_" + std::to_string(::getpid());
-};
+/// A node with the parameter `document` inside it writes the same whether it's inside, in a file, or in a binary file.
+template <class Parameter>
+void expect_same_from_files(const std::string& type, const std::string& document) {
+  Parameter parameters;
+  std::istringstream stream(document);
+  parameters.load(stream, "text/xml");
+  std::ostringstream binary;
+  parameters.dump(binary, "application/meridane-bin");
+  const sonivo::test::TemporaryFolder folder;
+  const std::string text_file = folder.write("text", document);
+  const std::string binary_file = folder.write("binary", binary.str());
+  const std::string inlined = document_of(flow_of(one_node(type, parameter(document))));
+  for (const std::string& attributes : {"ref=\"${'" + text_file + "'}\"", "type=\"text/xml\" ref=\"" + text_file + "\"",
+                                        "type=\"application/meridane-bin\" ref=\"" + binary_file + "\"",
+                                        "type=\"${'application/' + 'meridane-bin'}\" ref=\"" + binary_file + "\""}) {
+    EXPECT_EQ(document_of(flow_of(one_node(type, "<parameter " + attributes + "/>"))), inlined) << attributes;
+  }
+  const auto expect = [&](const std::string& attributes, const std::string& format) {
+    const std::string setting = "<parameter " + attributes + ">" + document + "</parameter>";
+    expect_load_error(one_node(type, setting), "\"" + format + "\" format does not support",
+                      "meridane::load_parameter");
+  };
+  expect("type=\"text/plain\" ref=\"" + text_file + "\"", "text/plain");
+  expect("type=\"\"", "");
+  expect("type=\"application/meridane-bin\"", "application/meridane-bin");
+}
 
 TEST(GMMQuantizeNode, TellsWhichMixtureIsDensest) {
   Matrix x(2, 5);
@@ -59,27 +70,10 @@ TEST(GMMQuantizeNode, RefusesWhatItCannotUse) {
 }
 
 TEST(GMMQuantizeNode, TakesItsParameterFromAFileToo) {
-  const Matrix x = (Matrix(2, 2) << 4, 0, 4, 0).finished();
-  const Matrix expected = (Matrix(1, 2) << 1, 0).finished();
-  MultiGMMParameter mixtures;
-  std::istringstream document(kMixtures);
-  mixtures.load(document, "text/xml");
-  std::ostringstream binary;
-  mixtures.dump(binary, "application/meridane-bin");
-  const std::string inlined = document_of(flow_of(one_node("GMMQuantizeNode", parameter(kMixtures))));
-  {
-    const File file(kMixtures);
-    const std::string node = one_node("GMMQuantizeNode", "<parameter ref=\"${'" + file.path() + "'}\"/>");
-    Flow flow = flow_of(node);
-    EXPECT_EQ(run(flow, x), expected);
-    EXPECT_EQ(document_of(flow), inlined);
-  }
-  const File file(binary.str());
-  Flow flow = flow_of(
-      one_node("GMMQuantizeNode", "<parameter type=\"application/meridane-bin\" ref=\"" + file.path() + "\"/>"));
-  EXPECT_EQ(run(flow, x), expected);
-  EXPECT_EQ(document_of(flow), inlined);
+  expect_same_from_files<MultiGMMParameter>("GMMQuantizeNode", kMixtures);
 }
+
+TEST(RBMSampleNode, TakesItsParameterFromAFileToo) { expect_same_from_files<RBMParameter>("RBMSampleNode", kMachine); }
 
 TEST(RBMSampleNode, ExpectsItsHiddenUnits) {
   const Matrix x = (Vector(3) << 1, 0, 1).finished();
@@ -114,6 +108,8 @@ TEST(RBMSampleNode, RefusesWhatItCannotUse) {
         "use_expectation tag is not well formed", where);
   }
   expect_load_error(one_node("RBMSampleNode", ""), "couldn't find \"parameter\" tag", "meridane::expect_child");
+  expect_load_error(one_node("RBMSampleNode", parameter(kMixtures)), "couldn't find \"RBM\" tag",
+                    "meridane::expect_root");
   expect_error([] { run_node("RBMSampleNode", parameter(kMachine), numbered(2, 1)); },
                "number of dimentions of input data does not accord", "meridane::RBMParameter::hidden");
 }

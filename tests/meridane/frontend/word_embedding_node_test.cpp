@@ -44,6 +44,25 @@ TEST(WordEmbeddingNode, ReadsAMappingInShiftJIS) {
                     "\"\x90\" is not Shift-JIS", "meridane::utf8_of_sjis");
 }
 
+TEST(WordEmbeddingNode, WritesAWordThatIsThereTwiceAsItWasRead) {
+  const std::string entries = entry("a", "1 2") + entry("a", "3 4") + entry("b", "5 6");
+  const std::string document = document_of(flow_of(one_node("WordEmbeddingNode", mapping(charset("UTF-8"), entries))));
+  Flow again = flow_of(document);
+  EXPECT_EQ(document_of(again), document);
+  EXPECT_EQ(vectors_of(again, {"a", "b"}), (Matrix(2, 2) << 1, 5, 2, 6).finished()) << "the first one counts";
+}
+
+TEST(WordEmbeddingNode, RefusesElementsThatItDoesNotKnow) {
+  const auto expect = [](const std::string& entries, const std::string& message, const std::string& where) {
+    expect_load_error(one_node("WordEmbeddingNode", mapping(charset("UTF-8"), entries)), message, where);
+  };
+  const std::string vec = "<vec>1 2</vec>";
+  expect("<word/>", "Unknown element \"word\" in mapping", "meridane::expect_children");
+  expect("<entry word=\"a\">" + vec + "<count/></entry>", "Unknown element \"count\" in entry",
+         "meridane::expect_children");
+  expect("<entry word=\"a\">" + vec + vec + "</entry>", "Setting \"vec\" is given twice", "meridane::expect_settings");
+}
+
 TEST(WordEmbeddingNode, TellsWhatIsWrongWithItsMapping) {
   const std::string where = "meridane::WordEmbeddingNode::load_settings";
   const std::string entries = entry("a", "1 2") + entry("b", "3 4");

@@ -53,9 +53,9 @@ class Flow {
   bool in_session() const { return input_->in_session(); }
 
   /// "output buffer NAME is not found" (InvalidOutportError) for a name that no link ends in.
-  OutputBuffer& output(const std::string& name = "_output");
+  OutputBuffer& output(const std::string& name = kOutputPort);
   /// The vectors that have come out there since the last call, one per column; 0 x 0 if none has.
-  Matrix take(const std::string& name = "_output") { return output(name).take(); }
+  Matrix take(const std::string& name = kOutputPort) { return output(name).take(); }
 
  private:
   struct Link {
@@ -70,15 +70,16 @@ class Flow {
   void open_output(OutputBuffer& from, const std::string& name);
   /// Senders before receivers. "Loop exists in the graph" where there is no such order.
   void order_nodes();
-  /// Hands on what waits at the input and what follows from it.
-  void run();
+  /// Gives something to the input, and hands on what follows from it. A failure resets the flow.
+  template <class Step>
+  void run(const Step& step);
 
-  std::shared_ptr<FlowBudget> budget_;
+  std::shared_ptr<FlowBudget> budget_ = std::make_shared<FlowBudget>();
   Meta meta_;
   std::vector<std::shared_ptr<FlowNode>> nodes_;  // in the order of the document
   std::map<std::string, FlowNode*> by_name_;
   std::vector<Link> links_;  // in the order of the document
-  std::unique_ptr<OutputBuffer> input_;
+  std::unique_ptr<OutputBuffer> input_ = std::make_unique<OutputBuffer>(kInputPort, PortType::vector, budget_);
   std::map<std::string, std::unique_ptr<OutputBuffer>> outputs_;
   std::vector<FlowNode*> order_;
 };

@@ -48,7 +48,7 @@ class FlowNode {
   /// Forgets what a session has left.
   virtual void clear() {}
 
-  void send(FlowData&& data) { output_.put(std::move(data)); }
+  void send(FlowData&& data);
   const std::shared_ptr<FlowBudget>& budget() const { return budget_; }
 
  private:

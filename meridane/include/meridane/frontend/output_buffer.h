@@ -18,6 +18,10 @@ namespace meridane {
 /// A frame; frames, one per column; a word in UTF-8.
 using FlowData = std::variant<Vector, Matrix, std::string>;
 
+// Reserved: the ports of nodes; in links, in place of a node, the flow itself.
+inline constexpr const char* kInputPort = "_input";
+inline constexpr const char* kOutputPort = "_output";
+
 enum class PortType { vector, word };
 const char* port_type_name(PortType type);
 PortType port_type(const FlowData& data);
@@ -31,7 +35,7 @@ struct PackInfo {
   std::uint64_t frames = 0;  ///< data vectors, or words, since the start
 };
 
-/// How many values may wait in a flow at once. Shared by all that holds some.
+/// How many values may wait in a flow at once.
 class FlowBudget {
  public:
   static constexpr std::size_t kMostWaiting = std::size_t{1} << 24;
@@ -44,13 +48,28 @@ class FlowBudget {
   std::size_t waiting_ = 0;
 };
 
+/// What one that holds values has taken of the budget; given back with it.
+class FlowShare {
+ public:
+  /// Without a budget there is no limit.
+  explicit FlowShare(std::shared_ptr<FlowBudget> budget) : budget_(std::move(budget)) {}
+  ~FlowShare() { give_all(); }
+  FlowShare(FlowShare&&) noexcept = default;
+  FlowShare& operator=(FlowShare&&) = delete;
+
+  void take(std::size_t values);
+  void give(std::size_t values);
+  void give_all() { give(taken_); }
+
+ private:
+  std::shared_ptr<FlowBudget> budget_;
+  std::size_t taken_ = 0;
+};
+
 /// Vectors that wait, first in, first out.
 class FrameQueue {
  public:
-  explicit FrameQueue(std::shared_ptr<FlowBudget> budget) : budget_(std::move(budget)) {}
-  ~FrameQueue() { clear(); }
-  FrameQueue(FrameQueue&&) noexcept = default;
-  FrameQueue& operator=(FrameQueue&&) = delete;
+  explicit FrameQueue(std::shared_ptr<FlowBudget> budget) : share_(std::move(budget)) {}
 
   void push(const Vector& frame);
   Vector pop();  ///< the oldest; there must be one
@@ -60,7 +79,7 @@ class FrameQueue {
   const Vector& operator[](std::size_t index) const { return frames_[index]; }  ///< 0 is the oldest
 
  private:
-  std::shared_ptr<FlowBudget> budget_;
+  FlowShare share_;
   std::deque<Vector> frames_;
 };
 
@@ -72,8 +91,7 @@ class OutputBuffer {
 
   /// Without a budget what waits here isn't limited.
   OutputBuffer(std::string name, PortType type, std::shared_ptr<FlowBudget> budget)
-      : name_(std::move(name)), type_(type), budget_(std::move(budget)) {}
-  ~OutputBuffer() { clear(); }
+      : name_(std::move(name)), type_(type), share_(std::move(budget)) {}
   OutputBuffer(const OutputBuffer&) = delete;
   OutputBuffer& operator=(const OutputBuffer&) = delete;
 
@@ -92,8 +110,8 @@ class OutputBuffer {
 
   /// Calls the handlers with all that was collected, and forgets it.
   void deliver();
-  /// The vectors collected so far, one per column, and forgets what was collected. Throws "number of dimentions of
-  /// input data does not accord" for vectors of several sizes.
+  /// The vectors collected so far, one per column, and forgets what was collected; so it does when it throws "number of
+  /// dimentions of input data does not accord", for vectors of several sizes.
   Matrix take();
   /// Forgets what was collected and that a session is open.
   void clear();
@@ -110,10 +128,9 @@ class OutputBuffer {
 
   std::string name_;
   PortType type_;
-  std::shared_ptr<FlowBudget> budget_;
+  FlowShare share_;
   std::vector<Handlers> handlers_;
   std::vector<Record> records_;
-  std::size_t charged_ = 0;  // values of the records
   bool in_session_ = false;
   std::uint64_t frames_ = 0;  // since the start of the session
 };

@@ -18,7 +18,10 @@ struct CloseConverter {
 }  // namespace
 
 std::string utf8_of_sjis(const std::string& text) {
-  const std::unique_ptr<std::remove_pointer_t<iconv_t>, CloseConverter> converter(iconv_open("UTF-8", "CP932"));
+  const iconv_t opened = iconv_open("UTF-8", "CP932");
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): that's how it fails
+  if (opened == reinterpret_cast<iconv_t>(-1)) raise("There is no converter from Shift-JIS");
+  const std::unique_ptr<std::remove_pointer_t<iconv_t>, CloseConverter> converter(opened);
   std::string from = text;
   std::string to(kMostBytesOfOne * text.size(), '\0');
   char* in = from.data();

@@ -4,14 +4,13 @@
 #include <cctype>
 #include <rapidxml/rapidxml.hpp>
 
+#include "lib/frontend/settings.h"
 #include "meridane/error.h"
 #include "meridane/io/script.h"
 
 namespace meridane {
 namespace {
 
-constexpr const char* kInput = "_input";
-constexpr const char* kOutput = "_output";
 constexpr std::string_view kOutputPrefix = "flowout_";
 
 /// The factory of a type entry, which is a name of letters, digits and underscores.
@@ -23,36 +22,23 @@ const FlowNodeFactory& factory_of(const std::string& type) {
   return NodeBuilder::get(type);
 }
 
-void expect_children(const XmlElement& flow) {
-  for (const XmlElement* child = flow.first_node(); child != nullptr; child = child->next_sibling()) {
-    if (child->type() != rapidxml::node_element) continue;
-    const std::string name = element_name(*child);
-    const bool is_known = name == "meta" || name == "node" || name == "link";
-    if (!is_known) raise("Unknown element \"%s\" in flow", name.c_str());
-  }
-}
-
 }  // namespace
 
-Flow::Flow(std::istream& document)
-    : budget_(std::make_shared<FlowBudget>()),
-      input_(std::make_unique<OutputBuffer>(kInput, PortType::vector, budget_)) {
+Flow::Flow(std::istream& document) {
   const XmlFile file(document);
   const XmlElement* const root = file.root();
   if (root == nullptr) raise("Failed to construct Flow object");
   load(*root);
 }
 
-Flow::Flow(const XmlElement* element)
-    : budget_(std::make_shared<FlowBudget>()),
-      input_(std::make_unique<OutputBuffer>(kInput, PortType::vector, budget_)) {
+Flow::Flow(const XmlElement* element) {
   if (element == nullptr) raise("Parent xml node is not found");
   load(*element);
 }
 
 void Flow::load(const XmlElement& element) {
   if (element_name(element) != "flow") raise("Failed to construct Flow object");
-  expect_children(element);
+  expect_children(element, {"meta", "node", "link"});
   const ScriptDocument expressions;
   for (const XmlElement* meta = find_child(element, "meta"); meta != nullptr; meta = next_of_name(*meta)) {
     std::string name = fetch_attribute(*meta, "name");
@@ -75,7 +61,7 @@ void Flow::add_node(const XmlElement& element) {
   const std::string id = fetch_attribute(element, "id");
   if (type == "Flow") raise("Flow object cannot be a handler host");
   if (id.empty()) raise("attribute \"id\" is empty");
-  const bool is_reserved = id == kInput || id == kOutput;
+  const bool is_reserved = id == kInputPort || id == kOutputPort;
   if (is_reserved || by_name_.contains(id)) raise("Id [%s] is duplicated", id.c_str());
   nodes_.push_back(factory_of(type)(id, budget_, element));
   by_name_.emplace(id, nodes_.back().get());
@@ -83,7 +69,7 @@ void Flow::add_node(const XmlElement& element) {
 
 OutputBuffer& Flow::sender(const Link& link) {
   OutputBuffer* buffer = input_.get();
-  if (link.from_node != kInput) {
+  if (link.from_node != kInputPort) {
     const auto found = by_name_.find(link.from_node);
     if (found == by_name_.end()) raise("Sender node is not found: %s", link.from_node.c_str());
     buffer = &found->second->output();
@@ -100,7 +86,7 @@ void Flow::add_link(Link link) {
 }
 
 void Flow::connect(OutputBuffer& from, const Link& link) {
-  const bool is_output = link.to_node == kOutput;
+  const bool is_output = link.to_node == kOutputPort;
   const auto found = by_name_.find(link.to_node);
   if (!is_output && found == by_name_.end()) raise("Destination node is not found: %s", link.to_node.c_str());
   const PortType type = is_output ? PortType::vector : found->second->input_type();
@@ -108,7 +94,7 @@ void Flow::connect(OutputBuffer& from, const Link& link) {
   expect_same_type(type, from.type());
 
   if (is_output) return open_output(from, link.to_port);
-  if (link.to_port != kInput) raise("input port %s is not found", link.to_port.c_str());
+  if (link.to_port != kInputPort) raise("input port %s is not found", link.to_port.c_str());
   FlowNode* const to = found->second;
   const std::size_t sender = to->add_sender();
   from.add_handlers([to, sender](const PackInfo& pack) { to->receive(sender, pack); },
@@ -116,7 +102,7 @@ void Flow::connect(OutputBuffer& from, const Link& link) {
 }
 
 void Flow::open_output(OutputBuffer& from, const std::string& name) {
-  if (name != kOutput && !name.starts_with(kOutputPrefix)) {
+  if (name != kOutputPort && !name.starts_with(kOutputPrefix)) {
     raise<InvalidOutportError>("output buffer %s is not found", name.c_str());
   }
   auto& buffer = outputs_[name];
@@ -131,7 +117,7 @@ void Flow::order_nodes() {
   std::map<std::string, std::vector<FlowNode*>> receivers;
   std::map<const FlowNode*, std::size_t> missing;  // senders that aren't in order yet
   for (const Link& link : links_) {
-    if (link.from_node == kInput || link.to_node == kOutput) continue;
+    if (link.from_node == kInputPort || link.to_node == kOutputPort) continue;
     FlowNode* const to = by_name_.at(link.to_node);
     receivers[link.from_node].push_back(to);
     ++missing[to];
@@ -184,28 +170,23 @@ std::string Flow::info() const {
 }
 
 void Flow::start() {
-  input_->start();
-  run();
+  if (in_session()) raise("is in session already");
+  run([this] { input_->start(); });
 }
 
 void Flow::feed(const FlowData& data) {
   if (!in_session()) raise("is not in session");
   expect_same_type(input_type(), port_type(data));
   const auto* frames = std::get_if<Matrix>(&data);
-  if (frames == nullptr) {
-    input_->put(FlowData(data));
-    run();
-    return;
-  }
+  if (frames == nullptr) return run([&] { input_->put(FlowData(data)); });
   for (Eigen::Index t = 0; t < frames->cols(); ++t) {
-    input_->put(Vector(frames->col(t)));
-    run();
+    run([&] { input_->put(Vector(frames->col(t))); });
   }
 }
 
 void Flow::end() {
-  input_->end();
-  run();
+  if (!in_session()) raise("is not in session");
+  run([this] { input_->end(); });
 }
 
 void Flow::reset() {
@@ -214,8 +195,10 @@ void Flow::reset() {
   for (const auto& [name, buffer] : outputs_) buffer->clear();
 }
 
-void Flow::run() {
+template <class Step>
+void Flow::run(const Step& step) {
   try {
+    step();
     input_->deliver();
     for (FlowNode* node : order_) node->output().deliver();
     for (const auto& [name, buffer] : outputs_) {

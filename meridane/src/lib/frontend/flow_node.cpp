@@ -8,7 +8,7 @@ FlowNode::FlowNode(std::string name, std::string type, std::shared_ptr<FlowBudge
     : name_(std::move(name)),
       type_(std::move(type)),
       budget_(std::move(budget)),
-      output_("_output", PortType::vector, budget_) {}
+      output_(kOutputPort, PortType::vector, budget_) {}
 
 std::size_t FlowNode::add_sender() {
   if (senders_ > 0) raise("Node %s takes from one node only", name_.c_str());
@@ -35,6 +35,8 @@ void FlowNode::receive(std::size_t sender, const FlowData& data) {
     feed(std::get<Vector>(data), sender);
   }
 }
+
+void FlowNode::send(FlowData&& data) { output_.put(std::move(data)); }
 
 void FlowNode::reset() {
   open_senders_ = 0;

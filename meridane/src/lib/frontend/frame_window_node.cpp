@@ -64,8 +64,9 @@ void FrameWindowNode::dump_edge(XmlElement& element, XmlDocument& document, cons
 }
 
 void FrameWindowNode::feed(const Vector& x, std::size_t /*sender*/) {
-  if (begun_) expect_size(x, last_.size());
+  if (last_) expect_size(x, last_->size());
   if (x.size() % partition_.value_or(1) != 0) raise("vector length is not a multiple of number of groups");
+  last_ = x;
   const Edge head = head_.value_or(Edge());
   if (head.type == Edge::Type::drop && dropped_ < head.count) {
     ++dropped_;
@@ -73,7 +74,6 @@ void FrameWindowNode::feed(const Vector& x, std::size_t /*sender*/) {
   }
   if (!begun_) append_edge(head, x);
   begun_ = true;
-  last_ = x;
   const Edge tail = tail_.value_or(Edge());
   if (tail.type != Edge::Type::drop) return append(x);
   late_.push(x);
@@ -81,7 +81,7 @@ void FrameWindowNode::feed(const Vector& x, std::size_t /*sender*/) {
 }
 
 void FrameWindowNode::flush() {
-  if (begun_) append_edge(tail_.value_or(Edge()), last_);
+  if (begun_) append_edge(tail_.value_or(Edge()), *last_);
 }
 
 void FrameWindowNode::append_edge(const Edge& edge, const Vector& x) {
@@ -120,7 +120,7 @@ void FrameWindowNode::clear() {
   late_.clear();
   skip_ = 0;
   dropped_ = 0;
-  last_.resize(0);
+  last_.reset();
   begun_ = false;
 }
 

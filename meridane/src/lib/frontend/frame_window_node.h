@@ -46,7 +46,7 @@ class FrameWindowNode : public FlowNode {
   FrameQueue late_{budget()};    // may be the dropped end of the session
   int skip_ = 0;                 // vectors between two windows, still to come
   int dropped_ = 0;              // at the head
-  Vector last_;                  // of the session
+  std::optional<Vector> last_;   // of the session, dropped ones too
   bool begun_ = false;           // the stream has a vector
 };
 

@@ -9,10 +9,12 @@ namespace {
 
 constexpr std::size_t kRecordValues = 16;  // what holding something takes beside its values
 
+std::size_t charge(const Vector& frame) { return kRecordValues + static_cast<std::size_t>(frame.size()); }
+
 std::size_t charge(const FlowData& data) {
   if (const auto* word = std::get_if<std::string>(&data)) return kRecordValues + word->size() / sizeof(float);
   if (const auto* frames = std::get_if<Matrix>(&data)) return kRecordValues + static_cast<std::size_t>(frames->size());
-  return kRecordValues + static_cast<std::size_t>(std::get<Vector>(data).size());
+  return charge(std::get<Vector>(data));
 }
 
 Eigen::Index frame_count(const FlowData& data) {
@@ -39,20 +41,31 @@ void FlowBudget::take(std::size_t values) {
   waiting_ += values;
 }
 
+void FlowShare::take(std::size_t values) {
+  if (budget_ != nullptr) budget_->take(values);
+  taken_ += values;
+}
+
+void FlowShare::give(std::size_t values) {
+  if (budget_ != nullptr) budget_->give(values);
+  taken_ -= values;
+}
+
 void FrameQueue::push(const Vector& frame) {
-  budget_->take(kRecordValues + static_cast<std::size_t>(frame.size()));
+  share_.take(charge(frame));
   frames_.push_back(frame);
 }
 
 Vector FrameQueue::pop() {
   Vector oldest = std::move(frames_.front());
   frames_.pop_front();
-  budget_->give(kRecordValues + static_cast<std::size_t>(oldest.size()));
+  share_.give(charge(oldest));
   return oldest;
 }
 
 void FrameQueue::clear() {
-  while (!frames_.empty()) pop();
+  frames_.clear();
+  share_.give_all();
 }
 
 void OutputBuffer::add_handlers(PackHandler on_pack, DataHandler on_data) {
@@ -68,8 +81,9 @@ void OutputBuffer::start() {
 
 void OutputBuffer::put(FlowData&& data) {
   if (!in_session_) raise("is not in session");
-  frames_ += static_cast<std::uint64_t>(frame_count(data));
+  const auto frames = static_cast<std::uint64_t>(frame_count(data));
   collect(std::move(data));
+  frames_ += frames;
 }
 
 void OutputBuffer::end() {
@@ -80,9 +94,7 @@ void OutputBuffer::end() {
 
 void OutputBuffer::collect(Record record) {
   const auto* data = std::get_if<FlowData>(&record);
-  const std::size_t values = data == nullptr ? kRecordValues : charge(*data);
-  if (budget_ != nullptr) budget_->take(values);
-  charged_ += values;
+  share_.take(data == nullptr ? kRecordValues : charge(*data));
   records_.push_back(std::move(record));
 }
 
@@ -102,6 +114,7 @@ void OutputBuffer::deliver() {
 Matrix OutputBuffer::take() {
   Eigen::Index rows = -1;
   Eigen::Index cols = 0;
+  bool is_one_size = true;
   const auto for_each_block = [this](const auto& use) {
     for (const Record& record : records_) {
       const auto* data = std::get_if<FlowData>(&record);
@@ -111,10 +124,14 @@ Matrix OutputBuffer::take() {
     }
   };
   for_each_block([&](const auto& block) {
-    if (rows >= 0 && block.rows() != rows) raise("number of dimentions of input data does not accord");
+    is_one_size = is_one_size && (rows < 0 || block.rows() == rows);
     rows = block.rows();
     cols += block.cols();
   });
+  if (!is_one_size) {
+    forget();
+    raise("number of dimentions of input data does not accord");
+  }
   Matrix taken(std::max<Eigen::Index>(rows, 0), cols);
   Eigen::Index done = 0;
   for_each_block([&](const auto& block) {
@@ -132,8 +149,7 @@ void OutputBuffer::clear() {
 
 void OutputBuffer::forget() {
   records_.clear();
-  if (budget_ != nullptr) budget_->give(charged_);
-  charged_ = 0;
+  share_.give_all();
 }
 
 }  // namespace meridane

@@ -7,13 +7,17 @@
 
 namespace meridane {
 
-/// Takes the child `parameter`: the document in it, or the file that its attribute `ref` names, in the form that its
-/// attribute `type` tells (default text/xml).
+/// Takes the child `parameter`: the document in it, or the file that its attribute `ref` names. Its attribute `type`
+/// says in which form: text/xml (default) or, of a file, application/meridane-bin; else "\"TYPE\" format does not
+/// support".
 template <class Parameter>
 void load_parameter(const XmlElement& element, Parameter& parameter) {
   const XmlElement& setting = expect_child(element, "parameter");
-  if (const auto ref = find_attribute(setting, "ref")) {
-    const std::string type = expand_script(find_attribute(setting, "type").value_or("text/xml"));
+  const std::string type = expand_script(find_attribute(setting, "type").value_or("text/xml"));
+  const auto ref = find_attribute(setting, "ref");
+  const bool is_known = is_xml(type) || (ref && type == "application/meridane-bin");
+  if (!is_known) raise("\"%s\" format does not support", type.c_str());
+  if (ref) {
     RefInput input = ref_input_open(expand_script(*ref));
     parameter.load(input.stream(), type);
     return;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <rapidxml/rapidxml.hpp>
-#include <set>
 #include <stdexcept>
 
 #include "meridane/io/logging.h"
@@ -21,13 +20,20 @@ std::string without_blanks(const std::string& text) {
 
 }  // namespace
 
-void expect_settings(const XmlElement& element, std::initializer_list<const char*> names) {
-  std::set<std::string> met;
+void expect_children(const XmlElement& element, std::initializer_list<const char*> names) {
   for (const XmlElement* child = element.first_node(); child != nullptr; child = child->next_sibling()) {
     if (child->type() != rapidxml::node_element) continue;
     const std::string name = element_name(*child);
-    if (std::find(names.begin(), names.end(), name) == names.end()) raise("Unknown setting \"%s\"", name.c_str());
-    if (!met.insert(name).second) raise("Setting \"%s\" is given twice", name.c_str());
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    raise("Unknown element \"%s\" in %s", name.c_str(), element_name(element).c_str());
+  }
+}
+
+void expect_settings(const XmlElement& element, std::initializer_list<const char*> names) {
+  expect_children(element, names);
+  for (const char* const name : names) {
+    const XmlElement* const first = find_child(element, name);
+    if (first != nullptr && next_of_name(*first) != nullptr) raise("Setting \"%s\" is given twice", name);
   }
 }
 
@@ -64,6 +70,8 @@ RowMatrix matrix_setting(const XmlElement& element, const char* name, Format fai
   if (child == nullptr) raise(failed);
   try {
     return load_matrix_xml(*child);
+  } catch (const ScriptError&) {
+    throw;
   } catch (const std::runtime_error& error) {
     log(kLogWarning, [&] { return error.what(); });
     raise(failed);

@@ -12,8 +12,9 @@
 
 namespace meridane {
 
-/// The element holds these children alone, each at most once: "Unknown setting \"NAME\"", "Setting \"NAME\" is given
-/// twice".
+/// The element holds children of these names alone: "Unknown element \"NAME\" in ELEMENT".
+void expect_children(const XmlElement& element, std::initializer_list<const char*> names);
+/// And each at most once: "Setting \"NAME\" is given twice".
 void expect_settings(const XmlElement& element, std::initializer_list<const char*> names);
 
 /// The text, without blanks around it; nothing without that child.
@@ -25,7 +26,7 @@ float number(const std::string& text, Format malformed);
 /// A number that must be given and positive: malformed for none or something else, illegal below 1.
 int positive_setting(const XmlElement& element, const char* name, Format malformed, Format illegal);
 
-/// The matrix of a child that must be there; raises failed for whatever is wrong with it.
+/// The matrix of a child that must be there; raises failed for whatever is wrong with it but its expressions.
 RowMatrix matrix_setting(const XmlElement& element, const char* name, Format failed);
 /// The same with one row or one column; else raises not_vector.
 RowMatrix vector_setting(const XmlElement& element, const char* name, Format failed, Format not_vector);

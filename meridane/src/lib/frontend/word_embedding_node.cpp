@@ -39,6 +39,7 @@ void WordEmbeddingNode::load_settings(const XmlElement& element) {
   const int entrysize =
       whole_number(mapping_attribute(mapping, "entrysize"), "Incorrect format for attribute \"entrysize\".");
   if (entrysize < 0) raise("Incorrect format for attribute \"entrysize\".");
+  expect_children(mapping, {"entry"});
   for (const XmlElement* entry : children(mapping, "entry")) add_entry(*entry);
   if (numbers_.size() != static_cast<std::size_t>(entrysize)) {
     raise("\"entrysize\" does not match the number of entries actually registered.");
@@ -46,6 +47,7 @@ void WordEmbeddingNode::load_settings(const XmlElement& element) {
 }
 
 void WordEmbeddingNode::add_entry(const XmlElement& element) {
+  expect_settings(element, {"vec"});
   Entry entry = {fetch_attribute(element, "word"), load_matrix_xml(expect_child(element, "vec"))};
   const bool is_vector = entry.vec.rows() == 1 || entry.vec.cols() == 1;
   if (!is_vector || entry.vec.size() != dim_) {
@@ -62,7 +64,7 @@ void WordEmbeddingNode::dump(XmlElement& element, XmlDocument& document) const {
   XmlElement& mapping = append_element(element, document, "mapping");
   append_attribute(mapping, document, "charset", charset_);
   append_attribute(mapping, document, "dim", number_text(dim_));
-  append_attribute(mapping, document, "entrysize", std::to_string(entries_.size()));
+  append_attribute(mapping, document, "entrysize", std::to_string(numbers_.size()));
   for (const auto& [word, vec] : entries_) {
     XmlElement& entry = append_element(mapping, document, "entry");
     append_attribute(entry, document, "word", word);
