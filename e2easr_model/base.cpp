@@ -1,12 +1,19 @@
 #include "e2easr_model/base.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "e2easr_model/numbers_of_text.h"
 
 namespace sonivo::e2e {
 
 namespace {
+
+template <class Variables>
+auto find_in(Variables& variables, const std::string& name) {
+  return std::find_if(variables.begin(), variables.end(),
+                      [&](const auto& variable) { return variable->name() == name; });
+}
 
 template <class T>
 bool holds(const VariableBase& variable) {
@@ -30,17 +37,12 @@ class Writable {
 
 }  // namespace
 
-std::shared_ptr<VariableBase>* Component::find(const std::string& name) {
-  const auto found = std::find_if(variables_.begin(), variables_.end(),
-                                  [&](const auto& variable) { return variable->name() == name; });
-  return found == variables_.end() ? nullptr : &*found;
-}
+bool Component::is_declared(const std::string& name) const { return find_in(variables_, name) != variables_.end(); }
 
 VariableBase& Component::existing(const std::string& name) const {
-  for (const auto& variable : variables_) {
-    if (variable->name() == name) return *variable;
-  }
-  raise("変数\"%s\"は存在しない. in %s %d", name.c_str());
+  const auto found = find_in(variables_, name);
+  if (found == variables_.end()) raise("変数\"%s\"は存在しない. in %s %d", name.c_str());
+  return **found;
 }
 
 void Component::set_from_text(const std::string& name, const std::string& text) {
@@ -69,26 +71,30 @@ void Component::set_text(VariableBase& variable, const std::string& text) {
 }
 
 void Component::take_over(const Component& other, bool override) {
+  Variables all = variables_;
   for (const auto& variable : other.variables_) {
-    std::shared_ptr<VariableBase>* const taken = find(variable->name());
-    if (taken == nullptr) {
-      variables_.push_back(variable);
+    const auto taken = find_in(all, variable->name());
+    if (taken == all.end()) {
+      all.push_back(variable);
     } else if (override) {
       *taken = variable;
     } else {
       raise("同名の変数\"%s\"は追加できない. in %s %d", variable->name().c_str());
     }
   }
+  variables_ = std::move(all);
 }
 
 void Component::save_defaults() {
-  defaults_.clear();
-  for (const auto& variable : variables_) defaults_.push_back(variable->clone());
+  Variables clones;
+  for (const auto& variable : variables_) clones.push_back(variable->clone());
+  defaults_ = std::move(clones);
 }
 
 void Component::restore_defaults() {
   for (const auto& value : defaults_) {
-    if (std::shared_ptr<VariableBase>* const variable = find(value->name())) (*variable)->assign(*value);
+    const auto found = find_in(variables_, value->name());
+    if (found != variables_.end()) (*found)->assign(*value);
   }
 }
 

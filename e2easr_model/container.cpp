@@ -57,6 +57,7 @@ std::string read_version(std::istream& stream) {
 int first_number(const std::string& version) { return e2e::stoi(version.substr(0, version.find('.'))); }
 
 void write_container(std::ostream& stream, const Container& container) {
+  const bool has_symbols = has_symbol_table(container.version);  // fails ahead of the first byte
   write_field(stream, container.magic, kMagicSize);
   write_field(stream, container.version, kVersionSize);
   write_integer(stream, container.preprocessor ? 1 : 0);
@@ -66,7 +67,7 @@ void write_container(std::ostream& stream, const Container& container) {
   }
   write_integer(stream, kNetworkKind);
   write_sized_text(stream, container.network);
-  if (!has_symbol_table(container.version)) return;
+  if (!has_symbols) return;
   write_integer(stream, container.symbols.size());
   for (const auto& [name, value] : container.symbols) {
     write_sized_text(stream, name);

@@ -10,16 +10,20 @@ using meridane::NNParameter;
 
 namespace {
 
-// How a network's layers are built.
+// Modes of NNParameter.
 constexpr int kPlainMode = 1;
-constexpr int kSharedMode = 2;
+constexpr int kQuantizedMode = 2;
+
+std::shared_ptr<NNParameter> new_network(bool use_shared_memory) {
+  return std::make_shared<NNParameter>(use_shared_memory ? kQuantizedMode : kPlainMode);
+}
 
 }  // namespace
 
 MeridaneNNNode::MeridaneNNNode(bool use_shared_memory) : use_shared_memory_(use_shared_memory) {}
 
 void MeridaneNNNode::load(std::istream& stream) {
-  auto network = std::make_shared<NNParameter>(use_shared_memory_ ? kSharedMode : kPlainMode);
+  auto network = new_network(use_shared_memory_);
   network->load_binary_stream(stream);
   run(std::move(network));
 }
@@ -28,14 +32,13 @@ void MeridaneNNNode::load(const meridane::XmlElement& element) {
   meridane::XmlFile file;
   file.document().append_node(file.document().clone_node(&element));  // its texts stay where they are
   const meridane::ScriptDocument expressions;
-  auto network = std::make_shared<NNParameter>(use_shared_memory_ ? kSharedMode : kPlainMode);
+  auto network = new_network(use_shared_memory_);
   meridane::XmlStoreTraits<NNParameter>::load(*network, file);
   run(std::move(network));
 }
 
 void MeridaneNNNode::run(std::shared_ptr<const NNParameter> network) {
-  auto scorer = std::dynamic_pointer_cast<meridane::NNScorer>(network->create_scorer());
-  scorer_ = std::move(scorer);
+  scorer_ = std::dynamic_pointer_cast<meridane::NNScorer>(network->create_scorer());
   network_ = std::move(network);
 }
 

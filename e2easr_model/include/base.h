@@ -39,14 +39,14 @@ class Component {
   void add_variable(const std::string& name, std::type_identity_t<T> default_value, bool read_only,
                     const std::string& description, typename Variable<T>::Validator validator = {});
   /// Adds the other's variables, which both then have in common. A name that is taken: the other's variable replaces
-  /// the one that is here if `override` says so; otherwise "同名の変数\"%s\"は追加できない".
+  /// the one that is here if `override` says so; otherwise "同名の変数\"%s\"は追加できない", and none is added.
   void take_over(const Component& other, bool override);
   /// What restore_defaults() goes back to. The last thing that a model's constructor does.
   void save_defaults();
   void restore_defaults();
 
  private:
-  std::shared_ptr<VariableBase>* find(const std::string& name);
+  bool is_declared(const std::string& name) const;
   VariableBase& existing(const std::string& name) const;
   template <class T>
   void set_value(VariableBase& variable, const T& value);
@@ -81,7 +81,7 @@ void Component::set_value(VariableBase& variable, const T& value) {
 template <class T>
 void Component::add_variable(const std::string& name, std::type_identity_t<T> default_value, bool read_only,
                              const std::string& description, typename Variable<T>::Validator validator) {
-  if (find(name) != nullptr) raise("同名の変数\"%s\"は定義できない. in %s %d", name.c_str());
+  if (is_declared(name)) raise("同名の変数\"%s\"は定義できない. in %s %d", name.c_str());
   variables_.push_back(
       std::make_shared<Variable<T>>(name, std::move(default_value), read_only, description, std::move(validator)));
 }

@@ -39,7 +39,8 @@ struct Container {
   Symbols symbols;                          ///< not written by versions without a symbol table
 };
 
-/// std::length_error for a part of 4 GiB or more.
+/// std::length_error for a part of 4 GiB or more. "invalid stoi argument" for a version without a number, and then
+/// nothing is written.
 void write_container(std::ostream& stream, const Container& container);
 
 }  // namespace sonivo::e2e

@@ -96,8 +96,8 @@ class EncoderModel {
  public:
   virtual ~EncoderModel() = default;
 
-  /// Of a path, a stream, an open file (from its position on) or memory (address, size); the last argument says
-  /// whether the network may use shared memory.
+  /// Of a path, a stream, an open file (from its position on) or memory (address, size); the last argument is
+  /// use_shared_memory of MeridaneNNNode.
   template <class... Source>
   void load(Source&&... source_and_flag) {
     impl_->load(std::forward<Source>(source_and_flag)...);

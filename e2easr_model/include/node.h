@@ -13,7 +13,7 @@ namespace sonivo::e2e {
 /// A network and what it remembers of the one stream that it runs on.
 class MeridaneNNNode {
  public:
-  /// use_shared_memory: networks that say so in the file keep their parameters in memory that processes share.
+  /// use_shared_memory: the network is made in the mode of quantized layers; it is private to the process all the same.
   explicit MeridaneNNNode(bool use_shared_memory);
 
   void load(std::istream& stream);                 ///< the binary form

@@ -31,8 +31,10 @@ result=
 expect "what is in a model" 0 $'kind +se .*\nform +binary\nversion +20231004\nsettings +3\n  frame-length=10\n  is-switching-se=true\n  overlap=2\npreprocessor +yes\ninput +1\noutput +2\nlayers +1 ' \
   '^$' model info m.bin
 { printf 'vadx<VAD version="1"><encoder>' && cat net.xml && printf '</encoder><option name="hangover" value="3"/></VAD>'; } >text.bin
-expect "what is in a model of the text form" 0 $'kind +vad .*\nform +xml\nversion +20231004\nsettings +1\n  hangover=3\npreprocessor +no\n' \
+expect "what is in a model of the text form" 0 $'kind +vad .*\nform +xml\nversion +1\nsettings +1\n  hangover=3\npreprocessor +no\n' \
   '^$' model info text.bin
+{ head -c 4 m.bin && printf '1.5\0\0\0\0\0' && tail -c +13 m.bin; } >older.bin
+expect "the version of the file, not of the program" 0 $'form +binary\nversion +1\.5\nsettings +3\n' '^$' model info older.bin
 there_and_back() {
   "$sonivo" model unpack m.bin parts >.output 2>.errors && [[ $(ls parts) == $'flow.xml\nnetwork.nn\nsettings.txt' ]] &&
     local settings=() && while read -r line; do settings+=(--set "$line"); done <parts/settings.txt &&
@@ -42,8 +44,22 @@ there_and_back() {
 check "a model taken apart and put together again" there_and_back
 into_a_folder() { "$sonivo" model unpack n.bin folder >.output 2>.errors && [[ $(ls folder) == $'network.nn\nsettings.txt' ]]; }
 check "a model taken apart into a folder that is there" into_a_folder
+over_another() {
+  "$sonivo" model unpack m.bin taken >.output 2>.errors && "$sonivo" model unpack n.bin taken >.output 2>.errors &&
+    [[ $(ls taken) == $'network.nn\nsettings.txt' ]]
+}
+check "a model without a flow taken apart over one with a flow" over_another
 expect "help" 0 'Example:' '^$' model --help
 for command in build info unpack; do expect "help to $command" 0 'Example:' '^$' model "$command" --help; done
+
+mkdir clash
+stays() { cmp n.bin "clash/$part" >.errors; }
+for part in network.nn flow.xml settings.txt; do
+  cp n.bin "clash/$part"
+  expect "a model where its own $part would come" 1 '^$' "^error: 'clash/$part' is the input itself; " model unpack "clash/$part" clash
+  check "the model that lies at $part" stays
+  rm "clash/$part"
+done
 
 result=out.bin
 expect "no command" 2 '^$' '^error: [^'$'\n'']+$' model

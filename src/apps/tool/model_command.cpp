@@ -20,6 +20,7 @@
 #include "e2easr_model/se_model.h"
 #include "e2easr_model/spkenc_model.h"
 #include "e2easr_model/vad_model.h"
+#include "meridane/io/xml.h"
 
 namespace sonivo::tool {
 
@@ -45,8 +46,18 @@ const std::array<ModelKind, 3>& model_kinds() {
 struct ModelFile {
   const ModelKind* kind;
   bool is_text;
+  std::string version;
   std::unique_ptr<EncoderModel> model;
 };
+
+/// What the file says; the model has the version that its class writes.
+std::string version_of(std::istream& file, bool is_text) {
+  file.clear();
+  file.seekg(e2e::kMagicSize);
+  if (!is_text) return e2e::read_version(file);
+  const meridane::XmlFile document(file);
+  return meridane::fetch_attribute(*document.root(), "version");
+}
 
 /// Its first bytes say of which kind and form it is.
 ModelFile read_model(const std::string& name) {
@@ -67,7 +78,7 @@ ModelFile read_model(const std::string& name) {
     } catch (const std::runtime_error& error) {
       throw Failure("'" + name + "' is no model: " + error.what());
     }
-    return {&kind, is_text, std::move(model)};
+    return {&kind, is_text, version_of(file, is_text), std::move(model)};
   }
   throw Failure("'" + name + "' is no model: it begins with the magic of none");
 }
@@ -134,7 +145,7 @@ void info(const ModelOptions& options, std::ostream& output) {
   const EncoderModel& model = *file.model;
   output << "kind            " << file.kind->name << "  (" << file.kind->title << ")\n"
          << "form            " << (file.is_text ? "xml" : "binary") << '\n'
-         << "version         " << printable(model.get<std::string>("file-version")) << '\n'
+         << "version         " << printable(file.version) << '\n'
          << "settings        " << model.symbols().size() << '\n';
   for (const auto& [name, value] : model.symbols()) output << "  " << printable(name + "=" + value) << '\n';
   output << "preprocessor    " << (model.preprocessor() == nullptr ? "no" : "yes") << '\n';
@@ -153,6 +164,9 @@ void unpack(const ModelOptions& options) {
   const ModelFile file = read_model(options.model);
   const EncoderModel& model = *file.model;
   const std::filesystem::path folder = options.output;
+  for (const char* const name : {"network.nn", "flow.xml", "settings.txt"}) {
+    refuse_same_file(options.model, (folder / name).string());
+  }
   std::error_code error;
   std::filesystem::create_directory(folder, error);
   if (!std::filesystem::is_directory(folder)) {
@@ -161,7 +175,12 @@ void unpack(const ModelOptions& options) {
   std::string settings;
   for (const auto& [name, value] : model.symbols()) settings += printable(name + "=" + value) + "\n";
   write_file(folder / "network.nn", network_bytes(model.network(), NetworkForm::binary));
-  if (model.preprocessor() != nullptr) write_file(folder / "flow.xml", preprocessor_document(model));
+  if (model.preprocessor() != nullptr) {
+    write_file(folder / "flow.xml", preprocessor_document(model));
+  } else {
+    std::filesystem::remove(folder / "flow.xml", error);  // of another model, which this one must not be built with
+    if (error) throw Failure("cannot remove '" + (folder / "flow.xml").string() + "'; check its permissions");
+  }
   write_file(folder / "settings.txt", settings);
 }
 
@@ -210,10 +229,11 @@ void add_model_commands(CLI::App& command, ModelOptions& options) {
   info->add_option("M", options.model, "model, binary or XML")->type_name("FILE")->required();
   info->callback([&options] { options.action = ModelOptions::Action::info; });
 
-  CLI::App* const unpack =
-      command.add_subcommand("unpack",
-                             "Writes the parts of a model into a folder: network.nn, flow.xml if there is a flow, and\n"
-                             "settings.txt with a line NAME=VALUE for each variable that the model sets.");
+  CLI::App* const unpack = command.add_subcommand(
+      "unpack",
+      "Writes the parts of a model into a folder: network.nn, flow.xml if there is a flow, and\n"
+      "settings.txt with a line NAME=VALUE for each variable that the model sets. A flow.xml of\n"
+      "another model is removed if there is no flow.");
   unpack->footer("Example:\n  sonivo model unpack model.bin parts\n");
   unpack->add_option("M", options.model, "model, binary or XML")->type_name("FILE")->required();
   unpack->add_option("DIR", options.output, "folder to write into, made if it isn't there")
@@ -223,6 +243,7 @@ void add_model_commands(CLI::App& command, ModelOptions& options) {
 }
 
 void run_model_command(const ModelOptions& options, std::ostream& output) {
+  e2e::initialize();
   switch (options.action) {
     case ModelOptions::Action::none:
       break;

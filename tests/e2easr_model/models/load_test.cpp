@@ -90,6 +90,61 @@ TEST(LoadModel, UnloadingGoesBackToTheDefaults) {
   EXPECT_TRUE(model.symbols().empty());
 }
 
+template <class Model>
+void expect_defaults_after_unloading(const std::string& magic) {
+  Model model;
+  const auto defaults = [] {
+    Model fresh;
+    return fresh.variables();
+  }();
+  load_bytes(model, model_bytes({.magic = magic, .symbols = {{"frame-length", "10"}, {"file-type", "X"}}}));
+  model.template set<float>("frame-shift", 5.0f);
+  model.template set<std::string>("feature-extractor-type", "lmfb");
+  model.unload();
+  ASSERT_EQ(model.variables().size(), defaults.size());
+  for (std::size_t i = 0; i < defaults.size(); ++i) {
+    EXPECT_TRUE(model.variables()[i]->equals(*defaults[i])) << magic << ' ' << defaults[i]->name();
+    EXPECT_EQ(model.variables()[i]->read_only(), defaults[i]->read_only()) << defaults[i]->name();
+  }
+}
+
+TEST(LoadModel, UnloadingGoesBackToAllDefaultsOfEachKind) {
+  expect_defaults_after_unloading<SEModel>("senb");
+  expect_defaults_after_unloading<SpkEncModel>("spkb");
+  expect_defaults_after_unloading<VADModel>("vadb");
+}
+
+TEST(LoadModel, AnythingButZeroSaysThatThereIsAPreprocessor) {
+  for (const std::uint32_t flag : {1u, 2u, 0xffffffffu}) {
+    SEModel model;
+    load_bytes(model, model_bytes({.has_preprocessor = flag, .preprocessor = kFlow}));
+    EXPECT_NE(model.preprocessor(), nullptr) << flag;
+  }
+}
+
+TEST(EncoderModel, GivesWhatTheNetworkGivesUntilItForgets) {
+  SpkEncModelImpl model;
+  std::istringstream stream(model_bytes({.magic = "spkb", .network = memory_network()}));
+  model.load(stream, false);
+  const auto next = [&] { return model.execute(Matrix::Constant(1, 1, 3.0f)).get<Matrix>("encoded"); };
+  const Matrix first = next();
+  ASSERT_EQ(first.rows(), 2);
+  ASSERT_EQ(first.cols(), 1);
+  EXPECT_EQ(first(1, 0), 3.0f);
+  EXPECT_EQ(next()(1, 0), 6.0f) << "with the sample before";
+  model.reset();
+  EXPECT_EQ(next()(1, 0), 3.0f);
+}
+
+TEST(EncoderModel, GivesNothingWithoutANetwork) {
+  SpkEncModelImpl model;
+  const char* const not_loaded = "モデルが読み込まれていない. in encoder_model.cpp %d";
+  EXPECT_THAT(message_of([&] { model.check_loaded(); }), IsMessage(not_loaded));
+  EXPECT_THAT(message_of([&] { model.execute(Matrix::Ones(1, 1)); }), IsMessage(not_loaded));
+  EXPECT_THAT(message_of([&] { model.reset(); }), IsMessage(not_loaded));
+  EXPECT_THAT(message_of([&] { model.network(); }), IsMessage(not_loaded));
+}
+
 TEST(LoadModel, AVersionBelowOneHasNoSymbols) {
   SEModel model;
   std::string bytes = model_bytes({.version = "0.9", .symbols = {{"chunk-size", "5"}}});
@@ -310,6 +365,14 @@ TEST(SaveModel, WritesTheVersionThatTheClassOrTheFileDeclares) {
   const std::string saved = saved_bytes(model);
   EXPECT_EQ(saved.substr(4, 8), std::string("0.5\0\0\0\0\0", 8));
   EXPECT_EQ(saved.size(), model_bytes({}).size() - 4) << "such a version has no symbol table";
+}
+
+TEST(SaveModel, WritesNothingForAVersionThatIsNone) {
+  SEModel model;
+  load_bytes(model, model_bytes({.symbols = {{"file-version", "draft"}}}));
+  std::ostringstream stream;
+  EXPECT_EQ(message_of([&] { model.save(stream); }), "invalid stoi argument");
+  EXPECT_EQ(stream.str(), "");
 }
 
 TEST(SaveModel, NeedsALoadedModel) {

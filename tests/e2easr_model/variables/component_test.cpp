@@ -173,6 +173,23 @@ TEST_F(ComponentTest, TakesOverAnothersVariablesAndHasThemInCommon) {
   EXPECT_EQ(features.get<float>("frame-shift"), 20.0f);
 }
 
+TEST_F(ComponentTest, TakesOverAllOrNothing) {
+  Bench features;
+  features.add_variable<float>("frame-shift", 10.0f, false, "", VariableAny());
+  features.add_variable<int>("window", 1, false, "", VariableAny());
+  EXPECT_THAT(message_of([&] { bench.take_over(features, false); }),
+              IsMessage("同名の変数\"window\"は追加できない. in base.cpp %d"));
+  EXPECT_THAT(bench.names(), ElementsAre("chunk-size", "strength", "switching", "window", "bare"));
+}
+
+TEST_F(ComponentTest, TakesTextAsItStands) {
+  bench.add_variable<std::string>("title", "", false, "", VariableAny());
+  for (const std::string& text : {std::string(" two words "), std::string(), std::string("a\0b", 3)}) {
+    bench.set_from_text("title", text);
+    EXPECT_EQ(bench.get<std::string>("title"), text);
+  }
+}
+
 TEST_F(ComponentTest, TakesOverNoNameTwiceUnlessToldTo) {
   Bench features;
   features.add_variable<int>("window", 1, false, "", VariableAny());
@@ -180,6 +197,8 @@ TEST_F(ComponentTest, TakesOverNoNameTwiceUnlessToldTo) {
               IsMessage("同名の変数\"window\"は追加できない. in base.cpp %d"));
   bench.take_over(features, true);
   EXPECT_EQ(bench.get<int>("window"), 1);
+  bench.set<int>("window", 2);
+  EXPECT_EQ(features.get<int>("window"), 2);
   EXPECT_THAT(bench.names(), ElementsAre("chunk-size", "strength", "switching", "window", "bare"));
 }
 

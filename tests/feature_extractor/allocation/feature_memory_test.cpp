@@ -23,7 +23,7 @@ void expect_no_allocation(const FeatureOptions& options, std::shared_ptr<Input<s
   FrameData frames(options, std::move(input));
   FeatureExtractor extractor(options);
   std::vector<float> features;
-  for (int frame = 0; frame < 10; ++frame) {
+  for (int frame = 0; frame < 20; ++frame) {
     ASSERT_TRUE(frames.has_next());
     extractor.compute(frames, features);
   }

@@ -32,7 +32,7 @@ void SMStorer::size(const char* name, std::uint64_t& value, std::uint64_t) {
   manager_.construct<std::uint64_t>(name, value);
 }
 void SMStorer::sizes(const char* name, std::span<std::int32_t> values, std::int32_t, const char*, bool) {
-  for (std::size_t i = 0; i < values.size(); ++i) manager_.construct<std::int32_t>(part(name, i), values[i]);
+  for (std::size_t i = 0; i < values.size(); ++i) manager_.construct<std::int32_t>(numbered(name, i), values[i]);
 }
 void SMStorer::parts(const char* name, std::int32_t& count, const VisitPart& visit) {
   manager_.construct<std::int32_t>(std::string("n") + name, count);
@@ -101,7 +101,7 @@ void SMAttacher::flag(const char* name, bool& value, bool) {
 
 void SMAttacher::size(const char* name, std::uint64_t& value, std::uint64_t) { value = stored_size(name); }
 void SMAttacher::sizes(const char* name, std::span<std::int32_t> values, std::int32_t least, const char*, bool) {
-  for (std::size_t i = 0; i < values.size(); ++i) whole(part(name, i).c_str(), values[i], 0, least);
+  for (std::size_t i = 0; i < values.size(); ++i) whole(numbered(name, i).c_str(), values[i], 0, least);
 }
 
 void SMAttacher::parts(const char* name, std::int32_t& count, const VisitPart& visit) {
