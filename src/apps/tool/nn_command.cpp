@@ -11,6 +11,7 @@
 #include "apps/tool/network_listing.h"
 #include "apps/tool/numbers.h"
 #include "apps/tool/output_file.h"
+#include "apps/tool/printable.h"
 #include "apps/tool/progress.h"
 #include "apps/tool/wav_file.h"
 #include "meridane/error.h"
