@@ -70,7 +70,6 @@ TEST_F(Recording, TakesBlocksThatBecameLonger) {
 
 TEST_F(Recording, OnAFullDiskSaysSo) {
   // A device that is always full; its buffer must be flushed for that to be seen.
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP();
   ASSERT_EQ(rec_.open("/dev/full"), 0);
   EXPECT_EQ(rec_.begin(1, 480), ERROR_AI_SPEECH_ENHANCE_MEMORY_EMPTY);
   EXPECT_FALSE(rec_.is_open());
