@@ -35,6 +35,9 @@ function(sonivo_test_options target)
     target_compile_options(${target} PRIVATE -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread
                            -Wno-restrict)
   endif()
+  if(SONIVO_SANITIZE)  # what is tested is optimised; the tests themselves take most of the time to compile
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
   if(SONIVO_SANITIZE MATCHES "undefined")  # looks at what is tested; in the tests it would take as long again to compile
     target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
   endif()
