@@ -1,21 +1,16 @@
-// Feature extraction: log mel features of an hour of audio, its parts, and the transforms. Where FFTW is installed,
-// each transform has FFTW's time for the same work beside it (measured plans, its fastest form) and ours over FFTW's as
-// "ratio". FFTW chooses its own instruction set; the packaged one knows SSE2 and AVX.
+// Feature extraction: log mel features of an hour of audio, its parts, and the transforms beside FFTW's.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "feature_extractor/feature_extractor.h"
 #include "feature_extractor/real_fft.h"
 #include "feature_extractor/split_radix_fft.h"
-
-#ifdef SONIVO_BENCH_FFTW
-#include <fftw3.h>
-#endif
+#include "transform_race.h"
 
 namespace {
 
@@ -93,81 +88,31 @@ void mel_bins_of_a_spectrum(benchmark::State& state) {
 }
 BENCHMARK(mel_bins_of_a_spectrum);
 
-#ifdef SONIVO_BENCH_FFTW
-// Best of several rounds, in microseconds per call: the same for ours and the peer's.
-template <class Work>
-double best_time(Work work) {
-  using Clock = std::chrono::steady_clock;
-  double best = 1e9;
-  for (int round = 0; round < 40; ++round) {
-    const auto start = Clock::now();
-    for (int i = 0; i < 500; ++i) {
-      work();
-      benchmark::ClobberMemory();
-    }
-    best = std::min(best, std::chrono::duration<double, std::micro>(Clock::now() - start).count() / 500);
-  }
-  return best;
-}
-
-double peer_real(std::size_t points) {
-  float* x = fftwf_alloc_real(points);
-  fftwf_complex* X = fftwf_alloc_complex(points / 2 + 1);
-  const fftwf_plan plan = fftwf_plan_dft_r2c_1d(static_cast<int>(points), x, X, FFTW_MEASURE);
-  std::fill_n(x, points, 0.0f);
-  const double time = best_time([&] { fftwf_execute(plan); });
-  fftwf_destroy_plan(plan);
-  fftwf_free(x);
-  fftwf_free(X);
-  return time;
-}
-
-double peer_complex(std::size_t points) {
-  fftwf_complex* x = fftwf_alloc_complex(points);
-  fftwf_complex* X = fftwf_alloc_complex(points);
-  const fftwf_plan plan = fftwf_plan_dft_1d(static_cast<int>(points), x, X, FFTW_FORWARD, FFTW_MEASURE);
-  for (std::size_t n = 0; n < points; ++n) x[n][0] = x[n][1] = 0.0f;
-  const double time = best_time([&] { fftwf_execute(plan); });
-  fftwf_destroy_plan(plan);
-  fftwf_free(x);
-  fftwf_free(X);
-  return time;
-}
-#endif
-
-template <class Work>
-void compare(benchmark::State& state, Work work, [[maybe_unused]] double (*peer)(std::size_t)) {
-  for (auto _ : state) {
-    work();
-    benchmark::ClobberMemory();
-  }
-#ifdef SONIVO_BENCH_FFTW
-  const double theirs = peer(static_cast<std::size_t>(state.range(0)));
-  state.counters["fftw_us"] = theirs;
-  state.counters["ratio"] = best_time(work) / theirs;
-#endif
-}
-
-#ifndef SONIVO_BENCH_FFTW
-constexpr double (*peer_real)(std::size_t) = nullptr;
-constexpr double (*peer_complex)(std::size_t) = nullptr;
-#endif
-
-// Of zeros: values in place would grow without bound.
-void real_forward(benchmark::State& state) {
-  RealFft fft(static_cast<std::size_t>(state.range(0)));
+void real_forward(benchmark::State& state, const WideRealFft* wide) {
+  RealFft fft(static_cast<std::size_t>(state.range(0)), wide);
   std::vector<float> x(fft.points());
-  compare(
-      state, [&] { fft.forward(x); }, peer_real);
+  bench::race(state, bench::Transform::real, fft.points(), [&] { fft.forward(x); });
 }
-BENCHMARK(real_forward)->RangeMultiplier(2)->Range(128, 4096)->Arg(400)->Arg(1102)->Unit(benchmark::kMicrosecond);
 
 void complex_forward(benchmark::State& state) {
   const SplitRadixComplexFft<float> fft(static_cast<std::size_t>(state.range(0)));
   std::vector<float> re(fft.points()), im(fft.points());
-  compare(
-      state, [&] { fft.forward(re.data(), im.data()); }, peer_complex);
+  bench::race(state, bench::Transform::complex, fft.points(), [&] { fft.forward(re.data(), im.data()); });
 }
 BENCHMARK(complex_forward)->RangeMultiplier(2)->Range(64, 2048)->Unit(benchmark::kMicrosecond);
+
+const bool kRegistered = [] {
+  const auto add = [](const WideRealFft* wide, const char* name, std::size_t least, std::size_t most) {
+    return benchmark::RegisterBenchmark((std::string("real_forward/") + name).c_str(), real_forward, wide)
+        ->RangeMultiplier(2)
+        ->Range(static_cast<std::int64_t>(least), static_cast<std::int64_t>(most))
+        ->Unit(benchmark::kMicrosecond);
+  };
+  add(nullptr, "plain", 128, WideRealFft::kMostPoints)->Arg(400)->Arg(1102);
+  for (const WideRealFft* wide : kWideRealFfts) {
+    if (runs_here(*wide)) add(wide, wide->name, wide->least_points, WideRealFft::kMostPoints);
+  }
+  return true;
+}();
 
 }  // namespace

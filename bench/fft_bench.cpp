@@ -1,12 +1,9 @@
-// Transforms of the classic chain, for each instruction set that runs here. Where FFTW is installed, each transform has
-// FFTW's time for the same work beside it (out of place and measured plans, its fastest form) and ours over FFTW's as
-// "ratio". FFTW chooses its own instruction set; the packaged one knows SSE2 and AVX.
+// Transforms of the classic chain, for each instruction set that runs here, beside FFTW's.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -16,14 +13,12 @@
 #include "classic/input_filter.h"
 #include "classic/real_fft.h"
 #include "classic/synthesis.h"
-
-#ifdef SONIVO_BENCH_FFTW
-#include <fftw3.h>
-#endif
+#include "transform_race.h"
 
 namespace {
 
 using namespace sonivo::classic;
+using sonivo::bench::Transform;
 
 std::vector<float> noise(std::size_t count) {
   std::vector<float> samples(count);
@@ -35,84 +30,18 @@ std::vector<float> noise(std::size_t count) {
   return samples;
 }
 
-// Best of several rounds, in microseconds per call: the same for ours and the peer's.
-template <class Work>
-double best_time(Work work) {
-  using Clock = std::chrono::steady_clock;
-  double best = 1e9;
-  for (int round = 0; round < 40; ++round) {
-    const auto start = Clock::now();
-    for (int i = 0; i < 500; ++i) {
-      work();
-      benchmark::ClobberMemory();
-    }
-    best = std::min(best, std::chrono::duration<double, std::micro>(Clock::now() - start).count() / 500);
-  }
-  return best;
-}
-
-#ifdef SONIVO_BENCH_FFTW
-double peer_complex(std::size_t points) {
-  fftwf_complex* x = fftwf_alloc_complex(points);
-  fftwf_complex* X = fftwf_alloc_complex(points);
-  const fftwf_plan plan = fftwf_plan_dft_1d(static_cast<int>(points), x, X, FFTW_FORWARD, FFTW_MEASURE);
-  for (std::size_t n = 0; n < points; ++n) x[n][0] = x[n][1] = 1.0f;
-  const double time = best_time([&] { fftwf_execute(plan); });
-  fftwf_destroy_plan(plan);
-  fftwf_free(x);
-  fftwf_free(X);
-  return time;
-}
-
-double peer_real(std::size_t points) {
-  float* x = fftwf_alloc_real(points);
-  fftwf_complex* X = fftwf_alloc_complex(points / 2 + 1);
-  const fftwf_plan plan = fftwf_plan_dft_r2c_1d(static_cast<int>(points), x, X, FFTW_MEASURE);
-  std::fill_n(x, points, 1.0f);
-  const double time = best_time([&] { fftwf_execute(plan); });
-  fftwf_destroy_plan(plan);
-  fftwf_free(x);
-  fftwf_free(X);
-  return time;
-}
-#endif
-
-template <class Work, class Peer>
-void compare(benchmark::State& state, Work work, [[maybe_unused]] Peer peer) {
-  for (auto _ : state) {
-    work();
-    benchmark::ClobberMemory();
-  }
-#ifdef SONIVO_BENCH_FFTW
-  const double theirs = peer();
-  state.counters["fftw_us"] = theirs;
-  state.counters["ratio"] = best_time(work) / theirs;
-#endif
-}
-
 void complex_forward(benchmark::State& state, const Kernels& kernels, std::size_t points) {
   const Fft fft(points, kernels);
-  alignas(64) std::array<float, 1024> re{}, im{};  // zeros: values in place would grow without bound
-  compare(
-      state, [&] { fft.forward(re.data(), im.data()); },
-      [&] {
-#ifdef SONIVO_BENCH_FFTW
-        return peer_complex(points);
-#endif
-      });
+  alignas(64) std::array<float, 1024> re{}, im{};
+  sonivo::bench::race(state, Transform::complex, points, [&] { fft.forward(re.data(), im.data()); });
 }
 
 void real_forward(benchmark::State& state, const Kernels& kernels, std::size_t points) {
   const RealFft fft(points, kernels);
   alignas(64) std::array<float, 512> even{}, odd{};
   std::array<ComplexFloat, 512> X{};
-  compare(
-      state, [&] { fft.forward_doubled(even.data(), odd.data(), 0, points / 2, X.data()); },
-      [&] {
-#ifdef SONIVO_BENCH_FFTW
-        return peer_real(points);
-#endif
-      });
+  sonivo::bench::race(state, Transform::real, points,
+                      [&] { fft.forward_doubled(even.data(), odd.data(), 0, points / 2, X.data()); });
 }
 
 // Hop and points of a frame; the windows' values don't matter here.

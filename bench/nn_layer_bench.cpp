@@ -13,14 +13,11 @@
 #include <vector>
 
 #include "meridane/framescore/nnlayer/builders.h"
-#include "nn/machine.h"
+#include "nn/program.h"
 #include "nn/stopwatch.h"
 
 #ifdef SONIVO_BENCH_ONEDNN
 #include "nn/onednn_layers.h"
-#endif
-#ifdef SONIVO_BENCH_TORCH
-#include "nn/torch_peer.h"
 #endif
 
 namespace meridane::bench {
@@ -151,22 +148,16 @@ void settings(benchmark::internal::Benchmark* bench, const std::vector<long>& si
 
 int main(int argc, char** argv) {
   using namespace meridane::bench;
-  start_with_one_thread(argc, argv);
-#ifdef SONIVO_BENCH_TORCH
-  prepare_torch();
-#endif
-  for (const bool cold : {false, true}) {
-    const auto add = [cold](const std::string& name, const std::vector<long>& sizes, auto run, auto... arguments) {
-      const std::string full = cold ? name + "_cold" : name;
-      settings(benchmark::RegisterBenchmark(full.c_str(), run, arguments..., cold), sizes);
-    };
-    add("lstm", {256, 512}, lstm);
-    add("lstm_bytes", {256, 512}, lstm_bytes);
-    add("convolution", {256}, convolution, false);
-    add("depthwise", {256, 512}, convolution, true);
-  }
-  benchmark::AddCustomContext("instructions", capped_to_avx2() ? "AVX2" : "best");
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
+  return run_program(argc, argv, [] {
+    for (const bool cold : {false, true}) {
+      const auto add = [cold](const std::string& name, const std::vector<long>& sizes, auto run, auto... arguments) {
+        const std::string full = cold ? name + "_cold" : name;
+        settings(benchmark::RegisterBenchmark(full.c_str(), run, arguments..., cold), sizes);
+      };
+      add("lstm", {256, 512}, lstm);
+      add("lstm_bytes", {256, 512}, lstm_bytes);
+      add("convolution", {256}, convolution, false);
+      add("depthwise", {256, 512}, convolution, true);
+    }
+  });
 }

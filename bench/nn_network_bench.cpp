@@ -11,16 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "nn/machine.h"
 #include "nn/network_shapes.h"
 #include "nn/networks.h"
+#include "nn/program.h"
 #include "nn/stopwatch.h"
 
 #ifdef SONIVO_BENCH_ONEDNN
 #include "nn/onednn_networks.h"
-#endif
-#ifdef SONIVO_BENCH_TORCH
-#include "nn/torch_peer.h"
 #endif
 
 namespace meridane::bench {
@@ -129,17 +126,11 @@ void add(const std::string& name, Race (*race)()) {
 
 int main(int argc, char** argv) {
   using namespace meridane::bench;
-  start_with_one_thread(argc, argv);
-#ifdef SONIVO_BENCH_TORCH
-  prepare_torch();
-#endif
-  add("enhancement", enhancement);
-  add("conformer_block", conformer<1>);
-  add("conformer_encoder", conformer<6>);
-  add("lstm_mask", mask);
-  benchmark::AddCustomContext("instructions", capped_to_avx2() ? "AVX2" : "best");
-  benchmark::AddCustomContext("multiply-adds per us at most", std::to_string(peak_multiply_adds()));
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
+  return run_program(argc, argv, [] {
+    add("enhancement", enhancement);
+    add("conformer_block", conformer<1>);
+    add("conformer_encoder", conformer<6>);
+    add("lstm_mask", mask);
+    benchmark::AddCustomContext("multiply-adds per us at most", std::to_string(peak_multiply_adds()));
+  });
 }

@@ -14,8 +14,8 @@
 
 #include "enhance/fifo_input.h"
 #include "enhance/fifo_output.h"
-#include "enhance/high_pass.h"
 #include "enhance/rate_converter.h"
+#include "enhance/section_pair.h"
 
 #ifdef SONIVO_BENCH_SOXR
 #include <soxr.h>

@@ -52,10 +52,13 @@ function(sonivo_test_headers target)
   target_precompile_headers(${target} PRIVATE ${ARGN})
 endfunction()
 
-# sonivo_tests(<target> <folder> [HEADERS <precompiled>] [DEPENDS <targets>] [LABELS <labels>]): one GoogleTest program
-# of all sources in the folder. Target tests_<label> builds all programs with that label.
+option(SONIVO_TESTS_IN_PARTS "Run each program of tests in four parts, not case by case" OFF)
+
+# sonivo_tests(<target> <folder> [TOGETHER] [HEADERS <precompiled>] [DEPENDS <targets>] [LABELS <labels>]): one
+# GoogleTest program of all sources in the folder. Target tests_<label> builds all programs with that label. TOGETHER:
+# no two sources name a helper alike, so that several may be compiled at a time.
 function(sonivo_tests target folder)
-  cmake_parse_arguments(TESTS "" "HEADERS" "DEPENDS;LABELS" ${ARGN})
+  cmake_parse_arguments(TESTS "TOGETHER" "HEADERS" "DEPENDS;LABELS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
   if(NOT sources)
     return()
@@ -67,10 +70,22 @@ function(sonivo_tests target folder)
     set(TESTS_HEADERS test_headers)
   endif()
   target_precompile_headers(${target} REUSE_FROM ${TESTS_HEADERS})
-  set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)  # each test may name its helpers as it likes
+  if(TESTS_TOGETHER)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD_BATCH_SIZE 5)
+  else()
+    set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
+  endif()
   # One word, since a list of labels does not survive the discovery; ctest -L finds its parts.
   list(JOIN TESTS_LABELS "+" labels)
-  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${labels}")
+  if(SONIVO_TESTS_IN_PARTS)
+    foreach(part RANGE 3)
+      add_test(NAME ${target}.${part} COMMAND ${target} --gtest_brief=1)
+      set_tests_properties(${target}.${part} PROPERTIES TIMEOUT 600 LABELS "${labels}"
+                           ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${part}")
+    endforeach()
+  else()
+    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${labels}")
+  endif()
   foreach(label IN LISTS TESTS_LABELS)
     if(NOT TARGET tests_${label})
       add_custom_target(tests_${label})

@@ -4,8 +4,12 @@
 
 namespace sonivo::e2e {
 
-Preprocessor::Preprocessor(std::istream& document) : flow_(std::make_unique<meridane::Flow>(document)) {}
-Preprocessor::Preprocessor(const meridane::XmlElement& flow) : flow_(std::make_unique<meridane::Flow>(&flow)) {}
+Preprocessor::Preprocessor(std::istream& document) : flow_(std::make_unique<meridane::Flow>(document)) {
+  flow_->keep_only();
+}
+Preprocessor::Preprocessor(const meridane::XmlElement& flow) : flow_(std::make_unique<meridane::Flow>(&flow)) {
+  flow_->keep_only();
+}
 Preprocessor::~Preprocessor() = default;
 
 void Preprocessor::dump(std::ostream& document) const { flow_->dump(document); }

@@ -65,6 +65,7 @@ void SEModelImpl::begin_run() {
   reset();
   context_position_ = 0;
   chunk_index_ = 0;
+  has_input_ = false;
 }
 
 void SEModelImpl::end_run() {
@@ -145,7 +146,8 @@ E2EResult SEModelImpl::get_chunk(std::uint32_t& state) {
     }
   }
   if (has_ended || is_silence) append_rest(*chunk);
-  if (chunk->frames->empty() && chunk_index_ == 0 && running_vad_ == nullptr) {
+  has_input_ = has_input_ || !chunk->frames->empty();
+  if (!has_input_ && running_vad_ == nullptr) {
     raise("音声強調に必要なデータが取得できない. in %s %d");
   }
   if (!chunk->frames->empty()) ++chunk_index_;
@@ -222,11 +224,12 @@ E2EResult SEModelImpl::execute(const Matrix& input) {
 
 Matrix SEModelImpl::enhance(Frames frames) {
   if (frames.empty()) return {};
+  check_loaded();  // while the input was awaited, the model may have gone
   const bool is_waveform = takes_samples();
   const auto context = static_cast<std::size_t>(get<int>("reset-context"));
   const Mix mix = {.is_switching = get<bool>("is-switching-se"),
-                   .strength = get<float>("enhancement-strength"),
-                   .switching = get<float>("switching-strength")};
+                   .strength = current<float>("enhancement-strength"),
+                   .switching = current<float>("switching-strength")};
   const auto run = [&](Frames piece) { blend(nn().process(network_input(piece, is_waveform)), mix); };
   const Eigen::Index frame_rows = is_waveform ? 1 : std::get<Vector>(frames.front()).size();
 

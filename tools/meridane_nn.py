@@ -13,7 +13,7 @@ import struct
 from typing import NamedTuple
 from xml.sax.saxutils import quoteattr
 
-import numpy as np
+from require_numpy import np
 
 # What a record holds behind its type, in this order: matrices, vectors, texts and layers by name, and numbers with their
 # default (a Python float is stored as a single, a NumPy integer in its own size; the type alone: there is no default).

@@ -11,7 +11,7 @@
 namespace sonivo::e2e {
 
 /// Something with named, typed, validated variables. Messages name the variable and the line that raised them. Without
-/// a lock: a float or int that one thread sets while another reads it relies on the machine storing it whole.
+/// a lock: a number may be set by one thread while another one reads it with current().
 class Component {
  public:
   virtual ~Component() = default;
@@ -22,6 +22,9 @@ class Component {
   /// The value; "変数\"%s\"は存在しない" and "変数\"%s\"の型が取得値と一致しない" where there is none of that type.
   template <class T>
   const T& get(const std::string& name) const;
+  /// The same by value, of a number that another thread may set meanwhile.
+  template <class T>
+  T current(const std::string& name) const;
   /// Throws for a variable that isn't there, is of another type or is read-only, and for a value out of its range.
   template <class T>
   void set(const std::string& name, const std::type_identity_t<T>& value);
@@ -46,6 +49,8 @@ class Component {
   void restore_defaults();
 
  private:
+  template <class T>
+  const Variable<T>& typed(const std::string& name) const;
   bool is_declared(const std::string& name) const;
   VariableBase& existing(const std::string& name) const;
   template <class T>
@@ -57,10 +62,20 @@ class Component {
 };
 
 template <class T>
-const T& Component::get(const std::string& name) const {
+const Variable<T>& Component::typed(const std::string& name) const {
   const auto* variable = dynamic_cast<const Variable<T>*>(&existing(name));
   if (variable == nullptr) raise("変数\"%s\"の型が取得値と一致しない. in %s %d", name.c_str());
-  return variable->value();
+  return *variable;
+}
+
+template <class T>
+const T& Component::get(const std::string& name) const {
+  return typed<T>(name).value();
+}
+
+template <class T>
+T Component::current(const std::string& name) const {
+  return typed<T>(name).load();
 }
 
 template <class T>
@@ -75,7 +90,7 @@ void Component::set_value(VariableBase& variable, const T& value) {
   if (typed == nullptr) raise("変数\"%s\"の型が設定値と一致しない. in %s %d", name);
   if (variable.read_only()) raise("変数\"%s\"は読み取り専用. in %s %d", name);
   if (!typed->accepts(value)) raise("変数\"%s\"の設定値が有効範囲外. in %s %d", name);
-  typed->value() = value;
+  typed->store(value);
 }
 
 template <class T>

@@ -83,7 +83,8 @@ class SEModelImpl : public EncoderModelImpl {
 
   std::shared_ptr<FEManager> fe_manager_;
   std::shared_ptr<FEStream> stream_;   // empty outside a run
-  std::int32_t chunk_index_ = 0;       // chunks taken in this run
+  bool has_input_ = false;             // a frame has come in this run
+  std::int32_t chunk_index_ = 0;       // chunks taken in this run, by this model
   std::int32_t context_position_ = 0;  // frames since the network was reset
   std::shared_ptr<Chunk> previous_chunk_;
   std::shared_ptr<VADModelImpl> vad_model_;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -61,6 +63,21 @@ class Variable : public VariableBase {
 
   const T& value() const { return value_; }
   T& value() { return value_; }
+  /// The value as load() and store() of other threads see it: a number is read and written whole.
+  T load() const {
+    if constexpr (std::is_arithmetic_v<T>) {
+      return std::atomic_ref<T>(const_cast<T&>(value_)).load(std::memory_order_relaxed);
+    } else {
+      return value_;
+    }
+  }
+  void store(const T& value) {
+    if constexpr (std::is_arithmetic_v<T>) {
+      std::atomic_ref<T>(value_).store(value, std::memory_order_relaxed);
+    } else {
+      value_ = value;
+    }
+  }
   /// Throws std::bad_function_call for a variable that was declared without a validator.
   bool accepts(const T& value) const { return validator_(value); }
 

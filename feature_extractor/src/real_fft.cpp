@@ -6,9 +6,19 @@
 #include <numbers>
 
 namespace sonivo {
+namespace {
 
-RealFft::RealFft(std::size_t points) : points_(points) {
-  assert(points >= 2);
+// Cosine and sine of 2 pi k / n.
+void append_angle(std::size_t k, std::size_t n, std::vector<float>& cosine, std::vector<float>& sine) {
+  const double angle = 2.0 * std::numbers::pi * static_cast<double>(k) / static_cast<double>(n);
+  cosine.push_back(static_cast<float>(std::cos(angle)));
+  sine.push_back(static_cast<float>(std::sin(angle)));
+}
+
+}  // namespace
+
+RealFft::RealFft(std::size_t points, const WideRealFft* wide) : points_(points), wide_(wide) {
+  assert(points >= 2 && (wide == nullptr || takes(*wide, points)));
   if (!std::has_single_bit(points)) {
     whole_.emplace(points);
     whole_re_.resize(points);
@@ -16,20 +26,32 @@ RealFft::RealFft(std::size_t points) : points_(points) {
     return;
   }
   half_.emplace(points / 2);
-  re_.resize(points / 2);
-  im_.resize(points / 2);
-  cosine_.resize(points / 4 + 1);
-  sine_.resize(points / 4 + 1);
-  for (std::size_t k = 0; k <= points / 4; ++k) {
-    const double angle = 2.0 * std::numbers::pi * static_cast<double>(k) / static_cast<double>(points);
-    cosine_[k] = static_cast<float>(std::cos(angle));
-    sine_[k] = static_cast<float>(std::sin(angle));
+  for (std::size_t k = 0; k <= points / 4; ++k) append_angle(k, points, cosine_, sine_);
+  if (wide == nullptr) {
+    re_.resize(points / 2);
+    im_.resize(points / 2);
+    return;
+  }
+  const std::size_t rows = points / 2 / wide->lanes;
+  for (std::size_t c = 0; c < wide->lanes; ++c) {
+    for (std::size_t r = 0; r < rows; ++r) append_angle(r * c, points / 2, turn_cosine_, turn_sine_);
   }
 }
 
 void RealFft::forward(std::vector<float>& x) {
   assert(x.size() == points_);
+  if (wide_ != nullptr) return through_vectors(x);
   whole_ ? through_whole(x) : through_half(x);
+}
+
+void RealFft::through_vectors(std::vector<float>& x) {
+  wide_->forward(points_,
+                 {.twiddles = half_->twiddles(),
+                  .turn_cosine = turn_cosine_.data(),
+                  .turn_sine = turn_sine_.data(),
+                  .cosine = cosine_.data(),
+                  .sine = sine_.data()},
+                 x.data());
 }
 
 // With z[n] = x[2 n] + j x[2 n + 1], M = N / 2, and Z its transform: the even samples have E = (Z[k] + conj(Z[M - k]))

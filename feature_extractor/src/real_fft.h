@@ -6,6 +6,7 @@
 
 #include "feature_extractor/chirp_fft.h"
 #include "feature_extractor/split_radix_fft.h"
+#include "feature_extractor/wide_real_fft.h"
 
 namespace sonivo {
 
@@ -13,7 +14,9 @@ namespace sonivo {
 /// power of two goes through a complex transform of N / 2 points, any other length through one of N points.
 class RealFft {
  public:
-  explicit RealFft(std::size_t points);
+  explicit RealFft(std::size_t points) : RealFft(points, widest_real_fft(points)) {}
+  /// On vectors, where `wide` isn't null; it takes so many points.
+  RealFft(std::size_t points, const WideRealFft* wide);
 
   std::size_t points() const { return points_; }
 
@@ -22,10 +25,13 @@ class RealFft {
   void forward(std::vector<float>& x);
 
  private:
+  void through_vectors(std::vector<float>& x);
   void through_half(std::vector<float>& x);
   void through_whole(std::vector<float>& x);
 
   const std::size_t points_;
+  const WideRealFft* const wide_;
+  std::vector<float> turn_cosine_, turn_sine_;  // of wide_
   std::optional<SplitRadixComplexFft<float>> half_;
   std::vector<float> re_, im_;        // of the half transform
   std::vector<float> cosine_, sine_;  // of 2 pi k / N, k up to N / 4

@@ -27,15 +27,12 @@ class SplitRadixComplexFft {
   /// x[n] = sum over k of X[k] exp(+j 2 pi k n / N)
   void inverse(Real* re, Real* im) const { forward(im, re); }  // both sides swapped conjugate the kernel
 
-  /// Twiddle factors of a pass of n points: cosine and sine of 2 pi i / n and of 3 times that, i < n / 4.
-  struct Twiddles {
-    explicit Twiddles(std::size_t n);
-    std::vector<Real> cosine, sine, cosine3, sine3;
-  };
+  /// Of all passes up to points(), as feature_extractor/split_radix_passes.h tells.
+  const Real* twiddles() const { return twiddles_.data(); }
 
  private:
   const int logn_;
-  std::vector<Twiddles> twiddles_;                              // of n = 1, 2, 4 and so on
+  std::vector<Real> twiddles_;
   std::vector<std::pair<std::uint32_t, std::uint32_t>> swaps_;  // bit reversal
 };
 

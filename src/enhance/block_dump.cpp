@@ -1,5 +1,6 @@
 #include "enhance/block_dump.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 
@@ -44,14 +45,15 @@ void BlockDump::begin_line(const char* function) {
                now.hour, now.minute, now.second, now.millisecond, static_cast<unsigned long>(ms), function);
 }
 
-void BlockDump::block(Kind kind, const char* text, const float* data, std::uint16_t active) {
-  if (!is_on() || data == nullptr) return;
+void BlockDump::block(Kind kind, const char* text, std::span<const float> data, std::uint16_t active) {
+  if (!is_on() || data.data() == nullptr) return;
   const auto i = static_cast<std::size_t>(kind);
   begin_line(kind == Kind::input ? "INPUT " : "OUTPUT");
   std::fprintf(journal_.get(), " %d, %d, %s, \n", blocks_[i], active, text);
   std::fflush(journal_.get());
-  std::transform(data, data + block_.size(), block_.begin(), to_pcm16);
-  std::fwrite(block_.data(), sizeof(std::int16_t), block_.size(), samples_[i].get());
+  const auto samples = data.first(std::min(data.size(), block_.size()));
+  std::transform(samples.begin(), samples.end(), block_.begin(), to_pcm16);
+  std::fwrite(block_.data(), sizeof(std::int16_t), samples.size(), samples_[i].get());
   ++blocks_[i];
 }
 

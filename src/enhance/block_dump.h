@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,8 @@ class BlockDump {
   /// 0, or 1 when nothing is dumped. active: whether the enhancement is on.
   int open(float rate_hz, std::uint16_t channels, std::uint16_t frames, float add_buff_in_ms, float add_buff_out_ms,
            std::uint16_t active);
-  /// data: interleaved frames, as many as open was told; null: nothing happens.
-  void block(Kind kind, const char* text, const float* data, std::uint16_t active);
+  /// data: interleaved frames, at most as many as open was told count; null: nothing happens.
+  void block(Kind kind, const char* text, std::span<const float> data, std::uint16_t active);
   void close();
   bool is_on() const { return journal_ != nullptr; }
 

@@ -112,6 +112,11 @@ std::uint32_t FifoInput::GetDataLength() const {
   return data_leng;
 }
 
+bool FifoInput::IsReaderWaiting() const {
+  const std::lock_guard lock(mutex_);
+  return wanted_ != 0;
+}
+
 void FifoInput::ChangeRate(int rate) {
   log_text(LogLevel::info3, "FifoInput::ChangeRate: [%p], rate=%d\n", static_cast<void*>(this), rate);
   {

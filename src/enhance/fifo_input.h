@@ -8,9 +8,9 @@
 
 #include "enhance/brief_mutex.h"
 #include "enhance/device_rate.h"
-#include "enhance/high_pass.h"
 #include "enhance/rate_converter.h"
 #include "enhance/sample_ring.h"
+#include "enhance/section_pair.h"
 #include "feature_extractor/input.h"
 
 namespace sonivo {
@@ -42,6 +42,8 @@ class FifoInput : public Input<short> {
   std::uint32_t PushData(const float* data, std::uint32_t size);
   /// Device samples waiting.
   std::uint32_t GetDataLength() const;
+  /// Somebody sleeps in data() because there is too little for the request: all that came before is dealt with.
+  bool IsReaderWaiting() const;
   void ChangeRate(int rate);
 
   /// Waits until what makes `require` model samples is there, appends all whole frames of it and answers `require`.

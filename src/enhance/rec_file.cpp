@@ -73,8 +73,8 @@ int RecFile::write(const float* samples, std::size_t count) {
     const std::size_t piece = std::min(count, block_.size());
     std::transform(samples, samples + piece, block_.begin(), to_pcm16);
     const std::size_t written = std::fwrite(block_.data(), sizeof(std::int16_t), piece, file_.get());
-    samples_ += static_cast<std::uint32_t>(written);
     if (written < piece) return ERROR_AI_SPEECH_ENHANCE_FILE_WRITE;
+    samples_ += static_cast<std::uint32_t>(written);
     samples += piece;
     count -= piece;
   }

@@ -63,8 +63,8 @@ int wavRead(std::FILE* file, WavFormat* format) {
     if (chunk->is("data")) {
       format->data_offset = static_cast<std::uint32_t>(begin);
       format->data_bytes = chunk->bytes;
-      const bool is_whole = chunk->bytes <= static_cast<std::uint64_t>(file_bytes - begin);
-      return has_format && format->channels > 0 && is_whole ? 0 : kNoWav;
+      format->is_whole = chunk->bytes <= static_cast<std::uint64_t>(file_bytes - begin);
+      return has_format && format->channels > 0 ? 0 : kNoWav;
     }
     if (chunk->is("fmt ")) {
       if (chunk->bytes < kFormatBytes || !read_format(file, format)) return kNoWav;

@@ -7,17 +7,13 @@
 #include "base/text.h"
 #include "base/trace.h"
 #include "relay/capture_interface.h"
+#include "relay/existing_file.h"
 
 namespace sonivo {
 namespace {
 
 constexpr std::uint32_t kDefaultRate = 48000;
 constexpr std::uint16_t kDefaultChannels = 2;
-
-bool IsExistingFile(const std::string& path) {
-  std::error_code ignored;
-  return std::filesystem::exists(path, ignored) && !std::filesystem::is_directory(path, ignored);
-}
 
 void DeleteFile(const std::string& path) {
   std::error_code ignored;

@@ -1,6 +1,7 @@
 // The 10 ms blocks of the microphone: from the PRE buffer through at most one chain into the stream ring.
 
 #include <algorithm>
+#include <chrono>
 #include <stdexcept>
 
 #include "base/trace.h"
@@ -108,10 +109,19 @@ void CCaptureInterface::RunChain(Chain& chain, const ChainTexts& texts, float ta
 }
 
 int CCaptureInterface::Execute(Chain& chain) {
-  if (&chain != m_chains.ai_speech.get()) return chain.Execute(m_wet.data());
+  const auto timed = [&] {
+    const auto start = std::chrono::steady_clock::now();
+    const int status = chain.Execute(m_wet.data());
+    const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - start;
+    m_counter.note_execution(static_cast<std::uint64_t>(taken.count()));
+    return status;
+  };
+  if (&chain != m_chains.ai_speech.get()) return timed();
   const std::lock_guard lock(m_csAIOpen);
-  const int status = chain.Execute(m_wet.data());
-  return IsEnhancerWarning(status) ? 0 : status;
+  const int status = timed();
+  if (!IsEnhancerWarning(status)) return status;
+  StatisticsCounter::add(m_counter.unenhanced);
+  return 0;
 }
 
 }  // namespace sonivo

@@ -5,6 +5,7 @@
 #include "base/trace.h"
 #include "relay/capture_interface.h"
 #include "relay/effect_properties.h"
+#include "relay/existing_file.h"
 
 namespace sonivo {
 namespace {
@@ -112,8 +113,9 @@ void CCaptureInterface::ReopenAISpeech() {
     m_AISpeechEnhanceIsOpen = false;
   }
   if (!m_bAISpeechEnhanceWanted) return;
-  const std::string& in_use = m_AISpeechEnhanceSetAiModelName;
-  if (failed(OpenAISpeech(in_use.empty() ? CurrentModelRow().speech_enhancement : in_use))) return;
+  const std::string in_use = m_AISpeechEnhanceSetAiModelName;
+  // An enrolled model goes when its enrolment is repeated and fails.
+  if (failed(OpenAISpeech(IsExistingFile(in_use) ? in_use : CurrentModelRow().speech_enhancement))) return;
   if (chain.SetAISpeechEnhanceStrength(ReadStrength()) != 0) {
     chain.Close();
     return;

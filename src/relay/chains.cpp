@@ -1,5 +1,8 @@
 #include "relay/chains.h"
 
+#include <chrono>
+#include <thread>
+
 #include "classic/beam_forming_key_cancel.h"
 #include "classic/key_cancel.h"
 #include "enhance/ai_speech_enhance.h"
@@ -39,7 +42,7 @@ class BeamForming final : public ForwardClassic<BeamFormingChain, CBeamFormingKe
   int SetBeamFormingActive(std::uint16_t active) override { return m_object.SetBeamFormingActive(active); }
 };
 
-class AISpeech final : public Forward<AISpeechChain, CAISpeechEnhance> {
+class AISpeech : public Forward<AISpeechChain, CAISpeechEnhance> {
  public:
   int Open(const std::uint16_t* params, const char* model, float rate_hz, std::uint16_t channels, std::uint16_t frames,
            float add_buff_in_ms, float add_buff_out_ms) override {
@@ -58,12 +61,25 @@ class AISpeech final : public Forward<AISpeechChain, CAISpeechEnhance> {
   int QuitMakeAIModel() override { return m_object.QuitMakeAIModel(); }
 };
 
-}  // namespace
+class PatientAISpeech final : public AISpeech {
+ public:
+  int Execute(float* interleaved) override {
+    const int status = AISpeech::Execute(interleaved);
+    while (!m_object.IsEnhancementIdle()) std::this_thread::sleep_for(std::chrono::microseconds(20));
+    return status;
+  }
+};
 
-Chains MakeChains() {
+template <class AIChain>
+Chains MakeChainsWith() {
   return {.key_cancel = std::make_unique<ForwardClassic<KeyCancelChain, CKeyCancel>>(),
           .beam_forming = std::make_unique<BeamForming>(),
-          .ai_speech = std::make_unique<AISpeech>()};
+          .ai_speech = std::make_unique<AIChain>()};
 }
+
+}  // namespace
+
+Chains MakeChains() { return MakeChainsWith<AISpeech>(); }
+Chains MakePatientChains() { return MakeChainsWith<PatientAISpeech>(); }
 
 }  // namespace sonivo

@@ -58,5 +58,8 @@ using ChainFactory = std::function<Chains()>;
 
 /// CKeyCancel, CBeamFormingKeyCancel and CAISpeechEnhance.
 Chains MakeChains();
+/// The same for a machine whose time runs faster than the network: each Execute of the third chain comes back when the
+/// network has dealt with all it was given, so that no chunk is late.
+Chains MakePatientChains();
 
 }  // namespace sonivo

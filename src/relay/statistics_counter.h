@@ -12,7 +12,8 @@ namespace sonivo {
 class StatisticsCounter {
  public:
   using Count = std::atomic<std::uint64_t>;
-  Count streams{0}, virtual_transfers{0}, physical_packets{0}, blocks{0}, underruns{0}, overruns{0}, silenced{0};
+  Count streams{0}, virtual_transfers{0}, physical_packets{0}, blocks{0}, underruns{0}, overruns{0}, silenced{0},
+      unenhanced{0};
 
   static void add(Count& count) { count.store(count.load(relaxed) + 1, relaxed); }
 
@@ -27,6 +28,12 @@ class StatisticsCounter {
     fill_max_.store(std::max(fill_max_.load(relaxed), frames), relaxed);
   }
 
+  void note_execution(std::uint64_t ns) {
+    add(executions_);
+    execute_sum_ns_.store(execute_sum_ns_.load(relaxed) + ns, relaxed);
+    execute_max_ns_.store(std::max(execute_max_ns_.load(relaxed), ns), relaxed);
+  }
+
   StreamStatistics Snapshot() const {
     return {.streams = streams.load(relaxed),
             .virtual_transfers = virtual_transfers.load(relaxed),
@@ -35,6 +42,10 @@ class StatisticsCounter {
             .underruns = underruns.load(relaxed),
             .overruns = overruns.load(relaxed),
             .silenced = silenced.load(relaxed),
+            .unenhanced = unenhanced.load(relaxed),
+            .executions = executions_.load(relaxed),
+            .execute_sum_ns = execute_sum_ns_.load(relaxed),
+            .execute_max_ns = execute_max_ns_.load(relaxed),
             .feedback_changes = feedback_changes_.load(relaxed),
             .feedback = feedback_.load(relaxed),
             .fill_count = fill_count_.load(relaxed),
@@ -47,6 +58,7 @@ class StatisticsCounter {
   static constexpr auto relaxed = std::memory_order_relaxed;
 
   Count feedback_changes_{0}, fill_count_{0}, fill_sum_{0};
+  Count executions_{0}, execute_sum_ns_{0}, execute_max_ns_{0};
   std::atomic<std::int32_t> feedback_{0};
   std::atomic<std::uint32_t> fill_min_{StreamStatistics{}.fill_min}, fill_max_{0};
 };

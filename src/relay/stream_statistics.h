@@ -15,8 +15,12 @@ struct StreamStatistics {
   std::uint64_t underruns = 0;          ///< reads that found too little in the ring
   std::uint64_t overruns = 0;           ///< writes that did not fit into a ring whole
   std::uint64_t silenced = 0;           ///< blocks in which a chain left a sample that is no number (capture)
-  std::uint64_t feedback_changes = 0;   ///< values sent to the driver
-  std::int32_t feedback = 0;            ///< the latest of them
+  std::uint64_t unenhanced = 0;         ///< blocks that the third chain let pass without its enhancement (capture)
+  std::uint64_t executions = 0;         ///< blocks that a chain processed, and the time that it took for them (capture)
+  std::uint64_t execute_sum_ns = 0;
+  std::uint64_t execute_max_ns = 0;
+  std::uint64_t feedback_changes = 0;  ///< values sent to the driver
+  std::int32_t feedback = 0;           ///< the latest of them
   std::uint64_t fill_count = 0;
   std::uint64_t fill_sum = 0;
   std::uint32_t fill_min = std::numeric_limits<std::uint32_t>::max();

@@ -1,80 +1,22 @@
 """The models of tools/build-enhancer on made-up talk in noise, and model files that Python writes and reads.
 
-Usage: built_enhancers_test.py SONIVO TOOLS_FOLDER; ends with 77 where NumPy is not installed.
+Usage: built_enhancers_test.py SONIVO TOOLS_FOLDER
 """
 
-import importlib.machinery
-import importlib.util
 import os
 import subprocess
 import sys
 import tempfile
 import unittest
-import wave
 
-try:
-    import numpy as np
-except ImportError:
-    sys.exit(77)
+import numpy as np
 
 SONIVO = os.path.abspath(sys.argv[1])
 TOOLS = os.path.abspath(sys.argv[2])
 sys.path.insert(0, TOOLS)
+from enhancer import SIZES, Enhancer  # noqa: E402
+from made_up_talk import LEAD, RATE, enhanced, in_noise, level_db, pink, segmental_snr, si_sdr, talk  # noqa: E402
 from model_container import Model, write_document  # noqa: E402
-
-_loader = importlib.machinery.SourceFileLoader("build_enhancer", os.path.join(TOOLS, "build-enhancer"))
-_spec = importlib.util.spec_from_loader("build_enhancer", _loader)
-build_enhancer = importlib.util.module_from_spec(_spec)
-_loader.exec_module(build_enhancer)
-
-RATE = 16000
-LEAD = 12800  # samples of silence ahead of the talk
-SIZES = list(build_enhancer.SIZES)
-
-
-def talk(seconds, rng):
-    """Syllables of gliding pitch with three resonances, and pauses between them; peak about 0.25."""
-    voice = np.zeros(LEAD + int(seconds * RATE))
-    at = LEAD
-    while at < len(voice) - RATE // 2:
-        length = int(RATE * rng.uniform(0.12, 0.3))
-        t = np.arange(length) / RATE
-        pitch = rng.uniform(95, 190) * (1 + 0.3 * rng.uniform(-1, 1) * t)
-        phase = 2 * np.pi * np.cumsum(pitch) / RATE
-        formants = rng.uniform((300, 900, 2200), (800, 2000, 3200))
-        syllable = np.zeros(length)
-        for k in range(1, int(4000 / 95)):
-            f = k * pitch.mean()
-            if f < 4000:
-                gain = sum(1 / (1 + ((f - formant) / 120) ** 2) for formant in formants) + 0.01
-                syllable += gain * np.cos(k * phase + rng.uniform(0, 2 * np.pi))
-        voice[at:at + length] = syllable / np.abs(syllable).max() * np.hanning(length) * 0.25
-        at += length + int(RATE * rng.choice([0.02, 0.05, 0.25]))
-    return voice
-
-
-def pink(count, rng):
-    spectrum = np.fft.rfft(rng.standard_normal(count))
-    return np.fft.irfft(spectrum / np.sqrt(np.maximum(np.arange(len(spectrum)), count * 40 / RATE)), count)
-
-
-def in_noise(clean, noise, snr_db):
-    power = np.mean(clean[LEAD:] ** 2)
-    return clean + noise / np.sqrt(np.mean(noise ** 2)) * np.sqrt(power * 10 ** (-snr_db / 10))
-
-
-def segmental_snr(clean, test):
-    frame, hop = 480, 120
-    window = np.hanning(frame + 2)[1:-1] ** 2
-    at = np.arange(0, len(clean) - frame + 1, hop)[:, None] + np.arange(frame)
-    signal, noise = (clean[at] ** 2 * window).sum(1), ((clean - test)[at] ** 2 * window).sum(1)
-    spoken = signal > 0
-    return np.clip(10 * np.log10(signal[spoken] / np.maximum(noise[spoken], 1e-30)), -10, 35).mean()
-
-
-def si_sdr(clean, test):
-    a = test @ clean / (clean @ clean)
-    return 10 * np.log10(a * a * (clean @ clean) / np.sum((a * clean - test) ** 2))
 
 
 class BuiltEnhancers(unittest.TestCase):
@@ -99,13 +41,7 @@ class BuiltEnhancers(unittest.TestCase):
         subprocess.run([sys.executable, os.path.join(TOOLS, "build-enhancer"), cls.path(name), *options], check=True)
 
     def enhanced(self, model, x, *options):
-        with wave.open(self.path("in.wav"), "wb") as file:
-            file.setparams((1, 2, RATE, len(x), "NONE", ""))
-            file.writeframes(np.round(np.clip(x, -1, 32767 / 32768) * 32768).astype("<i2").tobytes())
-        result = subprocess.run([SONIVO, "enhance", self.path(model), self.path("in.wav"), self.path("out.wav"), *options],
-                                check=True, capture_output=True, text=True)
-        with open(self.path("out.wav"), "rb") as file:
-            return np.frombuffer(file.read()[-4 * len(x):], "<f4").astype(float), result.stdout
+        return enhanced(SONIVO, self.path(model), x, self.folder.name, *options)
 
     def test_raises_the_segmental_snr_of_noisy_talk(self):
         rng = np.random.default_rng(4)
@@ -117,7 +53,7 @@ class BuiltEnhancers(unittest.TestCase):
                     gain = segmental_snr(level * self.clean, y) - segmental_snr(level * self.clean, noisy)
                     self.assertGreater(gain, least, (size, level))
                     quiet = slice(LEAD // 2, LEAD - 2000)
-                    self.assertLess(10 * np.log10(np.mean(y[quiet] ** 2) / np.mean(noisy[quiet] ** 2)), -10)
+                    self.assertLess(level_db(y[quiet]) - level_db(noisy[quiet]), -10)
 
     def test_leaves_clean_talk_alone(self):
         for size in SIZES:
@@ -135,7 +71,7 @@ class BuiltEnhancers(unittest.TestCase):
         noise = 0.01 * np.random.default_rng(6).standard_normal(5 * RATE)
         y, _ = self.enhanced("medium.bin", np.concatenate([np.zeros(RATE), noise]))
         late = slice(3 * RATE, None)  # the lowest level of the last 1.3 s is the noise's
-        self.assertLess(10 * np.log10(np.mean(y[late] ** 2) / np.mean(noise ** 2)), -15)
+        self.assertLess(level_db(y[late]) - level_db(noise), -15)
 
     def test_switches_from_mild_to_strong(self):
         noisy = in_noise(self.clean, np.random.default_rng(7).standard_normal(len(self.clean)), 10)
@@ -147,7 +83,7 @@ class BuiltEnhancers(unittest.TestCase):
 
     def test_does_not_depend_on_the_cutting(self):
         x = self.clean[LEAD:LEAD + 8000] + 0.01 * np.random.default_rng(8).standard_normal(8000)
-        network = build_enhancer.Enhancer(build_enhancer.SIZES["small"], False)
+        network = Enhancer(SIZES["small"])
         network.write_binary(self.path("net"))
         np.savetxt(self.path("x.tsv"), x[None], fmt="%.9g", delimiter="\t")
 
@@ -175,7 +111,7 @@ class BuiltEnhancers(unittest.TestCase):
             Model("SPK", b"")
 
     def test_the_text_form_computes_the_same(self):
-        network = build_enhancer.Enhancer(build_enhancer.SIZES["small"], False)
+        network = Enhancer(SIZES["small"])
         write_document(self.path("small.xml"), "SE", network, Model.read(self.path("small.bin")).variables)
         np.testing.assert_array_equal(self.enhanced("small.xml", self.clean)[0],
                                       self.enhanced("small.bin", self.clean)[0])

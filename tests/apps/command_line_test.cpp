@@ -104,12 +104,5 @@ TEST(CommandLine, WritesOutControlCharactersOfItsArguments) {
   expect_wrong_usage({"mo\nre"}, "The following argument was not expected: mo\\nre");
 }
 
-TEST(CommandLine, SaysWhichChainIsNotBuilt) {
-  const Outcome outcome = run({"relay", "in.wav", "out.wav", "--chain", "ai"});
-  EXPECT_EQ(outcome.exit_code, 1);
-  EXPECT_EQ(outcome.errors,
-            "error: the ai chain is not built into this version; use --chain none, keycancel or beamforming\n");
-}
-
 }  // namespace
 }  // namespace sonivo::tool

@@ -1,7 +1,6 @@
 #include "apps/tool/enhance_command.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
@@ -15,24 +14,14 @@
 #include "apps/tool/wav_file.h"
 #include "enhance/fifo_input.h"
 #include "enhance/fifo_output.h"
+#include "model_text.h"
 
 namespace sonivo::tool {
 namespace {
 
 using sonivo::test::TemporaryFolder;
 
-/// Text of a layer that makes `rows` of one sample: row r is gains[r] times the sample.
-std::string gains_layer(const std::vector<double>& gains) {
-  std::ostringstream text;
-  text << R"(<layer type="FullyConnected" id="gains"><weight>)";
-  for (const double gain : gains) text << gain << '\n';
-  text << "</weight><bias>";
-  for (std::size_t i = 0; i < gains.size(); ++i) text << "0\n";
-  text << "</bias></layer>";
-  return text.str();
-}
-
-/// A layer in front of it, late by so many samples.
+/// A layer that is late by so many samples.
 std::string delay_layer(std::size_t samples) {
   const std::string width = std::to_string(samples);
   return R"(<layer type="TDNN" id="first" groups="true" causal="true" kernel="2" dilation=")" + width + R"(" pad=")" +
@@ -50,18 +39,9 @@ const char* const kTwice =
     R"(<layer type="TransposeTDNN" id="first" kernel="2" stride="2"><weight>1
 1</weight><bias>0</bias></layer>)";
 
-using Settings = std::vector<std::pair<std::string, std::string>>;
-
-/// The text form of a model; `first` is a layer before the gains, if there is one.
-std::string model_text(const std::vector<double>& gains, const std::string& first = "", const Settings& options = {}) {
-  std::string text = R"(senx<SE version="20231004"><encoder><NN magic="MerNNpar" ninput="1" noutput="1"><layers>)";
-  text += first + gains_layer(gains) + "</layers><links>";
-  if (!first.empty()) text += R"(<link from_id="_input" to_id="first"/>)";
-  text += std::string(R"(<link from_id=")") + (first.empty() ? "_input" : "first") + R"(" to_id="gains"/>)";
-  text += R"(<link from_id="gains" to_id="_output"/></links></NN></encoder>)";
-  text += R"(<option name="frame-length" value="10"/>)";
-  for (const auto& [name, value] : options) text += "<option name=\"" + name + "\" value=\"" + value + "\"/>";
-  return text + "</SE>";
+std::string model_text(const std::vector<double>& gains, const std::string& first = "",
+                       const NamedValues& options = {}) {
+  return test::model_text({.gains = gains, .first = first, .options = options});
 }
 
 /// Noise of 16 bits.
@@ -231,30 +211,6 @@ TEST_F(EnhanceCommand, ForcesStreamingWhateverTheModelSays) {
   const FloatAudio input = sixteen_bit_noise(16000, 1, 3000);
   write(model_text({1}, "", {{"offline", "true"}, {"chunk-size", "7"}}), input);
   EXPECT_EQ(enhanced().samples, input.samples);
-}
-
-TEST_F(EnhanceCommand, IsNotImpressedByLongFiles) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the sanitizers keep what is freed";
-#endif
-  constexpr std::size_t kMinutes = 10, kMinute = 16000 * 60;  // 38 MB as 32-bit float
-  std::ofstream(folder_ / "model") << model_text({1});
-  {
-    OutputFile file(folder_ / "in.wav");
-    WavOutput wav(file, 16000, 1, kMinutes * kMinute);
-    const std::vector<float> minute(kMinute, 0.25f);
-    for (std::size_t i = 0; i < kMinutes; ++i) wav.write(minute);
-    wav.close();
-    file.commit();
-  }
-  const auto peak_kilobytes = [] {
-    struct rusage usage {};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
-  };
-  const auto before = peak_kilobytes();
-  EXPECT_EQ(run(), 0) << errors_.str();
-  EXPECT_LT(peak_kilobytes() - before, 8000);
 }
 
 TEST_F(EnhanceCommand, RefusesModelsThatAreNone) {

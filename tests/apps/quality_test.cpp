@@ -170,6 +170,26 @@ TEST(PauseLevel, TakesWhatIsMoreThan40DecibelsBelowTheLoudestForAPause) {
   EXPECT_EQ(pause_level(then(sine(500), sine(500, 0.0101)), test, kRateHz), std::nullopt);
 }
 
+TEST(StrokeLevel, IsThatOfThePausesFramesInWhichKeysAreStruck) {
+  const Signal words = then(sine(500), then(silence(kSecond), sine(500)));
+  const Signal stroke = then(silence(kSecond + 2400), then(noise(480, 0.5), silence(2 * kSecond - 2880)));
+  Signal test =
+      then(sine(500), then(noise(2400, 0.1), then(noise(480, 0.02), then(noise(kSecond - 2880, 0.1), sine(500)))));
+  EXPECT_NEAR(stroke_level(words, test, stroke, kRateHz).value(), 20 * std::log10(0.02), 1e-9);
+}
+
+TEST(StrokeLevel, LeavesOutStrokesUnderWordsAndThose30DecibelsBelowTheLoudest) {
+  const Signal words = then(sine(500), silence(kSecond));
+  const Signal test = noise(2 * kSecond, 0.1);
+  const Signal under_words = then(noise(480, 1), silence(2 * kSecond - 480));
+  EXPECT_EQ(stroke_level(words, test, under_words, kRateHz), std::nullopt);
+  const auto with_second = [&](double rms) {
+    return then(noise(480, 1), then(silence(kSecond), then(noise(480, rms), silence(kSecond - 960))));
+  };
+  EXPECT_EQ(stroke_level(words, test, with_second(0.031), kRateHz), std::nullopt);
+  EXPECT_TRUE(stroke_level(words, test, with_second(0.032), kRateHz).has_value());
+}
+
 TEST(PauseLevel, IsMinusInfinityForDigitalSilence) {
   const Signal words = then(sine(500), silence(kSecond));
   EXPECT_EQ(pause_level(words, words, kRateHz), -kInfinity);

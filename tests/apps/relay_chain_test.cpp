@@ -11,10 +11,14 @@
 
 #include "../classic/chain/chain_params.h"
 #include "apps/tool/command_line.h"
+#include "apps/tool/enhancement.h"
 #include "apps/tool/latency.h"
 #include "apps/tool/quality.h"
+#include "apps/tool/share_folder.h"
 #include "apps/tool/wav_file.h"
 #include "classic/blob_file.h"
+#include "e2easr_model/se_model.h"
+#include "relay/model_table.h"
 #include "wav_bytes.h"
 
 namespace sonivo::tool {
@@ -46,6 +50,21 @@ FloatAudio talk(std::uint32_t rate_hz, std::uint16_t channels, double seconds) {
     const double in_syllable = std::fmod(t + 0.2, 0.5) / 0.2;
     const double swell = in_syllable < 1 ? std::sin(std::numbers::pi * in_syllable) : 0;
     audio.samples[i] *= static_cast<float>(0.5 * swell * swell);
+  }
+  return audio;
+}
+
+/// The same without most of what lies above 2 kHz, as the network hears nothing above 8 kHz.
+FloatAudio dull(FloatAudio audio) {
+  constexpr float kKept = 0.75f;
+  std::vector<float> state(audio.channels, 0.0f);
+  for (int pass = 0; pass < 2; ++pass) {
+    std::fill(state.begin(), state.end(), 0.0f);
+    for (std::size_t i = 0; i < audio.samples.size(); ++i) {
+      float& y = state[i % audio.channels];
+      y = kKept * y + (1 - kKept) * audio.samples[i];
+      audio.samples[i] = y;
+    }
   }
   return audio;
 }
@@ -290,6 +309,74 @@ TEST_F(RelayChain, RefusesABlobThatIsNotThere) {
       "cannot open '" + (folder_ / "none.bin") + "': No such file or directory; check its name and its permissions");
   expect_refused({"--chain", "keycancel", "--params", folder_ / ""},
                  "'" + (folder_ / "") + "' is a folder; give a parameter blob");
+}
+
+/// The third chain with the models that were built beside the program.
+class RelayAIChain : public RelayChain {
+ protected:
+  void SetUp() override {
+    RelayChain::SetUp();
+    if (!std::filesystem::exists(model_)) GTEST_SKIP() << "no models were built";
+  }
+
+  Outcome enhance(const FloatAudio& input, std::vector<std::string> more = {}) {
+    std::vector<std::string> options{"--chain", "ai", "--params", beamforming_};
+    options.insert(options.end(), more.begin(), more.end());
+    return relay(input, 16, options);
+  }
+
+  const std::string model_ = GetModelRow(share_folder() / "models", kLastModelNo).speech_enhancement;
+};
+
+TEST_F(RelayAIChain, AddsTheRingsAndTheModelToTheLatencyOfTheBeamformingChain) {
+  e2e::initialize();
+  e2e::SEModel model;
+  model.load(model_, false);
+  // Both rings of an open chain, the converters and the model, measured on a file.
+  const std::size_t enhancement = measure_delay(model, 48000);
+  const FloatAudio input = dull(talk(48000, 2, 2.0));
+  const Outcome without = relay(input, 16, {"--chain", "beamforming", "--params", beamforming_});
+  const Outcome with = enhance(input, {"--strength", "0"});
+  ASSERT_EQ(with.exit_code, 0) << with.errors;
+  const Latency before = measure_latency(first_channel(input), first_channel(without.output), kSearchedFrames);
+  const Latency after = measure_latency(first_channel(input), first_channel(with.output), 2 * kSearchedFrames);
+  ASSERT_EQ(after.outcome, Latency::Outcome::measured);
+  // The high-pass of the model's input turns phases, so that the peak of speech is not quite that of noise.
+  EXPECT_NEAR(static_cast<double>(after.frames - before.frames), static_cast<double>(enhancement), 10.0);
+  EXPECT_NE(with.table.find("underruns         0\noverruns          0\n"), std::string::npos) << with.table;
+}
+
+TEST_F(RelayAIChain, HasTheSameOutputInEveryRunAndOnEveryChannel) {
+  const FloatAudio input = with_noise(talk(48000, 3, 1.0), 0.01f);
+  const Outcome first = enhance(input, {"--model", model_});
+  ASSERT_EQ(first.exit_code, 0) << first.errors;
+  EXPECT_EQ(enhance(input).output.samples, first.output.samples);
+  const auto heard = channel(first.output, 0, 0, first.output.frames());
+  for (std::size_t c = 1; c < 3; ++c) EXPECT_EQ(channel(first.output, c, 0, first.output.frames()), heard) << c;
+  EXPECT_NE(enhance(input, {"--strength", "0"}).output.samples, first.output.samples);
+}
+
+TEST_F(RelayAIChain, RunsAt44100HertzToo) {
+  const FloatAudio input = dull(talk(44100, 2, 1.5));
+  const Outcome run = enhance(input);
+  ASSERT_EQ(run.exit_code, 0) << run.errors;
+  const Latency latency = measure_latency(first_channel(input), first_channel(run.output), 2 * kSearchedFrames);
+  EXPECT_EQ(latency.outcome, Latency::Outcome::measured);
+}
+
+TEST_F(RelayAIChain, RefusesWhatIsNoModel) {
+  expect_refused(
+      {"--chain", "ai", "--params", beamforming_, "--model", folder_ / "gone"},
+      "cannot open '" + (folder_ / "gone") + "': No such file or directory; check its name and its permissions");
+  const std::string text = folder_.write("text.bin", "hello");
+  const Outcome run = enhance(talk(48000, 2, 0.1), {"--model", text});
+  EXPECT_EQ(run.exit_code, 1);
+  EXPECT_EQ(run.errors.find("error: '" + text + "' is no speech enhancement model: "), 0u) << run.errors;
+}
+
+TEST_F(RelayAIChain, NeedsTwoMicrophones) {
+  expect_refused({"--chain", "ai", "--params", beamforming_},
+                 "'" + (folder_ / "in.wav") + "' has one channel; the ai chain needs two microphones", 1);
 }
 
 }  // namespace

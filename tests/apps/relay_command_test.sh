@@ -105,8 +105,6 @@ expect "an input without a name" 2 '^$' "^error: IN takes the name of a file, no
 expect "an output without a name" 2 '^$' "^error: OUT takes the name of a file, not ''\$" relay in.wav ''
 expect "control characters in the name of the input" 1 '^$' "^error: cannot open 'a\\\\n\\\\x1b\[2J': No such file" relay $'a\n\e[2J' out.wav
 expect "control characters in the name of the output" 1 '^$' "^error: cannot create 'gone\\\\x07/b': No such file" relay in.wav $'gone\a/b'
-expect "a chain that is not built" 1 '^$' '^error: the ai chain is not built into this version; use --chain none, keycancel or beamforming$' \
-  relay in.wav out.wav --chain ai
 expect "no such file" 1 '^$' "^error: cannot open 'gone.wav': No such file or directory; [^"$'\n'']+$' relay gone.wav out.wav
 expect "a text file" 1 '^$' "^error: 'text.wav' is not a WAV file; [^"$'\n'']+$' relay text.wav out.wav
 expect "an empty file" 1 '^$' "^error: 'empty.wav' is empty; [^"$'\n'']+$' relay empty.wav out.wav

@@ -104,11 +104,11 @@ TEST_P(AnyLength, ChirpEqualsTheSum) {
   }
 }
 
-void expect_packed(std::size_t points, double tolerance) {
+void expect_packed(std::size_t points, double tolerance, const WideRealFft* wide = nullptr) {
   const Spectrum x = random_points(points, true), X = dft(x);
   std::vector<float> packed, none;
   split(x, packed, none);
-  RealFft fft(points);
+  RealFft fft(points, wide);
   EXPECT_EQ(fft.points(), points);
   fft.forward(packed);
   ASSERT_EQ(packed.size(), points);
@@ -121,6 +121,25 @@ void expect_packed(std::size_t points, double tolerance) {
 
 TEST(RealFft, EqualsTheSumAtPowersOfTwo) {
   for (std::size_t points = 2; points <= 4096; points *= 2) expect_packed(points, 4e-6);
+}
+
+TEST(RealFft, EqualsTheSumOnWideVectors) {
+  for (const WideRealFft* wide : kWideRealFfts) {
+    if (!runs_here(*wide)) continue;
+    SCOPED_TRACE(wide->name);
+    for (std::size_t points = wide->least_points; points <= WideRealFft::kMostPoints; points *= 2) {
+      ASSERT_TRUE(takes(*wide, points)) << points;
+      expect_packed(points, 4e-6, wide);
+    }
+  }
+}
+
+TEST(RealFft, TakesTheWidestVectorsThatFit) {
+  for (const std::size_t points : {2u, 64u, 400u, 1102u, 8192u}) EXPECT_EQ(widest_real_fft(points), nullptr) << points;
+  for (std::size_t points = 128; points <= 4096; points *= 2) {
+    const bool wide = points >= 512 && runs_here(kAvx512RealFft);
+    EXPECT_EQ(widest_real_fft(points), wide ? &kAvx512RealFft : runs_here(kAvx2RealFft) ? &kAvx2RealFft : nullptr);
+  }
 }
 
 // Computed in double precision, so only the rounding of the result is left.

@@ -10,6 +10,7 @@
 
 #include "apps/tool/classic_command.h"
 #include "apps/tool/enhance_command.h"
+#include "apps/tool/enroll_command.h"
 #include "apps/tool/failure.h"
 #include "apps/tool/features_command.h"
 #include "apps/tool/model_command.h"
@@ -37,10 +38,12 @@ void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostre
   RelayOptions relay;
   ClassicOptions classic;
   EnhanceOptions enhance;
+  EnrollOptions enroll;
   QualityOptions quality;
   const CLI::App* const relay_command = add_relay_command(app, relay);
   const CLI::App* const classic_command = add_classic_command(app, classic);
   const CLI::App* const enhance_command = add_enhance_command(app, enhance);
+  const CLI::App* const enroll_command = add_enroll_command(app, enroll);
   const CLI::App* const quality_command = add_quality_command(app, quality);
   ParamsOptions params;
   add_params_commands(*app.add_subcommand("params", "Makes parameter blobs of the classic chains and lists them."),
@@ -57,6 +60,7 @@ void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostre
   if (relay_command->parsed()) run_relay_command(relay, output, errors);
   if (classic_command->parsed()) run_classic_command(classic, errors);
   if (enhance_command->parsed()) run_enhance_command(enhance, output, errors);
+  if (enroll_command->parsed()) run_enroll_command(enroll, output, errors);
   if (quality_command->parsed()) run_quality_command(quality, output);
   run_params_command(params, output);
   run_nn_command(nn, output, errors);

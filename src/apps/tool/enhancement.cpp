@@ -13,6 +13,7 @@
 #include "enhance/device_rate.h"
 #include "enhance/fifo_input.h"
 #include "enhance/fifo_output.h"
+#include "enhance/pcm16.h"
 
 namespace sonivo::tool {
 
@@ -30,8 +31,7 @@ constexpr const char* kGivesMore = "the model gives more than it takes";
 std::vector<short> stored(const meridane::Matrix& samples) {
   if (!samples.allFinite()) throw Failure("the model gives samples that are no finite numbers");
   std::vector<short> result(static_cast<std::size_t>(samples.size()));
-  std::transform(samples.data(), samples.data() + samples.size(), result.begin(),
-                 [](float x) { return static_cast<short>(static_cast<int>(x)); });
+  std::transform(samples.data(), samples.data() + samples.size(), result.begin(), wrap_to_pcm16);
   return result;
 }
 

@@ -11,6 +11,7 @@
 #include "apps/tool/matrix_file.h"
 #include "apps/tool/output_file.h"
 #include "apps/tool/progress.h"
+#include "apps/tool/settings_option.h"
 #include "apps/tool/wav_file.h"
 #include "e2easr_model/fe_manager.h"
 
@@ -105,18 +106,7 @@ CLI::App* add_features_command(CLI::App& app, FeaturesOptions& options) {
   command->footer(kFeaturesExample);
   command->add_option("IN", options.input, "WAV file")->type_name("FILE")->required();
   command->add_option("--out", options.output, "matrix to write")->type_name("FILE")->required();
-  const auto add = [&options](const std::vector<std::string>& settings) {
-    for (const std::string& setting : settings) {
-      const std::size_t equals = setting.find('=');
-      if (equals == 0 || equals == std::string::npos) throw UsageError("--set takes NAME=VALUE, not '" + setting + "'");
-      options.settings.emplace_back(setting.substr(0, equals), setting.substr(equals + 1));
-    }
-  };
-  command
-      ->add_option_function<std::vector<std::string>>(
-          "--set", add, "an option of feature extraction and its value; any number of them")
-      ->type_name("NAME=VALUE")
-      ->allow_extra_args(false);
+  add_settings_option(*command, options.settings, "an option of feature extraction and its value; any number of them");
   return command;
 }
 

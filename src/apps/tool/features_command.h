@@ -2,8 +2,8 @@
 
 #include <iosfwd>
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "apps/tool/settings_option.h"
 
 namespace CLI {
 class App;
@@ -13,9 +13,9 @@ namespace sonivo::tool {
 
 /// What `sonivo features` is asked to do.
 struct FeaturesOptions {
-  std::string input;                                          ///< WAV file
-  std::string output;                                         ///< matrix
-  std::vector<std::pair<std::string, std::string>> settings;  ///< names and values of feature extraction, as given
+  std::string input;     ///< WAV file
+  std::string output;    ///< matrix
+  NamedValues settings;  ///< names and values of feature extraction, as given
 };
 
 /// Declares `sonivo features`. Parsing fills `options`, which must outlive it.

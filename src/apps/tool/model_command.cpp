@@ -16,6 +16,7 @@
 #include "apps/tool/network_listing.h"
 #include "apps/tool/output_file.h"
 #include "apps/tool/printable.h"
+#include "apps/tool/settings_option.h"
 #include "e2easr_model/container.h"
 #include "e2easr_model/se_model.h"
 #include "e2easr_model/spkenc_model.h"
@@ -184,12 +185,6 @@ void unpack(const ModelOptions& options) {
   write_file(folder / "settings.txt", settings);
 }
 
-void add_setting(ModelOptions& options, const std::string& text) {
-  const std::size_t sign = text.find('=');
-  if (sign == 0 || sign == text.npos) throw UsageError("--set takes NAME=VALUE, not '" + text + "'");
-  options.settings.emplace_back(text.substr(0, sign), text.substr(sign + 1));
-}
-
 void add_build(CLI::App& command, ModelOptions& options) {
   CLI::App* const build = command.add_subcommand(
       "build", "Makes a model file of a network, a flow ahead of it if there is one, and values of its\nvariables.");
@@ -201,15 +196,7 @@ void add_build(CLI::App& command, ModelOptions& options) {
       ->required();
   build->add_option("--nn", options.network, "network, binary or XML")->type_name("FILE")->required();
   build->add_option("--flow", options.flow, "flow that frames go through first, XML")->type_name("FILE");
-  build
-      ->add_option_function<std::vector<std::string>>(
-          "--set",
-          [&options](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts) add_setting(options, text);
-          },
-          "value of a variable, read-only or not; may be given several times")
-      ->type_name("NAME=VALUE")
-      ->allow_extra_args(false);
+  add_settings_option(*build, options.settings, "value of a variable, read-only or not; may be given several times");
   build->add_option("OUT", options.output, "model to write")->type_name("FILE")->required();
   build->callback([&options] { options.action = ModelOptions::Action::build; });
 }

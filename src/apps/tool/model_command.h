@@ -3,8 +3,8 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "apps/tool/settings_option.h"
 
 namespace CLI {
 class App;
@@ -15,12 +15,12 @@ namespace sonivo::tool {
 /// What `sonivo model` is asked to do.
 struct ModelOptions {
   enum class Action { none, build, info, unpack } action = Action::none;
-  std::string model;                                          ///< to list or take apart
-  std::string output;                                         ///< model (build) or folder (unpack)
-  std::string kind;                                           ///< se, spkenc or vad (build)
-  std::string network;                                        ///< (build)
-  std::optional<std::string> flow;                            ///< preprocessor (build)
-  std::vector<std::pair<std::string, std::string>> settings;  ///< name and value of variables (build)
+  std::string model;                ///< to list or take apart
+  std::string output;               ///< model (build) or folder (unpack)
+  std::string kind;                 ///< se, spkenc or vad (build)
+  std::string network;              ///< (build)
+  std::optional<std::string> flow;  ///< preprocessor (build)
+  NamedValues settings;             ///< name and value of variables (build)
 };
 
 /// Declares `sonivo model build`, `info` and `unpack`. Parsing fills `options`, which must outlive it.

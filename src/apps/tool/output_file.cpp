@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -20,13 +21,18 @@ namespace {
 
 constexpr std::array kEndingSignals{SIGINT, SIGTERM, SIGHUP};
 
-// What the signal handler removes; written only while the signals have their default action.
+// What is removed when the program ends before its time; written only while the signals have their default action.
 std::array<char, PATH_MAX> pending_path;
 
 extern "C" void remove_pending_file(int signal) {
   ::unlink(pending_path.data());
   std::signal(signal, SIG_DFL);
   std::raise(signal);
+}
+
+/// Of a thread that can't go on.
+void remove_at_quick_exit() {
+  if (pending_path[0] != '\0') ::unlink(pending_path.data());
 }
 
 /// Leaves alone what the caller of the program chose to ignore.
@@ -38,11 +44,15 @@ void replace_action(void (*from)(int), void (*to)(int)) {
 }
 
 void watch(const std::filesystem::path& temporary) {
+  [[maybe_unused]] static const int registered = std::at_quick_exit(remove_at_quick_exit);
   std::strncpy(pending_path.data(), temporary.c_str(), pending_path.size() - 1);
   replace_action(SIG_DFL, remove_pending_file);
 }
 
-void unwatch() { replace_action(remove_pending_file, SIG_DFL); }
+void unwatch() {
+  replace_action(remove_pending_file, SIG_DFL);
+  pending_path[0] = '\0';
+}
 
 /// Whether the command was started with a redirection from or to the file; /dev/stdout is one of its names then.
 bool is_redirection(const struct stat& file) {
@@ -92,7 +102,10 @@ OutputFile::OutputFile(const std::string& name) : name_(name), target_(resolve(n
     throw Failure("cannot create '" + name + "': " + std::strerror(reason) +
                   "; choose a folder that exists and can be written to");
   }
-  if (replaces) ::fchmod(descriptor_, existing.st_mode & 0777);
+  if (replaces) {
+    mode_ = existing.st_mode & 0777;
+    ::fchmod(descriptor_, mode_);
+  }
 }
 
 OutputFile::~OutputFile() {
@@ -114,6 +127,7 @@ void OutputFile::write(std::string_view bytes) {
 }
 
 void OutputFile::commit() {
+  if (mode_ != 0) ::chmod(temporary_.c_str(), mode_);  // who wrote it by name may have made a new one
   if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
     throw Failure("cannot create '" + name_ + "': " + std::strerror(errno) + "; choose another name");
   }

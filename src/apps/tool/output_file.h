@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -20,6 +22,8 @@ class OutputFile {
 
   const std::string& name() const { return name_; }
   int descriptor() const { return descriptor_; }
+  /// What commit() gives the name to: for those who write files by name. They may replace it.
+  const std::filesystem::path& temporary() const { return temporary_; }
 
   /// Appends to the file. Throws Failure.
   void write(std::string_view bytes);
@@ -31,6 +35,7 @@ class OutputFile {
   std::filesystem::path target_;
   std::filesystem::path temporary_;
   int descriptor_ = -1;
+  mode_t mode_ = 0;  // of the file that is replaced
 };
 
 }  // namespace sonivo::tool

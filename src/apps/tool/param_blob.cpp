@@ -2,22 +2,17 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 
 #include "apps/tool/failure.h"
 #include "apps/tool/file_name.h"
+#include "apps/tool/share_folder.h"
 
 namespace sonivo::tool {
 
 namespace {
 
-/// The sets lie beside the program, as in ../share/sonivo/par.
-std::string own_set(const std::string& chain) {
-  std::error_code error;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-  return (program.parent_path().parent_path() / "share/sonivo/par" / (chain + ".bin")).string();
-}
+std::string own_set(const std::string& chain) { return (share_folder() / "par" / (chain + ".bin")).string(); }
 
 }  // namespace
 

@@ -58,30 +58,58 @@ std::optional<double> segmental_snr(std::span<const double> reference, std::span
   return sum / static_cast<double>(frames);
 }
 
-std::optional<double> pause_level(std::span<const double> reference, std::span<const double> test,
-                                  std::uint32_t rate_hz) {
-  constexpr double kPauseBelowLoudest = 1e-4;  // 40 dB
-  const std::size_t frame = rate_hz / 100;
-  const std::size_t frames = reference.size() / frame;
-  std::vector<double> energy(frames);
-  for (std::size_t f = 0; f < frames; ++f) {
-    const auto samples = reference.subspan(f * frame, frame);
+namespace {
+
+/// Of frames of 10 ms.
+std::vector<double> frame_energies(std::span<const double> signal, std::size_t frame) {
+  std::vector<double> energy(signal.size() / frame);
+  for (std::size_t f = 0; f < energy.size(); ++f) {
+    const auto samples = signal.subspan(f * frame, frame);
     energy[f] = product(samples, samples);
   }
-  const double limit = frames == 0 ? 0 : kPauseBelowLoudest * *std::max_element(energy.begin(), energy.end());
+  return energy;
+}
+
+double loudest(const std::vector<double>& energy) {
+  return energy.empty() ? 0 : *std::max_element(energy.begin(), energy.end());
+}
+
+/// Of the test in those pauses of the reference that `counts` takes.
+template <class Counts>
+std::optional<double> level_in_pauses(std::span<const double> reference, std::span<const double> test,
+                                      std::size_t frame, Counts counts) {
+  constexpr double kPauseBelowLoudest = 1e-4;  // 40 dB
+  const std::vector<double> energy = frame_energies(reference, frame);
+  const std::size_t frames = energy.size();
+  const double limit = kPauseBelowLoudest * loudest(energy);
   const auto quiet = [&](std::size_t f) { return energy[f] < limit; };
 
   double sum = 0;
   std::size_t count = 0;
   for (std::size_t f = 0; f < frames; ++f) {
     const bool pauses = quiet(f) && (f == 0 || quiet(f - 1)) && (f + 1 == frames || quiet(f + 1));
-    if (!pauses) continue;
+    if (!pauses || !counts(f)) continue;
     const auto samples = test.subspan(f * frame, frame);
     sum += product(samples, samples);
     count += frame;
   }
   if (count == 0) return std::nullopt;
   return decibel(sum / static_cast<double>(count));
+}
+
+}  // namespace
+
+std::optional<double> pause_level(std::span<const double> reference, std::span<const double> test,
+                                  std::uint32_t rate_hz) {
+  return level_in_pauses(reference, test, rate_hz / 100, [](std::size_t) { return true; });
+}
+
+std::optional<double> stroke_level(std::span<const double> reference, std::span<const double> test,
+                                   std::span<const double> strokes, std::uint32_t rate_hz) {
+  constexpr double kStrokeBelowLoudest = 1e-3;  // 30 dB
+  const std::vector<double> energy = frame_energies(strokes, rate_hz / 100);
+  const double limit = kStrokeBelowLoudest * loudest(energy);
+  return level_in_pauses(reference, test, rate_hz / 100, [&](std::size_t f) { return energy[f] > limit; });
 }
 
 }  // namespace sonivo::tool

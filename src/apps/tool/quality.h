@@ -24,4 +24,9 @@ std::optional<double> segmental_snr(std::span<const double> reference, std::span
 std::optional<double> pause_level(std::span<const double> reference, std::span<const double> test,
                                   std::uint32_t rate_hz);
 
+/// The same in those of these frames in which keys are struck: where `strokes`, a recording of them alone of the same
+/// length, is less than 30 dB below its loudest frame.
+std::optional<double> stroke_level(std::span<const double> reference, std::span<const double> test,
+                                   std::span<const double> strokes, std::uint32_t rate_hz);
+
 }  // namespace sonivo::tool

@@ -88,9 +88,10 @@ Alignment alignment_of(const FloatAudio& reference, const FloatAudio& test, cons
 /// What both have, aligned.
 struct Shared {
   std::vector<double> reference, test;
+  std::vector<double> strokes;  ///< beside the reference; empty without
 };
 
-Shared shared_part(const FloatAudio& reference, const FloatAudio& test, std::int64_t delay,
+Shared shared_part(const FloatAudio& reference, const FloatAudio& test, const FloatAudio& strokes, std::int64_t delay,
                    const QualityOptions& options) {
   const std::size_t skipped = delay < 0 ? static_cast<std::size_t>(-delay) : 0;
   const std::size_t late = delay > 0 ? static_cast<std::size_t>(delay) : 0;
@@ -103,7 +104,9 @@ Shared shared_part(const FloatAudio& reference, const FloatAudio& test, std::int
     const auto samples = std::span(audio.samples).subspan(first, frames);
     return std::vector<double>(samples.begin(), samples.end());
   };
-  return {part(reference, skipped), part(test, late)};
+  Shared shared{part(reference, skipped), part(test, late), {}};
+  if (options.strokes) shared.strokes = part(strokes, skipped);
+  return shared;
 }
 
 std::string text_of(std::optional<double> value, int digits, const char* unit) {
@@ -111,6 +114,15 @@ std::string text_of(std::optional<double> value, int digits, const char* unit) {
   std::ostringstream text;
   text << std::fixed << std::setprecision(digits) << *value << unit;
   return text.str();
+}
+
+FloatAudio read_strokes(const FloatAudio& reference, const QualityOptions& options) {
+  if (!options.strokes) return {};
+  FloatAudio strokes = read_first_channel(*options.strokes);
+  if (strokes.rate_hz != reference.rate_hz || strokes.frames() != reference.frames()) {
+    throw Failure("'" + *options.strokes + "' differs from '" + options.reference + "' in rate or length");
+  }
+  return strokes;
 }
 
 }  // namespace
@@ -128,19 +140,25 @@ CLI::App* add_quality_command(CLI::App& app, QualityOptions& options) {
       ->add_option_function<std::string>("--delay", parse_delay,
                                          "delay of TEST, negative when it is early (default: searched, within 0.5 s)")
       ->type_name("FRAMES");
+  command
+      ->add_option("--strokes", options.strokes,
+                   "recording of the key strokes alone, beside REF: prints the level in their frames too")
+      ->type_name("KEYS");
   return command;
 }
 
 void run_quality_command(const QualityOptions& options, std::ostream& output) {
   check_file_name("REF", options.reference, "standard input");
   check_file_name("TEST", options.test, "standard input");
+  if (options.strokes) check_file_name("--strokes", *options.strokes, "standard input");
   const FloatAudio reference = read_first_channel(options.reference);
   const FloatAudio test = read_first_channel(options.test);
   if (reference.rate_hz != test.rate_hz) {
     throw Failure("'" + options.reference + "' and '" + options.test + "' differ in rate; convert one of them");
   }
+  const FloatAudio strokes = read_strokes(reference, options);
   const Alignment alignment = alignment_of(reference, test, options);
-  const auto& [s, x] = shared_part(reference, test, alignment.delay, options);
+  const auto& [s, x, keys] = shared_part(reference, test, strokes, alignment.delay, options);
 
   const auto row = [&output](const char* name, const std::string& value) {
     output << std::left << std::setw(18) << name << value << '\n';
@@ -155,6 +173,9 @@ void run_quality_command(const QualityOptions& options, std::ostream& output) {
   row("segmental SNR", text_of(segmental_snr(s, x, reference.rate_hz), 2, " dB"));
   row("STOI", text_of(stoi(s, x, reference.rate_hz), 4, ""));
   row("level in pauses", text_of(pause_level(s, x, reference.rate_hz), 1, " dB of full scale"));
+  if (options.strokes) {
+    row("strokes in pauses", text_of(stroke_level(s, x, keys, reference.rate_hz), 1, " dB of full scale"));
+  }
 }
 
 }  // namespace sonivo::tool

@@ -16,6 +16,7 @@ struct QualityOptions {
   std::string reference;
   std::string test;
   std::optional<std::int64_t> delay_frames;  ///< of TEST, negative when it is early; searched without
+  std::optional<std::string> strokes;        ///< recording of the key strokes alone
 };
 
 /// Declares the command; parsing fills `options`, which must outlive it.

@@ -93,10 +93,11 @@ CLI::App* add_relay_command(CLI::App& app, RelayOptions& options) {
   command.add_option("IN", options.input, "WAV file that the physical microphone hears")->type_name("FILE")->required();
   command.add_option("OUT", options.output, "WAV file of what an application records")->type_name("FILE")->required();
   add_parsed(command, "--chain", options.chain, parse_relay_chain, "CHAIN",
-             "processing: none, keycancel, beamforming or ai (default none); beamforming takes channels 1 and 2\n"
-             "as microphones 60 mm apart with the talker ahead, and writes one signal to every channel");
+             "processing: none, keycancel, beamforming or ai (default none); beamforming and ai take channels 1\n"
+             "and 2 as microphones 60 mm apart with the talker ahead, and write one signal to every channel");
   command.add_option("--params", options.params, "parameter blob of the chain")->type_name("BLOB");
-  command.add_option("--model", options.model, "enhancement model of the ai chain")->type_name("MODEL");
+  command.add_option("--model", options.model, "enhancement model of the ai chain (default the program's smallest)")
+      ->type_name("MODEL");
   add_parsed(command, "--strength", options.strength, parse_strength, "S", "strength of the ai chain, 0 to 1");
   add_parsed(command, "--period", options.period_frames, parse_period, "FRAMES",
              "engine period of the physical endpoint, 48 to 2048 (default 10 ms)");

@@ -42,6 +42,12 @@ std::string fill_text(const StreamStatistics& statistics, std::uint32_t rate_hz)
          milliseconds(statistics.fill_max, rate_hz) + " ms (lowest / mean / highest)";
 }
 
+std::string processing_text(const StreamStatistics& statistics) {
+  const auto ms = [](double ns) { return fixed(ns / 1e6, 3); };
+  const double mean = static_cast<double>(statistics.execute_sum_ns) / static_cast<double>(statistics.executions);
+  return ms(mean) + " / " + ms(static_cast<double>(statistics.execute_max_ns)) + " ms a block (mean / highest)";
+}
+
 }  // namespace
 
 void print_relay_report(std::ostream& output, Direction direction, const RelayedAudio& relayed,
@@ -57,6 +63,8 @@ void print_relay_report(std::ostream& output, Direction direction, const Relayed
     row("blocks", std::to_string(statistics.blocks) + " of 10 ms");
     if (statistics.silenced != 0)
       row("silenced", std::to_string(statistics.silenced) + " blocks without a valid result");
+    if (statistics.unenhanced != 0)
+      row("unenhanced", std::to_string(statistics.unenhanced) + " blocks, for which the network was too late");
   } else {
     row("packets", std::to_string(statistics.physical_packets));
   }
@@ -64,6 +72,8 @@ void print_relay_report(std::ostream& output, Direction direction, const Relayed
   row("overruns", std::to_string(statistics.overruns));
   row("feedback changes", std::to_string(statistics.feedback_changes));
   row("ring fill", fill_text(statistics, rate_hz));
+  // Faster than real time the third chain waits for the network.
+  if (relayed.realtime && statistics.executions != 0) row("processing", processing_text(statistics));
   row("speed", fixed(relayed.audio_seconds / relayed.elapsed_seconds, 0) + " times real time");
 }
 

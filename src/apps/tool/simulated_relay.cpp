@@ -11,9 +11,11 @@
 #include <string_view>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/share_folder.h"
 #include "base/trace.h"
 #include "platform/sim/machine.h"
 #include "relay/audio_control.h"
+#include "relay/chains.h"
 #include "relay/effect_properties.h"
 
 namespace sonivo::tool {
@@ -23,6 +25,7 @@ namespace {
 constexpr std::uint32_t kSettleMs = 1000;      // the streams come to wait for an application
 constexpr std::uint32_t kSliceMs = 100;        // virtual time between two looks at the progress
 constexpr std::uint32_t kLongestRestMs = 100;  // on top of one engine period, for the buffers on the way to run out
+constexpr std::uint32_t kEnhancementMs = 300;  // more of it, for chunks on the way through the network
 
 constexpr WindowHandle kMuteWindow{1};
 
@@ -31,12 +34,14 @@ sim::Config config_for(const PcmAudio& input, const NotebookSetup& setup) {
   config.rate_hz = input.rate_hz;
   config.hardware_period = setup.period_frames;
   config.pins.drift_ppm = setup.drift_ppm;
+  config.folder = share_folder();
   return config;
 }
 
 /// Frames to let come out so that the last of the input is among them.
 std::size_t frames_to_await(const PcmAudio& input, const NotebookSetup& setup) {
-  return input.frames() + input.rate_hz * kLongestRestMs / 1000 + setup.period_frames;
+  const std::uint32_t rest_ms = kLongestRestMs + (setup.chain == Chain::ai ? kEnhancementMs : 0);
+  return input.frames() + input.rate_hz * rest_ms / 1000 + setup.period_frames;
 }
 
 /// Writes each trace as a line that starts with the virtual time since the notebook was switched on.
@@ -80,10 +85,25 @@ void open_application(sim::SimMachine& machine, Direction direction, const PcmAu
   }
 }
 
+std::vector<std::byte> bytes_of(float value) {
+  const auto bytes = std::as_bytes(std::span(&value, 1));
+  return {bytes.begin(), bytes.end()};
+}
+
 std::vector<std::byte> with_flags(std::initializer_list<std::byte> flags, const std::vector<std::byte>& params) {
   std::vector<std::byte> value(flags);
   value.insert(value.end(), params.begin(), params.end());
   return value;
+}
+
+/// The third chain open, in the model of the setup as it would be in an enrolled one.
+void open_enhancement(CAudioControl& control, const std::string& model) {
+  control.ChangeAISpeechEnhanceBeamFormingKeyCancelState(true);
+  control.ChangeAISpeechEnhanceBeamFormingState(true);
+  control.ChangeAISpeechEnhanceState(true);
+  control.SetAISpeechEnhancePmodel(model.c_str());
+  if (failed(control.SetAISpeechEnhanceOpen())) throw Failure("the ai chain does not open; add --verbose to see why");
+  control.UpdateAISpeechEnhanceSetAiModelState(true);
 }
 
 /// Makes the notebook one whose microphone goes through the chain, with everything in it switched on.
@@ -97,6 +117,10 @@ void choose_chain(sim::SimMachine& machine, CAudioControl& control, const Notebo
     control.SetGenAndFunction(8, 0, 3, 2);
     control.ChangeBeamFormingState(true);
     machine.fx().set_effect(mic, PKEY_NVC_MTGMIC_BF_KC_Param, with_flags({kOn, kOn, kOn}, setup.params));
+  } else if (setup.chain == Chain::ai) {
+    control.SetGenAndFunction(8, 0, 5, 8);
+    machine.fx().set_effect(mic, PKEY_NVC_MTGMIC_BF_KC_Param, with_flags({kOn, kOn, kOn}, setup.params));
+    machine.fx().set_effect(mic, PKEY_NVC_AI_Strength, bytes_of(setup.strength));
   } else {
     control.SetGenAndFunction(0, 0, 0, 0);
   }
@@ -110,6 +134,7 @@ double seconds_of(std::chrono::steady_clock::duration duration) {
 
 RelayedAudio relay_on_notebook(const PcmAudio& input, const NotebookSetup& setup, const OnProgress& on_progress) {
   RelayedAudio relayed;
+  relayed.realtime = setup.realtime;
   PcmAudio& output = relayed.audio;
   output.rate_hz = input.rate_hz;
   output.bits = input.bits;
@@ -120,11 +145,13 @@ RelayedAudio relay_on_notebook(const PcmAudio& input, const NotebookSetup& setup
   sim::SimMachine machine(config_for(input, setup));
   sim::Scheduler& scheduler = machine.scheduler();
   const auto traces = traces_to(setup.traces, scheduler);
-  CAudioControl control(machine.seams());
+  const bool waits = setup.chain == Chain::ai && !setup.realtime;
+  CAudioControl control(machine.seams(), waits ? MakePatientChains : MakeChains);
   choose_chain(machine, control, setup);
   control.SetMuteWindow(kMuteWindow);
   control.SetEndpointForce(DataFlow::capture, {});
   control.SetEndpointForce(DataFlow::render, {});
+  if (setup.chain == Chain::ai) open_enhancement(control, setup.model);
   control.Start();
   machine.run_for(kSettleMs);
 
@@ -145,6 +172,7 @@ RelayedAudio relay_on_notebook(const PcmAudio& input, const NotebookSetup& setup
 
   machine.driver().close_client(setup.direction == Direction::capture ? sim::PinId::mic : sim::PinId::speaker);
   control.Stop();
+  control.SetAISpeechEnhanceClose();
   if (!flows) throw Failure("the relay stands still; add --verbose to see why");
   relayed.statistics = setup.direction == Direction::capture ? control.CaptureStatistics() : control.RenderStatistics();
   output.bytes.resize(bytes_to_await);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <string>
 #include <vector>
 
 #include "apps/tool/pcm_audio.h"
@@ -20,6 +21,8 @@ struct NotebookSetup {
   std::uint32_t period_frames = 480;  ///< engine period of the physical endpoint
   Chain chain = Chain::none;
   std::vector<std::byte> params;  ///< of the chain
+  std::string model;              ///< enhancement model (ai)
+  float strength = 1.0f;          ///< of the enhancement (ai)
   double drift_ppm = 0;           ///< how much faster the virtual clock is than the physical one
   bool realtime = false;
   std::ostream* traces = nullptr;  ///< where traces go, with their virtual time
@@ -30,6 +33,7 @@ struct RelayedAudio {
   StreamStatistics statistics;
   double audio_seconds = 0;    ///< virtual time that audio ran for
   double elapsed_seconds = 0;  ///< real time that it took
+  bool realtime = false;       ///< as the setup had it
 };
 
 /// Called now and then with the frames that have come out so far.

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "../support/messages.h"
 #include "../support/models.h"
 #include "e2easr_model/se_model.h"
@@ -130,6 +132,41 @@ TEST_F(EnhancementStream, StrengthActsFromTheNextChunkOn) {
   EXPECT_EQ(next(), std::vector<float>(6, 50));
 }
 
+TEST_F(EnhancementStream, SwitchingActsFromTheNextChunkOn) {
+  load(gains_network({1.0f, 0.5f, 0.25f}), {{"is-switching-se", "true"}});
+  model.startEnhancement(samples(std::vector<short>(18, 100)));
+  EXPECT_EQ(next(), std::vector<float>(6, 25));
+  model.set<float>("switching-strength", 0.0f);
+  EXPECT_EQ(next(), std::vector<float>(6, 50));
+  model.set<float>("switching-strength", 0.5f);
+  EXPECT_EQ(next(), std::vector<float>(6, 37.5f));
+}
+
+/// A source that gives at most so many samples at once.
+class Pieces : public Samples {
+ public:
+  Pieces(std::vector<short> samples, int most) : Samples(std::move(samples)), most_(most) {}
+  int data(std::vector<short>& out, int require, bool trancate) override {
+    return Samples::data(out, std::min(require, most_), trancate);
+  }
+
+ private:
+  int most_;
+};
+
+TEST_F(EnhancementStream, ChunksAndPiecesOfAnySizeGiveTheSame) {
+  load(memory_network());
+  std::vector<float> expected;  // x plus the sample before
+  for (int x = 1; x <= 60; ++x) expected.push_back(static_cast<float>(x + x - 1));
+  for (const int chunk_size : {1, 2, 3, 7, 30, 31}) {
+    for (const int most : {1, 2, 3, 100}) {
+      model.set<int>("chunk-size", chunk_size);
+      model.startEnhancement(std::make_shared<Pieces>(counted(60), most));
+      EXPECT_EQ(all(), expected) << chunk_size << " frames, " << most << " samples";
+    }
+  }
+}
+
 TEST_F(EnhancementStream, OverlapPutsTheFramesBeforeAheadAndTrimsNothing) {
   load(gains_network({1.0f}), {{"overlap", "1"}});
   model.startEnhancement(samples(counted(20)));
@@ -220,6 +257,18 @@ TEST_F(EnhancementStream, GoesOnThroughAnotherModel) {
   load(gains_network({2.0f}));
   EXPECT_EQ(next(), (std::vector<float>{14, 16, 18, 20, 22, 24}));
   EXPECT_EQ(next(), (std::vector<float>{26, 28, 30, 32, 34, 36}));
+}
+
+TEST_F(EnhancementStream, MayEndBeforeAFrameComesToAnotherModel) {
+  load(gains_network({1.0f}));
+  model.startEnhancement(samples(counted(6)));
+  EXPECT_EQ(next(), floats(counted(6)));
+  model.unload();
+  load(gains_network({2.0f}));
+  EXPECT_EQ(next(), std::vector<float>());
+  EXPECT_EQ(state, 1u);
+  model.startEnhancement(samples({}));
+  EXPECT_THAT(message_of([&] { next(); }), IsMessage(kNoData)) << "a run of its own";
 }
 
 TEST_F(EnhancementStream, ABadWindowFailsAtItsStart) {

@@ -64,7 +64,7 @@ TEST_F(Dump, IsAJournalAndTheSamplesOfBothSides) {
   dump_.block(BlockDump::Kind::input, "Execute: input", in, 1);
   dump_.block(BlockDump::Kind::output, "Execute: output", out, 1);
   dump_.block(BlockDump::Kind::input, "Execute: input", in, 0);
-  dump_.block(BlockDump::Kind::input, "Execute: input", nullptr, 0);
+  dump_.block(BlockDump::Kind::input, "Execute: input", {}, 0);
   dump_.close();
 
   const auto files = files_in(folder_.path());

@@ -80,14 +80,21 @@ TEST_F(WavReader, RefusesAFormatThatIsTooShort) { EXPECT_NE(read(wav("fmt \x04\0
 
 TEST_F(WavReader, EndsAtAChunkOfNoLength) { EXPECT_NE(read(wav(kFormatChunk + "LIST\0\0\0\0"s + kDataChunk)), 0); }
 
-TEST_F(WavReader, RefusesMoreSamplesThanTheFileHolds) {
-  EXPECT_NE(read(wav(kFormatChunk + "data\xFF\xFF\xFF\x7Fzz"s)), 0);
-  EXPECT_NE(read(wav(kFormatChunk + "data\x05\0\0\0abcd"s)), 0);
+TEST_F(WavReader, TellsWhetherTheFileHoldsTheSamplesItStates) {
+  ASSERT_EQ(read(wav(kFormatChunk + kDataChunk)), 0);
+  EXPECT_TRUE(format_.is_whole);
+  ASSERT_EQ(read(wav(kFormatChunk + "data\xFF\xFF\xFF\x7Fzz"s)), 0);
+  EXPECT_FALSE(format_.is_whole);
+  EXPECT_EQ(format_.data_bytes, 0x7FFFFFFFu);
+  ASSERT_EQ(read(wav(kFormatChunk + "data\x05\0\0\0abcd"s)), 0);
+  EXPECT_FALSE(format_.is_whole);
 }
 
 TEST_F(WavReader, SurvivesAFileThatEndsAnywhere) {
   const std::string whole = wav(kFormatChunk + kDataChunk);
-  for (std::size_t size = 0; size < whole.size(); ++size) EXPECT_NE(read(whole.substr(0, size)), 0) << size;
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    EXPECT_TRUE(read(whole.substr(0, size)) != 0 || !format_.is_whole) << size;
+  }
 }
 
 }  // namespace

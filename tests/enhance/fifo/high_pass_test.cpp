@@ -1,5 +1,3 @@
-#include "enhance/high_pass.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +5,7 @@
 #include <limits>
 #include <span>
 
+#include "enhance/section_pair.h"
 #include "reference.h"
 #include "signals.h"
 

@@ -129,6 +129,16 @@ TEST(FlowSession, PacksTellWhereItBeginsAndEnds) {
   EXPECT_EQ(flow.take().cols(), 0) << "what was heard isn't there to take";
 }
 
+TEST(FlowSession, WhatNobodyTakesCanBeDropped) {
+  Flow flow = flow_of(kBranches);
+  const Matrix x = numbered(2, 7) / 1000;
+  const Matrix whole = run(flow, x);
+  EXPECT_EQ(flow.take("flowout_soft").cols(), 7);
+  flow.keep_only();
+  EXPECT_EQ(run(flow, x), whole);
+  EXPECT_EQ(flow.take("flowout_soft").cols(), 0);
+}
+
 TEST(FlowSession, OutputsHaveNames) {
   Flow flow = flow_of(kBranches);
   EXPECT_EQ(flow.output("flowout_soft").name(), "flowout_soft");

@@ -17,11 +17,13 @@ namespace {
 constexpr auto relaxed = std::memory_order_relaxed;
 std::atomic<std::uint64_t> count{0};
 std::atomic<std::uint64_t> bytes{0};
+thread_local std::uint64_t own_count = 0;
 std::atomic<std::uint64_t> failing{0};  // number of the call that is to fail
 
 /// Whether the call may go on.
 bool note(std::size_t size) {
   bytes.fetch_add(size, relaxed);
+  ++own_count;
   return count.fetch_add(1, relaxed) + 1 != failing.load(relaxed);
 }
 
@@ -39,6 +41,7 @@ void* aligned_alloc(std::size_t alignment, std::size_t size) {
 namespace sonivo::test {
 
 std::uint64_t allocations() { return count.load(relaxed); }
+std::uint64_t own_allocations() { return own_count; }
 std::uint64_t allocated_bytes() { return bytes.load(relaxed); }
 
 void fail_allocation(std::uint64_t nth) { failing.store(count.load(relaxed) + nth, relaxed); }

@@ -6,6 +6,8 @@ namespace sonivo::test {
 
 /// Calls of malloc, calloc, realloc and the aligned forms in this process so far, operator new among them.
 std::uint64_t allocations();
+/// Those of the calling thread alone.
+std::uint64_t own_allocations();
 /// Bytes that they asked for.
 std::uint64_t allocated_bytes();
 

@@ -56,6 +56,8 @@ class Flow {
   OutputBuffer& output(const std::string& name = kOutputPort);
   /// The vectors that have come out there since the last call, one per column; 0 x 0 if none has.
   Matrix take(const std::string& name = kOutputPort) { return output(name).take(); }
+  /// Drops from now on what comes out elsewhere: nobody takes it, and it would wait there for as long as frames run.
+  void keep_only(const std::string& name = kOutputPort);
 
  private:
   struct Link {

@@ -216,4 +216,10 @@ OutputBuffer& Flow::output(const std::string& name) {
   return *found->second;
 }
 
+void Flow::keep_only(const std::string& name) {
+  for (const auto& [other, buffer] : outputs_) {
+    if (other != name) buffer->add_handlers([](const PackInfo&) {}, [](const FlowData&) {});
+  }
+}
+
 }  // namespace meridane

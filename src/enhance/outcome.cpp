@@ -1,0 +1,39 @@
+#include "enhance/outcome.h"
+
+#include <array>
+
+namespace sonivo {
+namespace {
+
+constexpr std::array kResultNames{
+    "success",
+    "ERROR_AI_SPEECH_ENHANCE_MEMORY_EMPTY",
+    "ERROR_AI_SPEECH_ENHANCE_PARAM_VERSION",
+    "ERROR_AI_SPEECH_ENHANCE_SAMPLING_RATE",
+    "ERROR_AI_SPEECH_ENHANCE_CHANNEL_NUM",
+    "ERROR_AI_SPEECH_ENHANCE_NO_INIT",
+    "ERROR_AI_SPEECH_ENHANCE_INVARID_ARG",
+    "ERROR_AI_SPEECH_ENHANCE_DATA_LENGTH",
+    "ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL",
+    "ERROR_AI_SPEECH_ENHANCE_FILE_OPEN",
+    "ERROR_AI_SPEECH_ENHANCE_WAV_FORMAT",
+    "ERROR_AI_SPEECH_ENHANCE_LEVEL_TOO_SMALL",
+    "ERROR_AI_SPEECH_ENHANCE_FILE_WRITE",
+    "ERROR_AI_SPEECH_ENHANCE_ALREADY_OPEND",
+    "ERROR_AI_SPEECH_ENHANCE_ALREADY_CLOSED",
+    "ERROR_AI_SPEECH_ENHANCE_MAKEMODEL_NOT_RUNNING",
+    "ERROR_AI_SPEECH_ENHANCE_MAKEMODEL_NOT_PAUSE",
+    "ERROR_AI_SPEECH_ENHANCE_LOW_SNR",
+    "ERROR_AI_SPEECH_ENHANCE_TIMEOUT",
+    "ERROR_AI_SPEECH_ENHANCE_RUNNING",
+    "ERROR_AI_SPEECH_ENHANCE_STOPPED",
+};
+
+}  // namespace
+
+const char* result_name(int code) {
+  const auto i = static_cast<std::size_t>(code);
+  return code >= 0 && i < kResultNames.size() ? kResultNames[i] : "error";
+}
+
+}  // namespace sonivo
