@@ -139,6 +139,7 @@ void EncoderModelImpl::load(std::istream& stream, bool use_shared_memory) {
     } else {
       raise("E2E用モデルではない(%s). in %s %d", magic.c_str());
     }
+    start_preprocessor();  // a stream that runs goes on with it
   } catch (const std::bad_alloc&) {
     unload();
     raise("メモリ不足 in %s %d");

@@ -42,7 +42,9 @@ bool can_be_made(const char* file) {
   std::error_code ignored;
   const std::filesystem::file_status status = std::filesystem::status(file, ignored);
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) return false;
-  return File(std::fopen(file, "wb")) != nullptr;
+  if (File(std::fopen(file, "wb")) == nullptr) return false;
+  std::remove(file);  // at once: an empty model would be in the way of whoever finds it
+  return true;
 }
 
 Outcome format_error(const char* what, const char* file) {
@@ -84,9 +86,7 @@ Outcome CAISpeechEnhance_A::make_model(const char* base_model_file, const char* 
   log_text(LogLevel::info2, "MakeAIModel: base_model_file=%s, enc_model_file=%s, wave_file=%s, out_model_file=%s\n",
            base_model_file, enc_model_file, wave_file, out_model_file);
   if (!can_be_made(out_model_file)) return Outcome::of(ERROR_AI_SPEECH_ENHANCE_FILE_OPEN);
-  const bool has_encoder = open_to_read(enc_model_file) != nullptr;
-  std::remove(out_model_file);
-  if (!has_encoder) return Outcome::of(ERROR_AI_SPEECH_ENHANCE_FILE_OPEN);
+  if (open_to_read(enc_model_file) == nullptr) return Outcome::of(ERROR_AI_SPEECH_ENHANCE_FILE_OPEN);
 
   VoiceRecording recording;
   if (Outcome read = read_recording(wave_file, preprocess_on, recording); read.code != 0) return read;

@@ -42,24 +42,22 @@ Outcome CAISpeechEnhance_A::swap_model(const char* model_file) {
     return Outcome::told(ERROR_AI_SPEECH_ENHANCE_TIMEOUT,
                          "SetAIModel: timeout error, return ERROR_AI_SPEECH_ENHANCE_TIMEOUT\n");
   }
+  AISpeechEnhanceActive = active;  // no block comes before the end of this
   has_model = false;
-  Outcome outcome;
   try {
     se_model->unload();
     se_model->load(model_file, false);
     set_streaming(*se_model);
-    expect_stream_of_samples(*se_model, fifo_in_ms);
-    try_enhancement_model(model_file);
+    try_enhancement_model(model_file, fifo_room);
     has_model = true;
   } catch (const std::exception& error) {
     log_text(LogLevel::error, "SetAIModel: %s\n", error.what());
     se_model->unload();
     set_streaming(*se_model);  // what enrolment goes by
-    outcome = Outcome::told(ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL,
-                            "SetAIModel: model file load error, return ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL\n");
+    return Outcome::told(ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL,
+                         "SetAIModel: model file load error, return ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL\n");
   }
-  AISpeechEnhanceActive = active;
-  return outcome;
+  return {};
 }
 
 bool CAISpeechEnhance_A::wait_for_idle_model() {

@@ -25,13 +25,6 @@ namespace {
 
 constexpr std::uint32_t kFifoSamplesPerMs = 48;  // at 44100 Hz too
 constexpr float kMostAddBuffMs = 10000.0f;
-constexpr float kLongestShiftMs = 1000.0f;  // other models are refused
-
-/// Whole milliseconds of a chunk of the model.
-std::uint32_t chunk_ms(const e2e::SEModel& model) {
-  const float shift = std::clamp(model.get<float>("frame-shift"), 0.0f, kLongestShiftMs);
-  return static_cast<std::uint32_t>(shift) * static_cast<std::uint32_t>(model.get<int>("chunk-size"));
-}
 
 /// Each of the first `length` positions becomes the mean of a frame.
 void mix_down(float* in_out, std::size_t channels, std::size_t length) {
@@ -83,19 +76,19 @@ int CAISpeechEnhance_A::Open(const std::uint16_t* bf_param, const char* model_fi
     }
     try {
       e2e::initialize();
-      try_enhancement_model(model_file);
+      try_enhancement_model(model_file, {.add_ms = static_cast<std::uint32_t>(add_buff_in_ms), .chunk_ms = {}});
       se_model = std::make_shared<e2e::SEModel>();
       se_model->load(model_file, false);
       set_streaming(*se_model);
       log_text(LogLevel::info2, "Open: frame-shift=%d, chunk-size=%d\n",
                static_cast<int>(se_model->get<float>("frame-shift")), se_model->get<int>("chunk-size"));
-      fifo_in_ms = static_cast<std::uint32_t>(add_buff_in_ms) + chunk_ms(*se_model);
-      expect_stream_of_samples(*se_model, fifo_in_ms);
     } catch (const std::exception& error) {
       log_text(LogLevel::error, "Open: %s\n", error.what());
       return Outcome::of(ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
     }
-    if (!make_fifos(rate, add_buff_out_ms)) return Outcome::of(ERROR_AI_SPEECH_ENHANCE_MEMORY_EMPTY);
+    fifo_room = {.add_ms = static_cast<std::uint32_t>(add_buff_in_ms), .chunk_ms = chunk_ms_of(*se_model)};
+    if (!make_fifos(rate, static_cast<std::uint32_t>(add_buff_out_ms)))
+      return Outcome::of(ERROR_AI_SPEECH_ENHANCE_MEMORY_EMPTY);
     has_model = true;
     busy_state = kFree;
     open_flg = 1;
@@ -108,16 +101,16 @@ void CAISpeechEnhance_A::set_streaming(e2e::SEModel& model) {
   model.set<int>("chunk-size", kChunkFrames);
 }
 
-bool CAISpeechEnhance_A::make_fifos(float rate, float add_buff_out_ms) {
+bool CAISpeechEnhance_A::make_fifos(float rate, std::uint32_t add_out_ms) {
   const auto chunk_size = static_cast<std::uint32_t>(se_model->get<int>("chunk-size"));
-  const std::uint32_t chunk = chunk_ms(*se_model);
-  const std::uint32_t in_size = fifo_in_ms * kFifoSamplesPerMs;
-  const std::uint32_t out_size = (static_cast<std::uint32_t>(add_buff_out_ms) + chunk) * kFifoSamplesPerMs;
+  const std::uint32_t chunk_ms = *fifo_room.chunk_ms;
+  const std::uint32_t in_size = (fifo_room.add_ms + chunk_ms) * kFifoSamplesPerMs;
+  const std::uint32_t out_size = (add_out_ms + chunk_ms) * kFifoSamplesPerMs;
   fifo_in = std::make_shared<FifoInput>();
   fifo_out = std::make_unique<FifoOutput>();
   enhanced_block.resize(length_local);
   return fifo_in->BuffInit(in_size, static_cast<int>(rate), chunk_size) &&
-         fifo_out->BuffInit(out_size, chunk * kFifoSamplesPerMs, static_cast<int>(rate));
+         fifo_out->BuffInit(out_size, chunk_ms * kFifoSamplesPerMs, static_cast<int>(rate));
 }
 
 int CAISpeechEnhance_A::Close() {

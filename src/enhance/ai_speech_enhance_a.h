@@ -14,6 +14,7 @@
 #include "enhance/block_dump.h"
 #include "enhance/fifo_input.h"
 #include "enhance/fifo_output.h"
+#include "enhance/model_trial.h"
 #include "enhance/outcome.h"
 #include "enhance/rec_file.h"
 #include "enhance/section_pair.h"
@@ -112,7 +113,7 @@ class CAISpeechEnhance_A {
   }
 
   /// The two FIFOs for the chunk of the loaded model. False without memory.
-  bool make_fifos(float rate, float add_buff_out_ms);
+  bool make_fifos(float rate, std::uint32_t add_out_ms);
   /// What overrides a model file's own settings, each time that one is loaded.
   static void set_streaming(e2e::SEModel& model);
   void clear_fifos();
@@ -151,8 +152,8 @@ class CAISpeechEnhance_A {
   float sampling_rate_local = 0.0f;
   std::uint16_t length_local = 0;
   std::shared_ptr<FifoInput> fifo_in;
-  std::uint32_t fifo_in_ms = 0;  // that it holds
   std::unique_ptr<FifoOutput> fifo_out;
+  FifoRoom fifo_room;                 // what they hold
   std::vector<float> enhanced_block;  // one channel
   std::unique_ptr<short[]> sdata;     // a chunk of the model's output, from Run to Stop
   std::size_t sdata_samples = 0;

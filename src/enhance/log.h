@@ -13,7 +13,7 @@ enum class LogLevel : int {
   debug = 4000,    ///< inner loops
 };
 
-/// Takes each message, from any thread and without a lock of the caller held. It must not log.
+/// Takes each message, from any thread, which may hold locks of its own. It must not log.
 using LogHook = void (*)(LogLevel level, const char* text);
 
 /// Where messages go, up to and with those of most_detailed; null, as at the start: nowhere. While it is changed, a

@@ -50,27 +50,39 @@ class TrialNoise : public Input<short> {
   std::uint32_t state_ = 1;
 };
 
+constexpr float kLongestShiftMs = 1000.0f;
+
+void expect_stream_of_samples(const e2e::SEModel& model, const FifoRoom& room) {
+  if (model.get<std::string>("feature-extractor-type") != "none") {
+    throw std::runtime_error("it takes features, not samples");
+  }
+  if (model.get<float>("sample-frequency") != 16000.0f) throw std::runtime_error("it is not made for 16000 Hz");
+  const float shift = model.get<float>("frame-shift");
+  if (!(shift >= 1.0f && shift <= kLongestShiftMs)) throw std::runtime_error("its frame-shift is not 1 to 1000 ms");
+  const std::uint32_t chunk = chunk_ms_of(model);
+  if (chunk % 10 != 0) throw std::runtime_error("its chunks of five frames are no whole 10 ms");
+  if (chunk > room.chunk_ms.value_or(chunk)) throw std::runtime_error("its chunks are longer than those in use");
+  if (!(model.get<float>("frame-length") <= static_cast<float>(room.add_ms + room.chunk_ms.value_or(chunk)))) {
+    throw std::runtime_error("its frames are longer than what waits for them");
+  }
+}
+
 }  // namespace
 
-void try_enhancement_model(const std::string& file) {
+std::uint32_t chunk_ms_of(const e2e::SEModel& model) {
+  const float shift = std::clamp(model.get<float>("frame-shift"), 0.0f, kLongestShiftMs);
+  return static_cast<std::uint32_t>(shift) * kChunkFrames;
+}
+
+void try_enhancement_model(const std::string& file, const FifoRoom& room) {
   e2e::SEModel model;
   model.load(file, false);
   model.set<bool>("offline", false);
   model.set<int>("chunk-size", kChunkFrames);
+  expect_stream_of_samples(model, room);
   model.startEnhancement(std::make_shared<TrialSilence>());
   std::uint32_t state = 0;
   model.getEnhancedResult(state).get<meridane::Matrix>("enhanced");
-}
-
-void expect_stream_of_samples(const e2e::SEModel& model, std::uint32_t fifo_ms) {
-  constexpr float kLongestShiftMs = 1000.0f;
-  if (model.get<std::string>("feature-extractor-type") != "none")
-    throw std::runtime_error("takes features, not samples");
-  if (model.get<float>("sample-frequency") != 16000.0f) throw std::runtime_error("is not made for 16000 Hz");
-  const float shift = model.get<float>("frame-shift");
-  if (!(shift >= 1.0f && shift <= kLongestShiftMs)) throw std::runtime_error("has a frame-shift beyond 1 to 1000 ms");
-  const float length = model.get<float>("frame-length");
-  if (!(length <= static_cast<float>(fifo_ms))) throw std::runtime_error("has frames too long for the input");
 }
 
 void try_enrolment_models(const std::string& base_model_file, const std::string& enc_model_file, std::size_t samples,

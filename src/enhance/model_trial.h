@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "e2easr_model/se_model.h"
@@ -11,12 +12,19 @@ namespace sonivo {
 /// Frames that go through the network together, whatever a model file says.
 inline constexpr int kChunkFrames = 5;
 
-/// Runs the model of the file for one chunk of silence, as the enhancement thread would: what would end that thread at
-/// its first chunk throws here.
-void try_enhancement_model(const std::string& file);
+/// What the FIFOs hold that a model is to run between.
+struct FifoRoom {
+  std::uint32_t add_ms = 0;               ///< of input, beyond a chunk
+  std::optional<std::uint32_t> chunk_ms;  ///< of FIFOs that are there already; the model's own otherwise
+};
 
-/// Throws for a model that the FIFOs can't feed: they give samples at 16000 Hz, in frames that `fifo_ms` of them hold.
-void expect_stream_of_samples(const e2e::SEModel& model, std::uint32_t fifo_ms);
+/// Milliseconds of a chunk of the model.
+std::uint32_t chunk_ms_of(const e2e::SEModel& model);
+
+/// Runs the model of the file for one chunk of silence, as the enhancement thread would: what would end that thread at
+/// its first chunk throws here. So does a model that the FIFOs can't feed: they give samples at 16000 Hz, in frames and
+/// chunks that they have room for.
+void try_enhancement_model(const std::string& file, const FifoRoom& room);
 
 /// Runs the speaker encoder over so many samples of noise, ten seconds at most, and gives the result to the base model:
 /// what would end the enrolment thread throws here, and an encoder that wants more than at_a_time samples at once, for

@@ -4,7 +4,8 @@
 
 namespace sonivo {
 
-/// Opens for reading; null for what can't be. A pipe can't: its writer may never come, and the caller holds a lock.
+/// Opens a file for reading; null for what can't be, and for what is no file: the writer of a pipe may never come, and
+/// the caller holds a lock.
 /// Takes no memory but what a file needs.
 File open_to_read(const char* name);
 

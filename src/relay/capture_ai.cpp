@@ -6,6 +6,7 @@
 
 #include "base/text.h"
 #include "base/trace.h"
+#include "enhance/result.h"
 #include "relay/capture_interface.h"
 #include "relay/existing_file.h"
 
@@ -97,6 +98,9 @@ int CCaptureInterface::SwapAIModel() {
   if (IsExistingFile(m_AISpeechEnhanceSetAiModelName)) {
     swapped = chain.SetAIModel(m_AISpeechEnhanceSetAiModelName.c_str());
     if (swapped != 0) trace(TraceLevel::error, "[cap] SetAIModel failed. (%d)\n", swapped);
+    if (swapped == ERROR_AI_SPEECH_ENHANCE_TIMEOUT) {  // which leaves the enhancement off
+      chain.SetAISpeechEnhanceActive(m_AISpeechEnhanceState.State() ? 1 : 0);
+    }
   }
   const int strength_set = chain.SetAISpeechEnhanceStrength(ReadStrength());
   if (strength_set != 0) trace(TraceLevel::error, "[cap] SetAISpeechEnhanceStrength failed. (%d)\n", strength_set);
@@ -132,16 +136,19 @@ int CCaptureInterface::MakeAISpeechEnhanceModel(bool) {
   }
   chain.SetAISpeechEnhanceStrength(1.0f);
 
-  const WAVEFORMATEXTENSIBLE format = Format();
-  const std::uint32_t rate = format.nSamplesPerSec != 0 ? format.nSamplesPerSec : kDefaultRate;
-  chain.SetDataLength(static_cast<std::uint16_t>(rate * kBlockMs / 1000));
-  chain.SetSamplingRate(static_cast<float>(rate));
   const std::uint32_t default_rate = DefaultCaptureRate(m_machine.endpoints);
-  if (default_rate != format.nSamplesPerSec) chain.SetSamplingRate(static_cast<float>(default_rate));
-  chain.SetChannel(format.nChannels != 0 ? format.nChannels : kDefaultChannels);
-  chain.SetKeyReductionActive(0);
-  chain.SetNoiseReductionActive(0);
-  chain.SetBeamFormingActive(0);
+  {
+    const std::lock_guard lock(m_csAIOpen);  // a stream that opens meanwhile brings its own shape
+    const WAVEFORMATEXTENSIBLE format = Format();
+    const std::uint32_t rate = format.nSamplesPerSec != 0 ? format.nSamplesPerSec : kDefaultRate;
+    chain.SetDataLength(static_cast<std::uint16_t>(rate * kBlockMs / 1000));
+    chain.SetSamplingRate(static_cast<float>(rate));
+    if (default_rate != format.nSamplesPerSec) chain.SetSamplingRate(static_cast<float>(default_rate));
+    chain.SetChannel(format.nChannels != 0 ? format.nChannels : kDefaultChannels);
+    chain.SetKeyReductionActive(0);
+    chain.SetNoiseReductionActive(0);
+    chain.SetBeamFormingActive(0);
+  }
 
   const std::string enrolled = EnrolledModelPath();
   std::string recording;

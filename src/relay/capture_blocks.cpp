@@ -91,7 +91,10 @@ Status CCaptureInterface::RunAISpeech() {
 // What this throws ends the process: a chain that doesn't fit its stream must not go unnoticed.
 void CCaptureInterface::RunChain(Chain& chain, const ChainTexts& texts, float target, float& sel) {
   std::uint16_t frames = 0;
-  if (chain.GetDataLength(&frames) != 0) throw std::runtime_error(texts.data_length);
+  if (chain.GetDataLength(&frames) != 0) {
+    if (IsClosing(chain)) return;
+    throw std::runtime_error(texts.data_length);
+  }
   if (std::size_t{frames} * m_format.nBlockAlign != m_block.size()) {
     throw std::runtime_error(
         "[cap] Keyboard sound cancellation processing unit does not match the size of the buffer to be extracted.");
@@ -99,13 +102,21 @@ void CCaptureInterface::RunChain(Chain& chain, const ChainTexts& texts, float ta
   const std::uint16_t bits = m_format.wBitsPerSample;
   pcm_to_float(bits, m_block.data(), m_wet.data(), m_wet.size());
   m_dry = m_wet;
-  if (Execute(chain) != 0) throw std::runtime_error(texts.execute);
+  if (Execute(chain) != 0) {
+    if (IsClosing(chain)) return;
+    throw std::runtime_error(texts.execute);
+  }
   if (!all_finite(m_wet.data(), m_wet.size())) {
     std::fill(m_wet.begin(), m_wet.end(), 0.0f);
     StatisticsCounter::add(m_counter.silenced);
   }
   crossfade(m_wet.data(), m_dry.data(), frames, m_format.nChannels, target, sel);
   float_to_pcm(bits, m_wet.data(), m_block.data(), m_wet.size());
+}
+
+/// The host closes the third chain without a lock, after it has withdrawn it: the block passes as it is.
+bool CCaptureInterface::IsClosing(const Chain& chain) const {
+  return &chain == m_chains.ai_speech.get() && !m_bAISpeechEnhanceReady;
 }
 
 int CCaptureInterface::Execute(Chain& chain) {

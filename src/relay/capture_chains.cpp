@@ -74,6 +74,7 @@ Status CCaptureInterface::OpenBeamForming() {
 
 Status CCaptureInterface::StartAISpeech() {
   AISpeechChain& chain = *m_chains.ai_speech;
+  const std::lock_guard lock(m_csAIOpen);
   if (!m_AISpeechEnhanceIsOpen) {
     trace(TraceLevel::error, "[cap] PhysicalEndpointOpen::m_AISpeechEnhanceIsOpen = false.\n");
     return kFail;
@@ -116,7 +117,8 @@ void CCaptureInterface::ReopenAISpeech() {
   const std::string in_use = m_AISpeechEnhanceSetAiModelName;
   // An enrolled model goes when its enrolment is repeated and fails.
   if (failed(OpenAISpeech(IsExistingFile(in_use) ? in_use : CurrentModelRow().speech_enhancement))) return;
-  if (chain.SetAISpeechEnhanceStrength(ReadStrength()) != 0) {
+  // The host may have closed meanwhile.
+  if (chain.SetAISpeechEnhanceStrength(ReadStrength()) != 0 || !m_bAISpeechEnhanceWanted) {
     chain.Close();
     return;
   }

@@ -93,6 +93,7 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   struct ChainTexts;
   void RunChain(Chain& chain, const ChainTexts& texts, float target, float& sel);
   int Execute(Chain& chain);
+  bool IsClosing(const Chain& chain) const;
 
   // Opening and closing of the chains with a physical stream.
   Status OpenKeyCancel();

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <iomanip>
@@ -30,6 +31,7 @@ namespace sonivo::tool {
 namespace {
 
 constexpr std::chrono::milliseconds kLook{50};  // between two looks at the progress and at Ctrl-C
+constexpr std::uint16_t kExtensible = 0xfffe;
 constexpr std::uint64_t kProgressSteps = 1000;
 constexpr float kAddBuffMs = 20.0f;
 constexpr std::uint16_t kLeastMicrophones = 2, kMostChannels = 4;
@@ -74,6 +76,9 @@ WavFormat read_voice_format(const std::string& name) {
     throw Failure("'" + name + "' is no WAV file with samples in it; record it again");
   }
   if (!format.is_whole) throw Failure("'" + name + "' is cut off; record it again");
+  if (format.tag == kExtensible) {
+    throw Failure("'" + name + "' is an extensible WAV file; write it again as plain PCM");
+  }
   if (format.tag != 1 || format.bits != 16 || !is_device_rate(static_cast<int>(format.rate_hz))) {
     throw Failure("'" + name + "' is not of 16-bit PCM at 48000 or 44100 Hz; convert it first");
   }
@@ -103,6 +108,11 @@ void check_models(const EnrollOptions& options) {
   check_model<e2e::SEModel>(options.base, "target-speaker model");
   check_model<e2e::SpkEncModel>(options.encoder, "speaker encoder");
   try {
+    try_enhancement_model(options.base, {.add_ms = static_cast<std::uint32_t>(kAddBuffMs), .chunk_ms = {}});
+  } catch (const std::runtime_error& error) {
+    throw Failure("'" + options.base + "' is no target-speaker model: " + error.what());
+  }
+  try {
     try_enrolment_models(options.base, options.encoder, kTriedSamples, kFedSamples);
   } catch (const std::runtime_error& error) {
     throw Failure("'" + options.base + "' and '" + options.encoder + "' don't go together: " + error.what());
@@ -121,6 +131,15 @@ void open_for(CAISpeechEnhance& enhancer, const EnrollOptions& options, const Wa
   if (status != 0) throw Failure("the enhancement does not open, result " + std::to_string(status));
 }
 
+/// While the recording is prepared the enrolment itself can't be stopped, and nothing is there yet but what ends with
+/// the program.
+void quit_or_end(CAISpeechEnhance& enhancer, bool& has_quit) {
+  has_quit = has_quit || enhancer.QuitMakeAIModel() == 0;
+  if (has_quit) return;
+  std::fputs("error: stopped; nothing was written\n", stderr);
+  std::quick_exit(EXIT_FAILURE);
+}
+
 /// Runs the enrolment on a thread of its own; answers its result.
 int enroll(CAISpeechEnhance& enhancer, const EnrollOptions& options, const std::string& out, std::ostream& errors) {
   const QuitOnInterrupt quit_on_interrupt;
@@ -131,7 +150,7 @@ int enroll(CAISpeechEnhance& enhancer, const EnrollOptions& options, const std::
   });
   bool has_quit = false;
   while (result.wait_for(kLook) == std::future_status::timeout) {
-    if (wants_to_quit != 0 && !has_quit) has_quit = enhancer.QuitMakeAIModel() == 0;
+    if (wants_to_quit != 0) quit_or_end(enhancer, has_quit);
     progress.update(static_cast<std::uint64_t>(enhancer.MakeAIModelProgress() * kProgressSteps));
   }
   return result.get();

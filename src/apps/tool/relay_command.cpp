@@ -57,14 +57,13 @@ std::vector<std::byte> params_for(const RelayOptions& options, const PcmAudio& i
 /// carries on without a model.
 std::string model_for(const RelayOptions& options) {
   if (options.chain != Chain::ai) return {};
-  const std::string model =
-      options.model.value_or(GetModelRow(share_folder() / "models", kLastModelNo).speech_enhancement);
+  std::string model = options.model.value_or(GetModelRow(share_folder() / "models", kLastModelNo).speech_enhancement);
   require_file(model, "a speech enhancement model");
   if (model.size() > kLongestModelPath)
     throw Failure("the path '" + model + "' is too long; give one of 259 bytes at most");
   try {
     e2e::initialize();
-    try_enhancement_model(model);
+    try_enhancement_model(model, {.add_ms = 20, .chunk_ms = 50});  // as the relay opens the chain
   } catch (const std::runtime_error& error) {
     throw Failure("'" + model + "' is no speech enhancement model: " + error.what());
   }

@@ -280,6 +280,26 @@ TEST_F(LifeCycle, FramesOfAnotherLengthMakeOtherRings) {
   EXPECT_EQ(rings.out, ", size=5760, exec_leng=4800, rate=48000\n");
 }
 
+TEST_F(LifeCycle, OpenRefusesWhatTheRingsCantFeed) {
+  const auto opens = [&](const Symbols& symbols) {
+    const int code = open(folder.write("odd.bin", model_of(gains_network({1.0f}), symbols)));
+    if (code == 0) chain->Close();
+    return code;
+  };
+  EXPECT_EQ(opens({{"sample-frequency", "8000"}}), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+  EXPECT_EQ(opens({{"sample-frequency", "48000"}}), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+  EXPECT_EQ(opens({{"frame-shift", "0.5"}}), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+  EXPECT_EQ(opens({{"frame-shift", "1001"}, {"frame-length", "1001"}}), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+  EXPECT_EQ(opens({{"frame-length", "71"}}), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL) << "20 + 5 * 10 ms";
+  EXPECT_EQ(opens({{"frame-length", "70"}}), 0);
+}
+
+TEST_F(LifeCycle, OpenAddsTenSecondsAtMost) {
+  EXPECT_EQ(open(passing, 48000.0f, 1, kBlock, 10000.5f, 20.0f), ERROR_AI_SPEECH_ENHANCE_DATA_LENGTH);
+  EXPECT_EQ(open(passing, 48000.0f, 1, kBlock, 20.0f, 10000.5f), ERROR_AI_SPEECH_ENHANCE_DATA_LENGTH);
+  EXPECT_EQ(open(passing, 48000.0f, 1, kBlock, 10000.0f, 10000.0f), 0);
+}
+
 TEST_F(LifeCycle, OpenLogsItsArguments) {
   ASSERT_EQ(open(passing, 44100.0f, 3, 441, 10.0f, 30.0f), 0);
   EXPECT_TRUE(logged("Open: model_file=" + passing +

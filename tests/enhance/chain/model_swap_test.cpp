@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <cmath>
@@ -225,6 +226,38 @@ TEST_F(ModelSwap, ToAModelOfAnotherInputIsAFailedLoad) {
   EXPECT_EQ(play_silence(), WARNING_AI_SPEECH_ENHANCE_BUFF_UNDERRUN);
   EXPECT_EQ(swap(doubling), 0);
   EXPECT_NEAR(gain(), 2.0f, 0.04f);
+}
+
+TEST_F(ModelSwap, ToLongerChunksThanTheRingsHaveRoomForIsAFailedLoad) {
+  const std::string longer = folder.write("longer.bin", model_of(gains_network({1.0f}), {{"frame-shift", "11"}}));
+  start();
+  EXPECT_EQ(swap(longer), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+  EXPECT_EQ(swap(doubling), 0);
+  EXPECT_NEAR(gain(), 2.0f, 0.04f);
+}
+
+TEST_F(ModelSwap, ToAModelWithAPreprocessorGoesOnInTheRunningStream) {
+  e2e::test::ModelParts parts{
+      .has_preprocessor = 1,
+      .preprocessor =
+          "<flow><link from_node=\"_input\" from_port=\"_input\" to_node=\"_output\" to_port=\"_output\"/></flow>",
+      .network = gains_network({1.0f, 2.0f})};
+  parts.symbols = {{"sample-frequency", "16000"}, {"frame-length", "10"}, {"frame-shift", "10"}};
+  const std::string preprocessed = folder.write("preprocessed.bin", e2e::test::model_bytes(parts));
+  start();
+  gain();
+  EXPECT_EQ(swap(preprocessed), 0);
+  EXPECT_NEAR(gain(), 2.0f, 0.04f);
+}
+
+TEST_F(ModelSwap, OfWhatIsNoFileOpensNothing) {
+  start();
+  const std::string pipe = folder / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string& name : {pipe, folder / "", std::string("/dev/null")}) {
+    EXPECT_EQ(swap(name), ERROR_AI_SPEECH_ENHANCE_FILE_OPEN) << name;
+  }
+  EXPECT_NEAR(gain(), 1.0f, 0.02f);
 }
 
 TEST_F(ModelSwap, CanBeTheLastThingBeforeStop) {

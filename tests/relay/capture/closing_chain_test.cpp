@@ -8,7 +8,7 @@ namespace sonivo::test {
 namespace {
 
 /// Forwards to another chain and runs an action before each SetKeyReductionActive.
-class InterruptedChain final : public AISpeechChain {
+class InterruptedChain : public AISpeechChain {
  public:
   InterruptedChain(std::unique_ptr<AISpeechChain> inner, std::function<void()> action)
       : inner_(std::move(inner)), action_(std::move(action)) {}
@@ -85,6 +85,42 @@ TEST(AISpeechClosedWithinABlock, FadesThatBlockTowardsTheDrySignal) {
     ASSERT_NEAR(sample(8 * 480 + f), 16384 * std::pow(0.999, static_cast<double>(f + 1)), 1.5) << f;
   }
   EXPECT_EQ(sample(9 * 480), 0);
+}
+
+/// Closed by the host while its Execute waits for the lock; answers then as CAISpeechEnhance does.
+class ClosedUnderway final : public InterruptedChain {
+ public:
+  ClosedUnderway(std::unique_ptr<AISpeechChain> inner, std::function<void()> close)
+      : InterruptedChain(std::move(inner), [] {}), close_(std::move(close)) {}
+
+  int Execute(float* interleaved) override {
+    if (++blocks_ < 3) return InterruptedChain::Execute(interleaved);
+    close_();
+    return 5;
+  }
+
+ private:
+  std::function<void()> close_;
+  int blocks_ = 0;
+};
+
+TEST(AISpeechClosedWithinABlock, LetsTheBlockPassWhenItAnswersThatItIsClosed) {
+  RelayBench bench(untrimmed(), Notebook::ai_speech);
+  bench.store_beam_forming_parameters();
+  bench.relay = std::make_unique<CAudioControl>(bench.machine.seams(), [&] {
+    Chains chains = bench.chains.factory()();
+    chains.ai_speech =
+        std::make_unique<ClosedUnderway>(std::move(chains.ai_speech), [&] { bench.relay->SetAISpeechEnhanceClose(); });
+    return chains;
+  });
+  bench.relay->SetGenAndFunction(10, 0, 5, 8);
+  bench.relay->ChangeAISpeechEnhanceState(true);
+  ASSERT_EQ(bench.relay->SetAISpeechEnhanceOpen(), kOk);
+  start_idle(bench);
+  bench.record(pcm_format(48000, 16, 1), {});
+  bench.machine.run_for(155);
+  EXPECT_EQ(bench.chains.ai_speech->count("Execute"), 2u);
+  EXPECT_GT(bench.relay->CaptureStatistics().blocks, 5u);
 }
 
 }  // namespace

@@ -240,7 +240,8 @@ class EnrolmentLock : public Enrolment {
       made_ = true;
     });
     // An update to the old state must not come as late as after the change: it would change the state back.
-    chain_.during("SetDataLength", [this] {
+    chain_.during("SetAISpeechEnhanceStrength", [this] {
+      if (made_) return;  // the lock is held then
       for (const auto& each : updates_) each.wait();
     });
     open();
