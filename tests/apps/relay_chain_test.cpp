@@ -316,7 +316,7 @@ class RelayAIChain : public RelayChain {
  protected:
   void SetUp() override {
     RelayChain::SetUp();
-    if (!std::filesystem::exists(model_)) GTEST_SKIP() << "no models were built";
+    ASSERT_TRUE(std::filesystem::exists(model_)) << "the build makes the models beside the program";
   }
 
   Outcome enhance(const FloatAudio& input, std::vector<std::string> more = {}) {

@@ -48,7 +48,7 @@ struct Storm : testing::Test {
   std::string passing = folder.write("passing.bin", gain_model(1.0f));
   std::string doubling = folder.write("double.bin", gain_model(2.0f));
   std::string broken = folder.write("broken.bin", "senb and nothing more");
-  std::string stub = folder.write("stub.bin", "sen");
+  std::string cut_short = folder.write("short.bin", "sen");
   std::string missing = folder / "missing.bin";
   std::string base = folder.write("base.bin", base_model());
   std::string encoder = folder.write("encoder.bin", voice_encoder());
@@ -186,7 +186,7 @@ TEST_F(Storm, OfSettingsModelsAndRunsLosesNoBlockThatWentIn) {
           if (n % 4 == 0) change_model(doubling, 0);
           if (n % 4 == 1) change_model(missing, ERROR_AI_SPEECH_ENHANCE_FILE_OPEN);
           if (n % 4 == 2) change_model(passing, 0);
-          if (n % 4 == 3) change_model(stub, ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+          if (n % 4 == 3) change_model(cut_short, ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
         });
       },
       [&] { repeat(milliseconds(90), [&](int n) { EXPECT_EQ(n % 2 == 0 ? chain.Stop() : chain.Run(), 0); }); },
@@ -205,7 +205,7 @@ TEST_F(Storm, OfBadModelsAndEnrolmentsPasses) {
       [&] {
         repeat(milliseconds(250), [&](int n) {
           if (n % 4 == 0) change_model(broken, ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
-          if (n % 4 == 1) change_model(stub, ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+          if (n % 4 == 1) change_model(cut_short, ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
           if (n % 4 == 2) change_model(doubling, 0);
           if (n % 4 == 3) change_model(missing, ERROR_AI_SPEECH_ENHANCE_FILE_OPEN);
         });

@@ -26,7 +26,7 @@ struct ModelSwap : ChainBench {
   std::string doubling = folder.write("double.bin", gain_model(2.0f));
   std::string broken = folder.write("broken.bin", "senb and nothing more");
   std::string missing = folder / "missing.bin";
-  std::string stub = folder.write("stub.bin", "sen");
+  std::string cut_short = folder.write("short.bin", "sen");
 
   int swap(const std::string& model) { return chain->SetAIModel(model.c_str()); }
 
@@ -128,7 +128,7 @@ TEST_F(ModelSwap, KeepsTheEnhancementOff) {
   ASSERT_EQ(chain->SetAISpeechEnhanceActive(0), 0);
   ASSERT_EQ(swap(doubling), 0);
   EXPECT_EQ(active(), 0);
-  ASSERT_EQ(swap(stub), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+  ASSERT_EQ(swap(cut_short), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
   EXPECT_EQ(active(), 0);
   ASSERT_EQ(swap(broken), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
   EXPECT_EQ(active(), 0);

@@ -3,11 +3,14 @@
 // Slow references in double precision, straight from the formulas: kernels by two whole transforms, converters by
 // products over the whole signal, the filter in double.
 
+#include <array>
 #include <cmath>
 #include <complex>
 #include <cstddef>
 #include <numbers>
 #include <vector>
+
+#include "signals.h"
 
 namespace sonivo::test {
 
@@ -141,6 +144,30 @@ inline std::vector<double> high_pass(std::vector<double> x) {
     x = y;
   }
   return x;
+}
+
+/// b0, b1, b2, a1, a2 of a section whose feedback is added.
+using SectionNumbers = std::array<double, 5>;
+
+/// Gain of two sections in series at a frequency, from their transfer functions.
+inline double gain_of_sections(const SectionNumbers& first, const SectionNumbers& second, double hz, double rate_hz) {
+  const Complex z = std::polar(1.0, -2 * std::numbers::pi * hz / rate_hz);
+  const auto section = [&](const SectionNumbers& s) {
+    return (s[0] + s[1] * z + s[2] * z * z) / (1.0 - s[3] * z - s[4] * z * z);
+  };
+  return std::abs(section(first) * section(second));
+}
+
+/// The same of a filter, measured on the second of two seconds of a sine of amplitude 1.
+template <class Filter>
+double measured_gain(double hz, int rate_hz) {
+  const auto second = static_cast<std::size_t>(rate_hz);
+  std::vector<float> x = sine(2 * second, hz, rate_hz);
+  Filter filter;
+  filter.process(x);
+  double power = 0;
+  for (std::size_t n = second; n < x.size(); ++n) power += double{x[n]} * double{x[n]};
+  return std::sqrt(2 * power / rate_hz);
 }
 
 }  // namespace sonivo::test
