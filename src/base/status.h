@@ -27,6 +27,7 @@ inline constexpr Error kInvalidHandle = 6;
 inline constexpr Error kInvalidData = 13;
 inline constexpr Error kSharingViolation = 32;
 inline constexpr Error kInvalidParameter = 87;
+inline constexpr Error kInsufficientBuffer = 122;
 inline constexpr Error kBadArguments = 160;
 inline constexpr Error kMoreData = 234;
 inline constexpr Error kOperationAborted = 995;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -11,6 +12,7 @@
 #include "base/guid.h"
 #include "base/status.h"
 #include "platform/message.h"
+#include "platform/registration.h"
 
 namespace sonivo {
 
@@ -55,6 +57,21 @@ struct DeviceInterface {
 
 enum class Sharing { exclusive, shared };
 
+/// Whether the requests of a handle may stay pending. Through a synchronous handle Device::control returns when the
+/// request is done, and never answers error::kIoPending.
+enum class Completion { overlapped, synchronous };
+
+/// What happens to the device behind a handle.
+enum class DeviceAction : std::uint32_t {
+  query_remove = 2,
+  query_remove_failed = 3,
+  remove_pending = 4,
+  remove_complete = 5,
+  custom_event = 6,
+};
+/// Called on a thread of the machine's own; the answer is ignored.
+using DeviceActionCallback = std::function<std::uint32_t(DeviceAction action)>;
+
 /// Keeps a removal notice alive; destroying it drops the notice.
 class RemovalNotice {
  public:
@@ -75,9 +92,13 @@ class DeviceBus {
   /// Present interfaces of a class, in the machine's order.
   virtual std::vector<DeviceInterface> interfaces(const Guid& category) = 0;
   /// Null, with the reason in `why`, when the path can't be opened.
-  virtual std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Error& why) = 0;
+  virtual std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Completion completion, Error& why) = 0;
   /// Has `window` told before the device behind `device` goes. Null when that can't be had.
   virtual std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) = 0;
+  /// Has the callback told what happens to the device behind the handle. Null when that can't be had. Once the
+  /// registration is destroyed the callback isn't called any more, and no call is under way unless made by the
+  /// destroying thread.
+  virtual std::unique_ptr<Registration> notify_actions(const Device& device, DeviceActionCallback callback) = 0;
 };
 
 }  // namespace sonivo

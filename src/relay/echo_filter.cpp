@@ -15,7 +15,7 @@ bool EchoFilter::NotifyEchoFilter(std::uint32_t value) {
   const std::lock_guard lock(m_cs);
   m_refused.reset();
   Error why = error::kNone;
-  auto filter = m_bus.open(kFilterPath, Sharing::shared, why);
+  auto filter = m_bus.open(kFilterPath, Sharing::shared, Completion::overlapped, why);
   if (!filter) return false;
   std::int32_t out = -1;
   std::uint32_t bytes = 0;

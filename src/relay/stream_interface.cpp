@@ -145,11 +145,13 @@ bool CStreamInterface::IsConsoleSession() {
 bool CStreamInterface::OpenVirtualDevice() {
   const auto path = FindVirtualDevicePath(m_machine.bus, Flow());
   Error why = error::kNone;
-  if (path) m_machine.bus.open(*path, Sharing::shared, why).reset();  // a first touch; its outcome means nothing
+  if (path)
+    m_machine.bus.open(*path, Sharing::shared, Completion::overlapped, why)
+        .reset();  // a first touch; its outcome means nothing
   CloseVirtualDevice();
   if (!path) return false;
 
-  auto device = m_machine.bus.open(*path, Sharing::exclusive, why);
+  auto device = m_machine.bus.open(*path, Sharing::exclusive, Completion::overlapped, why);
   if (!device) return false;
 
   const DeviceBroadcast broadcast{.devicetype = kDeviceTypeHandle, .handle = device.get()};

@@ -51,13 +51,13 @@ class DriverTest : public testing::Test {
  protected:
   std::shared_ptr<Device> open(PinId pin) {
     Error why = error::kNone;
-    auto device = machine.driver().open(SimDriver::device_path(pin), Sharing::exclusive, why);
+    auto device = machine.driver().open(SimDriver::device_path(pin), Sharing::exclusive, Completion::overlapped, why);
     EXPECT_EQ(why, error::kNone);
     return device;
   }
   Error open_error(const std::string& path, Sharing sharing) {
     Error why = error::kNone;
-    machine.driver().open(path, sharing, why);
+    machine.driver().open(path, sharing, Completion::overlapped, why);
     return why;
   }
   static Error send_feedback(Device& device, std::int32_t value) {
@@ -355,7 +355,8 @@ TEST(DriverClock, TicksFollowRateDriftAndFeedbackToTheNanosecond) {
     ticks.push_back(machine.scheduler().now());
   });
   Error why;
-  const auto device = machine.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, why);
+  const auto device =
+      machine.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, Completion::overlapped, why);
   const auto feed = [&](std::int32_t value) {
     std::uint32_t transferred = 0;
     ASSERT_EQ(device->control_now(kFeedback, std::as_bytes(std::span(&value, 1)), {}, transferred), error::kNone);
@@ -388,7 +389,7 @@ TEST(DriverClock, TicksFollowRateDriftAndFeedbackToTheNanosecond) {
 TEST(EchoFilter, IsAbsentUnlessConfigured) {
   SimMachine machine;
   Error why = error::kNone;
-  EXPECT_EQ(machine.driver().open(R"(\\.\KELVARECFILTER)", Sharing::shared, why), nullptr);
+  EXPECT_EQ(machine.driver().open(R"(\\.\KELVARECFILTER)", Sharing::shared, Completion::overlapped, why), nullptr);
   EXPECT_EQ(why, error::kFileNotFound);
 }
 
@@ -396,7 +397,7 @@ TEST(EchoFilter, TakesTheMuteStateAndAnswersAsSet) {
   SimMachine machine({.echo_filter = true});
   EchoFilter& filter = machine.driver().echo_filter();
   Error why = error::kNone;
-  auto device = machine.driver().open(R"(\\.\KELVARECFILTER)", Sharing::shared, why);
+  auto device = machine.driver().open(R"(\\.\KELVARECFILTER)", Sharing::shared, Completion::overlapped, why);
   ASSERT_NE(device, nullptr);
   EXPECT_EQ(filter.open_handles(), 1u);
   const std::uint32_t value = 1;

@@ -158,6 +158,7 @@ SimDriver::SimDriver(Scheduler& scheduler, Script& script, SimDesktop& desktop, 
       script_(script),
       desktop_(desktop),
       echo_filter_(scheduler, script, echo_filter),
+      control_(scheduler, script),
       mic_(scheduler, PinId::mic, config),
       speaker_(scheduler, PinId::speaker, config),
       interfaces_(default_interfaces()) {}
@@ -167,7 +168,9 @@ SimDriver::~SimDriver() = default;
 std::string SimDriver::device_path(PinId pin) { return kDeviceRoot + R"(\VADrv)" + filter_name(pin); }
 
 std::vector<DeviceInterface> SimDriver::interfaces(const Guid& category) {
-  if (script_.enter(Step::bus_interfaces) || category != kCategoryAudio) return {};
+  if (script_.enter(Step::bus_interfaces)) return {};
+  if (category == control::kControlInterface) return control_.interfaces();
+  if (category != kCategoryAudio) return {};
   std::scoped_lock lock(scheduler_.mutex());
   std::vector<DeviceInterface> present = interfaces_;
   for (const PinModel* pin : {&mic_, &speaker_}) {
@@ -176,8 +179,9 @@ std::vector<DeviceInterface> SimDriver::interfaces(const Guid& category) {
   return present;
 }
 
-std::shared_ptr<Device> SimDriver::open(const std::string& path, Sharing sharing, Error& why) {
+std::shared_ptr<Device> SimDriver::open(const std::string& path, Sharing sharing, Completion completion, Error& why) {
   if (equals_ignoring_case(path, kEchoFilterPath)) return echo_filter_.open(why);
+  if (equals_ignoring_case(path, kControlPath)) return control_.open(completion, why);
   const auto failure = script_.enter(sharing == Sharing::exclusive ? Step::device_open : Step::device_probe);
   if (failure) {
     why = *failure;
@@ -206,6 +210,10 @@ std::unique_ptr<RemovalNotice> SimDriver::notify_removal(const DeviceBroadcast& 
   const auto found = std::find(handles_.begin(), handles_.end(), broadcast.handle);
   if (found == handles_.end()) return nullptr;
   return std::make_unique<Notice>(*this, **found, window);
+}
+
+std::unique_ptr<Registration> SimDriver::notify_actions(const Device& device, DeviceActionCallback callback) {
+  return control_.notify_actions(device, std::move(callback));
 }
 
 void SimDriver::open_recorder(const WAVEFORMATEXTENSIBLE& format, Sink sink) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/device.h"
+#include "platform/sim/control_device.h"
 #include "platform/sim/desktop.h"
 #include "platform/sim/echo_filter.h"
 #include "platform/sim/pin.h"
@@ -25,7 +26,8 @@ struct HandleCounts {
   std::size_t open() const { return opened - closed; }
 };
 
-/// Driver of the virtual endpoint pair, the applications that use the pair, and the bus it is found on.
+/// Driver of the virtual endpoint pair with its control device, the applications that use the pair, and the bus it is
+/// found on.
 class SimDriver final : public DeviceBus {
  public:
   SimDriver(Scheduler& scheduler, Script& script, SimDesktop& desktop, const PinConfig& config, bool echo_filter);
@@ -33,8 +35,10 @@ class SimDriver final : public DeviceBus {
 
   // DeviceBus
   std::vector<DeviceInterface> interfaces(const Guid& category) override;
-  std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Error& why) override;
+  /// Handles to a pin are overlapped ones, whatever is asked for.
+  std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Completion completion, Error& why) override;
   std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) override;
+  std::unique_ptr<Registration> notify_actions(const Device& device, DeviceActionCallback callback) override;
 
   // Applications
   /// An application records from the virtual microphone, from this instant on, into recording() or the sink.
@@ -55,6 +59,7 @@ class SimDriver final : public DeviceBus {
   /// The bus from now on, in order, without those of an absent pin.
   void set_interfaces(std::vector<DeviceInterface> interfaces);
   EchoFilter& echo_filter() { return echo_filter_; }
+  ControlDevice& control() { return control_; }
 
   // Observations
   PinStats stats(PinId pin) const;
@@ -77,6 +82,7 @@ class SimDriver final : public DeviceBus {
   Script& script_;
   SimDesktop& desktop_;
   EchoFilter echo_filter_;
+  ControlDevice control_;
   PinModel mic_;
   PinModel speaker_;
   std::vector<DeviceInterface> interfaces_;

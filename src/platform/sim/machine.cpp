@@ -69,8 +69,10 @@ Leaks SimMachine::leaks() {
   const auto count = [](const std::atomic<int>& number) { return static_cast<std::size_t>(number.load()); };
   return {.device_handles = driver_.handles().open(),
           .filter_handles = driver_.echo_filter().open_handles(),
+          .control_handles = driver_.control().open_handles(),
+          .action_notices = driver_.control().action_notices(),
           .removal_notices = driver_.removal_notices(),
-          .pending_requests = driver_.pending_requests(),
+          .pending_requests = driver_.pending_requests() + driver_.control().pending_requests(),
           .audio_clients = count(live.clients),
           .audio_services = count(live.services),
           .volumes = count(live.volumes),

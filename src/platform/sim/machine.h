@@ -40,6 +40,8 @@ struct Config {
 struct Leaks {
   std::size_t device_handles = 0;
   std::size_t filter_handles = 0;
+  std::size_t control_handles = 0;
+  std::size_t action_notices = 0;
   std::size_t removal_notices = 0;
   std::size_t pending_requests = 0;
   std::size_t audio_clients = 0;

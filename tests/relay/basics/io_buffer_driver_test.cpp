@@ -18,7 +18,7 @@ class IOBufferDriver : public testing::Test {
  protected:
   std::shared_ptr<Device> open(PinId pin) {
     Error why = error::kNone;
-    return machine.seams().bus.open(sim::SimDriver::device_path(pin), Sharing::exclusive, why);
+    return machine.seams().bus.open(sim::SimDriver::device_path(pin), Sharing::exclusive, Completion::overlapped, why);
   }
   void bind(IOBuffer& buffer, const std::shared_ptr<Device>& device) {
     ASSERT_NE(device, nullptr);
