@@ -1,0 +1,37 @@
+#include "base/trace.h"
+#include "host/mode_rules.h"
+#include "host/threads.h"
+
+namespace sonivo {
+namespace {
+
+constexpr std::uint32_t kInactivePollMs = 200;
+
+}  // namespace
+
+std::uint32_t ChangeThread(HostState& host) {
+  for (;;) {
+    const WaitResult woken = host.m_hEvent.Wait(host.machine.events);
+    const SessionState session = ConsoleSession(host.machine);
+    if (session == SessionState::unknown) {
+      trace(TraceLevel::error, "[ChangeThread] ProcessIdToSessionId err.\n");
+      host.machine.clock.sleep_ms(0);  // the event stays set: others get their turn
+      continue;
+    }
+    if (session == SessionState::inactive) {
+      trace(TraceLevel::debug, "[ChangeThread] Not active session\n");
+      host.machine.clock.sleep_ms(kInactivePollMs);
+      continue;
+    }
+    if (woken.index != EventPair::kWork) {
+      if (woken.index != EventPair::kStop) trace(TraceLevel::error, "ChangeThread ERROR.\n");
+      host.m_hEvent.Reset(EventPair::kStop);
+      return 0;
+    }
+    if (host.BeamForming()) FollowDevices(host);
+    if (host.AISpeech()) FollowDevices(host);
+    host.m_hEvent.Reset(EventPair::kWork);
+  }
+}
+
+}  // namespace sonivo

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "host/host_state.h"
+
+namespace sonivo {
+
+/// Id of the endpoint that the driver names for this direction, under m_csDriver; empty when it names none or can't be
+/// read.
+std::string ReadEndpointId(HostState& host, DataFlow flow);
+
+}  // namespace sonivo

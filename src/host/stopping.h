@@ -1,0 +1,14 @@
+#pragma once
+
+#include "host/host_state.h"
+
+namespace sonivo {
+
+/// Has the driver's threads leave their loops and closes the driver. Any thread.
+void StopDriverThreads(HostState& host);
+
+/// Switches the driver's meeting mode off where the driver asks for that at power transitions; 0 when it can't be
+/// asked.
+int AutoExitUpdate(HostState& host);
+
+}  // namespace sonivo

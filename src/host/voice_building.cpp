@@ -1,0 +1,73 @@
+#include "host/voice_building.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "base/text.h"
+#include "base/trace.h"
+
+namespace sonivo {
+namespace {
+
+constexpr char kModelFile[] = "EnhanceModel.bin";
+
+using TextGetter = int (CSonivoDriverAccess::*)(control::WireText&, std::uint32_t*);
+
+/// Empty when it can't be read.
+std::filesystem::path ReadPath(CSonivoDriverAccess& driver, TextGetter getter) {
+  control::WireText text{};
+  std::uint32_t bytes = 0;
+  if ((driver.*getter)(text, &bytes) == 0) {
+    trace(TraceLevel::error, "[ChangeRegistryThread] a path of the enrolment can't be read\n");
+    return {};
+  }
+  return to_utf8({text.data(), bytes / sizeof(char16_t)});
+}
+
+std::uint32_t RegistrationValue(CSonivoDriverAccess& driver) {
+  std::uint32_t value = 1;
+  driver.GetAispeechenhanceRegistrationMTG(&value);
+  return value;
+}
+
+void SetVoiceModelInUse(CSonivoDriverAccess& driver, std::uint32_t on) {
+  driver.SetAispeechenhanceSetAiModelMTG(on);
+  driver.SetAispeechenhanceSetAiModel_UI_MTG(on);
+}
+
+}  // namespace
+
+void BuildVoiceModel(HostState& host) {
+  CSonivoDriverAccess& driver = host.m_DriverAccess;
+  if (RegistrationValue(driver) != registration::kBuild) return;
+
+  const std::filesystem::path recording = ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFolderMTG) /
+                                          ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFileMTG);
+  host.m_AudioControl.SetAISpeechEnhanceWavFile(recording.c_str());
+  driver.SetAispeechenhanceRegistrationMTG(registration::kRunning);
+  const int result = host.m_AudioControl.MakeAISpeechEnhanceModel(true);
+
+  const auto published = ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFolderMTG) / kModelFile;
+  std::error_code why;
+  if (result != 0) {
+    std::filesystem::remove(published, why);
+    SetVoiceModelInUse(driver, 0);
+  } else {
+    std::filesystem::copy_file(host.m_szEnhanceModelFolder / kModelFile, published,
+                               std::filesystem::copy_options::overwrite_existing, why);
+    SetVoiceModelInUse(driver, 1);
+  }
+  if (why) trace(TraceLevel::error, "[ChangeRegistryThread] %s: %s\n", published.c_str(), why.message().c_str());
+
+  const std::uint32_t found = RegistrationValue(driver);
+  const bool stays = found == registration::kAbort || found == registration::kLeft15 || found == registration::kLeft103;
+  driver.SetAispeechenhanceRegistrationMTG(stays ? found : static_cast<std::uint32_t>(result));
+}
+
+void QuitVoiceModel(HostState& host) {
+  if (RegistrationValue(host.m_DriverAccess) != registration::kAbort) return;
+  const int result = host.m_AudioControl.QuitAISpeechEnhanceModel();
+  host.m_DriverAccess.SetAispeechenhanceRegistrationMTG(static_cast<std::uint32_t>(result));
+}
+
+}  // namespace sonivo
