@@ -28,7 +28,8 @@ void ReadDriver(HostState& host) {
   if (host.m_dwGeneration >= 8 && host.m_dwGeneration != 9) {
     driver.GetFunction(&value);
     host.m_Function = value;
-    host.m_dwGenerationMic = driver.GetGenerationMic(&value) != 0 ? value : 2;
+    const std::uint32_t unanswered = driver.GetDriverSyncHandle() ? 2 : 0;
+    host.m_dwGenerationMic = driver.GetGenerationMic(&value) != 0 ? value : unanswered;
   }
   if (host.m_dwGenerationMic != 0) {
     driver.GetFunctionMic(&value);
@@ -114,9 +115,8 @@ void LetGo(HostState& host) {
 
 }  // namespace
 
-int SonivoServiceMain(const Machine& machine, ChainFactory make_chains) {
-  const auto state = std::make_shared<HostState>(machine, std::move(make_chains));
-  HostState& host = *state;
+int RunService(HostState& host) {
+  const Machine& machine = host.machine;
   ThreadSet threads(host);
   ReadDriver(host);
   if (!CreateHostWindows(host)) return 1;
@@ -138,6 +138,10 @@ int SonivoServiceMain(const Machine& machine, ChainFactory make_chains) {
   host.m_AudioControl.Stop();
   LetGo(host);
   return 0;
+}
+
+int SonivoServiceMain(const Machine& machine, ChainFactory make_chains) {
+  return RunService(*std::make_shared<HostState>(machine, std::move(make_chains)));
 }
 
 }  // namespace sonivo

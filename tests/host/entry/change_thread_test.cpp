@@ -1,0 +1,125 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/threads.h"
+#include "host_bench.h"
+
+namespace sonivo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace c = control;
+
+/// ChangeThread alone.
+struct ChangeThreadBench : HostBench {
+  explicit ChangeThreadBench(const Model& model = kBeamForming) : HostBench(model) {
+    host->m_dwGenerationMic = model.generation_mic;
+    host->m_FunctionMic = model.function_mic;
+    host->m_DriverAccess.InitDriverInfo(c::kControlInterface);
+    driver().forget_requests();
+  }
+  ~ChangeThreadBench() {
+    machine.session().set_console_session(1);
+    host->m_hEvent.Set(EventPair::kStop);
+    if (thread) thread->join();
+  }
+  void create_events() {
+    host->m_hEvent.Create(machine.seams().events, EventPair::kWork);
+    host->m_hEvent.Create(machine.seams().events, EventPair::kStop);
+  }
+  void start_thread() {
+    thread = machine.scheduler().start("ChangeThread", [this] { status = ChangeThread(*host); });
+    run_for(10);
+  }
+  bool followed() { return !driver().codes().empty(); }
+
+  std::unique_ptr<Thread> thread;
+  std::uint32_t status = 77;
+};
+
+TEST(ChangeThreadTest, AChangedDeviceHasTheRulesAppliedOnce) {
+  ChangeThreadBench bench;
+  bench.create_events();
+  bench.start_thread();
+  EXPECT_FALSE(bench.followed());
+  bench.host->m_hEvent.Set(EventPair::kWork);
+  bench.run_for(10);
+  // headphoneUpdate, then deviceNameChange
+  EXPECT_THAT(bench.driver().codes(),
+              ElementsAre(c::NSV_GET_LAUNCHED_MTG, c::GetHeadphone, c::GetKeyboardCancelMTG, c::GetBeamformingMTG));
+  bench.driver().forget_requests();
+  bench.run_for(1000);
+  EXPECT_FALSE(bench.followed());  // the event was reset
+}
+
+TEST(ChangeThreadTest, WithoutGatesTheEventIsOnlyReset) {
+  ChangeThreadBench bench(kKeyCancel);
+  bench.create_events();
+  bench.start_thread();
+  bench.host->m_hEvent.Set(EventPair::kWork);
+  bench.run_for(10);
+  EXPECT_FALSE(bench.followed());
+  EXPECT_EQ(bench.machine.script().count(sim::Step::wait_any), 2u);
+}
+
+TEST(ChangeThreadTest, TheStopEventEndsItAndIsReset) {
+  ChangeThreadBench bench;
+  bench.create_events();
+  bench.start_thread();
+  bench.host->m_hEvent.Set(EventPair::kStop);
+  bench.run_for(10);
+  EXPECT_EQ(bench.status, 0u);
+  EXPECT_FALSE(bench.log.has("ChangeThread ERROR.\n"));
+  Event* const stop[] = {bench.host->m_hEvent.Get(EventPair::kStop).get()};
+  EXPECT_EQ(bench.machine.scheduler().wait_any(stop, 0).index, std::nullopt);
+}
+
+TEST(ChangeThreadTest, AFailingWaitEndsItWithItsError) {
+  ChangeThreadBench bench;
+  bench.start_thread();  // no events
+  EXPECT_EQ(bench.status, 0u);
+  EXPECT_EQ(bench.log.count("ChangeThread ERROR.\n"), 1u);
+}
+
+TEST(ChangeThreadTest, AnInactiveSessionPollsAndIsServedWhenItReturns) {
+  ChangeThreadBench bench;
+  bench.create_events();
+  bench.machine.session().set_console_session(2);
+  bench.start_thread();
+  bench.host->m_hEvent.Set(EventPair::kWork);
+  bench.run_for(1000);
+  EXPECT_FALSE(bench.followed());
+  EXPECT_EQ(bench.log.count("[ChangeThread] Not active session\n"), 6u);  // at 0, 200, ... 1000 ms
+  bench.machine.session().set_console_session(1);
+  bench.run_for(200);
+  EXPECT_TRUE(bench.followed());
+}
+
+TEST(ChangeThreadTest, AnUnknownSessionWaitsAgainWithoutAReset) {
+  ChangeThreadBench bench;
+  bench.create_events();
+  bench.start_thread();
+  bench.machine.script().fail(sim::Step::process_session, 0);
+  bench.host->m_hEvent.Set(EventPair::kWork);
+  bench.run_for(10);
+  EXPECT_EQ(bench.log.count("[ChangeThread] ProcessIdToSessionId err.\n"), 1u);
+  EXPECT_TRUE(bench.followed());
+}
+
+TEST(ChangeThreadTest, DefaultDevicesOfEveryRoleWakeIt) {
+  for (const Model& model : {kBeamForming, kAISpeech}) {
+    for (const Role role : {Role::console, Role::multimedia, Role::communications}) {
+      HostBench bench(model);
+      bench.machine.endpoints().rename(sim::kMicArray, "内蔵マイク");
+      bench.start(1000);
+      bench.driver().forget_requests();
+      bench.machine.endpoints().set_default(DataFlow::render, role, sim::kHeadphones);
+      bench.run_for(10);
+      EXPECT_THAT(bench.driver().codes(), testing::Contains(c::GetHeadphone));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace sonivo::test

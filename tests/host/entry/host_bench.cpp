@@ -1,0 +1,66 @@
+#include "host_bench.h"
+
+#include <filesystem>
+
+#include "host/entry.h"
+
+namespace sonivo::test {
+namespace {
+
+sim::Config config_of(const std::filesystem::path& folder, sim::Schedule schedule) {
+  sim::Config config;
+  config.schedule = schedule;
+  config.folder = folder;
+  return config;
+}
+
+}  // namespace
+
+HostBench::HostBench(const Model& model, sim::Schedule schedule)
+    : machine(config_of(folder.path(), schedule)),
+      host(std::make_shared<HostState>(machine.seams(), chains.factory())) {
+  std::filesystem::create_directory(folder.path() / "user");
+  driver().set_number(control::GetSonivoDrvGeneration, model.generation);
+  driver().set_number(control::GetFunction, model.function);
+  driver().set_number(control::GetGenerationMic, model.generation_mic);
+  driver().set_number(control::GetFunctionMic, model.function_mic);
+}
+
+HostBench::~HostBench() {
+  machine.script().clear_faults();
+  if (service_ && running()) end_session();
+  if (service_) service_->join();
+  host.reset();
+}
+
+void HostBench::start(std::uint32_t ms) {
+  service_ = machine.scheduler().start("service", [this] { exit_code = RunService(*host); });
+  run_for(ms);
+}
+
+void HostBench::end_session() {
+  machine.session().query_end();
+  run_for(20'000);
+}
+
+void HostBench::post(std::uint32_t message, std::uint64_t wParam) {
+  machine.desktop().post_from_outside({.window = host->m_hWnd, .message = message, .wParam = wParam});
+}
+
+std::vector<std::string> HostBench::steps() {
+  std::vector<std::string> names;
+  for (const std::string& line : machine.script().trace()) names.push_back(line.substr(line.find(' ') + 1));
+  return names;
+}
+
+std::vector<std::string> HostBench::threads() {
+  std::vector<std::string> names;
+  for (const sim::ThreadInfo& thread : machine.scheduler().threads()) {
+    if (thread.name == "MainThread" || thread.name == "SubThread" || thread.name.starts_with("Change")) {
+      names.push_back(thread.name);
+    }
+  }
+  return names;
+}
+
+}  // namespace sonivo::test
