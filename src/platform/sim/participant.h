@@ -16,7 +16,7 @@ inline constexpr std::size_t kMaxWaits = 64;
 
 /// A thread that takes part in the simulation. All but the identity is guarded by the scheduler's mutex.
 struct Participant {
-  enum class State { ready, running, blocked, finished };
+  enum class State { ready, running, blocked, outside, finished };
 
   Participant(Scheduler& scheduler, std::uint64_t its_number, std::string its_name, ParticipantKind its_kind)
       : number(its_number), name(std::move(its_name)), kind(its_kind), finished(scheduler, Reset::manual) {}

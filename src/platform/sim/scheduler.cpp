@@ -81,7 +81,17 @@ Scheduler::Scheduler(Script& script, Schedule schedule)
   launch("system", ParticipantKind::system, [this] { system_main(); });
 }
 
-Scheduler::~Scheduler() { shut_down(); }
+Scheduler::~Scheduler() {
+  shut_down();
+  if (!pacer_.joinable()) return;
+  {
+    std::scoped_lock lock(mutex_);
+    pacer_stop_ = true;
+    pacer_wake_.notify_one();
+    woken_.notify_all();
+  }
+  pacer_.join();
+}
 
 void Scheduler::shut_down() {
   finish_threads();
@@ -203,10 +213,12 @@ void Scheduler::make_ready(Participant& participant) {
   if (schedule_ == Schedule::serial) {
     participant.state = Participant::State::ready;
     ready_.push_back(&participant);
+    woken_.notify_all();
   } else {
     participant.state = Participant::State::running;
     ++running_;
     participant.wake.notify_one();
+    woken_.notify_all();
   }
 }
 
@@ -241,12 +253,15 @@ void Scheduler::keep_going(Lock& lock) {
 }
 
 void Scheduler::advance(Lock& lock) {
-  if (timeline_.empty()) report_stuck("all threads wait and nothing is going to happen");
-  const Time time = timeline_.next_time();
+  if (timeline_.empty() && outside_ == 0) report_stuck("all threads wait and nothing is going to happen");
+  const Time time = timeline_.empty() ? now() + kSecond : timeline_.next_time();
   if (realtime_) {
     sleep_until_real(lock, time);
     const bool woken_from_outside = running_ != 0 || !ready_.empty();
-    if (woken_from_outside) return;
+    if (woken_from_outside) {
+      now_.store(std::clamp(real_now() - realtime_origin_, now(), time), std::memory_order_relaxed);
+      return;
+    }
   }
   now_.store(time, std::memory_order_relaxed);
   while (!timeline_.empty() && timeline_.next_time() <= time) timeline_.run_next();
@@ -256,10 +271,41 @@ void Scheduler::sleep_until_real(Lock& lock, Time time) {
   const std::chrono::nanoseconds ahead(time + realtime_origin_ - real_now());
   if (ahead.count() <= 0) return;
   advancing_ = true;
-  lock.unlock();
-  std::this_thread::sleep_for(ahead);
-  lock.lock();
+  woken_.wait_for(lock, ahead, [this] { return running_ != 0 || !ready_.empty() || pacer_stop_; });
   advancing_ = false;
+}
+
+// ---- Calls to the outside
+
+// Whoever leaves doesn't move the clock himself, as the one who blocks last does otherwise: his call can't wait for it.
+void Scheduler::leave() {
+  const std::scoped_lock lock(mutex_);
+  self().state = Participant::State::outside;
+  ++outside_;
+  --running_;
+  woken_.notify_all();
+  pacer_wake_.notify_one();
+}
+
+void Scheduler::come_back() {
+  Lock lock(mutex_);
+  Participant& me = self();
+  --outside_;
+  me.state = Participant::State::blocked;
+  make_ready(me);
+  keep_going(lock);
+  while (me.state != Participant::State::running) {
+    me.wake.wait(lock);
+    keep_going(lock);
+  }
+}
+
+void Scheduler::pacer_main() {
+  Lock lock(mutex_);
+  while (!pacer_stop_) {
+    keep_going(lock);
+    pacer_wake_.wait(lock, [this] { return pacer_stop_ || (running_ == 0 && !advancing_); });
+  }
 }
 
 TimerId Scheduler::at(Time time, std::function<void()> action) {
@@ -420,6 +466,7 @@ void Scheduler::set_realtime(bool on) {
   std::scoped_lock lock(mutex_);
   realtime_ = on;
   realtime_origin_ = real_now() - now();
+  if (on && !pacer_.joinable()) pacer_ = std::thread([this] { pacer_main(); });
 }
 
 void Scheduler::set_jitter(std::uint64_t seed) { jitter_seed_ = seed; }

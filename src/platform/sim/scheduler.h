@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -10,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/clock.h"
@@ -114,6 +116,14 @@ class Scheduler final : public Clock, public Events, public Threads {
   std::optional<std::size_t> wait(std::unique_lock<std::mutex>& lock, std::span<Event* const> events,
                                   std::optional<Time> deadline, const char* reason);
   bool on_system_thread();
+  /// Makes a call that waits for something outside of the simulation, in real time, while the others go on. Events may
+  /// be set from outside then, by threads that take no part. Only with real time on.
+  template <class Call>
+  auto outside(Call call) {
+    leave();
+    const Outing outing{*this};
+    return call();
+  }
   /// Number of the calling participant: the entry is 1, the system 2, those of the program follow as they are started.
   std::uint64_t current_thread();
 
@@ -147,6 +157,14 @@ class Scheduler final : public Clock, public Events, public Threads {
   void reap(Lock& lock, Participant& participant);
   void reap_abandoned();
 
+  void leave();
+  void come_back();
+  void pacer_main();
+  struct Outing {
+    Scheduler& scheduler;
+    ~Outing() { scheduler.come_back(); }
+  };
+
   void wait_signalled(Lock& lock, SimEvent& event, const char* reason);
   void block(Lock& lock, Participant& me);
   void make_ready(Participant& participant);
@@ -169,7 +187,12 @@ class Scheduler final : public Clock, public Events, public Threads {
   std::vector<std::shared_ptr<Participant>> participants_;  ///< entry, system, then the program's
   std::vector<Participant*> ready_;                         ///< serial: waiting for their turn, first come first
   std::size_t running_ = 1;
-  bool advancing_ = false;  ///< someone sleeps in real time before moving the clock
+  bool advancing_ = false;         ///< someone sleeps in real time before moving the clock
+  std::condition_variable woken_;  ///< that sleep is over before its time
+  std::size_t outside_ = 0;        ///< participants that wait for something outside
+  std::thread pacer_;              ///< keeps time going while nobody else can
+  std::condition_variable pacer_wake_;
+  bool pacer_stop_ = false;
   bool realtime_ = false;
   std::int64_t realtime_origin_ = 0;  ///< real time minus virtual time, ns
   std::uint64_t launched_ = 0;        ///< participants so far
