@@ -1,0 +1,126 @@
+#include "driver/control_driver.h"
+
+#include <cstring>
+#include <utility>
+
+#include "base/text.h"
+
+namespace sonivo::driver {
+
+using control::Answer;
+using control::EventRecord;
+
+ControlDriver::ControlDriver(Settings& settings, Reply reply)
+    : settings_(settings), reply_(std::move(reply)), events_([this](const PendingId& request, std::uint32_t command) {
+        EventRecord record;
+        record.command = command;
+        finish(request, error::kNone, std::as_bytes(std::span(&record, 1)));
+      }) {}
+
+void ControlDriver::client_came(ClientId client, pid_t process) { clients_[client].process = process; }
+
+void ControlDriver::client_gone(ClientId client) {
+  events_.drop(client);
+  clients_.erase(client);
+  if (reporter_ == client) report_.clear();
+}
+
+bool ControlDriver::request(ClientId client, const control::Request& request) {
+  auto& pending = clients_.at(client).pending;
+  const std::uint32_t id = request.head.id;
+  if (request.head.kind == control::RequestKind::cancel) {
+    cancel(client, id);
+    return true;
+  }
+  if (!pending.insert(id).second) return false;
+  if (pending.size() > kMaxPending) {
+    finish({client, id}, error::kBusy, {});
+    return true;
+  }
+  output_.resize(request.head.output_bytes);
+  if (const Outcome outcome = start(client, request, output_)) {
+    finish({client, id}, outcome->error, std::span(output_).first(outcome->transferred));
+    if (outcome->event) events_.send(*outcome->event);
+  }
+  return true;
+}
+
+ControlDriver::Outcome ControlDriver::start(ClientId client, const control::Request& request,
+                                            std::span<std::byte> output) {
+  switch (request.head.code) {
+    case control::NSV_SERVICE_EVENT_NOTIFY:
+      return start_event({client, request.head.id}, true, request);
+    case control::NSV_OBSERVE_EVENTS:
+      return start_event({client, request.head.id}, false, request);
+    case control::NSV_SERVICE_EVENT_CANCEL:
+      events_.greet_service(client);
+      return cancel_events(request);
+    case control::NSV_PUBLISH_REPORT:
+      return publish(client, request.input);
+    case control::NSV_READ_REPORT:
+      return read_report(output);
+    case control::NSV_SEND_EVENT:
+      return send_event(request.input);
+    default:
+      return settings_.answer(request.head.code, request.input, output);
+  }
+}
+
+ControlDriver::Outcome ControlDriver::start_event(const PendingId& request, bool service,
+                                                  const control::Request& frame) {
+  if (!frame.input.empty() || frame.head.output_bytes != sizeof(EventRecord)) {
+    return Answer{.error = error::kInvalidParameter};
+  }
+  if (service) {
+    events_.wait_as_service(request);
+  } else {
+    events_.wait_as_onlooker(request);
+  }
+  return std::nullopt;
+}
+
+Answer ControlDriver::cancel_events(const control::Request& request) {
+  if (!request.input.empty()) return {.error = error::kInvalidParameter};
+  for (const PendingId& each : events_.drop_service_requests()) finish(each, error::kOperationAborted, {});
+  return {};
+}
+
+Answer ControlDriver::publish(ClientId client, std::span<const std::byte> text) {
+  if (text.size() > control::kMaxReportBytes) return {.error = error::kInvalidParameter};
+  std::string report(text.size(), '\0');
+  std::memcpy(report.data(), text.data(), text.size());
+  if (to_utf8(to_utf16(report)) != report) return {.error = error::kInvalidParameter};
+  report_ = std::move(report);
+  reporter_ = client;
+  return {};
+}
+
+Answer ControlDriver::read_report(std::span<std::byte> output) const {
+  if (report_.empty()) return {.error = error::kNotFound};
+  if (output.size() < report_.size()) return {.error = error::kInsufficientBuffer};
+  std::memcpy(output.data(), report_.data(), report_.size());
+  return {.transferred = static_cast<std::uint32_t>(report_.size())};
+}
+
+Answer ControlDriver::send_event(std::span<const std::byte> input) {
+  std::uint32_t command = 0;
+  if (input.size() != sizeof command) return {.error = error::kInvalidParameter};
+  std::memcpy(&command, input.data(), sizeof command);
+  if (command == 0 || command >= control::kDriverExit) return {.error = error::kInvalidParameter};
+  return {.event = command};
+}
+
+void ControlDriver::cancel(ClientId client, std::uint32_t id) {
+  if (!clients_.at(client).pending.contains(id)) return;
+  events_.drop(PendingId{client, id});
+  finish({client, id}, error::kOperationAborted, {});
+}
+
+void ControlDriver::announce_exit() { events_.send_to_pending(control::kDriverExit); }
+
+void ControlDriver::finish(const PendingId& request, Error error, std::span<const std::byte> output) {
+  clients_.at(request.client).pending.erase(request.id);
+  reply_(request.client, {{request.id, error, static_cast<std::uint32_t>(output.size())}, output});
+}
+
+}  // namespace sonivo::driver

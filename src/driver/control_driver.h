@@ -1,0 +1,66 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "driver/event_channel.h"
+#include "driver/settings.h"
+#include "platform/control_frames.h"
+
+namespace sonivo::driver {
+
+/// What the driver answers to requests, whatever brings them. One thread.
+class ControlDriver {
+ public:
+  /// Requests of one client that may be pending; more are refused with error::kBusy.
+  static constexpr std::size_t kMaxPending = 32;
+
+  /// The output is valid during the call, which must not call back.
+  using Reply = std::function<void(ClientId client, const control::Reply& reply)>;
+
+  ControlDriver(Settings& settings, Reply reply);
+
+  /// `process`: who is at the other end; connections of one process belong together.
+  void client_came(ClientId client, pid_t process);
+  /// Its pending requests, and the report that it published, are dropped.
+  void client_gone(ClientId client);
+  /// False when the client breaks the rules of ids: its connection is to be closed.
+  bool request(ClientId client, const control::Request& request);
+  /// Answers pending requests for events with kDriverExit.
+  void announce_exit();
+
+ private:
+  struct Client {
+    pid_t process = 0;
+    std::set<std::uint32_t> pending;
+  };
+  /// None when the request stays pending.
+  using Outcome = std::optional<control::Answer>;
+  Outcome start(ClientId client, const control::Request& request, std::span<std::byte> output);
+  Outcome start_event(const PendingId& request, bool service, const control::Request& frame);
+  control::Answer publish(ClientId client, std::span<const std::byte> text);
+  control::Answer read_report(std::span<std::byte> output) const;
+  control::Answer send_event(std::span<const std::byte> input);
+  control::Answer cancel_events(const control::Request& request);
+  void cancel(ClientId client, std::uint32_t id);
+  void finish(const PendingId& request, Error error, std::span<const std::byte> output);
+
+  Settings& settings_;
+  Reply reply_;
+  EventChannel events_;
+  std::map<ClientId, Client> clients_;
+  std::string report_;
+  ClientId reporter_ = 0;
+  std::vector<std::byte> output_;
+};
+
+}  // namespace sonivo::driver

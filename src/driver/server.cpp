@@ -1,0 +1,181 @@
+#include "driver/server.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "base/trace.h"
+
+namespace sonivo::driver {
+namespace {
+
+constexpr ClientId kListener = 0;
+constexpr ClientId kStop = 1;
+constexpr ClientId kFirstClient = 2;
+/// Of one client before the others have their turn.
+constexpr int kFramesPerTurn = 16;
+
+Descriptor made(int number, const char* what) {
+  if (number < 0) throw std::system_error(errno, std::generic_category(), what);
+  return Descriptor(number);
+}
+
+bool watch(int poll, int operation, int file, std::uint32_t events, ClientId whose) {
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = whose;
+  return ::epoll_ctl(poll, operation, file, &event) == 0;
+}
+
+int spare_descriptor() { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
+
+}  // namespace
+
+Server::Server(Descriptor listener, Settings& settings, uid_t owner, const ServerLimits& limits)
+    : listener_(std::move(listener)),
+      owner_(owner),
+      limits_(limits),
+      poll_(made(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
+      stop_(made(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
+      spare_(made(spare_descriptor(), "/dev/null")),
+      next_client_(kFirstClient),
+      driver_(settings, [this](ClientId client, const control::Reply& each) { reply(client, each); }),
+      buffer_(control::kMaxRequestBytes) {
+  ::fcntl(listener_.number(), F_SETFL, ::fcntl(listener_.number(), F_GETFL) | O_NONBLOCK);
+  if (!watch(poll_.number(), EPOLL_CTL_ADD, listener_.number(), EPOLLIN, kListener) ||
+      !watch(poll_.number(), EPOLL_CTL_ADD, stop_.number(), EPOLLIN, kStop)) {
+    throw std::system_error(errno, std::generic_category(), "epoll_ctl");
+  }
+}
+
+Server::~Server() = default;
+
+void Server::stop() {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = ::write(stop_.number(), &one, sizeof one);
+}
+
+void Server::run() {
+  for (bool stopped = false; !stopped;) {
+    std::array<epoll_event, 32> events;
+    const int count = ::epoll_wait(poll_.number(), events.data(), static_cast<int>(events.size()), -1);
+    if (count < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "epoll_wait");
+    for (int i = 0; i < count; ++i) {
+      const epoll_event& event = events[static_cast<std::size_t>(i)];
+      switch (event.data.u64) {
+        case kListener:
+          accept_clients();
+          break;
+        case kStop:
+          stopped = true;
+          break;
+        default:
+          serve(event.data.u64, event.events);
+      }
+    }
+    close_doomed();
+  }
+  driver_.announce_exit();
+  for (auto& [client, connection] : clients_) connection.flush();
+}
+
+void Server::accept_clients() {
+  for (int i = 0; i < kFramesPerTurn && accept_one(); ++i) {
+  }
+}
+
+/// False when there is none to accept.
+bool Server::accept_one() {
+  Descriptor socket(::accept4(listener_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!socket.is_open()) {
+    if (errno == EMFILE || errno == ENFILE) refuse_for_want_of_descriptors();
+    return errno == EINTR || errno == ECONNABORTED;
+  }
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(socket.number(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
+      (peer.uid != owner_ && peer.uid != 0)) {
+    trace(TraceLevel::warning, "a client of user %u is refused", peer.uid);
+    return true;
+  }
+  if (clients_.size() == limits_.clients) {
+    trace(TraceLevel::warning, "process %d is refused: there are %zu clients", peer.pid, clients_.size());
+    return true;
+  }
+  const ClientId client = next_client_++;
+  if (!watch(poll_.number(), EPOLL_CTL_ADD, socket.number(), EPOLLIN, client)) return true;
+  clients_.try_emplace(client, std::move(socket), limits_.queue);
+  driver_.client_came(client, peer.pid);
+  return true;
+}
+
+void Server::refuse_for_want_of_descriptors() {
+  trace(TraceLevel::warning, "a client is refused: there are no descriptors left");
+  spare_.close();
+  Descriptor(::accept4(listener_.number(), nullptr, nullptr, SOCK_CLOEXEC)).close();
+  spare_ = Descriptor(spare_descriptor());
+  if (!spare_.is_open()) ::poll(nullptr, 0, 10);  // others took it; what waits at the listener isn't to be spun on
+  errno = EMFILE;
+}
+
+void Server::serve(ClientId client, std::uint32_t ready) {
+  const auto found = clients_.find(client);
+  if (found == clients_.end()) return;
+  if ((ready & EPOLLOUT) != 0) {
+    if (!found->second.flush()) return doom(client, nullptr);
+    if (!found->second.has_queued()) watch_output(client, false);
+  }
+  if ((ready & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) read(client);
+}
+
+void Server::read(ClientId client) {
+  Connection& connection = clients_.at(client);
+  for (int i = 0; i < kFramesPerTurn && !doomed_.contains(client); ++i) {
+    std::span<const std::byte> frame;
+    switch (connection.receive(buffer_, frame)) {
+      case Connection::Received::nothing:
+        return;
+      case Connection::Received::end:
+        return doom(client, nullptr);
+      case Connection::Received::frame:
+        break;
+    }
+    const auto request = control::read_request(frame);
+    if (!request || !driver_.request(client, *request)) return doom(client, "it sent what is no request");
+  }
+}
+
+void Server::reply(ClientId client, const control::Reply& reply) {
+  if (doomed_.contains(client)) return;
+  Connection& connection = clients_.at(client);
+  const bool had_queued = connection.has_queued();
+  if (!connection.send(reply)) return doom(client, "it is gone or doesn't read");
+  if (!had_queued && connection.has_queued()) watch_output(client, true);
+}
+
+void Server::watch_output(ClientId client, bool wanted) {
+  const std::uint32_t events = wanted ? EPOLLIN | EPOLLOUT : EPOLLIN;
+  if (!watch(poll_.number(), EPOLL_CTL_MOD, clients_.at(client).number(), events, client)) doom(client, nullptr);
+}
+
+void Server::doom(ClientId client, const char* why) {
+  if (doomed_.insert(client).second && why != nullptr) {
+    trace(TraceLevel::warning, "client %llu is closed: %s", static_cast<unsigned long long>(client), why);
+  }
+}
+
+void Server::close_doomed() {
+  for (const ClientId client : doomed_) {
+    driver_.client_gone(client);
+    clients_.erase(client);
+  }
+  doomed_.clear();
+}
+
+}  // namespace sonivo::driver

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "driver/connection.h"
+#include "driver/control_driver.h"
+
+namespace sonivo::driver {
+
+struct ServerLimits {
+  std::size_t clients = 64;  ///< further ones are closed at once
+  QueueLimits queue;
+};
+
+/// Carries requests and replies between sockets and the driver, on one thread that no client can hold up. Clients of
+/// other users than `owner` and root are closed at once, as is each that sends what is no request or doesn't read.
+class Server {
+ public:
+  /// `listener`: a listening socket of type SOCK_SEQPACKET. std::system_error when the system refuses what it takes.
+  Server(Descriptor listener, Settings& settings, uid_t owner = ::geteuid(), const ServerLimits& limits = {});
+  ~Server();
+
+  /// Serves until stop(), then announces the exit and returns; connections end with the object.
+  void run();
+  /// From any thread or signal handler.
+  void stop();
+
+ private:
+  void accept_clients();
+  bool accept_one();
+  void refuse_for_want_of_descriptors();
+  void serve(ClientId client, std::uint32_t ready);
+  void read(ClientId client);
+  void reply(ClientId client, const control::Reply& reply);
+  void watch_output(ClientId client, bool wanted);
+  void doom(ClientId client, const char* why);
+  void close_doomed();
+
+  Descriptor listener_;
+  uid_t owner_;
+  ServerLimits limits_;
+  Descriptor poll_;
+  Descriptor stop_;
+  Descriptor spare_;  // let go to accept, and close, a client when there are no descriptors left
+  std::map<ClientId, Connection> clients_;
+  std::set<ClientId> doomed_;
+  ClientId next_client_;
+  ControlDriver driver_;
+  std::vector<std::byte> buffer_;
+};
+
+}  // namespace sonivo::driver

@@ -1,0 +1,90 @@
+#include "driver/settings.h"
+
+#include <charconv>
+#include <optional>
+#include <set>
+
+namespace sonivo::driver {
+namespace {
+
+using control::Setting;
+using control::SettingKind;
+
+constexpr const char* kSettingsFile = "settings";
+constexpr std::string_view kSettingsTitle = "sonivo settings 1";
+
+bool is_durable(const Setting& setting) {
+  return setting.get_code != control::GetHeadphone && setting.get_code != control::GetAispeechenhanceRegistrationMTG &&
+         setting.get_code != control::GetAispeechenhanceRegDialog_Open_MTG;
+}
+
+std::vector<std::string> lines_of(const control::Store& store) {
+  std::vector<std::string> lines;
+  for (const Setting& setting : control::settings()) {
+    if (!is_durable(setting)) continue;
+    lines.push_back(std::string(setting.name) + ' ' +
+                    (setting.kind == SettingKind::text ? escaped(store.text(setting.get_code))
+                                                       : std::to_string(store.number(setting.get_code))));
+  }
+  return lines;
+}
+
+std::optional<std::uint32_t> number_in(std::string_view text) {
+  std::uint32_t number = 0;
+  const char* const text_end = text.data() + text.size();
+  const auto [end, wrong] = std::from_chars(text.data(), text_end, number);
+  if (wrong != std::errc{} || end != text_end) return std::nullopt;
+  return number;
+}
+
+/// What is wrong with the line; empty when its value is now in the store.
+std::string take_over(const std::string& line, control::Store& store, std::set<std::string>& seen) {
+  const std::size_t space = line.find(' ');
+  const std::string name = line.substr(0, space);
+  const Setting* const setting = control::find_setting(name);
+  if (space == line.npos || setting == nullptr || !is_durable(*setting)) return "no setting is called " + name;
+  if (!seen.insert(name).second) return name + " is there twice";
+  const std::string_view value = std::string_view(line).substr(space + 1);
+  if (setting->kind == SettingKind::text) {
+    const auto text = unescaped(value);
+    if (!text || text->size() >= control::kTextCharacters) return name + " has no such text";
+    store.set_text(setting->get_code, *text);
+  } else {
+    const auto number = number_in(value);
+    if (!number) return name + " is no number";
+    store.set_number(setting->get_code, *number);
+  }
+  return {};
+}
+
+}  // namespace
+
+Settings::Settings(StateFolder& folder) : folder_(folder) {
+  std::set<std::string> seen;
+  for (const std::string& line : folder_.load(kSettingsFile, kSettingsTitle)) {
+    const std::string wrong = take_over(line, store_, seen);
+    if (wrong.empty()) continue;
+    folder_.set_aside(kSettingsFile, wrong);
+    store_ = {};
+    break;
+  }
+  kept_ = store_;
+  lines_ = lines_of(store_);
+}
+
+control::Answer Settings::answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output) {
+  const control::Answer answer = store_.answer(code, input, output);
+  if (!answer.changed) return answer;
+  if (auto lines = lines_of(store_); lines != lines_) {
+    if (const Error failed = folder_.save(kSettingsFile, kSettingsTitle, lines); failed != error::kNone) {
+      store_ = kept_;
+      lines_.clear();  // unknown: the next change is written in any case
+      return {.error = failed};
+    }
+    lines_ = std::move(lines);
+  }
+  kept_ = store_;
+  return answer;
+}
+
+}  // namespace sonivo::driver

@@ -1,0 +1,188 @@
+#include "driver/state_folder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "base/trace.h"
+
+namespace sonivo::driver {
+namespace {
+
+constexpr std::size_t kMaxFileBytes = std::size_t{32} << 20;
+
+std::runtime_error path_failure(const std::string& what, const std::filesystem::path& path, int number) {
+  return std::runtime_error(what + " " + path.string() + ": " + std::strerror(number));
+}
+
+Error write_error(int number) {
+  switch (number) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return error::kDiskFull;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return error::kAccessDenied;
+    default:
+      return error::kWriteFault;
+  }
+}
+
+/// FNV-1a of 64 bits, in hexadecimal.
+std::string checksum(std::string_view text) {
+  std::uint64_t sum = 0xCBF29CE484222325;
+  for (const char each : text) sum = (sum ^ static_cast<unsigned char>(each)) * 0x100000001B3;
+  char digits[17];
+  std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(sum));
+  return digits;
+}
+
+constexpr std::string_view kChecksum = "checksum ";
+
+/// The lines of a file's content without title and checksum; none, with the reason, when it is damaged.
+std::optional<std::vector<std::string>> checked_lines(std::string_view content, std::string_view title,
+                                                      std::string& why) {
+  std::vector<std::string> lines;
+  std::size_t last = 0;
+  for (std::size_t start = 0; start < content.size();) {
+    const std::size_t end = content.find('\n', start);
+    if (end == content.npos) {
+      why = "its last line has no end";
+      return std::nullopt;
+    }
+    lines.emplace_back(content.substr(start, end - start));
+    last = start;
+    start = end + 1;
+  }
+  if (lines.size() < 2 || lines.front() != title) {
+    why = "it doesn't start with \"" + std::string(title) + "\"";
+    return std::nullopt;
+  }
+  if (lines.back() != std::string(kChecksum) + checksum(content.substr(0, last))) {
+    why = "its checksum is wrong";
+    return std::nullopt;
+  }
+  lines.erase(lines.begin());
+  lines.pop_back();
+  return lines;
+}
+
+}  // namespace
+
+StateFolder::StateFolder(std::filesystem::path folder, Disk& disk) : path_(std::move(folder)), disk_(disk) {
+  std::error_code ignored;
+  if (!path_.has_filename()) path_ = path_.parent_path();
+  if (path_.has_parent_path()) std::filesystem::create_directories(path_.parent_path(), ignored);
+  if (::mkdir(path_.c_str(), 0700) != 0 && errno != EEXIST) throw path_failure("can't make the folder", path_, errno);
+  folder_ = Descriptor(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder_.is_open()) throw path_failure("can't open the folder", path_, errno);
+  if (::flock(folder_.number(), LOCK_EX | LOCK_NB) != 0) {
+    throw std::runtime_error("another driver keeps its state in " + path_.string());
+  }
+}
+
+std::vector<std::string> StateFolder::load(const std::string& name, std::string_view title) {
+  const Descriptor file(::openat(folder_.number(), name.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.is_open()) {
+    if (errno == ENOENT) return {};
+    throw path_failure("can't open", path_ / name, errno);
+  }
+  std::string content;
+  for (char part[4096];;) {
+    const ssize_t count = ::read(file.number(), part, sizeof part);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw path_failure("can't read", path_ / name, errno);
+    if (count == 0) break;
+    content.append(part, static_cast<std::size_t>(count));
+    if (content.size() > kMaxFileBytes) break;
+  }
+  std::string why = "it is too large";
+  if (content.size() <= kMaxFileBytes) {
+    if (auto lines = checked_lines(content, title, why)) return std::move(*lines);
+  }
+  set_aside(name, why);
+  return {};
+}
+
+Error StateFolder::save(const std::string& name, std::string_view title, const std::vector<std::string>& lines) {
+  std::string content = std::string(title) + '\n';
+  for (const std::string& line : lines) content += line + '\n';
+  content += std::string(kChecksum) + checksum(content) + '\n';
+  const Error outcome = write_new(name, content);
+  if (outcome != error::kNone) {
+    trace(TraceLevel::error, "%s can't be written: error %u", (path_ / name).c_str(), outcome);
+  }
+  return outcome;
+}
+
+Error StateFolder::write_new(const std::string& name, std::string_view content) {
+  const std::string new_name = name + ".new";
+  const auto give_up = [&] {
+    const Error why = write_error(errno);
+    ::unlinkat(folder_.number(), new_name.c_str(), 0);
+    return why;
+  };
+  const Descriptor file(
+      ::openat(folder_.number(), new_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file.is_open()) return write_error(errno);
+  while (!content.empty()) {
+    const ssize_t count = disk_.write(file.number(), content.data(), content.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return give_up();
+    content.remove_prefix(static_cast<std::size_t>(count));
+  }
+  if (disk_.sync(file.number()) != 0) return give_up();
+  if (disk_.rename(folder_.number(), new_name.c_str(), name.c_str()) != 0) return give_up();
+  return disk_.sync(folder_.number()) == 0 ? error::kNone : write_error(errno);
+}
+
+void StateFolder::set_aside(const std::string& name, const std::string& why) {
+  const bool moved = ::renameat(folder_.number(), name.c_str(), folder_.number(), (name + ".damaged").c_str()) == 0;
+  trace(TraceLevel::warning, "%s is damaged: %s; %s, and defaults apply", (path_ / name).c_str(), why.c_str(),
+        moved ? "it is now called .damaged" : "it can't be renamed");
+}
+
+std::string escaped(std::u16string_view text) {
+  std::string line;
+  for (const char16_t each : text) {
+    if (each >= u' ' && each <= u'~' && each != u'\\') {
+      line += static_cast<char>(each);
+    } else {
+      char code[7];
+      std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(each));
+      line += code;
+    }
+  }
+  return line;
+}
+
+std::optional<std::u16string> unescaped(std::string_view text) {
+  std::u16string plain;
+  while (!text.empty()) {
+    if (text.front() != '\\') {
+      if (text.front() < ' ' || text.front() > '~') return std::nullopt;
+      plain += static_cast<char16_t>(text.front());
+      text.remove_prefix(1);
+      continue;
+    }
+    std::uint16_t code = 0;
+    if (text.size() < 6 || text[1] != 'u') return std::nullopt;
+    const auto [end, wrong] = std::from_chars(text.data() + 2, text.data() + 6, code, 16);
+    if (wrong != std::errc{} || end != text.data() + 6) return std::nullopt;
+    plain += static_cast<char16_t>(code);
+    text.remove_prefix(6);
+  }
+  return plain;
+}
+
+}  // namespace sonivo::driver
