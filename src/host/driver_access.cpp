@@ -220,6 +220,15 @@ int CSonivoDriverAccess::GetHeadphone(std::uint32_t* plugged) {
   return done ? 1 : 0;
 }
 
+int CSonivoDriverAccess::PublishReport(const std::string& text) {
+  std::uint32_t bytes = 0;
+  const auto handle = GetDriverSyncHandle();
+  return handle && handle->control_now(control::NSV_PUBLISH_REPORT, std::as_bytes(std::span(text)), {}, bytes) ==
+                       error::kNone
+             ? 1
+             : 0;
+}
+
 // ---- Meeting mode
 
 int CSonivoDriverAccess::GetLaunchedMTG(std::uint32_t* mode) {

@@ -1,5 +1,6 @@
 #include "host/effective_settings.h"
 #include "host/mode_rules.h"
+#include "host/status_report.h"
 #include "host/threads.h"
 
 namespace sonivo {
@@ -94,10 +95,12 @@ void PollKeyCancel(HostState& host) {
 
 std::uint32_t SubThread(HostState& host) {
   host.machine.threads.set_current_priority(Priority::highest);
+  StatusPublisher status(host);
   while (host.m_bThreadExit == 0) {
     if (host.m_bModeChangeRequest != 0) ChangeMode(host);
     PollHeadphones(host);
     PollKeyCancel(host);
+    status.Publish();
     host.machine.clock.sleep_ms(kPollMs);
   }
   if (host.GateModeThreads()) {

@@ -58,6 +58,8 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   void SetMuteWindow(WindowHandle window) { m_hWnd = window; }
   StreamState State() const { return m_streamState; }
   StreamStatistics Statistics() const;
+  /// Of the present stream, or of the last one; 0 before there was any.
+  std::uint32_t SampleRate() const { return Format().nSamplesPerSec; }
 
   void OnNotify(CAudioEndpointVolumeCallback* callback, const AUDIO_VOLUME_NOTIFICATION_DATA* data) override;
 

@@ -166,6 +166,11 @@ Error ControlDevice::start(const Handle& handle, std::uint32_t code, std::span<c
     finish(request, error::kNone, 0);
     return error::kNone;
   }
+  if (code == control::NSV_PUBLISH_REPORT) {
+    report_.assign(reinterpret_cast<const char*>(input.data()), input.size());
+    finish(request, error::kNone, 0);
+    return error::kNone;
+  }
   const Answer answer = store_.answer(code, input, output);
   if (answer.event) events_.push_back(*answer.event);
   deliver_events();
@@ -313,10 +318,16 @@ std::vector<std::uint32_t> ControlDevice::codes() const {
   std::scoped_lock lock(scheduler_.mutex());
   std::vector<std::uint32_t> codes;
   for (const ControlRecord& each : requests_) {
-    if (each.code == control::NSV_SERVICE_EVENT_NOTIFY || each.code == control::NSV_SERVICE_EVENT_CANCEL) continue;
-    codes.push_back(each.code);
+    const bool setting = each.code != control::NSV_SERVICE_EVENT_NOTIFY &&
+                         each.code != control::NSV_SERVICE_EVENT_CANCEL && each.code != control::NSV_PUBLISH_REPORT;
+    if (setting) codes.push_back(each.code);
   }
   return codes;
+}
+
+std::string ControlDevice::report() const {
+  std::scoped_lock lock(scheduler_.mutex());
+  return report_;
 }
 
 std::size_t ControlDevice::opened_handles() const {

@@ -63,8 +63,10 @@ class ControlDevice {
   // Observations
   std::vector<ControlRecord> requests() const;
   void forget_requests();
-  /// Codes of the requests since the latest forget_requests(), without those of events.
+  /// Codes of the requests since the latest forget_requests(), without those of events and reports.
   std::vector<std::uint32_t> codes() const;
+  /// The latest that was published.
+  std::string report() const;
   std::size_t opened_handles() const;
   std::size_t open_handles() const;
   std::size_t action_notices() const;
@@ -94,6 +96,7 @@ class ControlDevice {
   Scheduler& scheduler_;
   Script& script_;
   control::Store store_;
+  std::string report_;
   bool present_ = true;
   std::map<std::uint32_t, Error> failures_;
   std::map<std::uint32_t, std::uint32_t> delays_ms_;

@@ -1,0 +1,194 @@
+// The host on simulated endpoints, in real time, beside the real driver.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <random>
+
+#include "apps/service/simulated_notebook.h"
+#include "driver_process.h"
+#include "host/entry.h"
+#include "platform/linux/control_bus.h"
+#include "relay/effect_properties.h"
+#include "support/scripted_chains.h"
+#include "support/temporary_folder.h"
+
+namespace sonivo::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+namespace c = control;
+
+double seconds_now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+std::size_t open_descriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+/// How often the driver is killed; more in a long run.
+int kills() {
+  const char* wanted = std::getenv("SONIVO_DRIVER_KILLS");
+  return wanted != nullptr ? std::atoi(wanted) : 4;
+}
+
+class RealDriver : public testing::Test {
+ protected:
+  RealDriver() : notebook(socket(), config()), simulation(notebook.simulation()) {
+    std::filesystem::create_directory(folder.path() / "user");
+  }
+  ~RealDriver() override {
+    if (service_) {
+      simulation.session().query_end();
+      service_->join();
+    }
+    host.reset();
+  }
+
+  std::string socket() const { return folder / "driver.sock"; }
+  std::string state() const { return folder / "state"; }
+  sim::Config config() const {
+    sim::Config config;
+    config.schedule = sim::Schedule::free;
+    config.folder = folder.path();
+    return config;
+  }
+
+  std::unique_ptr<DriverProcess> start_driver() {
+    auto process = std::make_unique<DriverProcess>(socket(), state());
+    wait_until([&] { return !linux::ControlBus(socket()).interfaces(c::kControlInterface).empty(); });
+    return process;
+  }
+  void start_service() {
+    host = std::make_shared<HostState>(notebook.seams(), chains.factory());
+    service_ = simulation.scheduler().start("service", [this] { RunService(*host); });
+  }
+  /// Lets real time go on, which the simulation follows, until the condition holds; false after ten seconds.
+  bool wait_until(const std::function<bool()>& condition) {
+    for (const double end = seconds_now() + 10; seconds_now() < end; simulation.run_for(2)) {
+      if (condition()) return true;
+    }
+    return false;
+  }
+  bool ready() const { return host->m_bDriverReady == 1 && host->m_DriverAccess.GetDriverHandle() != nullptr; }
+
+  /// A client beside the service.
+  Error set(std::uint32_t code, std::uint32_t value) {
+    return simulation.scheduler().outside([&] {
+      linux::ControlBus bus(socket());
+      Error why = error::kNone;
+      const auto device = bus.open(socket(), Sharing::shared, Completion::synchronous, why);
+      std::uint32_t bytes = 0;
+      return device ? device->control_now(code, std::as_bytes(std::span(&value, 1)), {}, bytes) : why;
+    });
+  }
+  std::uint32_t get(std::uint32_t code) {
+    return simulation.scheduler().outside([&] {
+      linux::ControlBus bus(socket());
+      Error why = error::kNone;
+      const auto device = bus.open(socket(), Sharing::shared, Completion::synchronous, why);
+      std::uint32_t value = 0xFFFF;
+      std::uint32_t bytes = 0;
+      if (device) device->control_now(code, {}, std::as_writable_bytes(std::span(&value, 1)), bytes);
+      return value;
+    });
+  }
+  void make_key_cancel_machine() {
+    ASSERT_EQ(set(c::SetGenerationMic, 2), error::kNone);
+    ASSERT_EQ(set(c::SetFunctionMic, 1), error::kNone);
+  }
+
+  TemporaryFolder folder;
+  ScriptedChains chains;
+  SimulatedNotebook notebook;
+  sim::SimMachine& simulation;
+  std::shared_ptr<HostState> host;
+
+ private:
+  std::unique_ptr<Thread> service_;
+};
+
+TEST_F(RealDriver, ASettingReachesTheChainWithin300Ms) {
+  const auto driver = start_driver();
+  make_key_cancel_machine();
+  simulation.fx().set_effect(sim::kMicArray, PKEY_NVC_MTGMIC_KC_Param,
+                             std::vector<std::byte>(2 + chains.key_cancel->param_size));
+  simulation.endpoints().rename(sim::kMicArray, "内蔵マイク");
+  simulation.driver().open_recorder(pcm_format(48000, 16, 2), [](std::span<const std::byte>) {});
+  start_service();
+  ASSERT_TRUE(wait_until([&] { return chains.key_cancel->count("Execute") > 20; }));
+
+  double slowest = 0;
+  for (std::uint32_t value = 0; value < 6; ++value) {
+    const std::size_t before = host->m_AudioControl.CaptureStatistics().blocks;
+    const double start = seconds_now();
+    ASSERT_EQ(set(c::SetKeyboardCancelMTG, value % 2), error::kNone);
+    const std::string call = value % 2 != 0 ? "SetKeyReductionActive(1)" : "SetKeyReductionActive(0)";
+    chains.key_cancel->clear();
+    const bool reached = wait_until([&] {
+      const auto calls = chains.key_cancel->calls();
+      return std::find(calls.begin(), calls.end(), call) != calls.end();
+    });
+    EXPECT_TRUE(reached) << call;
+    slowest = std::max(slowest, seconds_now() - start);
+    EXPECT_GT(host->m_AudioControl.CaptureStatistics().blocks, before);
+  }
+  std::printf("slowest way of a setting into the chain: %.0f ms\n", slowest * 1e3);
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+  EXPECT_LT(slowest, 0.3);
+#endif
+}
+
+TEST_F(RealDriver, KillsAtRandomMomentsAreSurvivedAndSettingsKept) {
+  auto driver = start_driver();
+  make_key_cancel_machine();
+  start_service();
+  ASSERT_TRUE(wait_until([&] { return ready(); }));
+  const std::size_t descriptors = open_descriptors();
+  const std::size_t threads = simulation.scheduler().live_threads();
+
+  std::minstd_rand dice(7);
+  for (int kill = 0; kill < kills(); ++kill) {
+    const std::uint32_t value = dice() % 1000;
+    ASSERT_EQ(set(c::SetAutoExit, value), error::kNone);  // acknowledged: it has to be there again
+    simulation.run_for(dice() % 50);
+    simulation.scheduler().outside([&] { driver->end(SIGKILL); });
+    ASSERT_TRUE(wait_until([&] { return !ready(); }));
+    driver = start_driver();
+    ASSERT_TRUE(wait_until([&] { return ready(); })) << "after kill " << kill;
+    EXPECT_EQ(get(c::GetAutoExit), value);
+  }
+  EXPECT_TRUE(wait_until([&] { return open_descriptors() == descriptors; }));
+  EXPECT_TRUE(wait_until([&] { return simulation.scheduler().live_threads() == threads; }));
+}
+
+TEST_F(RealDriver, TheReportSaysWhatTheServiceDoes) {
+  const auto driver = start_driver();
+  make_key_cancel_machine();
+  start_service();
+  const auto report = [&]() -> std::string {
+    return simulation.scheduler().outside([&]() -> std::string {
+      linux::ControlBus bus(socket());
+      Error why = error::kNone;
+      const auto device = bus.open(socket(), Sharing::shared, Completion::synchronous, why);
+      std::string text(c::kMaxReportBytes, '\0');
+      std::uint32_t bytes = 0;
+      const Error outcome = device->control_now(c::NSV_READ_REPORT, {}, std::as_writable_bytes(std::span(text)), bytes);
+      return outcome == error::kNone ? text.substr(0, bytes) : std::string();
+    });
+  };
+  ASSERT_TRUE(wait_until([&] { return report().find("\"driver_ready\":true") != std::string::npos; }));
+  EXPECT_THAT(report(), HasSubstr("\"chain\":\"keycancel\""));
+  EXPECT_THAT(report(), HasSubstr("\"state\":\"eWaitVirtualStream\""));
+  EXPECT_THAT(report(), HasSubstr("\"last_trouble\":\"\""));
+}
+
+}  // namespace
+}  // namespace sonivo::test
