@@ -23,7 +23,7 @@ void run_applications(sim::SimDriver& driver) {
   driver.open_player(format, sim::memory_source({}));
 }
 
-int serve(const std::string& socket, const std::string& folder) {
+int serve(const std::string& socket, const std::string& folder, bool stream) {
   sim::Config config;
   config.schedule = sim::Schedule::free;
   config.folder = folder;
@@ -35,7 +35,7 @@ int serve(const std::string& socket, const std::string& folder) {
 
   SimulatedNotebook notebook(socket, config);
   sim::SimMachine& simulation = notebook.simulation();
-  run_applications(simulation.driver());
+  if (stream) run_applications(simulation.driver());
   std::thread signals([&] {
     int number = 0;
     ::sigwait(&ends, &number);
@@ -59,9 +59,11 @@ int main(int count, char** arguments) {
       "NorvellSonivoService");
   std::string socket;
   std::string folder = ".";
+  bool stream = false;
   bool verbose = false;
   app.add_option("--socket", socket, "of the driver (default: $XDG_RUNTIME_DIR/sonivo/driver.sock)");
   app.add_option("--folder", folder, "where the notebook's folders models, bitmaps and user lie");
+  app.add_flag("--stream", stream, "an application records from the virtual microphone, one plays to the speaker");
   app.add_flag("--verbose", verbose, "writes the traces to standard error");
   CLI11_PARSE(app, count, arguments);
   if (socket.empty()) {
@@ -78,5 +80,5 @@ int main(int count, char** arguments) {
       std::fprintf(stderr, "%.*s", static_cast<int>(text.size()), text.data());
     });
   }
-  return serve(std::filesystem::absolute(socket), folder);
+  return serve(std::filesystem::absolute(socket), folder, stream);
 }

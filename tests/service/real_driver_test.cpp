@@ -128,10 +128,10 @@ TEST_F(RealDriver, ASettingReachesTheChainWithin300Ms) {
   double slowest = 0;
   for (std::uint32_t value = 0; value < 6; ++value) {
     const std::size_t before = host->m_AudioControl.CaptureStatistics().blocks;
+    chains.key_cancel->clear();
     const double start = seconds_now();
     ASSERT_EQ(set(c::SetKeyboardCancelMTG, value % 2), error::kNone);
     const std::string call = value % 2 != 0 ? "SetKeyReductionActive(1)" : "SetKeyReductionActive(0)";
-    chains.key_cancel->clear();
     const bool reached = wait_until([&] {
       const auto calls = chains.key_cancel->calls();
       return std::find(calls.begin(), calls.end(), call) != calls.end();
@@ -154,11 +154,11 @@ TEST_F(RealDriver, KillsAtRandomMomentsAreSurvivedAndSettingsKept) {
   const std::size_t descriptors = open_descriptors();
   const std::size_t threads = simulation.scheduler().live_threads();
 
-  std::minstd_rand dice(7);
+  std::mt19937 dice(7);
   for (int kill = 0; kill < kills(); ++kill) {
-    const std::uint32_t value = dice() % 1000;
+    const auto value = static_cast<std::uint32_t>(dice() % 1000);
     ASSERT_EQ(set(c::SetAutoExit, value), error::kNone);  // acknowledged: it has to be there again
-    simulation.run_for(dice() % 50);
+    simulation.run_for(static_cast<std::uint32_t>(dice() % 50));
     simulation.scheduler().outside([&] { driver->end(SIGKILL); });
     ASSERT_TRUE(wait_until([&] { return !ready(); }));
     driver = start_driver();
