@@ -25,7 +25,7 @@ void end(int) { serving->stop(); }
 
 void write_log(TraceLevel level, std::string_view text) {
   if (level == TraceLevel::debug) return;
-  std::fprintf(stderr, "NorvellSonivoDriver: %.*s\n", static_cast<int>(text.size()), text.data());
+  std::fprintf(stderr, "NorvellSonivoDriver: %.*s", static_cast<int>(text.size()), text.data());
 }
 
 std::filesystem::path chosen(const std::string& option, const std::optional<std::filesystem::path>& usual,

@@ -101,11 +101,11 @@ bool Server::accept_one() {
   socklen_t size = sizeof peer;
   if (::getsockopt(socket.number(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
       (peer.uid != owner_ && peer.uid != 0)) {
-    trace(TraceLevel::warning, "a client of user %u is refused", peer.uid);
+    trace(TraceLevel::warning, "a client of user %u is refused\n", peer.uid);
     return true;
   }
   if (clients_.size() == limits_.clients) {
-    trace(TraceLevel::warning, "process %d is refused: there are %zu clients", peer.pid, clients_.size());
+    trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", peer.pid, clients_.size());
     return true;
   }
   const ClientId client = next_client_++;
@@ -116,7 +116,7 @@ bool Server::accept_one() {
 }
 
 void Server::refuse_for_want_of_descriptors() {
-  trace(TraceLevel::warning, "a client is refused: there are no descriptors left");
+  trace(TraceLevel::warning, "a client is refused: there are no descriptors left\n");
   spare_.close();
   Descriptor(::accept4(listener_.number(), nullptr, nullptr, SOCK_CLOEXEC)).close();
   spare_ = Descriptor(spare_descriptor());
@@ -166,7 +166,7 @@ void Server::watch_output(ClientId client, bool wanted) {
 
 void Server::doom(ClientId client, const char* why) {
   if (doomed_.insert(client).second && why != nullptr) {
-    trace(TraceLevel::warning, "client %llu is closed: %s", static_cast<unsigned long long>(client), why);
+    trace(TraceLevel::warning, "client %llu is closed: %s\n", static_cast<unsigned long long>(client), why);
   }
 }
 

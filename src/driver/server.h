@@ -15,7 +15,7 @@ namespace sonivo::driver {
 
 struct ServerLimits {
   std::size_t clients = 64;  ///< further ones are closed at once
-  QueueLimits queue;
+  QueueLimits queue = {};
 };
 
 /// Carries requests and replies between sockets and the driver, on one thread that no client can hold up. Clients of

@@ -120,7 +120,7 @@ Error StateFolder::save(const std::string& name, std::string_view title, const s
   content += std::string(kChecksum) + checksum(content) + '\n';
   const Error outcome = write_new(name, content);
   if (outcome != error::kNone) {
-    trace(TraceLevel::error, "%s can't be written: error %u", (path_ / name).c_str(), outcome);
+    trace(TraceLevel::error, "%s can't be written: error %u\n", (path_ / name).c_str(), outcome);
   }
   return outcome;
 }
@@ -148,7 +148,7 @@ Error StateFolder::write_new(const std::string& name, std::string_view content) 
 
 void StateFolder::set_aside(const std::string& name, const std::string& why) {
   const bool moved = ::renameat(folder_.number(), name.c_str(), folder_.number(), (name + ".damaged").c_str()) == 0;
-  trace(TraceLevel::warning, "%s is damaged: %s; %s, and defaults apply", (path_ / name).c_str(), why.c_str(),
+  trace(TraceLevel::warning, "%s is damaged: %s; %s, and defaults apply\n", (path_ / name).c_str(), why.c_str(),
         moved ? "it is now called .damaged" : "it can't be renamed");
 }
 

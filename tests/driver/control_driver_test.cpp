@@ -1,0 +1,221 @@
+#include "driver/control_driver.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "raw_client.h"
+#include "support/temporary_folder.h"
+
+namespace sonivo::driver {
+namespace {
+
+using test::Bytes;
+using test::bytes_of;
+using test::head_of;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+struct Told {
+  ClientId client;
+  control::ReplyHead head;
+  Bytes output;
+};
+
+class ControlDriverTest : public testing::Test {
+ protected:
+  ControlDriverTest() {
+    for (const ClientId client : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_came(client, 100);
+  }
+
+  std::vector<Told> ask(ClientId client, std::uint32_t id, std::uint32_t code, const Bytes& input = {},
+                        std::size_t output_bytes = 0) {
+    EXPECT_TRUE(driver_.request(client, {head_of(id, code, input.size(), output_bytes), input}));
+    return taken();
+  }
+  std::vector<Told> wait_for_event(ClientId client, std::uint32_t id,
+                                   std::uint32_t code = control::NSV_SERVICE_EVENT_NOTIFY) {
+    return ask(client, id, code, {}, sizeof(control::EventRecord));
+  }
+  std::vector<Told> taken() { return std::exchange(told_, {}); }
+
+  static std::string text_of(const Bytes& bytes) {
+    std::string text;
+    for (const std::byte each : bytes) text += static_cast<char>(each);
+    return text;
+  }
+  static Bytes bytes_of_text(std::string_view text) {
+    Bytes bytes;
+    for (const char each : text) bytes.push_back(static_cast<std::byte>(each));
+    return bytes;
+  }
+
+ private:
+  test::TemporaryFolder home_;
+  Disk disk_;
+  StateFolder folder_{home_.path(), disk_};
+  Settings settings_{folder_};
+  std::vector<Told> told_;
+
+ protected:
+  ControlDriver driver_{settings_, [this](ClientId client, const control::Reply& reply) {
+                          told_.push_back({client, reply.head, {reply.output.begin(), reply.output.end()}});
+                        }};
+};
+
+TEST_F(ControlDriverTest, ASettingIsSetByOneAndReadByAnother) {
+  const auto set = ask(1, 5, control::SetFunctionMic, bytes_of(8u));
+  ASSERT_THAT(set, SizeIs(1));
+  EXPECT_EQ(set[0].client, 1u);
+  EXPECT_EQ(set[0].head.id, 5u);
+  EXPECT_EQ(set[0].head.error, error::kNone);
+  EXPECT_THAT(set[0].output, IsEmpty());
+  const auto get = ask(2, 5, control::GetFunctionMic, {}, 4);
+  ASSERT_THAT(get, SizeIs(1));
+  EXPECT_EQ(get[0].client, 2u);
+  EXPECT_EQ(get[0].output, bytes_of(8u));
+}
+
+TEST_F(ControlDriverTest, WhatTheStoreRefusesIsAnsweredWithItsError) {
+  EXPECT_EQ(ask(1, 1, 0x8000E000)[0].head.error, error::kInvalidFunction);
+  EXPECT_EQ(ask(1, 1, control::SetFunction, Bytes(3))[0].head.error, error::kInvalidParameter);
+  EXPECT_EQ(ask(1, 1, control::GetFunction, {}, 3)[0].head.error, error::kInsufficientBuffer);
+}
+
+TEST_F(ControlDriverTest, AnEventRequestPendsUntilASettingChangesThatHasAnEvent) {
+  EXPECT_THAT(wait_for_event(1, 7), IsEmpty());
+  EXPECT_THAT(ask(2, 1, control::SetFunction, bytes_of(2u)), SizeIs(1));
+  const auto told = ask(2, 1, control::SetAutoMuteMTG, bytes_of(1u));
+  ASSERT_THAT(told, SizeIs(2));
+  EXPECT_EQ(told[0].client, 2u);
+  EXPECT_EQ(told[1].client, 1u);
+  EXPECT_EQ(told[1].head.id, 7u);
+  EXPECT_EQ(told[1].head.error, error::kNone);
+  EXPECT_THAT(told[1].output, SizeIs(1044));
+  EXPECT_EQ(test::number_in(told[1].output), control::kAutoMuteOn);
+  EXPECT_THAT(ask(2, 1, control::SetAutoMuteMTG, bytes_of(1u)), SizeIs(1));
+}
+
+TEST_F(ControlDriverTest, AnEventRequestHasJustTheRecordsSize) {
+  for (const std::uint32_t code : {control::NSV_SERVICE_EVENT_NOTIFY, control::NSV_OBSERVE_EVENTS}) {
+    for (const std::size_t size : {0u, 4u, 1043u, 1045u}) {
+      EXPECT_EQ(ask(1, 1, code, {}, size)[0].head.error, error::kInvalidParameter) << size;
+    }
+    EXPECT_EQ(ask(1, 1, code, Bytes(1), 1044)[0].head.error, error::kInvalidParameter);
+  }
+}
+
+TEST_F(ControlDriverTest, TheCancelRequestEndsTheServicesRequestsOfAllConnectionsAndNoOnlookers) {
+  wait_for_event(1, 7);
+  wait_for_event(2, 8);
+  wait_for_event(2, 9, control::NSV_OBSERVE_EVENTS);
+  const auto told = ask(3, 1, control::NSV_SERVICE_EVENT_CANCEL);
+  ASSERT_THAT(told, SizeIs(3));
+  EXPECT_EQ(told[0].head.id, 7u);
+  EXPECT_EQ(told[0].head.error, error::kOperationAborted);
+  EXPECT_EQ(told[1].head.id, 8u);
+  EXPECT_EQ(told[1].head.error, error::kOperationAborted);
+  EXPECT_EQ(told[2].client, 3u);
+  EXPECT_EQ(told[2].head.error, error::kNone);
+  EXPECT_EQ(ask(3, 1, control::NSV_SERVICE_EVENT_CANCEL, Bytes(1))[0].head.error, error::kInvalidParameter);
+}
+
+TEST_F(ControlDriverTest, EventsAreKeptForOneWhoCancelledRequestsBeforeMakingAny) {
+  ask(1, 1, control::NSV_SERVICE_EVENT_CANCEL);
+  ask(2, 1, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake));
+  const auto told = wait_for_event(1, 7);
+  ASSERT_THAT(told, SizeIs(1));
+  EXPECT_EQ(test::number_in(told[0].output), control::kMonitorWake);
+}
+
+TEST_F(ControlDriverTest, ACancelledRequestIsAnsweredOnceAndOnlyThatOne) {
+  wait_for_event(1, 7);
+  wait_for_event(1, 8);
+  ASSERT_TRUE(driver_.request(1, {control::cancel_of(7), {}}));
+  const auto told = taken();
+  ASSERT_THAT(told, SizeIs(1));
+  EXPECT_EQ(told[0].head.id, 7u);
+  EXPECT_EQ(told[0].head.error, error::kOperationAborted);
+  ASSERT_TRUE(driver_.request(1, {control::cancel_of(7), {}}));
+  ASSERT_TRUE(driver_.request(2, {control::cancel_of(8), {}}));
+  EXPECT_THAT(taken(), IsEmpty());
+  EXPECT_EQ(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(1u))[1].head.id, 8u);
+}
+
+TEST_F(ControlDriverTest, AnIdOfAPendingRequestMayNotBeUsedAgain) {
+  wait_for_event(1, 7);
+  EXPECT_FALSE(driver_.request(1, {head_of(7, control::GetFunction, 0, 4), {}}));
+  EXPECT_TRUE(driver_.request(2, {head_of(7, control::GetFunction, 0, 4), {}}));
+}
+
+TEST_F(ControlDriverTest, MorePendingRequestsThanThirtyTwoAreRefused) {
+  for (std::uint32_t id = 0; id < 32; ++id) EXPECT_THAT(wait_for_event(1, id), IsEmpty());
+  const auto told = wait_for_event(1, 32);
+  ASSERT_THAT(told, SizeIs(1));
+  EXPECT_EQ(told[0].head.error, error::kBusy);
+  EXPECT_THAT(wait_for_event(2, 32), IsEmpty());
+  ask(3, 1, control::NSV_SEND_EVENT, bytes_of(1u));
+  EXPECT_THAT(wait_for_event(1, 33), IsEmpty());
+}
+
+TEST_F(ControlDriverTest, TheRequestsOfAClientThatIsGoneAreForgotten) {
+  wait_for_event(1, 7);
+  wait_for_event(1, 8, control::NSV_OBSERVE_EVENTS);
+  driver_.client_gone(1);
+  EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(1u)), SizeIs(1));
+}
+
+TEST_F(ControlDriverTest, OnlyEventsBelowTheExitCanBeSent) {
+  wait_for_event(1, 7);
+  for (const std::uint32_t command : {0u, 99u, 100u}) {
+    const auto told = ask(2, 1, control::NSV_SEND_EVENT, bytes_of(command));
+    ASSERT_THAT(told, SizeIs(1)) << command;
+    EXPECT_EQ(told[0].head.error, error::kInvalidParameter);
+  }
+  EXPECT_EQ(ask(2, 1, control::NSV_SEND_EVENT, Bytes(8))[0].head.error, error::kInvalidParameter);
+  EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(98u)), SizeIs(2));
+}
+
+TEST_F(ControlDriverTest, TheExitIsAnnouncedToAllWhoWaitForEvents) {
+  wait_for_event(1, 7);
+  wait_for_event(2, 8, control::NSV_OBSERVE_EVENTS);
+  driver_.announce_exit();
+  const auto told = taken();
+  ASSERT_THAT(told, SizeIs(2));
+  for (const Told& each : told) EXPECT_EQ(test::number_in(each.output), control::kDriverExit);
+}
+
+TEST_F(ControlDriverTest, AReportLivesAsLongAsTheConnectionOfItsPublisher) {
+  EXPECT_EQ(ask(2, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
+  const std::string report = "{\"mode\": \"\xe3\x83\x87\"}";
+  EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text(report))[0].head.error, error::kNone);
+  EXPECT_EQ(text_of(ask(2, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), report);
+  EXPECT_EQ(text_of(ask(2, 1, control::NSV_READ_REPORT, {}, report.size())[0].output), report);
+  EXPECT_EQ(ask(2, 1, control::NSV_READ_REPORT, {}, report.size() - 1)[0].head.error, error::kInsufficientBuffer);
+  driver_.client_gone(2);
+  EXPECT_EQ(text_of(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), report);
+  driver_.client_gone(1);
+  EXPECT_EQ(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
+}
+
+TEST_F(ControlDriverTest, AReportIsReplacedAndWithdrawn) {
+  ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("one"));
+  ask(2, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("two"));
+  driver_.client_gone(1);
+  EXPECT_EQ(text_of(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), "two");
+  ask(2, 1, control::NSV_PUBLISH_REPORT);
+  EXPECT_EQ(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
+}
+
+TEST_F(ControlDriverTest, AReportThatIsTooLongOrNoUtf8ChangesNothing) {
+  ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("one"));
+  EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, Bytes(8193, std::byte{'x'}))[0].head.error,
+            error::kInvalidParameter);
+  EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("\xff"))[0].head.error, error::kInvalidParameter);
+  EXPECT_EQ(text_of(ask(1, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), "one");
+  EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, Bytes(8192, std::byte{'x'}))[0].head.error, error::kNone);
+}
+
+}  // namespace
+}  // namespace sonivo::driver

@@ -1,0 +1,166 @@
+#include "driver/listener.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <optional>
+
+#include "raw_client.h"
+#include "support/temporary_folder.h"
+
+namespace sonivo::driver {
+namespace {
+
+using testing::HasSubstr;
+
+unsigned mode_of(const std::string& path) {
+  struct stat there {};
+  EXPECT_EQ(::stat(path.c_str(), &there), 0) << path;
+  return there.st_mode & 07777;
+}
+
+std::string why_not(const std::string& path) {
+  try {
+    const ListenerPath listener(path);
+    return "listens";
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+}
+
+class ListenerPathTest : public testing::Test {
+ protected:
+  test::TemporaryFolder home_;
+  const std::string path_ = home_ / "sonivo/driver.sock";
+};
+
+TEST_F(ListenerPathTest, SocketAndFolderAreTheOwnersAlone) {
+  const ListenerPath listener(path_);
+  EXPECT_EQ(mode_of(path_), 0600u);
+  EXPECT_EQ(mode_of(home_ / "sonivo"), 0700u);
+  EXPECT_TRUE(test::RawClient(path_).is_connected());
+}
+
+TEST_F(ListenerPathTest, TheNameGoesWithTheObject) {
+  { const ListenerPath listener(path_); }
+  EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(ListenerPathTest, ANameThatAnotherHasTakenStays) {
+  std::optional<ListenerPath> first(path_);
+  std::filesystem::remove(path_);
+  const ListenerPath second(path_);
+  first.reset();
+  EXPECT_TRUE(test::RawClient(path_).is_connected());
+}
+
+TEST_F(ListenerPathTest, ASocketThatIsLeftOverIsReplaced) {
+  {
+    ListenerPath first(path_);
+    std::filesystem::rename(path_, path_ + ".kept");  // as if the driver had been killed
+    first.take();
+  }
+  std::filesystem::rename(path_ + ".kept", path_);
+  ASSERT_FALSE(test::RawClient(path_).is_connected());
+  const ListenerPath second(path_);
+  EXPECT_TRUE(test::RawClient(path_).is_connected());
+}
+
+TEST_F(ListenerPathTest, ALiveDriverKeepsItsSocket) {
+  const ListenerPath first(path_);
+  EXPECT_EQ(why_not(path_), "can't listen at " + path_ + ": another driver does");
+  EXPECT_TRUE(test::RawClient(path_).is_connected());
+}
+
+TEST_F(ListenerPathTest, WhatIsNoSocketIsLeftAlone) {
+  home_.write("file", "text");
+  EXPECT_THAT(why_not(home_ / "file"), HasSubstr("something that is no socket has that name"));
+  EXPECT_EQ(std::filesystem::file_size(home_ / "file"), 4u);
+}
+
+TEST_F(ListenerPathTest, APathThatNoSocketCanHaveIsRefused) {
+  EXPECT_THAT(why_not(home_ / std::string(108, 'x')), HasSubstr("the path is too long for a socket"));
+  EXPECT_THAT(why_not(home_ / "none/none/driver.sock"), HasSubstr("No such file or directory"));
+}
+
+/// Sets a variable of the environment for a while.
+class Variable {
+ public:
+  Variable(const char* name, const char* value) : name_(name) {
+    if (const char* const was = std::getenv(name)) was_ = was;
+    if (value != nullptr) {
+      ::setenv(name, value, 1);
+    } else {
+      ::unsetenv(name);
+    }
+  }
+  ~Variable() {
+    if (was_) {
+      ::setenv(name_, was_->c_str(), 1);
+    } else {
+      ::unsetenv(name_);
+    }
+  }
+  Variable(const Variable&) = delete;
+  Variable& operator=(const Variable&) = delete;
+
+ private:
+  const char* name_;
+  std::optional<std::string> was_;
+};
+
+TEST(DriverFolders, FollowTheEnvironment) {
+  const Variable home("HOME", "/home/a");
+  {
+    const Variable runtime("XDG_RUNTIME_DIR", "/run/user/5");
+    const Variable state("XDG_STATE_HOME", "/state");
+    EXPECT_EQ(default_socket_path(), "/run/user/5/sonivo/driver.sock");
+    EXPECT_EQ(default_state_folder(), "/state/sonivo");
+  }
+  const Variable runtime("XDG_RUNTIME_DIR", nullptr);
+  EXPECT_EQ(default_socket_path(), std::nullopt);
+  for (const char* const unset : {static_cast<const char*>(nullptr), "", "relative"}) {
+    const Variable state("XDG_STATE_HOME", unset);
+    EXPECT_EQ(default_state_folder(), "/home/a/.local/state/sonivo");
+    const Variable nowhere("HOME", nullptr);
+    EXPECT_EQ(default_state_folder(), std::nullopt);
+  }
+}
+
+TEST(InheritedListener, IsNoneForAnotherProcess) {
+  const Variable count("LISTEN_FDS", "1");
+  const Variable process("LISTEN_PID", "1");
+  EXPECT_FALSE(inherited_listener());
+  const Variable nobody("LISTEN_PID", nullptr);
+  EXPECT_FALSE(inherited_listener());
+}
+
+TEST(InheritedListener, MoreSocketsThanOneAreRefused) {
+  const Variable count("LISTEN_FDS", "2");
+  const Variable process("LISTEN_PID", std::to_string(::getpid()).c_str());
+  EXPECT_THROW(inherited_listener(), std::runtime_error);
+}
+
+TEST(ServiceManager, IsToldAtItsSocket) {
+  const test::TemporaryFolder home;
+  for (const std::string& name : {home / "notify.sock", "@sonivo-test-" + std::to_string(::getpid())}) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    name.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (name[0] == '@') address.sun_path[0] = '\0';
+    const Descriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+    ASSERT_EQ(::bind(manager.number(), reinterpret_cast<const sockaddr*>(&address), size), 0) << name;
+    const Variable variable("NOTIFY_SOCKET", name.c_str());
+    tell_service_manager("READY=1");
+    char text[32];
+    ASSERT_EQ(::recv(manager.number(), text, sizeof text, 0), 7) << name;
+    EXPECT_EQ(std::string(text, 7), "READY=1");
+  }
+}
+
+}  // namespace
+}  // namespace sonivo::driver

@@ -1,0 +1,227 @@
+#include "driver/server.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "driver/listener.h"
+#include "raw_client.h"
+#include "support/temporary_folder.h"
+
+namespace sonivo::driver {
+namespace {
+
+using test::Bytes;
+using test::bytes_of;
+using test::RawClient;
+
+/// A driver on a thread, and what its clients do.
+class ServerTest : public testing::Test {
+ protected:
+  ~ServerTest() override { stop(); }
+
+  void start(uid_t owner = ::geteuid(), const ServerLimits& limits = {}) {
+    server_ = std::make_unique<Server>(listener_.take(), settings_, owner, limits);
+    thread_ = std::thread([this] { server_->run(); });
+  }
+  void stop() {
+    if (!thread_.joinable()) return;
+    server_->stop();
+    thread_.join();
+    server_.reset();
+  }
+  RawClient connect() const { return RawClient(path_); }
+  /// Whether the driver does its work for others.
+  bool serves() const { return connect().get(control::GetSonivoDrvGeneration) == 8; }
+
+  test::TemporaryFolder home_;
+  const std::string path_ = home_ / "driver.sock";
+
+ private:
+  Disk disk_;
+  StateFolder folder_{home_.path() / "state", disk_};
+  Settings settings_{folder_};
+  ListenerPath listener_{path_};
+  std::unique_ptr<Server> server_;
+  std::thread thread_;
+};
+
+TEST_F(ServerTest, RequestsAreAnsweredInOrder) {
+  start();
+  RawClient client = connect();
+  for (std::uint32_t id = 0; id < 50; ++id) ASSERT_TRUE(client.send(id, control::SetFunction, bytes_of(id)));
+  for (std::uint32_t id = 0; id < 50; ++id) {
+    const auto reply = client.receive();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->head.id, id);
+    EXPECT_EQ(reply->head.error, error::kNone);
+  }
+  EXPECT_EQ(connect().get(control::GetFunction), 49u);
+}
+
+TEST_F(ServerTest, WhatIsNoRequestEndsThatConnectionAlone) {
+  start();
+  RawClient other = connect();
+  ASSERT_TRUE(other.ask_for_event(1));
+  const Bytes whole = test::frame_of(test::head_of(1, control::SetFunction, 4, 0), bytes_of(1u));
+  std::vector<Bytes> frames;
+  for (std::size_t size = 1; size < whole.size(); ++size)
+    frames.emplace_back(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+  frames.push_back(whole);
+  frames.back().push_back(std::byte{0});
+  frames.push_back(test::frame_of({1, static_cast<control::RequestKind>(3), control::GetFunction, 0, 4}));
+  frames.push_back(test::frame_of({1, control::RequestKind::control, 1, control::kMaxPayload + 1, 0},
+                                  Bytes(control::kMaxPayload + 1)));
+  frames.emplace_back(150'000);
+  for (const Bytes& frame : frames) {
+    RawClient client = connect();
+    ASSERT_TRUE(client.send(frame)) << frame.size();
+    EXPECT_TRUE(client.ends()) << frame.size();
+  }
+  ASSERT_EQ(connect().set(control::SetAutoMuteMTG, 1), error::kNone);
+  const auto event = other.receive();
+  ASSERT_TRUE(event);
+  EXPECT_EQ(test::number_in(event->output), control::kAutoMuteOn);
+}
+
+TEST_F(ServerTest, ClientsBeyondTheLimitAreClosedUntilAnotherGoes) {
+  start(::geteuid(), {.clients = 3});
+  std::vector<RawClient> clients;
+  for (int i = 0; i < 3; ++i) {
+    clients.push_back(connect());
+    ASSERT_EQ(clients.back().get(control::GetSonivoDrvGeneration), 8u);
+  }
+  EXPECT_TRUE(connect().ends());
+  clients[1].close();
+  for (int tries = 0; tries < 1000; ++tries) {
+    RawClient next = connect();
+    if (next.send(1, control::GetFunction, {}, 4) && next.receive()) return;
+  }
+  FAIL() << "no place became free";
+}
+
+TEST_F(ServerTest, AClientThatDoesNotReadIsClosedAndNobodyElseWaits) {
+  start();
+  RawClient reader = connect();
+  RawClient deaf = connect();
+  ASSERT_TRUE(deaf.ask_for_event(0xFFFFFFFF));
+  bool sent = true;
+  for (std::uint32_t id = 0; sent && id < 200'000; ++id) {
+    sent = deaf.send(id, control::GetRenderEndpointId, {}, control::kTextBytes);
+    if (id % 512 == 0) {
+      ASSERT_EQ(reader.get(control::GetSonivoDrvGeneration), 8u);
+    }
+  }
+  EXPECT_FALSE(sent);
+  EXPECT_TRUE(deaf.ends());
+  EXPECT_TRUE(serves());
+}
+
+TEST_F(ServerTest, AFloodOfOneClientLetsOthersHaveTheirTurn) {
+  start();
+  std::atomic<bool> enough = false;
+  std::thread flood([&] {
+    RawClient client = connect();
+    while (!enough) {
+      if (!client.send(1, control::GetFunction, {}, 4) || !client.receive()) client = connect();
+    }
+  });
+  RawClient client = connect();
+  for (std::uint32_t i = 0; i < 500; ++i) {
+    ASSERT_EQ(client.get(control::GetSonivoDrvGeneration), 8u);
+  }
+  enough = true;
+  flood.join();
+}
+
+TEST_F(ServerTest, ClientsThatComeAndGoInTheMiddleOfRequestsLeaveNothing) {
+  start(::geteuid(), {.clients = 8});
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 200; ++i) {
+        RawClient client = connect();
+        client.ask_for_event(1);
+        client.ask_for_event(2, control::NSV_OBSERVE_EVENTS);
+        client.send(3, control::SetAutoMuteMTG, bytes_of(static_cast<std::uint32_t>(i % 2)));
+        if (i % 3 == 0) client.receive();
+      }
+    });
+  }
+  for (std::thread& each : threads) each.join();
+  std::vector<RawClient> clients;
+  for (int tries = 0; clients.size() < 8 && tries < 1000; ++tries) {
+    RawClient client = connect();
+    if (client.send(1, control::GetFunction, {}, 4) && client.receive()) clients.push_back(std::move(client));
+  }
+  EXPECT_EQ(clients.size(), 8u);
+}
+
+TEST_F(ServerTest, AnEventReachesServiceAndOnlookersAndTheCancelRequestTheServiceAlone) {
+  start();
+  RawClient service = connect();
+  RawClient onlooker = connect();
+  ASSERT_TRUE(service.ask_for_event(1));
+  ASSERT_TRUE(onlooker.ask_for_event(2, control::NSV_OBSERVE_EVENTS));
+  ASSERT_TRUE(onlooker.send(3, control::GetFunction, {}, 4));
+  ASSERT_EQ(onlooker.receive().value().head.id, 3u);  // all three have arrived
+  ASSERT_TRUE(service.send(4, control::NSV_SERVICE_EVENT_CANCEL));
+  const auto aborted = service.receive();
+  ASSERT_TRUE(aborted);
+  EXPECT_EQ(aborted->head.id, 1u);
+  EXPECT_EQ(aborted->head.error, error::kOperationAborted);
+  EXPECT_EQ(service.receive().value().head.id, 4u);
+  ASSERT_TRUE(service.ask_for_event(5));
+  ASSERT_EQ(connect().ask(control::SetCaptureEndpointId, test::wire_text(u"mic")).value().head.error, error::kNone);
+  EXPECT_EQ(test::number_in(onlooker.receive().value().output), control::kCaptureEndpointChanged);
+  EXPECT_EQ(test::number_in(service.receive().value().output), control::kCaptureEndpointChanged);
+}
+
+TEST_F(ServerTest, TheEndIsAnnouncedAndClosesEveryConnection) {
+  start();
+  RawClient service = connect();
+  RawClient idle = connect();
+  ASSERT_EQ(idle.get(control::GetSonivoDrvGeneration), 8u);
+  ASSERT_EQ(service.get(control::GetSonivoDrvGeneration), 8u);
+  ASSERT_TRUE(service.ask_for_event(1));
+  ASSERT_TRUE(service.send(2, control::GetFunction, {}, 4));
+  ASSERT_EQ(service.receive().value().head.id, 2u);
+  stop();
+  const auto exit = service.receive();
+  ASSERT_TRUE(exit);
+  EXPECT_EQ(test::number_in(exit->output), control::kDriverExit);
+  EXPECT_TRUE(service.ends());
+  EXPECT_TRUE(idle.ends());
+}
+
+TEST_F(ServerTest, AnotherUserIsClosedAtOnce) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  start();
+  ::chmod(home_.path().c_str(), 0755);
+  ::chmod(path_.c_str(), 0666);
+  std::optional<RawClient> stranger;
+  std::thread([&] {
+    constexpr uid_t kNobody = 65534;
+    // Of this thread alone, unlike setresuid().
+    ASSERT_EQ(::syscall(SYS_setresuid, kNobody, kNobody, kNobody), 0);
+    stranger.emplace(path_);
+  }).join();
+  ASSERT_TRUE(stranger->is_connected());
+  EXPECT_TRUE(stranger->ends());
+  EXPECT_TRUE(serves());
+}
+
+TEST_F(ServerTest, RootIsServedWhoeverOwnsTheDriver) {
+  if (::geteuid() != 0) GTEST_SKIP() << "for root";
+  start(65534);
+  EXPECT_TRUE(serves());
+}
+
+}  // namespace
+}  // namespace sonivo::driver

@@ -1,0 +1,173 @@
+#include "driver/settings.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "base/trace.h"
+#include "failing_disk.h"
+#include "raw_client.h"
+#include "support/temporary_folder.h"
+
+namespace sonivo::driver {
+namespace {
+
+using control::SettingKind;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// A driver's settings, which may end and start again.
+class KeptSettings : public testing::Test {
+ protected:
+  KeptSettings() { start(); }
+
+  void start() {
+    settings_.reset();
+    folder_.reset();
+    folder_.emplace(home_.path() / "state", disk_);
+    settings_.emplace(*folder_);
+  }
+  control::Answer set(std::uint32_t code, std::uint32_t value) {
+    return settings_->answer(code, test::bytes_of(value), {});
+  }
+  control::Answer set_text(std::uint32_t code, std::u16string_view text) {
+    return settings_->answer(code, test::wire_text(text), {});
+  }
+  std::uint32_t number(std::uint32_t code) {
+    const bool headphone = code == control::GetHeadphone;
+    test::Bytes output(headphone ? 8 : 4);
+    EXPECT_EQ(settings_->answer(code, test::Bytes(headphone ? 4u : 0u), output).error, error::kNone);
+    return test::number_in(output);
+  }
+  test::Bytes text(std::uint32_t code) {
+    test::Bytes output(control::kTextBytes);
+    EXPECT_EQ(settings_->answer(code, {}, output).error, error::kNone);
+    return output;
+  }
+  void write_file(const std::vector<std::string>& lines) {
+    ASSERT_EQ(folder_->save("settings", "sonivo settings 1", lines), error::kNone);
+  }
+
+  test::TemporaryFolder home_;
+  test::FailingDisk disk_;
+  std::optional<StateFolder> folder_;
+  std::optional<Settings> settings_;
+  std::vector<std::string> log_;
+  ScopedTraceSink sink_{[this](TraceLevel, std::string_view text) { log_.emplace_back(text); }};
+};
+
+bool lives_only_with_the_driver(const control::Setting& setting) {
+  const std::string name = setting.name;
+  return name == "headphone" || name == "enrolment" || name == "enrolment-dialog";
+}
+
+TEST_F(KeptSettings, EveryValueOutlivesTheDriverSaveThoseOfTheMachinesState) {
+  std::uint32_t value = 1'000'000;
+  for (const control::Setting& each : control::settings()) {
+    if (each.kind == SettingKind::text) {
+      ASSERT_EQ(set_text(each.set_code, u"\u30c7 \\ " + std::u16string(1, static_cast<char16_t>(++value))).error, 0u);
+    } else {
+      ASSERT_EQ(set(each.set_code, ++value).error, error::kNone) << each.name;
+    }
+  }
+  start();
+  value = 1'000'000;
+  for (const control::Setting& each : control::settings()) {
+    ++value;
+    if (each.kind == SettingKind::text) {
+      EXPECT_EQ(text(each.get_code), test::wire_text(u"\u30c7 \\ " + std::u16string(1, static_cast<char16_t>(value))))
+          << each.name;
+    } else {
+      EXPECT_EQ(number(each.get_code), lives_only_with_the_driver(each) ? each.initial : value) << each.name;
+    }
+  }
+  EXPECT_THAT(log_, IsEmpty());
+}
+
+TEST_F(KeptSettings, AChangeIsOnTheDiskWhenItIsAnswered) {
+  disk_.steps = 0;
+  EXPECT_TRUE(set(control::SetFunction, 2).changed);
+  EXPECT_GE(disk_.steps, 4);  // written, synced, renamed, and the folder synced
+  EXPECT_THAT(folder_->load("settings", "sonivo settings 1"), testing::Contains("function 2"));
+}
+
+TEST_F(KeptSettings, WhatChangesNothingThatIsKeptWritesNothing) {
+  disk_.steps = 0;
+  EXPECT_EQ(set(control::SetHeadphone, 1).error, error::kNone);
+  EXPECT_EQ(set(control::SetKeyboardCancelMTG, 1).error, error::kNone);
+  EXPECT_EQ(disk_.steps, 0);
+  EXPECT_EQ(number(control::GetHeadphone), 1u);
+}
+
+TEST_F(KeptSettings, AChangeThatCanNotBeWrittenFailsAndTheValueStays) {
+  ASSERT_EQ(set(control::SetFunction, 2).error, error::kNone);
+  ASSERT_EQ(set(control::SetHeadphone, 1).error, error::kNone);
+  disk_.steps = 0;
+  disk_.fail_at = 1;
+  const control::Answer refused = set(control::SetAutoMuteMTG, 1);
+  EXPECT_EQ(refused.error, error::kDiskFull);
+  EXPECT_FALSE(refused.changed);
+  EXPECT_FALSE(refused.event);
+  EXPECT_EQ(number(control::GetAutoMuteMTG), 0u);
+  EXPECT_EQ(number(control::GetFunction), 2u);
+  EXPECT_EQ(number(control::GetHeadphone), 1u);
+  EXPECT_THAT(log_, ElementsAre(HasSubstr("settings can't be written: error 112")));
+
+  disk_.fail_at = 0;
+  EXPECT_EQ(set(control::SetAutoMuteMTG, 1).event, control::kAutoMuteOn);
+  start();
+  EXPECT_EQ(number(control::GetAutoMuteMTG), 1u);
+}
+
+TEST_F(KeptSettings, AFailureAtTheVeryLastStepIsRepairedByTheNextChange) {
+  ASSERT_EQ(set(control::SetFunction, 2).error, error::kNone);
+  const int all = (disk_.steps = 0, set(control::SetFunction, 3).error, disk_.steps);
+  disk_.steps = 0;
+  disk_.fail_at = all;
+  ASSERT_EQ(set(control::SetFunction, 4).error, error::kDiskFull);
+  EXPECT_EQ(number(control::GetFunction), 3u);
+  disk_.fail_at = 0;
+  ASSERT_EQ(set(control::SetHeadphone, 1).error, error::kNone);
+  start();
+  EXPECT_EQ(number(control::GetFunction), 3u);
+}
+
+TEST_F(KeptSettings, AFileOfFewerNamesLeavesTheOthersAtTheirDefaults) {
+  write_file({"function 7"});
+  start();
+  EXPECT_EQ(number(control::GetFunction), 7u);
+  EXPECT_EQ(number(control::GetSonivoDrvGeneration), 8u);
+  EXPECT_THAT(log_, IsEmpty());
+}
+
+TEST_F(KeptSettings, AFileThatMeansNothingIsSetAsideWhole) {
+  const std::pair<const char*, const char*> cases[]{
+      {"functions 7", "no setting is called functions"}, {"function", "no setting is called function"},
+      {"headphone 1", "no setting is called headphone"}, {"function 4294967296", "function is no number"},
+      {"function -1", "function is no number"},          {"function ", "function is no number"},
+      {"function 1 ", "function is no number"},          {"text-1 \\", "text-1 has no such text"},
+      {"generation 5", "generation is there twice"}};
+  for (const auto& [line, why] : cases) {
+    log_.clear();
+    write_file({"generation 5", line});
+    start();
+    EXPECT_EQ(number(control::GetSonivoDrvGeneration), 8u) << line;
+    EXPECT_THAT(log_, ElementsAre(HasSubstr(std::string("settings is damaged: ") + why + ";"))) << line;
+    EXPECT_TRUE(std::filesystem::exists(home_ / "state/settings.damaged")) << line;
+    EXPECT_FALSE(std::filesystem::exists(home_ / "state/settings")) << line;
+  }
+}
+
+TEST_F(KeptSettings, ATextOfMoreThanTheWireHoldsIsDamage) {
+  write_file({"text-1 " + std::string(259, 'x')});
+  start();
+  EXPECT_EQ(text(control::GetAispeechenhanceText1MTG), test::wire_text(std::u16string(259, u'x')));
+  write_file({"text-1 " + std::string(260, 'x')});
+  start();
+  EXPECT_EQ(text(control::GetAispeechenhanceText1MTG), test::wire_text(u""));
+}
+
+}  // namespace
+}  // namespace sonivo::driver
