@@ -53,8 +53,9 @@ class RunningDriver {
   driver::Disk disk_;
   driver::StateFolder folder_{home_ / "state", disk_};
   driver::Settings settings_{folder_};
+  driver::EffectProperties properties_{folder_};
   driver::ListenerPath listener_{path()};
-  driver::Server server_{listener_.take(), settings_};
+  driver::Server server_{listener_.take(), settings_, properties_};
   linux::ControlBus bus_{path()};
   std::thread thread_;
 };

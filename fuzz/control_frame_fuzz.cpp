@@ -43,8 +43,9 @@ driver::StateFolder& state_folder() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   driver::Settings settings(state_folder());
+  driver::EffectProperties properties(state_folder());
   std::map<std::uint32_t, std::uint32_t> room;  // of the requests without a reply, by id
-  driver::ControlDriver control(settings, [&](driver::ClientId, const control::Reply& reply) {
+  driver::ControlDriver control(settings, properties, [&](driver::ClientId, const control::Reply& reply) {
     const auto asked = room.find(reply.head.id);
     if (asked == room.end() || reply.output.size() > asked->second || reply.head.transferred != reply.output.size()) {
       std::abort();

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/trace.h"
+#include "driver/effect_properties.h"
 #include "driver/listener.h"
 #include "driver/server.h"
 #include "driver/settings.h"
@@ -40,13 +41,14 @@ void serve(const std::string& socket, const std::string& state) {
   driver::StateFolder folder(
       chosen(state, driver::default_state_folder(), "there is no home folder; give --state FOLDER"), disk);
   driver::Settings settings(folder);
+  driver::EffectProperties properties(folder);
   std::optional<driver::ListenerPath> path;
   auto listener = driver::inherited_listener();
   if (!listener) {
     path.emplace(chosen(socket, driver::default_socket_path(), "XDG_RUNTIME_DIR is not set; give --socket PATH"));
     listener = path->take();
   }
-  driver::Server server(std::move(*listener), settings);
+  driver::Server server(std::move(*listener), settings, properties);
 
   serving = &server;
   struct sigaction action {};

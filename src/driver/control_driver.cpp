@@ -1,5 +1,6 @@
 #include "driver/control_driver.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -10,17 +11,24 @@ namespace sonivo::driver {
 using control::Answer;
 using control::EventRecord;
 
-ControlDriver::ControlDriver(Settings& settings, Reply reply)
-    : settings_(settings), reply_(std::move(reply)), events_([this](const PendingId& request, std::uint32_t command) {
+ControlDriver::ControlDriver(Settings& settings, EffectProperties& properties, Reply reply)
+    : settings_(settings),
+      properties_(properties),
+      reply_(std::move(reply)),
+      events_([this](const PendingId& request, std::uint32_t command) {
         EventRecord record;
         record.command = command;
         finish(request, error::kNone, std::as_bytes(std::span(&record, 1)));
+      }),
+      watches_(properties, [this](const PendingId& request, std::uint64_t change) {
+        finish(request, error::kNone, std::as_bytes(std::span(&change, 1)));
       }) {}
 
 void ControlDriver::client_came(ClientId client, pid_t process) { clients_[client].process = process; }
 
 void ControlDriver::client_gone(ClientId client) {
   events_.drop(client);
+  watches_.drop(client);
   clients_.erase(client);
   if (reporter_ == client) report_.clear();
 }
@@ -41,6 +49,7 @@ bool ControlDriver::request(ClientId client, const control::Request& request) {
   if (const Outcome outcome = start(client, request, output_)) {
     finish({client, id}, outcome->error, std::span(output_).first(outcome->transferred));
     if (outcome->event) events_.send(*outcome->event);
+    if (outcome->changed) watches_.tell();
   }
   return true;
 }
@@ -61,9 +70,34 @@ ControlDriver::Outcome ControlDriver::start(ClientId client, const control::Requ
       return read_report(output);
     case control::NSV_SEND_EVENT:
       return send_event(request.input);
-    default:
-      return settings_.answer(request.head.code, request.input, output);
+    case control::NSV_GET_FX_PROPERTY:
+      return properties_.get(request.input, output);
+    case control::NSV_SET_FX_PROPERTY:
+      return properties_.set(request.input);
+    case control::NSV_REMOVE_FX_PROPERTY:
+      return properties_.remove(request.input);
+    case control::NSV_WATCH_FX_PROPERTIES:
+      return watch({client, request.head.id}, request);
+    default: {
+      const Answer answer = settings_.answer(request.head.code, request.input, output);
+      if (answer.changed && !is_of_service(client)) properties_.touch_all();
+      return answer;
+    }
   }
+}
+
+ControlDriver::Outcome ControlDriver::watch(const PendingId& request, const control::Request& frame) {
+  const Error refused = watches_.wait(request, frame.input, frame.head.output_bytes);
+  if (refused == error::kNone) return std::nullopt;
+  return Answer{.error = refused};
+}
+
+/// Whether the service's process, which has more than one connection, is at the other end.
+bool ControlDriver::is_of_service(ClientId client) const {
+  const pid_t process = clients_.at(client).process;
+  return std::any_of(clients_.begin(), clients_.end(), [&](const auto& each) {
+    return each.second.process == process && events_.is_service(each.first);
+  });
 }
 
 ControlDriver::Outcome ControlDriver::start_event(const PendingId& request, bool service,
@@ -113,6 +147,7 @@ Answer ControlDriver::send_event(std::span<const std::byte> input) {
 void ControlDriver::cancel(ClientId client, std::uint32_t id) {
   if (!clients_.at(client).pending.contains(id)) return;
   events_.drop(PendingId{client, id});
+  watches_.drop(PendingId{client, id});
   finish({client, id}, error::kOperationAborted, {});
 }
 

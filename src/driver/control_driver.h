@@ -12,7 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "driver/effect_properties.h"
 #include "driver/event_channel.h"
+#include "driver/property_watches.h"
 #include "driver/settings.h"
 #include "platform/control_frames.h"
 
@@ -27,7 +29,7 @@ class ControlDriver {
   /// The output is valid during the call, which must not call back.
   using Reply = std::function<void(ClientId client, const control::Reply& reply)>;
 
-  ControlDriver(Settings& settings, Reply reply);
+  ControlDriver(Settings& settings, EffectProperties& properties, Reply reply);
 
   /// `process`: who is at the other end; connections of one process belong together.
   void client_came(ClientId client, pid_t process);
@@ -47,16 +49,20 @@ class ControlDriver {
   using Outcome = std::optional<control::Answer>;
   Outcome start(ClientId client, const control::Request& request, std::span<std::byte> output);
   Outcome start_event(const PendingId& request, bool service, const control::Request& frame);
+  Outcome watch(const PendingId& request, const control::Request& frame);
   control::Answer publish(ClientId client, std::span<const std::byte> text);
   control::Answer read_report(std::span<std::byte> output) const;
   control::Answer send_event(std::span<const std::byte> input);
   control::Answer cancel_events(const control::Request& request);
   void cancel(ClientId client, std::uint32_t id);
+  bool is_of_service(ClientId client) const;
   void finish(const PendingId& request, Error error, std::span<const std::byte> output);
 
   Settings& settings_;
+  EffectProperties& properties_;
   Reply reply_;
   EventChannel events_;
+  PropertyWatches watches_;
   std::map<ClientId, Client> clients_;
   std::string report_;
   ClientId reporter_ = 0;

@@ -37,7 +37,8 @@ int spare_descriptor() { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
 }  // namespace
 
-Server::Server(Descriptor listener, Settings& settings, uid_t owner, const ServerLimits& limits)
+Server::Server(Descriptor listener, Settings& settings, EffectProperties& properties, uid_t owner,
+               const ServerLimits& limits)
     : listener_(std::move(listener)),
       owner_(owner),
       limits_(limits),
@@ -45,7 +46,7 @@ Server::Server(Descriptor listener, Settings& settings, uid_t owner, const Serve
       stop_(made(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
       spare_(made(spare_descriptor(), "/dev/null")),
       next_client_(kFirstClient),
-      driver_(settings, [this](ClientId client, const control::Reply& each) { reply(client, each); }),
+      driver_(settings, properties, [this](ClientId client, const control::Reply& each) { reply(client, each); }),
       buffer_(control::kMaxRequestBytes) {
   ::fcntl(listener_.number(), F_SETFL, ::fcntl(listener_.number(), F_GETFL) | O_NONBLOCK);
   if (!watch(poll_.number(), EPOLL_CTL_ADD, listener_.number(), EPOLLIN, kListener) ||

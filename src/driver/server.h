@@ -23,7 +23,8 @@ struct ServerLimits {
 class Server {
  public:
   /// `listener`: a listening socket of type SOCK_SEQPACKET. std::system_error when the system refuses what it takes.
-  Server(Descriptor listener, Settings& settings, uid_t owner = ::geteuid(), const ServerLimits& limits = {});
+  Server(Descriptor listener, Settings& settings, EffectProperties& properties, uid_t owner = ::geteuid(),
+         const ServerLimits& limits = {});
   ~Server();
 
   /// Serves until stop(), then announces the exit and returns; connections end with the object.

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "raw_client.h"
@@ -56,10 +58,11 @@ class ControlDriverTest : public testing::Test {
   Disk disk_;
   StateFolder folder_{home_.path(), disk_};
   Settings settings_{folder_};
+  EffectProperties properties_{folder_};
   std::vector<Told> told_;
 
  protected:
-  ControlDriver driver_{settings_, [this](ClientId client, const control::Reply& reply) {
+  ControlDriver driver_{settings_, properties_, [this](ClientId client, const control::Reply& reply) {
                           told_.push_back({client, reply.head, {reply.output.begin(), reply.output.end()}});
                         }};
 };
@@ -184,6 +187,87 @@ TEST_F(ControlDriverTest, TheExitIsAnnouncedToAllWhoWaitForEvents) {
   const auto told = taken();
   ASSERT_THAT(told, SizeIs(2));
   for (const Told& each : told) EXPECT_EQ(test::number_in(each.output), control::kDriverExit);
+}
+
+Bytes property_input(std::uint32_t value) {
+  control::FxAddress address{.home = control::FxHome::effect_store, .pid = 1};
+  address.endpoint[0] = u'm';
+  Bytes input = bytes_of(address);
+  for (const std::uint32_t each : {control::kTypeNumber, value}) {
+    const Bytes bytes = bytes_of(each);
+    input.insert(input.end(), bytes.begin(), bytes.end());
+  }
+  return input;
+}
+
+Bytes watch_input(std::uint64_t seen) {
+  control::FxWatchQuestion question{.seen = seen};
+  question.endpoint[0] = u'm';
+  return bytes_of(question);
+}
+
+std::uint64_t change_in(const Told& told) {
+  std::uint64_t change = 0;
+  EXPECT_EQ(told.output.size(), sizeof change);
+  std::memcpy(&change, told.output.data(), std::min(sizeof change, told.output.size()));
+  return change;
+}
+
+class PropertyRequests : public ControlDriverTest {
+ protected:
+  PropertyRequests() {
+    ask(3, 1, control::NSV_SET_FX_PROPERTY, property_input(1));
+    latest_ = change_in(ask(3, 1, control::NSV_WATCH_FX_PROPERTIES, watch_input(0), 8).at(0));
+  }
+  std::vector<Told> watch(ClientId client, std::uint32_t id) {
+    return ask(client, id, control::NSV_WATCH_FX_PROPERTIES, watch_input(latest_), 8);
+  }
+
+  std::uint64_t latest_ = 0;
+};
+
+TEST_F(PropertyRequests, AValueIsSetReadAndRemoved) {
+  const Bytes input = property_input(7);
+  const Bytes address(input.begin(), input.begin() + sizeof(control::FxAddress));
+  EXPECT_EQ(ask(1, 1, control::NSV_SET_FX_PROPERTY, input)[0].head.error, error::kNone);
+  EXPECT_EQ(ask(2, 1, control::NSV_GET_FX_PROPERTY, address, 8)[0].output, Bytes(input.end() - 8, input.end()));
+  EXPECT_EQ(ask(2, 1, control::NSV_REMOVE_FX_PROPERTY, address)[0].head.error, error::kNone);
+  EXPECT_EQ(ask(2, 1, control::NSV_GET_FX_PROPERTY, address, 8)[0].head.error, error::kNotFound);
+}
+
+TEST_F(PropertyRequests, AWatchPendsUntilAChangeAndIsAnsweredOnce) {
+  EXPECT_THAT(watch(1, 7), IsEmpty());
+  EXPECT_THAT(ask(2, 1, control::NSV_SET_FX_PROPERTY, property_input(1)), SizeIs(1));
+  const auto told = ask(2, 1, control::NSV_SET_FX_PROPERTY, property_input(2));
+  ASSERT_THAT(told, SizeIs(2));
+  EXPECT_EQ(told[1].head.id, 7u);
+  EXPECT_NE(change_in(told[1]), latest_);
+  EXPECT_THAT(ask(2, 1, control::NSV_SET_FX_PROPERTY, property_input(3)), SizeIs(1));
+  EXPECT_THAT(watch(1, 8), SizeIs(1));
+}
+
+TEST_F(PropertyRequests, OthersSettingsWakeAWatchAndTheServicesOwnDoNot) {
+  driver_.client_came(4, 200);
+  wait_for_event(1, 1);  // 1 to 3 are of the service's process now
+  EXPECT_THAT(watch(1, 7), IsEmpty());
+  EXPECT_THAT(ask(2, 1, control::SetFunction, bytes_of(5u)), SizeIs(1));
+  EXPECT_THAT(ask(4, 1, control::SetFunction, bytes_of(5u)), SizeIs(1));
+  EXPECT_THAT(ask(4, 1, control::SetFunction, bytes_of(6u)), SizeIs(2));
+}
+
+TEST_F(PropertyRequests, AWatchIsCancelledAndForgotten) {
+  EXPECT_THAT(watch(1, 7), IsEmpty());
+  EXPECT_THAT(watch(2, 8), IsEmpty());
+  ASSERT_TRUE(driver_.request(1, {control::cancel_of(7), {}}));
+  EXPECT_EQ(taken().at(0).head.error, error::kOperationAborted);
+  driver_.client_gone(2);
+  EXPECT_THAT(ask(3, 1, control::NSV_SET_FX_PROPERTY, property_input(2)), SizeIs(1));
+}
+
+TEST_F(PropertyRequests, AWatchOfAnotherFormIsRefused) {
+  EXPECT_EQ(ask(1, 1, control::NSV_WATCH_FX_PROPERTIES, watch_input(0), 4)[0].head.error, error::kInvalidParameter);
+  EXPECT_EQ(ask(1, 1, control::NSV_WATCH_FX_PROPERTIES, Bytes(527), 8)[0].head.error, error::kInvalidParameter);
+  EXPECT_EQ(ask(1, 1, control::NSV_WATCH_FX_PROPERTIES, Bytes(528), 8)[0].head.error, error::kNotFound);
 }
 
 TEST_F(ControlDriverTest, AReportLivesAsLongAsTheConnectionOfItsPublisher) {

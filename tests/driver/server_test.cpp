@@ -27,7 +27,7 @@ class ServerTest : public testing::Test {
   ~ServerTest() override { stop(); }
 
   void start(uid_t owner = ::geteuid(), const ServerLimits& limits = {}) {
-    server_ = std::make_unique<Server>(listener_.take(), settings_, owner, limits);
+    server_ = std::make_unique<Server>(listener_.take(), settings_, properties_, owner, limits);
     thread_ = std::thread([this] { server_->run(); });
   }
   void stop() {
@@ -47,6 +47,7 @@ class ServerTest : public testing::Test {
   Disk disk_;
   StateFolder folder_{home_.path() / "state", disk_};
   Settings settings_{folder_};
+  EffectProperties properties_{folder_};
   ListenerPath listener_{path_};
   std::unique_ptr<Server> server_;
   std::thread thread_;

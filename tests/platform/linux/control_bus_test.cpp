@@ -11,49 +11,15 @@
 #include <optional>
 #include <thread>
 
-#include "driver/listener.h"
-#include "driver/server.h"
 #include "platform/control_requests.h"
 #include "platform/linux/events.h"
+#include "running_driver.h"
 #include "support/temporary_folder.h"
 
 namespace sonivo::linux {
 namespace {
 
 using control::EventRecord;
-
-/// A program's own driver, which may go and come back.
-class RunningDriver {
- public:
-  explicit RunningDriver(const test::TemporaryFolder& home)
-      : path_(home / "driver.sock"), folder_(home.path() / "state", disk_), settings_(folder_) {
-    start();
-  }
-  ~RunningDriver() { stop(); }
-
-  void start() {
-    listener_.emplace(path_);
-    server_ = std::make_unique<driver::Server>(listener_->take(), settings_);
-    thread_ = std::thread([this] { server_->run(); });
-  }
-  void stop() {
-    if (!thread_.joinable()) return;
-    server_->stop();
-    thread_.join();
-    server_.reset();
-    listener_.reset();
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-  driver::Disk disk_;
-  driver::StateFolder folder_;
-  driver::Settings settings_;
-  std::optional<driver::ListenerPath> listener_;
-  std::unique_ptr<driver::Server> server_;
-  std::thread thread_;
-};
 
 class ControlBusTest : public testing::Test {
  protected:
@@ -83,7 +49,7 @@ class ControlBusTest : public testing::Test {
   }
 
   test::TemporaryFolder home_;
-  RunningDriver driver_{home_};
+  test::RunningDriver driver_{home_};
   DescriptorEvents events_;
   std::unique_ptr<Event> done_ = events_.create(Reset::manual);
   EventRecord record_;

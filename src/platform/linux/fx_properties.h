@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "platform/device.h"
+#include "platform/fx_properties.h"
+
+namespace sonivo::linux {
+
+/// Effect properties as the driver keeps them. What is opened has a connection of its own, and fails with
+/// error::kDeviceNotConnected once the driver is gone; a watch sets its event then, and fails when it is armed again.
+class ControlFxProperties final : public FxProperties {
+ public:
+  /// `bus` has the driver's control interface.
+  explicit ControlFxProperties(DeviceBus& bus) : bus_(bus) {}
+
+  /// Every endpoint has a user store of the capture effect.
+  Status open_user_store(Endpoint& endpoint, const Guid& effect, std::unique_ptr<PropertyStore>& store) override;
+  Status policy_config(std::unique_ptr<PolicyConfig>& config) override;
+  /// error::kFileNotFound when the driver holds no values of such an endpoint. Changes of settings count as changes.
+  Error open_watch(const std::string& endpoint_guid, std::unique_ptr<FxWatch>& watch) override;
+
+ private:
+  std::shared_ptr<Device> open(Completion completion, Error& why);
+
+  DeviceBus& bus_;
+};
+
+}  // namespace sonivo::linux
