@@ -12,6 +12,7 @@
 #include <map>
 #include <span>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "driver/control_driver.h"
@@ -29,13 +30,28 @@ class NoDisk final : public driver::Disk {
   int rename(int, const char*, const char*) override { return 0; }
 };
 
+/// A folder that is gone when the program ends.
+class Home {
+ public:
+  Home() {
+    if (::mkdtemp(path_.data()) == nullptr) std::abort();
+  }
+  ~Home() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  Home(const Home&) = delete;
+  Home& operator=(const Home&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_ = (std::filesystem::temp_directory_path() / "sonivo-fuzz-XXXXXX").string();
+};
+
 driver::StateFolder& state_folder() {
+  static const Home home;
   static NoDisk disk;
-  static driver::StateFolder folder = [] {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sonivo-fuzz-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) std::abort();
-    return driver::StateFolder(pattern, disk);
-  }();
+  static driver::StateFolder folder(home.path(), disk);
   return folder;
 }
 

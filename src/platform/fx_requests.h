@@ -34,7 +34,7 @@ enum class FxHome : std::uint32_t { user_store = 0, effect_store = 1, device_pro
 struct FxAddress {
   FxHome home = FxHome::user_store;
   std::uint32_t pid = 0;
-  Guid fmtid;
+  Guid fmtid{};
   WireText endpoint{};  ///< its id
 };
 static_assert(sizeof(FxAddress) == 544);
