@@ -37,6 +37,8 @@ function(sonivo_test_options target)
   endif()
   if(SONIVO_SANITIZE)  # what is tested is optimised; the tests themselves take most of the time to compile
     target_compile_options(${target} PRIVATE -O0)
+  elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+    target_compile_options(${target} PRIVATE -O1)
   endif()
   if(SONIVO_SANITIZE MATCHES "undefined")  # looks at what is tested; in the tests it would take as long again to compile
     target_compile_options(${target} PRIVATE -fno-sanitize=undefined)

@@ -10,8 +10,10 @@ constexpr std::uint32_t kInactivePollMs = 200;
 }  // namespace
 
 std::uint32_t ChangeThread(HostState& host) {
+  EventPair events;
   for (;;) {
-    const WaitResult woken = host.m_hEvent.Wait(host.machine.events);
+    events.TakeMissing(host.m_hEvent);
+    const WaitResult woken = events.Wait(host.machine.events);
     const SessionState session = ConsoleSession(host.machine);
     if (session == SessionState::unknown) {
       trace(TraceLevel::error, "[ChangeThread] ProcessIdToSessionId err.\n");
@@ -25,12 +27,12 @@ std::uint32_t ChangeThread(HostState& host) {
     }
     if (woken.index != EventPair::kWork) {
       if (woken.index != EventPair::kStop) trace(TraceLevel::error, "ChangeThread ERROR.\n");
-      host.m_hEvent.Reset(EventPair::kStop);
+      events.Reset(EventPair::kStop);
       return 0;
     }
     if (host.BeamForming()) FollowDevices(host);
     if (host.AISpeech()) FollowDevices(host);
-    host.m_hEvent.Reset(EventPair::kWork);
+    events.Reset(EventPair::kWork);
   }
 }
 

@@ -28,6 +28,14 @@ void EventPair::Reset(std::size_t index) {
   if (const auto event = Get(index)) event->reset();
 }
 
+void EventPair::TakeMissing(const EventPair& other) {
+  for (const std::size_t index : {kWork, kStop}) {
+    std::shared_ptr<Event> event = other.Get(index);
+    const std::lock_guard lock(m_csEvents);
+    if (!m_events.at(index)) m_events.at(index) = std::move(event);
+  }
+}
+
 WaitResult EventPair::Wait(Events& events) const {
   const std::shared_ptr<Event> work = Get(kWork);
   const std::shared_ptr<Event> stop = Get(kStop);

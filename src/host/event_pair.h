@@ -9,8 +9,7 @@
 
 namespace sonivo {
 
-/// Work and stop event of one thread. They may be closed or replaced while an earlier thread still waits for the ones
-/// it found. Any thread.
+/// Work and stop event of one thread. Any thread.
 class EventPair {
  public:
   static constexpr std::size_t kWork = 0;
@@ -24,7 +23,10 @@ class EventPair {
   void Reset(std::size_t index);
   /// Null where there is none.
   std::shared_ptr<Event> Get(std::size_t index) const;
-  /// For those that are there now; fails when one is missing.
+  /// Takes what it lacks from the other pair. A thread that keeps to the events it found isn't confused by those of its
+  /// successor, once it was abandoned.
+  void TakeMissing(const EventPair& other);
+  /// Fails when one is missing.
   WaitResult Wait(Events& events) const;
 
  private:

@@ -30,13 +30,13 @@ std::uint32_t OpenRegistryWatch(HostState& host, std::unique_ptr<FxWatch>& watch
   return kNoStore;
 }
 
-std::uint32_t WatchRegistry(HostState& host, EventPair& events, std::unique_ptr<FxWatch> watch,
+std::uint32_t WatchRegistry(HostState& host, const EventPair& present, std::unique_ptr<FxWatch> watch,
                             const std::function<void()>& changed) {
-  std::shared_ptr<Event> armed;  // stays for as long as the watch may set it
+  EventPair events;
   for (;;) {
+    events.TakeMissing(present);
     const auto work = events.Get(EventPair::kWork);
     const Status status = work ? watch->arm(work.get()) : status_from_error(error::kInvalidHandle);
-    armed = work;
     if (failed(status)) {
       trace(TraceLevel::error, "Error in RegNotifyChangeKeyValue (%d).\n", static_cast<int>(status & 0xFFFF));
       break;

@@ -5,13 +5,16 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <random>
 
 #include "apps/service/simulated_notebook.h"
+#include "base/text.h"
 #include "driver_process.h"
 #include "host/entry.h"
+#include "platform/fx_requests.h"
 #include "platform/linux/control_bus.h"
 #include "relay/effect_properties.h"
 #include "support/scripted_chains.h"
@@ -80,15 +83,16 @@ class RealDriver : public testing::Test {
   bool ready() const { return host->m_bDriverReady == 1 && host->m_DriverAccess.GetDriverHandle() != nullptr; }
 
   /// A client beside the service.
-  Error set(std::uint32_t code, std::uint32_t value) {
+  Error request(std::uint32_t code, std::span<const std::byte> input) {
     return simulation.scheduler().outside([&] {
       linux::ControlBus bus(socket());
       Error why = error::kNone;
       const auto device = bus.open(socket(), Sharing::shared, Completion::synchronous, why);
       std::uint32_t bytes = 0;
-      return device ? device->control_now(code, std::as_bytes(std::span(&value, 1)), {}, bytes) : why;
+      return device ? device->control_now(code, input, {}, bytes) : why;
     });
   }
+  Error set(std::uint32_t code, std::uint32_t value) { return request(code, std::as_bytes(std::span(&value, 1))); }
   std::uint32_t get(std::uint32_t code) {
     return simulation.scheduler().outside([&] {
       linux::ControlBus bus(socket());
@@ -99,6 +103,17 @@ class RealDriver : public testing::Test {
       if (device) device->control_now(code, {}, std::as_writable_bytes(std::span(&value, 1)), bytes);
       return value;
     });
+  }
+  void set_effect(const PropertyKey& key, std::uint32_t type, std::span<const std::byte> value) {
+    for (const auto home : {c::FxHome::user_store, c::FxHome::effect_store}) {
+      c::FxAddress address{.home = home, .pid = key.pid, .fmtid = key.fmtid};
+      to_utf16(sim::kMicArray).copy(address.endpoint.data(), c::kTextCharacters - 1);
+      std::vector<std::byte> input(sizeof address + sizeof type + value.size());
+      std::memcpy(input.data(), &address, sizeof address);
+      std::memcpy(input.data() + sizeof address, &type, sizeof type);
+      std::copy(value.begin(), value.end(), input.begin() + sizeof address + sizeof type);
+      ASSERT_EQ(request(c::NSV_SET_FX_PROPERTY, input), error::kNone);
+    }
   }
   void make_key_cancel_machine() {
     ASSERT_EQ(set(c::SetGenerationMic, 2), error::kNone);
@@ -118,8 +133,7 @@ class RealDriver : public testing::Test {
 TEST_F(RealDriver, ASettingReachesTheChainWithin300Ms) {
   const auto driver = start_driver();
   make_key_cancel_machine();
-  simulation.fx().set_effect(sim::kMicArray, PKEY_NVC_MTGMIC_KC_Param,
-                             std::vector<std::byte>(2 + chains.key_cancel->param_size));
+  set_effect(PKEY_NVC_MTGMIC_KC_Param, c::kTypeBlob, std::vector<std::byte>(2 + chains.key_cancel->param_size));
   simulation.endpoints().rename(sim::kMicArray, "内蔵マイク");
   simulation.driver().open_recorder(pcm_format(48000, 16, 2), [](std::span<const std::byte>) {});
   start_service();

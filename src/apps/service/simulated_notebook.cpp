@@ -48,7 +48,7 @@ Machine SimulatedNotebook::seams() {
           .threads = machine.threads,
           .bus = bus_,
           .endpoints = machine.endpoints,
-          .fx_properties = machine.fx_properties,
+          .fx_properties = fx_properties_,
           .session = machine.session,
           .power = machine.power,
           .desktop = machine.desktop,

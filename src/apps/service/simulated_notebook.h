@@ -4,13 +4,14 @@
 #include <string>
 
 #include "platform/linux/control_bus.h"
+#include "platform/linux/fx_properties.h"
 #include "platform/machine.h"
 #include "platform/sim/machine.h"
 
 namespace sonivo {
 
-/// The simulated notebook in real time, with the control device of the driver that listens at a socket in place of its
-/// own. The thread that constructs it is its first participant and destroys it.
+/// The simulated notebook in real time, with the control device and the effect properties of the driver that listens at
+/// a socket in place of its own. The thread that constructs it is its first participant and destroys it.
 class SimulatedNotebook {
  public:
   SimulatedNotebook(const std::string& socket_path, const sim::Config& config);
@@ -35,6 +36,7 @@ class SimulatedNotebook {
 
   sim::SimMachine simulation_;
   Bus bus_;
+  linux::ControlFxProperties fx_properties_{bus_};
 };
 
 }  // namespace sonivo

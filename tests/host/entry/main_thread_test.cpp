@@ -249,10 +249,10 @@ TEST(MainThreadEvents, AutoMuteOffUnmutesTheMicrophone) {
   MainThreadBench bench;
   bench.open();
   bench.start_thread();
-  bench.machine.endpoint(sim::kVirtualMic).volume().set_mute(true);
+  bench.machine.endpoint(sim::kMicArray).volume().set_mute(true);
   bench.send(c::kAutoMuteOn);
   bench.send(c::kAutoMuteOff);
-  EXPECT_FALSE(bench.machine.endpoint(sim::kVirtualMic).volume().muted());
+  EXPECT_FALSE(bench.machine.endpoint(sim::kMicArray).volume().muted());
 }
 
 TEST(MainThreadEvents, MonitorWakeNudgesThePointerOnlyWhileTheDisplayIsOff) {

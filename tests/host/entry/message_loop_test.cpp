@@ -18,18 +18,12 @@ namespace c = control;
 constexpr const char* kModeThreads[] = {"MainThread", "SubThread", "ChangeThread", "ChangeRegistryThread",
                                         "ChangeRegistryThread_Quit"};
 
-struct BuiltInBench : HostBench {
-  explicit BuiltInBench(const Model& model = kBeamForming) : HostBench(model) {
-    machine.endpoints().rename(sim::kMicArray, "内蔵マイク");
-  }
-};
-
 std::size_t count_of(const std::vector<std::string>& names, const std::string& name) {
   return static_cast<std::size_t>(std::count(names.begin(), names.end(), name));
 }
 
 TEST(MessageLoop, TheNextMessageAfterALockRebootsTheThreads) {
-  BuiltInBench bench;
+  HostBench bench(kBeamForming);
   bench.start();
   bench.machine.session().lock();
   bench.run_for(1000);
@@ -123,7 +117,7 @@ TEST(MessageLoop, AnAbandonedSubThreadIsSaid) {
 }
 
 TEST(MessageLoop, EventsOfAChangeThreadThatIsAbandonedStayOpenForIt) {
-  BuiltInBench bench;
+  HostBench bench(kBeamForming);
   bench.start();
   bench.machine.session().set_console_session(2);  // the mode threads don't leave while the session is inactive
   bench.run_for(100);
@@ -142,7 +136,7 @@ TEST(MessageLoop, EventsOfAChangeThreadThatIsAbandonedStayOpenForIt) {
 }
 
 TEST(MessageLoop, RebootsCreateEachModeThreadBeforeItsEvents) {
-  BuiltInBench bench;
+  HostBench bench(kBeamForming);
   bench.start();
   bench.machine.session().lock();
   bench.run_for(1000);
@@ -161,7 +155,7 @@ TEST(MessageLoop, RebootsCreateEachModeThreadBeforeItsEvents) {
 }
 
 TEST(MessageLoop, AModeThreadThatRunsBeforeItsEventsEndsWithItsError) {
-  BuiltInBench bench;
+  HostBench bench(kBeamForming);
   bench.start();
   bench.machine.session().lock();
   bench.run_for(1000);
@@ -175,7 +169,7 @@ TEST(MessageLoop, AModeThreadThatRunsBeforeItsEventsEndsWithItsError) {
 }
 
 TEST(MessageLoop, TheRelayGoesOnThroughAReboot) {
-  BuiltInBench bench;
+  HostBench bench(kBeamForming);
   bench.start();
   const std::uint64_t started = bench.machine.script().count(sim::Step::endpoints_register);
   const std::uint64_t ended = bench.machine.script().count(sim::Step::endpoints_unregister);
