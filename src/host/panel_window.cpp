@@ -47,6 +47,11 @@ std::int64_t OnPowerBroadcast(HostState& host, const Message& message) {
   }
 }
 
+std::int64_t OnDeviceChange(HostState& host, const Message& message) {
+  host.m_AudioControl.OnDeviceChange(static_cast<std::uint32_t>(message.wParam), record_of<DeviceBroadcast>(message));
+  return 1;
+}
+
 std::int64_t PanelProcedure(HostState& host, const Message& message) {
   switch (message.message) {
     case kWmDestroy:
@@ -71,16 +76,16 @@ std::int64_t PanelProcedure(HostState& host, const Message& message) {
     case kWmPowerBroadcast:
       return OnPowerBroadcast(host, message);
     case kWmDeviceChange:
-      host.m_AudioControl.OnDeviceChange(static_cast<std::uint32_t>(message.wParam),
-                                         record_of<DeviceBroadcast>(message));
-      return 1;
+      return OnDeviceChange(host, message);
     default:
       break;
   }
   return host.machine.desktop.windows().default_procedure(message);
 }
 
+/// The streams have the removal of their devices told to this window, the one they know.
 std::int64_t MuteProcedure(HostState& host, const Message& message) {
+  if (message.message == kWmDeviceChange) return OnDeviceChange(host, message);
   return host.machine.desktop.windows().default_procedure(message);
 }
 

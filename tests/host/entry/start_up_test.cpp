@@ -35,22 +35,20 @@ TEST(StartUp, TakesItsStepsInOrder) {
   HostBench bench(kBeamForming);
   bench.machine.script().start_trace();
   bench.start();
-  EXPECT_THAT(up_to(bench.steps(), "endpoints_register"),
+  EXPECT_THAT(up_to(bench.steps(), "endpoints_default"),
               ElementsAre("thread_start",  // the service
-                          "sleep",         // of the test
                           "bus_interfaces", "control_open", "control_open", "control_notify_actions",
                           "control_request",                                        // generation
                           "control_request",                                        // launched
-                          "control_request", "control_request", "control_request",  // functions, generation
+                          "control_request", "control_request", "control_request",  // functions
                           "work_area", "window_create",                             // panel
                           "bitmap_load", "window_create",                           // mute window
-                          "window_hide", "bitmap_load",                             //
+                          "window_hide", "bitmap_load",                             // strip
                           "power_register_suspend_resume", "power_register_setting", "power_capabilities",
                           "session_register",  //
                           "event_create", "event_create", "event_create", "event_create", "event_create",
-                          "event_create",                                                        // of the mode threads
-                          "event_create", "control_request", "event_create", "control_request",  // endpoint ids
-                          "endpoints_default", "endpoint_open_properties"));
+                          "event_create",                                            // of the mode threads
+                          "event_create", "control_request", "endpoints_default"));  // capture endpoint
 }
 
 TEST(StartUp, AsksTheDriverInOrder) {
