@@ -26,7 +26,7 @@ inline constexpr std::uint32_t kMaxType = 0xFFFF;
 inline constexpr std::size_t kMaxFxValueBytes = std::size_t{1} << 16;
 /// Of all values together; a value that would be one too much is refused with error::kDiskFull.
 inline constexpr std::size_t kMaxFxValues = 1024;
-inline constexpr std::size_t kMaxFxTotalBytes = std::size_t{4} << 20;
+inline constexpr std::size_t kMaxFxTotalBytes = std::size_t{1} << 20;
 
 /// Where a value lies.
 enum class FxHome : std::uint32_t { user_store = 0, effect_store = 1, device_properties = 2 };

@@ -30,8 +30,15 @@ class Client:
     def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         self.socket.settimeout(20)
-        self.socket.connect(path)
         self.id = 0
+        try:
+            self.socket.connect(path)
+        except OSError:
+            self.close()
+            raise
+
+    def close(self):
+        self.socket.close()
 
     def send(self, code, data=b"", output=0):
         self.id += 1
@@ -73,11 +80,16 @@ class DriverProgram(unittest.TestCase):
         end = time.monotonic() + 20
         while time.monotonic() < end:
             try:
-                return Client(self.path)
+                return self.connect()
             except OSError:
                 self.assertIsNone(self.process.poll(), "the driver has ended")
                 time.sleep(0.001)
         self.fail("the driver doesn't listen")
+
+    def connect(self):
+        client = Client(self.path)
+        self.addCleanup(client.close)
+        return client
 
     def kill(self):
         if self.process is not None:
@@ -186,16 +198,12 @@ class DriverProgram(unittest.TestCase):
         listener = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         listener.bind(self.path)
         listener.listen()
-        client = Client(self.path)  # waits for the driver
+        client = self.connect()  # waits for the driver
 
-        def hand_over():
-            os.dup2(listener.fileno(), 3)
-            os.environ["LISTEN_PID"] = str(os.getpid())
-            os.environ["LISTEN_FDS"] = "1"
-            os.environ["NOTIFY_SOCKET"] = manager.getsockname()
-            os.execv(PROGRAM, [PROGRAM, "--state", self.state])
-
-        self.process = subprocess.Popen(["true"], stderr=subprocess.PIPE, text=True, preexec_fn=hand_over)
+        command = f'export LISTEN_PID=$$; exec "$0" --state "$1" 3<&{listener.fileno()}'
+        variables = {**os.environ, "LISTEN_FDS": "1", "NOTIFY_SOCKET": manager.getsockname()}
+        self.process = subprocess.Popen(["bash", "-c", command, PROGRAM, self.state], stderr=subprocess.PIPE, text=True,
+                                        env=variables, pass_fds=(listener.fileno(),))
         self.assertEqual(manager.recv(100), b"READY=1")
         self.assertEqual(client.get(), 0)
         self.process.terminate()

@@ -150,7 +150,7 @@ TEST_F(ServerTest, ClientsThatComeAndGoInTheMiddleOfRequestsLeaveNothing) {
         RawClient client = connect();
         client.ask_for_event(1);
         client.ask_for_event(2, control::NSV_OBSERVE_EVENTS);
-        client.send(3, control::SetAutoMuteMTG, bytes_of(static_cast<std::uint32_t>(i % 2)));
+        client.send(3, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake));
         if (i % 3 == 0) client.receive();
       }
     });

@@ -82,6 +82,16 @@ TEST_F(StateFolderTest, WhicheverStepFailsTheFormerFileIsLoadedAndNothingIsLeftB
   EXPECT_THAT(folder.load("numbers", kTitle), ElementsAre("after"));
 }
 
+TEST_F(StateFolderTest, ADiskThatTakesAFileInPartsGetsItWhole) {
+  disk_.part = 7;
+  StateFolder folder(path_, disk_);
+  const Lines lines(20, "a line");
+  ASSERT_EQ(folder.save("numbers", kTitle, lines), error::kNone);
+  EXPECT_EQ(folder.load("numbers", kTitle), lines);
+  // Title, lines and checksum, each with its end, in parts of 7; two syncs and the renaming.
+  EXPECT_EQ(disk_.steps, (10 + 20 * 7 + 26 + 6) / 7 + 3);
+}
+
 TEST_F(StateFolderTest, WhyTheDiskFailedIsTold) {
   may_log_ = true;
   StateFolder folder(path_, disk_);
