@@ -121,8 +121,7 @@ Answer ControlDriver::cancel_events(const control::Request& request) {
 
 Answer ControlDriver::publish(ClientId client, std::span<const std::byte> text) {
   if (text.size() > control::kMaxReportBytes) return {.error = error::kInvalidParameter};
-  std::string report(text.size(), '\0');
-  std::memcpy(report.data(), text.data(), text.size());
+  std::string report(reinterpret_cast<const char*>(text.data()), text.size());
   if (to_utf8(to_utf16(report)) != report) return {.error = error::kInvalidParameter};
   report_ = std::move(report);
   reporter_ = client;
