@@ -47,7 +47,7 @@ void CSonivoDriverAccess::Set_CM_Register_Notification() {
   if (!driver) return;
   auto notify = m_machine.bus.notify_actions(*driver, [this](DeviceAction action) { return DeviceCallback(action); });
   const std::lock_guard lock(m_csHandles);
-  m_hNotify = std::move(notify);
+  std::swap(m_hNotify, notify);  // an earlier one ends without the lock: its callback may want it
 }
 
 void CSonivoDriverAccess::CloseDriverHandles() {
@@ -125,14 +125,14 @@ int CSonivoDriverAccess::SetEventIoControl(control::EventRecord* record) {
   }
   Error outcome = error::kInvalidHandle;
   if (record != nullptr && driver) {
-    std::uint32_t bytes = 0;
     outcome = driver->control(control::NSV_SERVICE_EVENT_NOTIFY, {}, std::as_writable_bytes(std::span(record, 1)),
                               overlapped);
-    if (outcome == error::kIoPending) outcome = driver->result(overlapped, bytes, true);
-    if (outcome == error::kNone) {
+    if (outcome == error::kNone || outcome == error::kIoPending) {
       const std::array<Event*, 1> done{event.get()};
-      m_machine.events.wait_any(done);
-    } else {
+      m_machine.events.wait_any(done);  // for the driver, or for CloseOverlappedHandle
+    }
+    if (outcome == error::kIoPending) outcome = Conclude(*driver, overlapped, event == nullptr);
+    if (outcome != error::kNone) {
       trace(TraceLevel::error, "[SetEventIoControl] Notify error: unexpected DeviceIoControl error %d\n",
             static_cast<int>(outcome));
     }
@@ -143,7 +143,7 @@ int CSonivoDriverAccess::SetEventIoControl(control::EventRecord* record) {
 }
 
 int CSonivoDriverAccess::SetEventIoControl_Cancel() {
-  return Overlap(GetDriverHandle(), control::NSV_SERVICE_EVENT_CANCEL, {}, {}, nullptr, Reset::manual) ? 1 : 0;
+  return Overlap(GetDriverHandle(), control::NSV_SERVICE_EVENT_CANCEL, {}, {}, Reset::manual) ? 1 : 0;
 }
 
 void CSonivoDriverAccess::CloseOverlappedHandle() {
@@ -158,15 +158,20 @@ void CSonivoDriverAccess::CloseOverlappedHandle() {
 // ---- Numbers and texts
 
 bool CSonivoDriverAccess::Overlap(const std::shared_ptr<Device>& handle, std::uint32_t code, Bytes input, Room output,
-                                  std::uint32_t* transferred, Reset reset) {
+                                  Reset reset) {
   if (!handle) return false;
   const std::unique_ptr<Event> event = m_machine.events.create(reset);
   Overlapped overlapped{.hEvent = event.get()};
   Error outcome = handle->control(code, input, output, overlapped);
-  std::uint32_t bytes = overlapped.transferred;
-  if (outcome == error::kIoPending) outcome = handle->result(overlapped, bytes, true);
-  if (transferred != nullptr) *transferred = bytes;
+  if (outcome == error::kIoPending) outcome = Conclude(*handle, overlapped, true);
   return outcome == error::kNone;
+}
+
+Error CSonivoDriverAccess::Conclude(Device& device, Overlapped& request, bool wait) {
+  std::uint32_t bytes = 0;
+  const Error outcome = device.result(request, bytes, wait);
+  if (outcome != error::kNone) device.cancel(request);
+  return outcome == error::kIoPending ? error::kOperationAborted : outcome;
 }
 
 int CSonivoDriverAccess::GetSync(std::uint32_t code, std::uint32_t* value) {
@@ -180,7 +185,7 @@ int CSonivoDriverAccess::GetSync(std::uint32_t code, std::uint32_t* value) {
 
 int CSonivoDriverAccess::GetOverlapped(std::uint32_t code, std::uint32_t* value) {
   std::uint32_t answer = 0;
-  if (!Overlap(GetDriverHandle(), code, {}, room_of(answer), nullptr)) return 0;
+  if (!Overlap(GetDriverHandle(), code, {}, room_of(answer))) return 0;
   *value = answer;
   return 1;
 }
@@ -195,13 +200,13 @@ int CSonivoDriverAccess::PutText(const std::shared_ptr<Device>& handle, std::uin
                                  const std::u16string& text) {
   control::WireText wire{};
   std::copy_n(text.begin(), std::min(text.size(), wire.size() - 1), wire.begin());
-  return Overlap(handle, code, std::as_bytes(std::span(wire)), {}, nullptr) ? 1 : 0;
+  return Overlap(handle, code, std::as_bytes(std::span(wire)), {}) ? 1 : 0;
 }
 
 int CSonivoDriverAccess::TakeText(const std::shared_ptr<Device>& handle, std::uint32_t code, control::WireText& text,
                                   std::uint32_t* bytes) {
   control::WireText wire{};
-  if (!Overlap(handle, code, {}, std::as_writable_bytes(std::span(wire)), nullptr)) return 0;
+  if (!Overlap(handle, code, {}, std::as_writable_bytes(std::span(wire)))) return 0;
   const auto end = std::find(wire.begin(), wire.end() - 1, u'\0');
   text = {};
   std::copy(wire.begin(), end, text.begin());

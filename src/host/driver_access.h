@@ -37,7 +37,7 @@ class CSonivoDriverAccess {
   /// Waits for the driver's next event. Only one thread at a time.
   int SetEventIoControl(control::EventRecord* record);
   int SetEventIoControl_Cancel();
-  /// Takes the event from the request in flight, waking who waits for it.
+  /// Takes the event from the request in flight, which is given up unless it is done.
   void CloseOverlappedHandle();
 
   int GetHeadphone(std::uint32_t* plugged);
@@ -143,7 +143,10 @@ class CSonivoDriverAccess {
   using Room = std::span<std::byte>;
   /// One request with an event of its own; waits for the end of it.
   bool Overlap(const std::shared_ptr<Device>& handle, std::uint32_t code, Bytes input, Room output,
-               std::uint32_t* transferred, Reset reset = Reset::automatic);
+               Reset reset = Reset::automatic);
+  /// Outcome of a request that was pending; on demand waits for it. One without an outcome is given up: nothing touches
+  /// it, its buffers or its event any more.
+  static Error Conclude(Device& device, Overlapped& request, bool wait);
   int GetSync(std::uint32_t code, std::uint32_t* value);
   int GetOverlapped(std::uint32_t code, std::uint32_t* value);
   int SetSync(std::uint32_t code, std::uint32_t value);

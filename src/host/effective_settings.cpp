@@ -2,16 +2,20 @@
 
 namespace sonivo {
 
-void SetEnhance(CSonivoDriverAccess& driver, Effective effective) {
+std::uint32_t UserSetting(CSonivoDriverAccess& driver, SettingGetter getter) {
   std::uint32_t value = 1;
-  if (effective == Effective::user) driver.GetAispeechenhance_UI_MTG(&value);
-  driver.SetAispeechenhanceMTG(effective == Effective::user ? value : 0);
+  return (driver.*getter)(&value) != 0 ? value : 1;  // some getters write 0 when they fail
+}
+
+void SetEnhance(CSonivoDriverAccess& driver, Effective effective) {
+  const bool user = effective == Effective::user;
+  driver.SetAispeechenhanceMTG(user ? UserSetting(driver, &CSonivoDriverAccess::GetAispeechenhance_UI_MTG) : 0);
 }
 
 void SetVoiceModel(CSonivoDriverAccess& driver, Effective effective) {
-  std::uint32_t value = 1;
-  if (effective == Effective::user) driver.GetAispeechenhanceSetAiModel_UI_MTG(&value);
-  driver.SetAispeechenhanceSetAiModelMTG(effective == Effective::user ? value : 0);
+  const bool user = effective == Effective::user;
+  driver.SetAispeechenhanceSetAiModelMTG(
+      user ? UserSetting(driver, &CSonivoDriverAccess::GetAispeechenhanceSetAiModel_UI_MTG) : 0);
 }
 
 }  // namespace sonivo

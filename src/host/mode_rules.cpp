@@ -24,9 +24,9 @@ Microphone PhysicalMicrophone(HostState& host) {
 }
 
 void SetBeamforming(CSonivoDriverAccess& driver, Effective effective) {
-  std::uint32_t value = 1;
-  if (effective == Effective::user) driver.GetBeamforming_UI_MTG(&value);
-  driver.SetBeamformingMTG(effective == Effective::user && value == 1 ? 1 : 0);
+  const bool on =
+      effective == Effective::user && UserSetting(driver, &CSonivoDriverAccess::GetBeamforming_UI_MTG) == 1;
+  driver.SetBeamformingMTG(on ? 1 : 0);
 }
 
 }  // namespace

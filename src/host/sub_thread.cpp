@@ -11,9 +11,8 @@ constexpr std::uint32_t kPollMs = 200;
 /// Key cancel goes on where the user wants it; where not, it stays as it is.
 void KeyboardCancelByUser(HostState& host) {
   if (!host.BeamForming()) return;
-  std::uint32_t value = 1;
-  host.m_DriverAccess.GetKeyboardCancel_UI_MTG(&value);
-  if (value != 0) host.m_DriverAccess.SetKeyboardCancelMTG(1);
+  CSonivoDriverAccess& driver = host.m_DriverAccess;
+  if (UserSetting(driver, &CSonivoDriverAccess::GetKeyboardCancel_UI_MTG) != 0) driver.SetKeyboardCancelMTG(1);
 }
 
 void KeyboardCancelOff(HostState& host) {
@@ -38,12 +37,11 @@ void SetMode(HostState& host, std::int32_t p) {
 }
 
 void SetBeamformingByMode(HostState& host, std::int32_t p) {
+  CSonivoDriverAccess& driver = host.m_DriverAccess;
   if (p == 0 || p == 2) {
-    host.m_DriverAccess.SetBeamformingMTG(0);
+    driver.SetBeamformingMTG(0);
   } else if (p == 1 || p == 3) {
-    std::uint32_t value = 1;
-    host.m_DriverAccess.GetBeamforming_UI_MTG(&value);
-    if (value == 1) host.m_DriverAccess.SetBeamformingMTG(1);
+    if (UserSetting(driver, &CSonivoDriverAccess::GetBeamforming_UI_MTG) == 1) driver.SetBeamformingMTG(1);
   }
 }
 
