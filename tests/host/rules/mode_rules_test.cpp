@@ -1,0 +1,504 @@
+// The meeting mode as the driver is told it, the effective settings that follow the headphones, and what is made of the
+// physical microphone's name.
+
+#include "host/mode_rules.h"
+
+#include "rules_bench.h"
+
+namespace sonivo::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// ---- SetMeetingModeDriver
+
+class MeetingModeDriver : public RulesBench, public ::testing::Test {};
+
+TEST_F(MeetingModeDriver, LaunchesThePositionMinusOne) {
+  EXPECT_EQ(SetMeetingModeDriver(host, 1), 1);
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 0}, Asked{control::NSV_SET_LAUNCHED_MTG, 1}));
+  EXPECT_EQ(SetMeetingModeDriver(host, 3), 1);
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::NSV_SET_ALL_SP_MTG, 2}, Asked{control::NSV_SET_ALL_HP_MTG, 2}));
+}
+
+TEST_F(MeetingModeDriver, LaunchesTwoMoreWithRoomCorrection) {
+  host.m_RoomCorrection = 1;
+  EXPECT_EQ(SetMeetingModeDriver(host, 2), 1);
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 3}, Asked{control::NSV_SET_LAUNCHED_MTG, 1}));
+}
+
+TEST_F(MeetingModeDriver, GoesOffWithTheModeOfRoomCorrection) {
+  SetMeetingModeDriver(host, 1);
+  asked();
+  EXPECT_EQ(SetMeetingModeDriver(host, 0), 1);
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 0}, Asked{control::NSV_SET_LAUNCHED_MTG, 0}));
+  SetMeetingModeDriver(host, 1);
+  asked();
+  host.m_RoomCorrection = 1;
+  EXPECT_EQ(SetMeetingModeDriver(host, 0), 1);
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 2}, Asked{control::NSV_SET_LAUNCHED_MTG, 0}));
+}
+
+TEST_F(MeetingModeDriver, AnswersWhatTheDriverDid) {
+  device.fail(control::NSV_SET_LAUNCHED_MTG, 31);
+  EXPECT_EQ(SetMeetingModeDriver(host, 1), 0);
+}
+
+TEST_F(MeetingModeDriver, WaitsForTheDriverLock) {
+  host.m_csDriver.lock();
+  const auto setter = machine.scheduler().start("setter", [this] { SetMeetingModeDriver(host, 1); });
+  machine.run_for(20);
+  EXPECT_THAT(asked(), IsEmpty());
+  host.m_csDriver.unlock();
+  setter->join();
+  EXPECT_EQ(asked().size(), 2u);
+}
+
+// ---- headphoneUpdate
+
+enum class Cell { off, users };
+
+struct HeadphoneRow {
+  std::uint32_t headphone;
+  std::uint32_t launched;  ///< as GetLaunchedMTG answers it
+  std::optional<Cell> beamforming;
+  std::optional<Cell> enhance;
+  std::optional<Cell> voice_model;
+};
+void PrintTo(const HeadphoneRow& row, std::ostream* out) {
+  *out << "headphone " << row.headphone << " launched " << row.launched;
+}
+
+constexpr HeadphoneRow kHeadphoneRows[] = {
+    {0, 0, Cell::off, Cell::off, Cell::off},
+    {0, 1, Cell::users, Cell::users, Cell::users},
+    {0, 2, Cell::off, Cell::users, Cell::off},
+    {0, 3, Cell::users, Cell::users, Cell::users},
+    {0, 4, Cell::off, Cell::users, Cell::off},
+    {0, 5, std::nullopt, std::nullopt, std::nullopt},
+    {1, 0, Cell::off, Cell::off, Cell::off},
+    {1, 1, Cell::users, Cell::users, Cell::users},
+    {1, 2, Cell::users, Cell::users, Cell::users},
+    {1, 3, Cell::users, Cell::users, Cell::users},
+    {1, 4, Cell::users, Cell::users, Cell::users},
+    {1, 5, std::nullopt, std::nullopt, std::nullopt},
+    {7, 2, Cell::users, Cell::users, Cell::users},
+};
+
+class HeadphoneUpdate : public RulesBench, public ::testing::TestWithParam<HeadphoneRow> {
+ protected:
+  /// The jack has changed to the row's state, in the row's mode.
+  void prepare(Notebook notebook) {
+    set_notebook(notebook);
+    device.set_number(control::GetHeadphone, GetParam().headphone);
+    host.m_dwHeadPhone = GetParam().headphone == 0 ? 1 : 0;
+    device.set_number(control::NSV_GET_LAUNCHED_MTG, GetParam().launched == 0 ? 0 : 1);
+    device.set_number(control::NSV_GET_ALL_SP_MTG, GetParam().launched - 1);
+  }
+  /// What is written where the user's setting has this value.
+  static void expect(std::vector<Asked>& written, std::uint32_t code, std::optional<Cell> cell, std::uint32_t users) {
+    if (cell) written.push_back({code, *cell == Cell::users ? users : 0});
+  }
+  std::vector<Asked> beamforming(std::uint32_t users) const {
+    std::vector<Asked> expected;
+    expect(expected, control::SetBeamformingMTG, GetParam().beamforming, users);
+    return expected;
+  }
+  std::vector<Asked> speech(std::uint32_t enhance, std::uint32_t voice_model) const {
+    std::vector<Asked> expected;
+    expect(expected, control::SetAispeechenhanceMTG, GetParam().enhance, enhance);
+    expect(expected, control::SetAispeechenhanceSetAiModelMTG, GetParam().voice_model, voice_model);
+    return expected;
+  }
+};
+
+TEST_P(HeadphoneUpdate, SetsBeamformingUnderTheSecondGate) {
+  for (const std::uint32_t users : {0u, 1u, 2u}) {
+    prepare(Notebook::beam_forming);
+    device.set_number(control::GetBeamforming_UI_MTG, users);
+    EXPECT_EQ(headphoneUpdate(host), GetParam().headphone);
+    EXPECT_EQ(written(), beamforming(users == 1 ? 1 : 0)) << users;
+  }
+}
+
+TEST_P(HeadphoneUpdate, SetsEnhancementAndVoiceModelUnderTheThirdGate) {
+  for (const std::uint32_t users : {0u, 1u, 2u}) {
+    prepare(Notebook::ai_speech);
+    device.set_number(control::GetAispeechenhance_UI_MTG, users);
+    device.set_number(control::GetAispeechenhanceSetAiModel_UI_MTG, users + 1);
+    EXPECT_EQ(headphoneUpdate(host), GetParam().headphone);
+    EXPECT_EQ(written(), speech(users, users + 1)) << users;
+  }
+}
+
+TEST_P(HeadphoneUpdate, TakesAUsersSettingThatCantBeReadForOn) {
+  for (const auto code : {control::GetBeamforming_UI_MTG, control::GetAispeechenhance_UI_MTG,
+                          control::GetAispeechenhanceSetAiModel_UI_MTG}) {
+    device.set_number(code, 0);
+    device.fail(code, 31);
+  }
+  prepare(Notebook::beam_forming);
+  headphoneUpdate(host);
+  EXPECT_EQ(written(), beamforming(1));
+  prepare(Notebook::ai_speech);
+  headphoneUpdate(host);
+  EXPECT_EQ(written(), speech(1, 1));
+}
+
+TEST_P(HeadphoneUpdate, SetsNothingUnderTheOtherGates) {
+  for (const Notebook notebook : {Notebook::plain, Notebook::key_cancel}) {
+    prepare(notebook);
+    EXPECT_EQ(headphoneUpdate(host), GetParam().headphone);
+    EXPECT_THAT(written(), IsEmpty());
+  }
+}
+
+TEST_P(HeadphoneUpdate, ChangesNothingForTheSameHeadphones) {
+  for (const Notebook notebook : {Notebook::beam_forming, Notebook::ai_speech}) {
+    prepare(notebook);
+    host.m_dwHeadPhone = GetParam().headphone;
+    EXPECT_EQ(headphoneUpdate(host), GetParam().headphone);
+    EXPECT_THAT(written(), IsEmpty());
+  }
+}
+
+TEST_P(HeadphoneUpdate, LeavesTheVariablesOfTheHost) {
+  prepare(Notebook::ai_speech);
+  headphoneUpdate(host);
+  EXPECT_EQ(host.m_dwHeadPhone, GetParam().headphone == 0 ? 1u : 0u);
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  EXPECT_EQ(host.m_RoomCorrection, 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, HeadphoneUpdate, ::testing::ValuesIn(kHeadphoneRows));
+
+class HeadphoneReads : public RulesBench, public ::testing::Test {
+ protected:
+  HeadphoneReads() : RulesBench(Notebook::beam_forming) {
+    host.m_dwHeadPhone = 1;
+    device.set_number(control::GetHeadphone, 1);
+    device.set_number(control::NSV_GET_LAUNCHED_MTG, 1);
+  }
+};
+
+TEST_F(HeadphoneReads, ThatFailMeanNoHeadphones) {
+  device.fail(control::GetHeadphone, 31);
+  EXPECT_EQ(headphoneUpdate(host), 0u);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 1}));
+}
+
+TEST_F(HeadphoneReads, ThatFailMeanNoMeeting) {
+  host.m_dwHeadPhone = 0;
+  device.fail(control::NSV_GET_LAUNCHED_MTG, 31);
+  EXPECT_EQ(headphoneUpdate(host), 1u);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 0}));
+}
+
+TEST_F(HeadphoneReads, GoInTwoSpansOfTheDriverLockAndTheRestWithoutIt) {
+  host.m_dwHeadPhone = 0;
+  std::vector<bool> free;
+  const auto note = [&] {
+    const auto other = machine.scheduler().start("other", [&] {
+      free.push_back(host.m_csDriver.try_lock());
+      if (free.back()) host.m_csDriver.unlock();
+    });
+    other->join();
+  };
+  for (std::uint64_t request = 1; request <= 5; ++request) script.before(Step::control_request, request, note);
+  headphoneUpdate(host);
+  EXPECT_EQ(asked().size(), 5u) << "launched, mode, headphones, the user's setting, the effective one";
+  EXPECT_THAT(free, ElementsAre(false, false, false, true, true));
+}
+
+// ---- SetHeadphoneState
+
+class HeadphoneState : public RulesBench, public ::testing::Test {};
+
+TEST_F(HeadphoneState, IsNotedWithAChangeToConclude) {
+  SetHeadphoneState(host, 1);
+  EXPECT_EQ(host.m_dwHeadPhone, 1u);
+  EXPECT_EQ(host.m_bMicDeviceDirty, 1u);
+}
+
+TEST_F(HeadphoneState, ChangesNothingWhenItIsTheSame) {
+  show_panel();
+  host.m_dwHeadPhone = 1;
+  SetHeadphoneState(host, 1);
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  EXPECT_FALSE(painted());
+}
+
+TEST_F(HeadphoneState, PaintsAPanelThatShows) {
+  show_panel();
+  SetHeadphoneState(host, 1);
+  EXPECT_TRUE(painted());
+  machine.desktop().windows().hide(host.m_hWnd);
+  SetHeadphoneState(host, 0);
+  machine.desktop().windows().show_at(host.m_hWnd, {0, 0, 10, 10}, Stacking::topmost);
+  EXPECT_TRUE(painted()) << "since it came into sight";
+  EXPECT_EQ(script.count(Step::window_invalidate), 1u);
+}
+
+TEST_F(HeadphoneState, DoesWithoutAPanel) {
+  SetHeadphoneState(host, 1);
+  EXPECT_EQ(script.count(Step::window_invalidate), 0u);
+}
+
+// ---- deviceNameChange
+
+constexpr const char* kBuiltIn = "内蔵マイク (Realtek High Definition Audio)";
+constexpr const char* kIntel = "マイク配列 (デジタルマイク向けインテル® スマート・サウンド・テクノロジー)";
+constexpr const char* kIntelEnglish = "Microphone Array (デジタルマイク向けインテル® スマート・サウンド・テクノロジー)";
+constexpr const char* kEnglishOnly = "Microphone Array (Intel® Smart Sound Technology for Digital Microphones)";
+constexpr const char* kOther = "Headset Microphone (USB Headset)";
+
+class DeviceNameChange : public RulesBench, public ::testing::Test {
+ protected:
+  explicit DeviceNameChange(Notebook notebook) : RulesBench(notebook) {
+    store_parameters();
+    make_file(enrolled());
+  }
+  /// What the stream that opens now tells the chain.
+  std::vector<std::string> opening(ChainScript& chain) {
+    chain.clear();
+    record();
+    return chain.calls();
+  }
+  void change_to(const char* microphone) {
+    use_microphone(microphone);
+    asked();
+    deviceNameChange(host);
+  }
+};
+
+class BeamFormingNameChange : public DeviceNameChange {
+ protected:
+  BeamFormingNameChange() : DeviceNameChange(Notebook::beam_forming) {}
+  std::vector<std::string> opening() { return DeviceNameChange::opening(*chains.beam_forming); }
+};
+
+TEST_F(BeamFormingNameChange, PassesKeyCancelAndBeamformingOnForEachBuiltInMicrophone) {
+  for (const char* name : {kBuiltIn, kIntel, kIntelEnglish}) {
+    RulesBench& bench = *this;
+    bench.host.m_bMicDeviceDirty = 1;
+    change_to(name);
+    EXPECT_THAT(asked(), ElementsAre(Asked{control::GetKeyboardCancelMTG}, Asked{control::GetBeamformingMTG},
+                                     Asked{control::GetBeamformingMTG}))
+        << name;
+    EXPECT_EQ(host.m_bMicDeviceDirty, 0u) << name;
+  }
+}
+
+class BeamFormingMicrophone : public BeamFormingNameChange, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(BeamFormingMicrophone, IsBuiltInAndGetsWhatTheDriverHas) {
+  device.set_number(control::GetKeyboardCancelMTG, 0);
+  device.set_number(control::GetBeamformingMTG, 2);
+  change_to(GetParam());
+  EXPECT_THAT(opening(), ::testing::AllOf(Contains("SetKeyReductionActive(0)"), Contains("SetBeamFormingActive(1)")));
+}
+
+TEST_P(BeamFormingMicrophone, GetsNoBeamformingWhereTheDriverHasNone) {
+  device.set_number(control::GetBeamformingMTG, 0);
+  host.m_AudioControl.ChangeBeamFormingState(true);
+  change_to(GetParam());
+  EXPECT_THAT(opening(), ::testing::AllOf(Contains("SetKeyReductionActive(1)"), Contains("SetBeamFormingActive(0)")));
+}
+
+TEST_P(BeamFormingMicrophone, GetsBothWhereTheDriverCantBeRead) {
+  device.set_number(control::GetBeamformingMTG, 0);
+  device.set_number(control::GetKeyboardCancelMTG, 0);
+  device.fail(control::GetBeamformingMTG, 31);
+  device.fail(control::GetKeyboardCancelMTG, 31);
+  host.m_AudioControl.ChangeBeamFormingKeyCancelState(false);
+  change_to(GetParam());
+  EXPECT_THAT(opening(), ::testing::AllOf(Contains("SetKeyReductionActive(1)"), Contains("SetBeamFormingActive(1)")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, BeamFormingMicrophone, ::testing::Values(kBuiltIn, kIntel, kIntelEnglish));
+
+class ForeignBeamFormingMicrophone : public BeamFormingMicrophone {};
+
+TEST_P(ForeignBeamFormingMicrophone, HasNoBeamforming) {
+  host.m_AudioControl.ChangeBeamFormingState(true);
+  change_to(GetParam());
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::GetKeyboardCancelMTG}, Asked{control::GetBeamformingMTG}));
+  use_microphone("Microphone Array (Realtek High Definition Audio)");  // where the parameters are found
+  EXPECT_THAT(opening(), ::testing::AllOf(Contains("SetKeyReductionActive(1)"), Contains("SetBeamFormingActive(0)")));
+}
+
+TEST_P(ForeignBeamFormingMicrophone, IsWrittenDownAfterAChangeOnly) {
+  change_to(GetParam());
+  EXPECT_THAT(written(), IsEmpty());
+  host.m_bMicDeviceDirty = 1;
+  deviceNameChange(host);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 0}));
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  deviceNameChange(host);
+  EXPECT_THAT(written(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, ForeignBeamFormingMicrophone, ::testing::Values(kOther, kEnglishOnly));
+
+TEST_F(BeamFormingNameChange, TakesNoMicrophoneAtAllForAForeignOne) {
+  host.m_bMicDeviceDirty = 1;
+  deviceNameChange(host);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 0}));
+}
+
+TEST_F(BeamFormingNameChange, ProbesTheNamesInTheirOrder) {
+  use_microphone(kOther);
+  log.clear();
+  const std::uint64_t before = script.count(Step::endpoint_open_properties);
+  deviceNameChange(host);
+  EXPECT_EQ(script.count(Step::endpoint_open_properties), before + 3);
+  use_microphone(kIntel);
+  const std::uint64_t second = script.count(Step::endpoint_open_properties);
+  deviceNameChange(host);
+  EXPECT_EQ(script.count(Step::endpoint_open_properties), second + 2);
+  use_microphone(kBuiltIn);
+  const std::uint64_t first = script.count(Step::endpoint_open_properties);
+  deviceNameChange(host);
+  EXPECT_EQ(script.count(Step::endpoint_open_properties), first + 1);
+}
+
+class SpeechNameChange : public DeviceNameChange {
+ protected:
+  SpeechNameChange() : DeviceNameChange(Notebook::ai_speech) {
+    host.m_AudioControl.SetAISpeechEnhanceOpen();
+    device.set_number(control::GetAispeechenhanceSetAiModelMTG, 1);
+  }
+  std::vector<std::string> opening() { return DeviceNameChange::opening(*chains.ai_speech); }
+  /// Whether the chain was told to go over to the enrolled model.
+  std::size_t swaps() const { return chains.ai_speech->count("SetAIModel(" + enrolled() + ")"); }
+};
+
+class IntelSpeechMicrophone : public SpeechNameChange, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(IntelSpeechMicrophone, GetsWhatTheDriverHas) {
+  host.m_bMicDeviceDirty = 1;
+  device.set_number(control::GetKeyboardCancelMTG, 2);
+  change_to(GetParam());
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::GetKeyboardCancelMTG}, Asked{control::GetBeamformingMTG},
+                                   Asked{control::GetAispeechenhanceMTG},
+                                   Asked{control::GetAispeechenhanceSetAiModelMTG}, Asked{control::GetBeamformingMTG}));
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  EXPECT_EQ(swaps(), 1u);
+  EXPECT_THAT(opening(), ::testing::IsSupersetOf({"SetKeyReductionActive(1)", "SetBeamFormingActive(1)",
+                                                  "SetAISpeechEnhanceActive(1)"}));
+}
+
+TEST_P(IntelSpeechMicrophone, GetsNothingWhereTheDriverHasNothing) {
+  for (const auto code : {control::GetKeyboardCancelMTG, control::GetBeamformingMTG, control::GetAispeechenhanceMTG,
+                          control::GetAispeechenhanceSetAiModelMTG}) {
+    device.set_number(code, 0);
+  }
+  change_to(GetParam());
+  EXPECT_EQ(swaps(), 0u);
+  EXPECT_THAT(opening(), ::testing::IsSupersetOf({"SetKeyReductionActive(0)", "SetBeamFormingActive(0)",
+                                                  "SetAISpeechEnhanceActive(0)"}));
+}
+
+TEST_P(IntelSpeechMicrophone, GetsAllWhereTheDriverCantBeRead) {
+  for (const auto code : {control::GetKeyboardCancelMTG, control::GetBeamformingMTG, control::GetAispeechenhanceMTG,
+                          control::GetAispeechenhanceSetAiModelMTG}) {
+    device.set_number(code, 0);
+    device.fail(code, 31);
+  }
+  change_to(GetParam());
+  EXPECT_EQ(swaps(), 1u);
+  EXPECT_THAT(opening(), ::testing::IsSupersetOf({"SetKeyReductionActive(1)", "SetBeamFormingActive(1)",
+                                                  "SetAISpeechEnhanceActive(1)"}));
+}
+
+TEST_P(IntelSpeechMicrophone, ClearsBothSettingsOfAVoiceModelThatIsMissing) {
+  std::filesystem::remove(enrolled());
+  change_to(GetParam());
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetAispeechenhanceSetAiModelMTG, 0},
+                                     Asked{control::SetAispeechenhanceSetAiModel_UI_MTG, 0}))
+      << "once: the state of the second time is no change";
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, IntelSpeechMicrophone, ::testing::Values(kIntel, kIntelEnglish));
+
+TEST_F(SpeechNameChange, LeavesTheThirdChainsBeamformingAloneForTheFirstName) {
+  host.m_bMicDeviceDirty = 1;
+  change_to(kBuiltIn);
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  EXPECT_EQ(swaps(), 1u);
+  EXPECT_THAT(opening(), ::testing::IsSupersetOf({"SetKeyReductionActive(1)", "SetBeamFormingActive(0)",
+                                                  "SetAISpeechEnhanceActive(1)"}));
+}
+
+TEST_F(SpeechNameChange, TellsTheSecondChainForTheFirstName) {
+  change_to(kBuiltIn);
+  set_notebook(Notebook::beam_forming);
+  EXPECT_THAT(DeviceNameChange::opening(*chains.beam_forming), Contains("SetBeamFormingActive(1)"));
+}
+
+TEST_F(SpeechNameChange, LeavesTheSecondChainAloneForTheOtherNames) {
+  change_to(kIntel);
+  set_notebook(Notebook::beam_forming);
+  EXPECT_THAT(DeviceNameChange::opening(*chains.beam_forming), Contains("SetBeamFormingActive(0)"));
+}
+
+TEST_F(SpeechNameChange, ClearsBothSettingsOfAMissingVoiceModelForTheFirstNameToo) {
+  std::filesystem::remove(enrolled());
+  change_to(kBuiltIn);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetAispeechenhanceSetAiModelMTG, 0},
+                                     Asked{control::SetAispeechenhanceSetAiModel_UI_MTG, 0}));
+}
+
+TEST_F(SpeechNameChange, TakesBeamformingFromAForeignMicrophoneAndLeavesItTheRest) {
+  host.m_AudioControl.ChangeAISpeechEnhanceBeamFormingState(true);
+  host.m_bMicDeviceDirty = 1;
+  change_to(kOther);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 0}));
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  EXPECT_EQ(swaps(), 1u);
+  use_microphone("Microphone Array (Realtek High Definition Audio)");
+  EXPECT_THAT(opening(), ::testing::IsSupersetOf({"SetKeyReductionActive(1)", "SetBeamFormingActive(0)",
+                                                  "SetAISpeechEnhanceActive(1)"}));
+}
+
+TEST_F(SpeechNameChange, WritesNothingForAForeignMicrophoneWithoutAChange) {
+  change_to(kOther);
+  EXPECT_THAT(written(), IsEmpty());
+}
+
+class OtherNameChange : public RulesBench, public ::testing::TestWithParam<Notebook> {};
+
+TEST_P(OtherNameChange, ConcludesTheFirstTwoNamesOnly) {
+  set_notebook(GetParam());
+  const auto dirty_after = [&](const char* name) {
+    use_microphone(name);
+    host.m_bMicDeviceDirty = 1;
+    deviceNameChange(host);
+    return host.m_bMicDeviceDirty == 1;
+  };
+  EXPECT_FALSE(dirty_after(kBuiltIn));
+  EXPECT_FALSE(dirty_after(kIntel));
+  EXPECT_TRUE(dirty_after(kIntelEnglish));
+  EXPECT_TRUE(dirty_after(kOther));
+  EXPECT_THAT(written(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Notebooks, OtherNameChange, ::testing::Values(Notebook::plain, Notebook::key_cancel));
+
+// ---- All three
+
+TEST_F(BeamFormingNameChange, FollowsHeadphonesBeforeTheName) {
+  use_microphone(kOther);
+  device.set_number(control::GetHeadphone, 1);
+  asked();
+  FollowDevices(host);
+  EXPECT_EQ(host.m_dwHeadPhone, 1u);
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 0}, Asked{control::SetBeamformingMTG, 0}))
+      << "by the headphones, then by the name, which finds the change";
+}
+
+}  // namespace
+}  // namespace sonivo::test
