@@ -24,8 +24,7 @@ Microphone PhysicalMicrophone(HostState& host) {
 }
 
 void SetBeamforming(CSonivoDriverAccess& driver, Effective effective) {
-  const bool on =
-      effective == Effective::user && UserSetting(driver, &CSonivoDriverAccess::GetBeamforming_UI_MTG) == 1;
+  const bool on = effective == Effective::user && UserSetting(driver, &CSonivoDriverAccess::GetBeamforming_UI_MTG) == 1;
   driver.SetBeamformingMTG(on ? 1 : 0);
 }
 

@@ -30,6 +30,18 @@ std::uint32_t RegistrationValue(CSonivoDriverAccess& driver) {
   return value;
 }
 
+/// Puts a copy of the enrolled model there, or takes the former one away.
+void Publish(const HostState& host, bool enrolled, const std::filesystem::path& published) {
+  std::error_code why;
+  if (enrolled) {
+    std::filesystem::copy_file(host.m_szEnhanceModelFolder / kModelFile, published,
+                               std::filesystem::copy_options::overwrite_existing, why);
+  } else {
+    std::filesystem::remove(published, why);
+  }
+  if (why) trace(TraceLevel::error, "[ChangeRegistryThread] %s: %s\n", published.c_str(), why.message().c_str());
+}
+
 void SetVoiceModelInUse(CSonivoDriverAccess& driver, std::uint32_t on) {
   driver.SetAispeechenhanceSetAiModelMTG(on);
   driver.SetAispeechenhanceSetAiModel_UI_MTG(on);
@@ -47,17 +59,10 @@ void BuildVoiceModel(HostState& host) {
   driver.SetAispeechenhanceRegistrationMTG(registration::kRunning);
   const int result = host.m_AudioControl.MakeAISpeechEnhanceModel(true);
 
-  const auto published = ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFolderMTG) / kModelFile;
-  std::error_code why;
-  if (result != 0) {
-    std::filesystem::remove(published, why);
-    SetVoiceModelInUse(driver, 0);
-  } else {
-    std::filesystem::copy_file(host.m_szEnhanceModelFolder / kModelFile, published,
-                               std::filesystem::copy_options::overwrite_existing, why);
-    SetVoiceModelInUse(driver, 1);
-  }
-  if (why) trace(TraceLevel::error, "[ChangeRegistryThread] %s: %s\n", published.c_str(), why.message().c_str());
+  // Without a folder there is no published copy: nothing is to happen in the folder that the process runs in.
+  const std::filesystem::path folder = ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFolderMTG);
+  if (!folder.empty()) Publish(host, result == 0, folder / kModelFile);
+  SetVoiceModelInUse(driver, result == 0 ? 1 : 0);
 
   const std::uint32_t found = RegistrationValue(driver);
   const bool stays = found == registration::kAbort || found == registration::kLeft15 || found == registration::kLeft103;
