@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 
 #include "base/text.h"
 #include "host/threads.h"
@@ -36,6 +37,8 @@ class RegistryBench : public RulesBench {
     machine.run_for(1);
   }
   void stop() {
+    script.clear_faults();
+    machine.session().set_console_session(machine.session().own());  // in another one they don't stop
     host.m_hRegistryEvent.Set(EventPair::kStop);
     host.m_hRegistryEvent_Quit.Set(EventPair::kStop);
     join();
@@ -65,7 +68,7 @@ class RegistryBench : public RulesBench {
     return machine.scheduler().wait_any(one, 0).index.has_value();
   }
 
-  std::uint32_t status = 77;
+  std::atomic<std::uint32_t> status = 77;  ///< of the thread that ended last
 
  private:
   std::vector<std::unique_ptr<Thread>> threads_;

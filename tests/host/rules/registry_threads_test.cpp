@@ -119,7 +119,7 @@ TEST_P(RegistryThread, LooksForItsSessionEvery200Milliseconds) {
   machine.session().set_console_session(2);
   touch();
   const std::uint64_t before = script.count(Step::process_session);
-  machine.run_for(1000);
+  machine.run_for(900);
   EXPECT_EQ(script.count(Step::process_session), before + 5);
 }
 

@@ -1,5 +1,8 @@
 // The thread that turns a chosen position into driver settings and polls the headphone jack and key cancel.
 
+#include <algorithm>
+#include <array>
+
 #include "host/threads.h"
 #include "rules_bench.h"
 
