@@ -53,8 +53,8 @@ void BuildVoiceModel(HostState& host) {
   CSonivoDriverAccess& driver = host.m_DriverAccess;
   if (RegistrationValue(driver) != registration::kBuild) return;
 
-  const std::filesystem::path recording = ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFolderMTG) /
-                                          ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFileMTG);
+  std::filesystem::path recording = ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFolderMTG);
+  recording /= ReadPath(driver, &CSonivoDriverAccess::GetAispeechenhanceWavFileMTG);
   host.m_AudioControl.SetAISpeechEnhanceWavFile(recording.c_str());
   driver.SetAispeechenhanceRegistrationMTG(registration::kRunning);
   const int result = host.m_AudioControl.MakeAISpeechEnhanceModel(true);

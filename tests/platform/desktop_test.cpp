@@ -136,7 +136,8 @@ TEST_F(DesktopTest, WhatTheMachineSendsIsAnsweredInsideTheWaitBeforeAQuit) {
 
 TEST_F(DesktopTest, ARemovalReachesTheWindowThatAskedWithItsRecord) {
   Error why;
-  const auto device = machine.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, why);
+  const auto device =
+      machine.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, Completion::overlapped, why);
   std::vector<DeviceBroadcast> records;
   const WindowHandle handle = windows.create("devices", {}, [&](const Message& message) {
     if (message.message == kWmDeviceChange) records.push_back(*record_of<DeviceBroadcast>(message));

@@ -37,7 +37,8 @@ class TinyRelay {
 
   void run() {
     Error why;
-    const auto device = machine_.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, why);
+    const auto device =
+        machine_.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, Completion::overlapped, why);
     std::vector<std::shared_ptr<Endpoint>> list;
     machine_.endpoints().list(DataFlow::capture, kDeviceActive, list);
     std::unique_ptr<AudioClient> client;
@@ -147,8 +148,9 @@ TEST(SimMachine, LeaksTellWhatIsStillHeld) {
   SimMachine machine({.echo_filter = true});
   EXPECT_EQ(machine.leaks(), Leaks{});
   Error why;
-  auto device = machine.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, why);
-  auto filter = machine.driver().open(kEchoFilterPath, Sharing::shared, why);
+  auto device =
+      machine.driver().open(SimDriver::device_path(PinId::mic), Sharing::exclusive, Completion::overlapped, why);
+  auto filter = machine.driver().open(kEchoFilterPath, Sharing::shared, Completion::overlapped, why);
   auto notice = machine.driver().notify_removal({kDeviceTypeHandle, device.get()}, WindowHandle::none);
   auto thread = machine.scheduler().start("idle", [&] { machine.scheduler().sleep_ms(10); });
   auto event = machine.scheduler().create(Reset::manual);

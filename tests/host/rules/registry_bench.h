@@ -48,7 +48,9 @@ class RegistryBench : public RulesBench {
     threads_.clear();
   }
   /// An effect property changes.
-  void touch() { machine.fx().set_effect(sim::kMicArray, PKEY_NVC_AI_Strength, std::vector<std::byte>(4)); }
+  void touch() {
+    machine.fx().set(sim::FxHome::user_store, sim::kMicArray, PKEY_NVC_AI_Strength, std::vector<std::byte>(4));
+  }
   /// An effect property changes while the driver has this registration value; the threads do what follows.
   void touch(std::uint32_t registration) {
     set_registration(registration);
