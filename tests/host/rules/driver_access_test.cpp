@@ -8,7 +8,6 @@ namespace sonivo::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::Values;
 
 constexpr const char* kNoWork = "[SubmitThreadpoolWork_job] CreateThreadpoolWork failed.\n";
