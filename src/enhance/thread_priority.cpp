@@ -17,31 +17,37 @@ namespace {
 constexpr int kRealTimePriority = 10;
 constexpr int kHighestNice = -20;
 
-bool enter_real_time() {
+id_t thread_id() { return static_cast<id_t>(::syscall(SYS_gettid)); }
+
+bool set_scheduler(int policy, int priority) {
   sched_param param{};
-  param.sched_priority = kRealTimePriority;
-  return ::pthread_setschedparam(::pthread_self(), SCHED_RR | SCHED_RESET_ON_FORK, &param) == 0;
+  param.sched_priority = priority;
+  return ::pthread_setschedparam(::pthread_self(), policy, &param) == 0;
 }
 
-/// A limit of n lets the nice level go down to 20 - n.
-int lowest_nice() {
+bool set_nice(int level) { return ::setpriority(PRIO_PROCESS, thread_id(), level) == 0; }
+
+int nice_level() { return ::getpriority(PRIO_PROCESS, thread_id()); }
+
+std::uint64_t nice_limit() {
   rlimit limit{};
-  if (::getrlimit(RLIMIT_NICE, &limit) != 0) return 0;
-  constexpr rlim_t kMost = 20 - kHighestNice;
-  return 20 - static_cast<int>(std::min(limit.rlim_cur, kMost));
+  return ::getrlimit(RLIMIT_NICE, &limit) == 0 ? limit.rlim_cur : 0;
 }
 
-bool lower_nice() {
-  const auto thread = static_cast<id_t>(::syscall(SYS_gettid));
-  if (::setpriority(PRIO_PROCESS, thread, kHighestNice) == 0) return true;
-  const int lowest = lowest_nice();
-  return lowest < ::getpriority(PRIO_PROCESS, thread) && ::setpriority(PRIO_PROCESS, thread, lowest) == 0;
+bool lower_nice(const PriorityCalls& system) {
+  if (system.set_nice(kHighestNice)) return true;
+  constexpr std::uint64_t kMost = 20 - kHighestNice;
+  const int lowest = 20 - static_cast<int>(std::min(system.nice_limit(), kMost));
+  return lowest < system.nice() && system.set_nice(lowest);
 }
 
 }  // namespace
 
-void make_thread_time_critical() {
-  if (enter_real_time() || lower_nice()) return;
+const PriorityCalls kSystemPriorityCalls = {
+    .set_scheduler = set_scheduler, .set_nice = set_nice, .nice = nice_level, .nice_limit = nice_limit};
+
+void make_thread_time_critical(const PriorityCalls& system) {
+  if (system.set_scheduler(SCHED_RR | SCHED_RESET_ON_FORK, kRealTimePriority) || lower_nice(system)) return;
   trace(TraceLevel::warning, "the enhancement thread keeps its ordinary priority\n");
 }
 
