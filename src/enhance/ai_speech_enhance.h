@@ -27,7 +27,8 @@ class CAISpeechEnhance {
 
   /// bf_param: blob of GetParamSize bytes; sampling_rate_local: 48000 or 44100 Hz; channel_local: 1 to 4; length_local:
   /// frames of a block; add_buff_*: what the two FIFOs hold beyond a chunk of 50 ms, in ms, at most 10000. A model that
-  /// could not enhance its first chunk, or wants anything but samples at 16000 Hz, is refused.
+  /// could not enhance its first chunk, wants anything but samples at 16000 Hz, or gives more or less of them than it
+  /// takes, is refused.
   int Open(const std::uint16_t* bf_param, const char* model_file, float sampling_rate_local,
            std::uint16_t channel_local, std::uint16_t length_local, float add_buff_in_ms, float add_buff_out_ms);
   int Close();
@@ -71,6 +72,7 @@ class CAISpeechEnhance {
   /// Writes the base model with the voice of the recording, a 16-bit PCM file at the device's rate, enrolled in it:
   /// whole or not at all; what was under that name before is removed at the start. preprocess_on 1: the recording,
   /// which then has the channels of Open, goes through the beamforming chain first. Blocks for as long as it takes.
+  /// ERROR_AI_SPEECH_ENHANCE_FILE_WRITE leaves the reason in errno.
   int MakeAIModel(const char* base_model_file, const char* enc_model_file, const char* wave_file,
                   const char* out_model_file, std::uint16_t preprocess_on);
   int PauseMakeAIModel();
@@ -81,7 +83,7 @@ class CAISpeechEnhance {
   VoiceLevel MakeAIModelLevel() const;
   float MakeAIModelProgress() const;
   /// The enhancement thread has dealt with all blocks that were pushed and waits for more, or none runs. For the thread
-  /// that calls Execute; no lock.
+  /// that calls Execute, while nobody opens; no lock.
   bool IsEnhancementIdle() const;
 
   int OpenRecFile(const char* filename);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -13,14 +14,23 @@
 namespace sonivo {
 namespace {
 
-/// Silence without end.
+/// Silence for a model that makes something of so many samples.
 class TrialSilence : public Input<short> {
  public:
+  explicit TrialSilence(std::int64_t most) : most_(most) {}
+
   int data(std::vector<short>& out, int require, bool) override {
+    taken_ += require;
+    if (taken_ > most_) throw std::runtime_error("it takes samples and gives none");
     out.resize(out.size() + static_cast<std::size_t>(require));
     return require;
   }
   bool end() override { return false; }
+  std::int64_t taken() const { return taken_; }
+
+ private:
+  const std::int64_t most_;
+  std::int64_t taken_ = 0;
 };
 
 /// So much noise.
@@ -51,6 +61,8 @@ class TrialNoise : public Input<short> {
 };
 
 constexpr float kLongestShiftMs = 1000.0f;
+constexpr std::int64_t kTrialSamplesPerMs = 16;
+constexpr std::int64_t kTrialChunks = 20;  // that go in until two come out
 
 void expect_stream_of_samples(const e2e::SEModel& model, const FifoRoom& room) {
   if (model.get<std::string>("feature-extractor-type") != "none") {
@@ -62,9 +74,33 @@ void expect_stream_of_samples(const e2e::SEModel& model, const FifoRoom& room) {
   const std::uint32_t chunk = chunk_ms_of(model);
   if (chunk % 10 != 0) throw std::runtime_error("its chunks of five frames are no whole 10 ms");
   if (chunk > room.chunk_ms.value_or(chunk)) throw std::runtime_error("its chunks are longer than those in use");
+  if (model.get<int>("overlap") > 0)
+    throw std::runtime_error("its chunks overlap, so that it gives more than it takes");
   if (!(model.get<float>("frame-length") <= static_cast<float>(room.add_ms + room.chunk_ms.value_or(chunk)))) {
     throw std::runtime_error("its frames are longer than what waits for them");
   }
+}
+
+/// What gives more or less than it takes fills the FIFO behind it, or leaves it empty; so does a chunk of other frames
+/// than those of the stream. The first one may be longer or shorter than those that follow.
+void expect_whole_chunks(e2e::SEModel& model) {
+  const std::int64_t chunk = std::int64_t{chunk_ms_of(model)} * kTrialSamplesPerMs;
+  const auto frame = static_cast<std::int64_t>(model.get<float>("frame-length")) * kTrialSamplesPerMs;
+  const auto silence = std::make_shared<TrialSilence>(frame + kTrialChunks * chunk);
+  model.startEnhancement(silence);
+  const auto next_chunk = [&] {
+    std::uint32_t state = 0;
+    return std::int64_t{model.getEnhancedResult(state).get<meridane::Matrix>("enhanced").size()};
+  };
+  next_chunk();
+  const std::int64_t before = silence->taken();
+  const std::int64_t given = next_chunk();
+  const std::int64_t taken = silence->taken() - before;
+  const std::int64_t half_frame = chunk / (2 * kChunkFrames);
+  if (std::abs(given - chunk) < half_frame && std::abs(taken - chunk) < half_frame) return;
+  throw std::runtime_error("its preprocessor or its network changes the number of frames: of " + std::to_string(taken) +
+                           " samples it makes " + std::to_string(given) + ", where chunks have " +
+                           std::to_string(chunk));
 }
 
 }  // namespace
@@ -80,9 +116,7 @@ void try_enhancement_model(const std::string& file, const FifoRoom& room) {
   model.set<bool>("offline", false);
   model.set<int>("chunk-size", kChunkFrames);
   expect_stream_of_samples(model, room);
-  model.startEnhancement(std::make_shared<TrialSilence>());
-  std::uint32_t state = 0;
-  model.getEnhancedResult(state).get<meridane::Matrix>("enhanced");
+  expect_whole_chunks(model);
 }
 
 void try_enrolment_models(const std::string& base_model_file, const std::string& enc_model_file, std::size_t samples,

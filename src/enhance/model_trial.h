@@ -21,9 +21,9 @@ struct FifoRoom {
 /// Milliseconds of a chunk of the model.
 std::uint32_t chunk_ms_of(const e2e::SEModel& model);
 
-/// Runs the model of the file for one chunk of silence, as the enhancement thread would: what would end that thread at
-/// its first chunk throws here. So does a model that the FIFOs can't feed: they give samples at 16000 Hz, in frames and
-/// chunks that they have room for.
+/// Runs the model of the file for two chunks of silence, as the enhancement thread would: what would end that thread at
+/// its first chunk throws here. So does a model that doesn't fit between the FIFOs: they give samples at 16000 Hz, in
+/// frames and chunks that they have room for, and take as many.
 void try_enhancement_model(const std::string& file, const FifoRoom& room);
 
 /// Runs the speaker encoder over so many samples of noise, ten seconds at most, and gives the result to the base model:

@@ -226,6 +226,8 @@ TEST_F(EnhanceCommand, RefusesModelsThatDontStreamSamples) {
   expect_failure("the model takes features, not samples; give one with feature-extractor-type none");
   write(model_text({1}, "", {{"sample-frequency", "8000"}}), input);
   expect_failure("the model is not made for 16000 Hz; give one that is");
+  write(model_text({1}, "", {{"overlap", "2"}}), input);
+  expect_failure("the model's chunks overlap, so that it gives more than it takes; give one with overlap 0");
   write(model_text({0, 1}), input);
   expect_failure("the model gives nothing of its input back within half a second, so OUT cannot be aligned; use --raw");
 }

@@ -138,6 +138,9 @@ void expect_samples(const e2e::SEModel& model) {
   if (model.get<float>("sample-frequency") != kModelRate) {
     throw Failure("the model is not made for 16000 Hz; give one that is");
   }
+  if (model.get<int>("overlap") > 0) {
+    throw Failure("the model's chunks overlap, so that it gives more than it takes; give one with overlap 0");
+  }
 }
 
 }  // namespace

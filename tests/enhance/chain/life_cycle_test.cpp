@@ -294,6 +294,36 @@ TEST_F(LifeCycle, OpenRefusesWhatTheRingsCantFeed) {
   EXPECT_EQ(opens({{"frame-length", "70"}}), 0);
 }
 
+/// What would fill the ring behind the model, or leave it empty.
+TEST_F(LifeCycle, OpenRefusesAModelThatGivesMoreOrLessThanItTakes) {
+  const auto reason = [&](const std::string& model) {
+    EXPECT_EQ(open(folder.write("odd.bin", model)), ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL);
+    const auto texts = errors();
+    return texts.empty() ? "" : texts.front();
+  };
+  const auto windows = [](const char* length, const char* shift) {
+    e2e::test::ModelParts parts{
+        .has_preprocessor = 1,
+        .preprocessor = e2e::test::flow_text(
+            "FrameWindowNode", std::string("<length>") + length + "</length><shift>" + shift + "</shift>"),
+        .network = gains_network({1.0f})};
+    parts.symbols = {{"sample-frequency", "16000"}, {"frame-length", "10"}, {"frame-shift", "10"}};
+    return e2e::test::model_bytes(parts);
+  };
+  EXPECT_EQ(reason(model_of(gains_network({1.0f}), {{"overlap", "1"}})),
+            "Open: its chunks overlap, so that it gives more than it takes\n");
+  const auto changes = [](const char* taken, const char* given) {
+    return std::string("Open: its preprocessor or its network changes the number of frames: of ") + taken +
+           " samples it makes " + given + ", where chunks have 800\n";
+  };
+  EXPECT_EQ(reason(windows("2", "1")), changes("800", "1600")) << "each frame twice";
+  EXPECT_EQ(reason(windows("1", "2")), changes("1600", "800")) << "every other frame";
+  EXPECT_EQ(reason(windows("2", "2")), changes("1600", "1600")) << "two frames at a time";
+  EXPECT_EQ(reason(model_of(e2e::test::thinning_network())), changes("800", "200"));
+  EXPECT_EQ(reason(windows("1", "100000")), "Open: it takes samples and gives none\n");
+  EXPECT_EQ(open(folder.write("even.bin", windows("1", "1"))), 0);
+}
+
 TEST_F(LifeCycle, OpenAddsTenSecondsAtMost) {
   EXPECT_EQ(open(passing, 48000.0f, 1, kBlock, 10000.5f, 20.0f), ERROR_AI_SPEECH_ENHANCE_DATA_LENGTH);
   EXPECT_EQ(open(passing, 48000.0f, 1, kBlock, 20.0f, 10000.5f), ERROR_AI_SPEECH_ENHANCE_DATA_LENGTH);
