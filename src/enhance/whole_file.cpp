@@ -16,7 +16,9 @@ class Descriptor {
  public:
   explicit Descriptor(int number) : number_(number) {}
   ~Descriptor() {
+    const int reason = errno;  // of whoever gives up
     if (number_ >= 0) ::close(number_);
+    errno = reason;
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
@@ -32,6 +34,7 @@ bool write_to_disk(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
     if (written < 0 && errno == EINTR) continue;
+    if (written == 0) errno = ENOSPC;
     if (written <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
@@ -43,11 +46,17 @@ bool name_file(int descriptor, const std::string& name) {
   return ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
+/// False, with the errno of what failed before.
+bool give_up(const std::string& part) {
+  const int reason = errno;
+  ::unlink(part.c_str());
+  errno = reason;
+  return false;
+}
+
 /// A file of that name, or what is left of one, stands in the way of a link.
 bool take_name(const std::string& part, const std::string& name) {
-  if (std::rename(part.c_str(), name.c_str()) == 0) return true;
-  ::unlink(part.c_str());
-  return false;
+  return std::rename(part.c_str(), name.c_str()) == 0 || give_up(part);
 }
 
 }  // namespace
@@ -55,7 +64,10 @@ bool take_name(const std::string& part, const std::string& name) {
 bool write_whole_file(const std::string& name, const std::function<void(std::ostream&)>& write) {
   std::ostringstream content;
   write(content);
-  if (!content) return false;
+  if (!content) {
+    errno = ENOMEM;
+    return false;
+  }
   const std::string folder = std::filesystem::path(name).parent_path().string();
   const std::string part = name + ".part";
   ::unlink(part.c_str());
@@ -69,11 +81,7 @@ bool write_whole_file(const std::string& name, const std::function<void(std::ost
   // The file system knows no files without a name, or there is no /proc to name them by.
   const Descriptor named(::open(part.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
   if (!named) return false;
-  if (!write_to_disk(named.get(), content.view())) {
-    ::unlink(part.c_str());
-    return false;
-  }
-  return take_name(part, name);
+  return write_to_disk(named.get(), content.view()) ? take_name(part, name) : give_up(part);
 }
 
 }  // namespace sonivo

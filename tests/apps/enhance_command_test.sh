@@ -60,7 +60,10 @@ expect "standard output" 2 '^$' "^error: OUT must be a file: '-' for standard ou
 expect "no such model" 1 '^$' "^error: cannot open 'gone': No such file" enhance gone in.wav out.wav
 expect "a folder as model" 1 '^$' "^error: 'folder' is a folder; give a speech enhancement model\$" enhance folder in.wav out.wav
 expect "an empty model" 1 '^$' "^error: 'empty.bin' is no speech enhancement model: error reading stream" enhance empty.bin in.wav out.wav
-expect "a model that is audio" 1 '^$' "^error: 'cd.wav' is no speech enhancement model: " enhance cd.wav in.wav out.wav
+expect "a model that is audio" 1 '^$' "^error: 'cd.wav' is no speech enhancement model: it is a WAV file\$" enhance cd.wav in.wav out.wav
+printf 'spkb and more' >encoder.bin
+expect "a speaker encoder as model" 1 '^$' "^error: 'encoder.bin' is no speech enhancement model: it is a speaker encoder\$" \
+  enhance encoder.bin in.wav out.wav
 expect "switching where nothing switches" 1 '^$' "^error: 'model' is no switching model; leave --switching away\$" \
   enhance model in.wav out.wav --switching 0
 expect "no such file" 1 '^$' "^error: cannot open 'gone.wav': No such file" enhance model gone.wav out.wav

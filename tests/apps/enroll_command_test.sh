@@ -53,6 +53,17 @@ syllables() {
   rm .syllable
 }
 
+# Usage: noise SECONDS LEVEL: white.
+noise() {
+  printf '%b' "$(awk -v seconds="$1" -v level="$2" 'BEGIN {
+    srand(1)
+    for (i = 0; i < 48000 * seconds; ++i) {
+      x = int(level * (2 * rand() - 1) * 32768 + 65536) % 65536
+      printf "\\x%02x\\x%02x", x % 256, int(x / 256)
+    }
+  }')"
+}
+
 # Puts a head in front of samples. Usage: wav_file FILE RATE CHANNELS
 wav_file() {
   cat >.samples
@@ -72,6 +83,7 @@ syllables 5 0.3 5 | wav_file five.wav 48000 5
 syllables 5 0.02 1 | wav_file quiet.wav 48000 1
 { syllables 2 0.3 1 && head -c 480000 /dev/zero; } | wav_file seldom.wav 48000 1
 head -c 48000 /dev/zero | wav_file silence.wav 48000 1
+noise 2 0.05 | wav_file noise.wav 48000 1
 syllables 2 0.5 1 | head -c 80000 | wav_file short.wav 48000 1
 syllables 1 0.3 1 | wav_file narrow.wav 16000 1
 syllables 1 0.3 1 | wav_file deep.wav 96000 1
@@ -138,6 +150,8 @@ expect "as many without it" 0 "^${level}fit for use\$" '^$' $(of five.wav)
 
 expect "silence" 1 '^speech level 0\.000, background 0\.000, speech in 0 % of the recording: too quiet$' \
   "^error: the voice in 'silence.wav' is too quiet; record it again, closer to the microphone\$" $(of silence.wav)
+expect "noise alone" 1 '^speech level 0\.000, background 0\.0[0-9]{2}, speech in 0 % of the recording: noise alone$' \
+  "^error: 'noise.wav' has noise and no voice that stands out of it; record it again in a quiet place\$" $(of noise.wav)
 expect "a quiet voice" 1 "^${level}too quiet\$" "^error: the voice in 'quiet.wav' is too quiet; " $(of quiet.wav)
 expect "little speech" 1 "^${level}too noisy, or too little speech\$" \
   "^error: 'seldom.wav' has too much noise or too little speech; record it again in a quiet place\$" $(of seldom.wav)
@@ -147,10 +161,11 @@ expect "a recording that is too short for the encoder" 1 '^$' \
 
 expect "no such base model" 1 '^$' "^error: cannot open 'gone': No such file" enroll --base gone --encoder encoder --voice me.wav --out out.bin
 expect "no such encoder" 1 '^$' "^error: cannot open 'gone': No such file" enroll --base base --encoder gone --voice me.wav --out out.bin
-expect "a recording as base model" 1 '^$' "^error: 'me.wav' is no target-speaker model: " \
+expect "a recording as base model" 1 '^$' "^error: 'me.wav' is no target-speaker model: it is a WAV file\$" \
   enroll --base me.wav --encoder encoder --voice me.wav --out out.bin
-expect "a base model as encoder" 1 '^$' "^error: 'base' is no speaker encoder: " enroll --base base --encoder base --voice me.wav --out out.bin
-expect "an encoder as base model" 1 '^$' "^error: 'encoder' is no target-speaker model: " \
+expect "a base model as encoder" 1 '^$' "^error: 'base' is no speaker encoder: it is a speech enhancement model\$" \
+  enroll --base base --encoder base --voice me.wav --out out.bin
+expect "an encoder as base model" 1 '^$' "^error: 'encoder' is no target-speaker model: it is a speaker encoder\$" \
   enroll --base encoder --encoder encoder --voice me.wav --out out.bin
 expect "a base model without a place for the voice" 1 '^$' "^error: 'deaf' and 'encoder' don't go together: " \
   enroll --base deaf --encoder encoder --voice me.wav --out out.bin
@@ -170,7 +185,7 @@ expect "a pipe as result" 1 '^$' "^error: 'pipe' is a pipe or a device; " enroll
 
 limit=$(ulimit -f)
 ulimit -S -f 4
-expect "a full disk" 1 "^${level}fit for use\$" "^error: cannot write 'out.bin'; make room or choose another folder\$" $(of me.wav)
+expect "a full disk" 1 "^${level}fit for use\$" "^error: cannot write 'out.bin': File too large; make room or choose another folder\$" $(of me.wav)
 ulimit -S -f "$limit"
 
 # Half a minute takes a while.

@@ -77,6 +77,9 @@ expect "a network that isn't there" 1 '^$' "^error: cannot open 'gone': " model 
 expect "the network for the output" 1 '^$' "^error: 'net.xml' is the input itself; " "${build[@]}" net.xml
 expect "no model" 1 '^$' "^error: 'letters' is no model: it begins with the magic of none\$" model info letters
 expect "an empty file" 1 '^$' "^error: 'empty' is no model: it begins with the magic of none\$" model info empty
+expect "a network" 1 '^$' "^error: 'net.xml' is no model: it is a document in XML\$" model info net.xml
+printf 'RIFF and more' >recording.wav
+expect "a recording" 1 '^$' "^error: 'recording.wav' is no model: it is a WAV file\$" model info recording.wav
 head -c 60 m.bin >short.bin
 expect "a truncated model" 1 '^$' "^error: 'short.bin' is no model: モデルの読み込みに失敗した\(error reading stream\)" model info short.bin
 expect "a folder for a model" 1 '^$' "^error: 'folder' is a folder; give a model\$" model info folder

@@ -47,6 +47,15 @@ expect "key cancelling" 0 "$of_noise" '^$' relay in.wav out.wav --chain keycance
 expect "beam forming" 0 "$of_noise" '^$' relay in.wav out.wav --chain beamforming
 expect "a chain at another rate, width and period" 0 '44100 Hz, 24 bits, 1 channel' '^$' \
   relay cd.wav out.wav --chain keycancel --bits 24 --period 2048 --drift -300
+models=$(dirname "$sonivo")/../share/sonivo/models
+if [[ -d $models ]]; then
+  for size in 0.5 0.25 0.10; do
+    expect "the model of size $size" 0 "$of_noise" '^$' \
+      relay in.wav out.wav --chain ai --model "$models/model_se_streaming_RTF${size}_v2.bin"
+  done
+  expect "the enhancement as fast as the audio" 0 'processing +[0-9]+\.[0-9]{3} / [0-9]+\.[0-9]{3} ms a block \(mean / highest\)
+speed' '^$' relay in.wav out.wav --chain ai --realtime
+fi
 expect "help" 0 'Example:' '^$' relay --help
 expect "version" 0 '^sonivo [0-9]' '^$' --version
 
@@ -133,6 +142,23 @@ mkfifo params.pipe
 expect "the parameters as output" 1 '^$' "^error: 'set.bin' is the parameter blob itself; " relay in.wav set.bin --chain keycancel --params set.bin
 expect "parameters in a pipe" 1 '^$' "^error: 'params.pipe' is a pipe or a device; give a parameter blob\$" \
   relay in.wav out.wav --chain keycancel --params params.pipe
+model_of() { # ATTRIBUTES OF AN OPTION: lets everything pass
+  echo "senx<SE version='20231004'><encoder><NN magic='MerNNpar' ninput='1' noutput='1'>
+<layers><layer type='FullyConnected' id='a'><weight>1</weight><bias>0</bias></layer></layers>
+<links><link from_id='_input' to_id='a'/><link from_id='a' to_id='_output'/></links></NN></encoder>
+<option name='frame-length' value='10'/><option $1/></SE>"
+}
+model_of "name='frame-shift' value='10'" >model
+expect "a model of one's own" 0 "$of_noise" '^$' relay in.wav out.wav --chain ai --model model
+expect "the model as output" 1 '^$' "^error: 'model' is the model itself; choose another name for the output\$" \
+  relay in.wav model --chain ai --model model
+model_of "name='overlap' value='1'" >overlap
+expect "a model whose chunks overlap" 1 '^$' \
+  "^error: 'overlap' is no speech enhancement model: its chunks overlap, so that it gives more than it takes\$" \
+  relay in.wav out.wav --chain ai --model overlap
+expect "a recording as model" 1 '^$' "^error: 'in.wav' is no speech enhancement model: it is a WAV file\$" \
+  relay in.wav out.wav --chain ai --model in.wav
+expect "no such model" 1 '^$' "^error: cannot open 'gone': No such file" relay in.wav out.wav --chain ai --model gone
 expect "a missing output folder" 1 '^$' "^error: cannot create 'gone/out.wav': No such file or directory; " relay in.wav gone/out.wav
 expect "an output folder that takes no files" 1 '^$' "^error: cannot create '/proc/out.wav': " relay in.wav /proc/out.wav
 expect "a file as output folder" 1 '^$' "^error: cannot create 'text.wav/out.wav': Not a directory; " relay in.wav text.wav/out.wav

@@ -10,6 +10,7 @@
 
 #include "apps/tool/enhancement.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/file_kind.h"
 #include "apps/tool/file_name.h"
 #include "apps/tool/numbers.h"
 #include "apps/tool/output_file.h"
@@ -82,7 +83,8 @@ void load_model(e2e::SEModel& model, const EnhanceOptions& options) {
   try {
     model.load(options.model, false);
   } catch (const std::runtime_error& error) {
-    throw Failure("'" + options.model + "' is no speech enhancement model: " + error.what());
+    throw Failure("'" + options.model +
+                  "' is no speech enhancement model: " + why_no_model(options.model, "se", error.what()));
   }
   if (options.switching && !model.get<bool>("is-switching-se")) {
     throw Failure("'" + options.model + "' is no switching model; leave --switching away");

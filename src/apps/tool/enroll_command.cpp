@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_kind.h"
 #include "apps/tool/file_name.h"
 #include "apps/tool/output_file.h"
 #include "apps/tool/param_blob.h"
@@ -35,6 +37,7 @@ constexpr std::uint16_t kExtensible = 0xfffe;
 constexpr std::uint64_t kProgressSteps = 1000;
 constexpr float kAddBuffMs = 20.0f;
 constexpr std::uint16_t kLeastMicrophones = 2, kMostChannels = 4;
+constexpr double kAudible = 0.001;                                // level behind the filter of the analysis
 constexpr std::size_t kTriedSamples = 160000, kFedSamples = 800;  // at the model's rate: ten seconds, a chunk
 
 constexpr const char* kEnrollDescription =
@@ -94,19 +97,19 @@ void check_microphones(const EnrollOptions& options, std::uint16_t channels) {
 }
 
 template <class Model>
-void check_model(const std::string& name, const char* what) {
+void check_model(const std::string& name, const char* what, const char* magic) {
   require_file(name, std::string("a ") + what);
   try {
     Model().load(name, false);
   } catch (const std::runtime_error& error) {
-    throw Failure("'" + name + "' is no " + what + ": " + error.what());
+    throw Failure("'" + name + "' is no " + what + ": " + why_no_model(name, magic, error.what()));
   }
 }
 
 void check_models(const EnrollOptions& options) {
   e2e::initialize();
-  check_model<e2e::SEModel>(options.base, "target-speaker model");
-  check_model<e2e::SpkEncModel>(options.encoder, "speaker encoder");
+  check_model<e2e::SEModel>(options.base, "target-speaker model", "se");
+  check_model<e2e::SpkEncModel>(options.encoder, "speaker encoder", "spk");
   try {
     try_enhancement_model(options.base, {.add_ms = static_cast<std::uint32_t>(kAddBuffMs), .chunk_ms = {}});
   } catch (const std::runtime_error& error) {
@@ -140,13 +143,20 @@ void quit_or_end(CAISpeechEnhance& enhancer, bool& has_quit) {
   std::quick_exit(EXIT_FAILURE);
 }
 
-/// Runs the enrolment on a thread of its own; answers its result.
-int enroll(CAISpeechEnhance& enhancer, const EnrollOptions& options, const std::string& out, std::ostream& errors) {
+struct EnrolResult {
+  int status = 0;
+  int file_error = 0;  ///< errno of a model that could not be written
+};
+
+/// Runs the enrolment on a thread of its own.
+EnrolResult enroll(CAISpeechEnhance& enhancer, const EnrollOptions& options, const std::string& out,
+                   std::ostream& errors) {
   const QuitOnInterrupt quit_on_interrupt;
   Progress progress(progress_terminal(errors), kProgressSteps);
   auto result = std::async(std::launch::async, [&] {
-    return enhancer.MakeAIModel(options.base.c_str(), options.encoder.c_str(), options.voice.c_str(), out.c_str(),
-                                options.preprocess ? 1 : 0);
+    const int status = enhancer.MakeAIModel(options.base.c_str(), options.encoder.c_str(), options.voice.c_str(),
+                                            out.c_str(), options.preprocess ? 1 : 0);
+    return EnrolResult{status, errno};
   });
   bool has_quit = false;
   while (result.wait_for(kLook) == std::future_status::timeout) {
@@ -156,31 +166,40 @@ int enroll(CAISpeechEnhance& enhancer, const EnrollOptions& options, const std::
   return result.get();
 }
 
+/// What is too quiet for a voice, beside sound that is none.
+bool is_noise_alone(const VoiceLevel& level) { return level.noise >= kAudible && level.noise > level.signal; }
+
+const char* verdict_on(const VoiceLevel& level, int status) {
+  if (status == ERROR_AI_SPEECH_ENHANCE_LEVEL_TOO_SMALL) return is_noise_alone(level) ? "noise alone" : "too quiet";
+  return status == ERROR_AI_SPEECH_ENHANCE_LOW_SNR ? "too noisy, or too little speech" : "fit for use";
+}
+
 void print_level(const VoiceLevel& level, int status, std::ostream& output) {
-  const char* const verdict = status == ERROR_AI_SPEECH_ENHANCE_LEVEL_TOO_SMALL ? "too quiet"
-                              : status == ERROR_AI_SPEECH_ENHANCE_LOW_SNR       ? "too noisy, or too little speech"
-                                                                                : "fit for use";
   output << std::fixed << std::setprecision(3) << "speech level " << level.signal << ", background " << level.noise
-         << ", speech in " << std::setprecision(0) << 100.0 * level.active_rate << " % of the recording: " << verdict
-         << '\n'
+         << ", speech in " << std::setprecision(0) << 100.0 * level.active_rate
+         << " % of the recording: " << verdict_on(level, status) << '\n'
          << std::flush;
 }
 
-[[noreturn]] void refuse(int status, const EnrollOptions& options) {
+[[noreturn]] void refuse(const EnrolResult& result, const VoiceLevel& level, const EnrollOptions& options) {
   const std::string voice = "'" + options.voice + "'";
-  switch (status) {
+  switch (result.status) {
     case ERROR_AI_SPEECH_ENHANCE_INVARID_MODEL:  // which has worked on a longer one
       throw Failure(voice + " is too short for '" + options.encoder + "'; record half a minute");
     case ERROR_AI_SPEECH_ENHANCE_LEVEL_TOO_SMALL:
+      if (is_noise_alone(level)) {
+        throw Failure(voice + " has noise and no voice that stands out of it; record it again in a quiet place");
+      }
       throw Failure("the voice in " + voice + " is too quiet; record it again, closer to the microphone");
     case ERROR_AI_SPEECH_ENHANCE_LOW_SNR:
       throw Failure(voice + " has too much noise or too little speech; record it again in a quiet place");
     case ERROR_AI_SPEECH_ENHANCE_FILE_WRITE:
-      throw Failure("cannot write '" + options.output + "'; make room or choose another folder");
+      throw Failure("cannot write '" + options.output + "': " + std::strerror(result.file_error) +
+                    "; make room or choose another folder");
     case WARNING_AI_SPEECH_ENHANCE_MAKEMODEL_QUIT:
       throw Failure("stopped; nothing was written");
     default:
-      throw Failure("the enrolment failed, result " + std::to_string(status));
+      throw Failure("the enrolment failed, result " + std::to_string(result.status));
   }
 }
 
@@ -221,9 +240,10 @@ void run_enroll_command(const EnrollOptions& options, std::ostream& output, std:
   OutputFile file(options.output);
   CAISpeechEnhance enhancer;
   open_for(enhancer, options, format);
-  const int status = enroll(enhancer, options, file.temporary(), errors);
-  if (has_measured(status)) print_level(enhancer.MakeAIModelLevel(), status, output);
-  if (status != 0) refuse(status, options);
+  const EnrolResult result = enroll(enhancer, options, file.temporary(), errors);
+  const VoiceLevel level = enhancer.MakeAIModelLevel();
+  if (has_measured(result.status)) print_level(level, result.status, output);
+  if (result.status != 0) refuse(result, level, options);
   file.commit();
 }
 

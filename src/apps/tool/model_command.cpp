@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_kind.h"
 #include "apps/tool/file_name.h"
 #include "apps/tool/network_file.h"
 #include "apps/tool/network_listing.h"
@@ -81,7 +82,7 @@ ModelFile read_model(const std::string& name) {
     }
     return {&kind, is_text, version_of(file, is_text), std::move(model)};
   }
-  throw Failure("'" + name + "' is no model: it begins with the magic of none");
+  throw Failure("'" + name + "' is no model: " + why_no_model(name, "?", "it begins with the magic of none"));
 }
 
 std::string flow_document(const std::string& name) {

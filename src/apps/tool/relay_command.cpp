@@ -1,6 +1,7 @@
 #include "apps/tool/relay_command.h"
 
 #include "apps/tool/failure.h"
+#include "apps/tool/file_kind.h"
 #include "apps/tool/file_name.h"
 #include "apps/tool/latency.h"
 #include "apps/tool/output_file.h"
@@ -65,7 +66,7 @@ std::string model_for(const RelayOptions& options) {
     e2e::initialize();
     try_enhancement_model(model, {.add_ms = 20, .chunk_ms = 50});  // as the relay opens the chain
   } catch (const std::runtime_error& error) {
-    throw Failure("'" + model + "' is no speech enhancement model: " + error.what());
+    throw Failure("'" + model + "' is no speech enhancement model: " + why_no_model(model, "se", error.what()));
   }
   return model;
 }

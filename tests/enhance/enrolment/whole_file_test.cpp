@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <stdexcept>
 
@@ -63,6 +64,7 @@ TEST(WholeFile, LeavesTheOlderOneWhereItIsNotWritten) {
 TEST(WholeFile, NeedsAFolder) {
   const TemporaryFolder folder;
   EXPECT_FALSE(write_whole_file(folder / "none/a", kWriteNew));
+  EXPECT_EQ(errno, ENOENT);
   EXPECT_THAT(folder.entries(), IsEmpty());
 }
 
@@ -70,6 +72,7 @@ TEST(WholeFile, DoesNotTakeThePlaceOfAFolder) {
   const TemporaryFolder folder;
   std::filesystem::create_directory(folder / "a");
   EXPECT_FALSE(write_whole_file(folder / "a", kWriteNew));
+  EXPECT_EQ(errno, EISDIR);
   EXPECT_THAT(folder.entries(), ElementsAre("a"));
 }
 
