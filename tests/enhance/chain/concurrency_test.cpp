@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "../../support/temporary_folder.h"
+#include "../diagnostics/files.h"
 #include "chain_bench.h"
 #include "enhance/thread_priority.h"
 #include "small_voices.h"
@@ -32,9 +34,9 @@ using testing::Each;
 using testing::Key;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::chrono::seconds kStorm{3};
+constexpr milliseconds kStorm{2250};
 #else
-constexpr std::chrono::seconds kStorm{10};
+constexpr milliseconds kStorm{7500};
 #endif
 
 /// How often an operation gave each of its codes.
@@ -57,15 +59,19 @@ struct Storm : testing::Test {
 
   std::atomic<bool> ended{false};
   std::atomic<bool> is_changing{false};
+  bool is_reopened = false;  // by a thread of the storm
 
   void SetUp() override {
-    ASSERT_EQ(chain.Open(blob.get(), passing.c_str(), 48000.0f, 1, kBlock, 20.0f, 20.0f), 0);
+    ASSERT_EQ(open(), 0);
     ASSERT_EQ(chain.SetAISpeechEnhanceActive(1), 0);
     ASSERT_EQ(chain.Run(), 0);
   }
 
+  int open() { return chain.Open(blob.get(), passing.c_str(), 48000.0f, 1, kBlock, 20.0f, 20.0f); }
+
   /// Time goes on when the model has dealt with the block.
   void settle() {
+    if (is_reopened) return std::this_thread::sleep_for(milliseconds(1));
     const auto end = steady_clock::now() + kPatience;
     while (!chain.IsEnhancementIdle() && steady_clock::now() < end) std::this_thread::sleep_for(microseconds(50));
   }
@@ -91,7 +97,8 @@ struct Storm : testing::Test {
       ++audio.codes[code];
       audio.longest = std::max(audio.longest, took);
       if (before && is_changing) audio.longest_at_change = std::max(audio.longest_at_change, took);
-      if (code == WARNING_AI_SPEECH_ENHANCE_BUSY || code == ERROR_AI_SPEECH_ENHANCE_STOPPED) {
+      if (code == WARNING_AI_SPEECH_ENHANCE_BUSY || code == ERROR_AI_SPEECH_ENHANCE_STOPPED ||
+          code == ERROR_AI_SPEECH_ENHANCE_NO_INIT) {
         EXPECT_EQ(block, noise) << code;
         std::this_thread::sleep_for(milliseconds(1));
       }
@@ -108,7 +115,7 @@ struct Storm : testing::Test {
     }
   }
 
-  void change_settings(int n) {
+  void change_settings(int n, Codes& codes) {
     const auto flag = static_cast<std::uint16_t>(n & 1);
     const float strength = static_cast<float>(n % 5) / 4.0f;
     std::uint16_t word = 0;
@@ -131,8 +138,12 @@ struct Storm : testing::Test {
         [&] { return chain.SetSamplingRate(48000.0f); },
         [&] { return chain.GetDataLength(&word); },
     };
-    const std::size_t which = static_cast<std::size_t>(n) % std::size(settings);
-    EXPECT_EQ(settings[which](), 0) << which;
+    ++codes[settings[static_cast<std::size_t>(n) % std::size(settings)]()];
+  }
+  void change_settings(int n) {
+    Codes codes;
+    change_settings(n, codes);
+    EXPECT_EQ(codes, (Codes{{0, 1}})) << n;
   }
 
   void change_model(const std::string& file, int expected) {
@@ -238,6 +249,58 @@ TEST_F(Storm, OfBadModelsAndEnrolmentsPasses) {
   EXPECT_THAT(
       steered,
       Each(Key(AnyOf(0, ERROR_AI_SPEECH_ENHANCE_MAKEMODEL_NOT_RUNNING, ERROR_AI_SPEECH_ENHANCE_MAKEMODEL_NOT_PAUSE))));
+  expect_good_weather();
+}
+
+/// Every other opening finds the folder of the dump; what a closed chain answers, the text of the code says.
+TEST_F(Storm, OfOpeningsRecordingsAndDumpsPasses) {
+  const std::filesystem::path dump = folder.path() / "dump", no_dump = folder.path() / "no dump";
+  const std::string wav_of_blocks = folder / "blocks.wav";
+  std::filesystem::create_directory(no_dump);
+  const ScopedVariable variable("AI_SPEECH_ENHANCE_DUMP_DIR", dump.c_str());
+  is_reopened = true;
+  Codes settings, changes, recordings;
+  const std::vector<float> block(kBlock, 0.1f);
+  const Audio audio = rage({
+      [&] { repeat(milliseconds(2), [&](int n) { change_settings(n, settings); }); },
+      [&] {
+        repeat(milliseconds(110),
+               [&](int n) { ++changes[chain.SetAIModel((n % 2 == 0 ? doubling : passing).c_str())]; });
+      },
+      [&] {
+        repeat(milliseconds(25), [&](int n) {
+          EXPECT_EQ(chain.Stop(), 0);
+          EXPECT_EQ(chain.Close(), 0);
+          std::filesystem::rename(n % 2 == 0 ? no_dump : dump, n % 2 == 0 ? dump : no_dump);
+          EXPECT_EQ(open(), 0);
+          EXPECT_EQ(chain.Run(), 0);
+        });
+      },
+      [&] {
+        repeat(milliseconds(3), [&](int n) {
+          ++recordings[n % 8 == 0   ? chain.OpenRecFile(wav_of_blocks.c_str())
+                       : n % 8 == 7 ? chain.CloseRecFile()
+                                    : chain.Rec(block.data())];
+        });
+      },
+  });
+  std::printf("settings by code:%s; changes:%s; recordings:%s\n", text_of(settings).c_str(), text_of(changes).c_str(),
+              text_of(recordings).c_str());
+  const auto is_closed_at_worst = Each(Key(AnyOf(0, ERROR_AI_SPEECH_ENHANCE_NO_INIT)));
+  EXPECT_THAT(settings, is_closed_at_worst);
+  EXPECT_THAT(changes, is_closed_at_worst);
+  EXPECT_THAT(recordings, Each(Key(AnyOf(0, ERROR_AI_SPEECH_ENHANCE_NO_INIT, ERROR_AI_SPEECH_ENHANCE_FILE_OPEN))))
+      << "one that a closed chain did not end is there still";
+  EXPECT_THAT(audio.codes, Each(Key(AnyOf(0, ERROR_AI_SPEECH_ENHANCE_NO_INIT, ERROR_AI_SPEECH_ENHANCE_STOPPED,
+                                          WARNING_AI_SPEECH_ENHANCE_BUFF_OVERFLOW,
+                                          WARNING_AI_SPEECH_ENHANCE_BUFF_UNDERRUN, WARNING_AI_SPEECH_ENHANCE_BUSY))))
+      << "its time is faster than the model's";
+  for (const Codes* const codes : std::initializer_list<const Codes*>{&settings, &changes, &recordings, &audio.codes}) {
+    EXPECT_GT(codes->at(0), 0);
+  }
+  EXPECT_FALSE(files_in(std::filesystem::exists(dump) ? dump : no_dump).empty());
+  EXPECT_THAT(chain.CloseRecFile(), AnyOf(0, ERROR_AI_SPEECH_ENHANCE_NO_INIT));
+  is_reopened = false;
   expect_good_weather();
 }
 

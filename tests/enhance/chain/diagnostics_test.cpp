@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -103,6 +104,16 @@ TEST_F(ChainDump, HoldsNoBlockThatPassedABusyChain) {
   EXPECT_EQ(content("_in.pcm"), "");
 }
 
+TEST_F(ChainDump, ThatCantBeMadeLeavesTheChainAlone) {
+  stand_in_the_way_of_dumps(target, "_out.pcm");
+  start();
+  EXPECT_EQ(play_silence(), 0);
+  EXPECT_EQ(chain->Stop(), 0);
+  EXPECT_EQ(chain->Close(), 0);
+  EXPECT_EQ(content(".csv"), "");
+  EXPECT_EQ(content("_in.pcm"), "");
+}
+
 struct ChainRecording : ChainBench {
   std::string wav = folder / "rec.wav";
 };
@@ -158,6 +169,45 @@ TEST_F(ChainRecording, HoldsTheBlocksOfAllChannels) {
   EXPECT_EQ(number_at(bytes, 28), 44100u * 2 * 2);
   EXPECT_EQ(number_at(bytes, 40), 2 * expected.size()) << "each sample counts as a frame";
   EXPECT_EQ(number_at(bytes, 4), 2 * expected.size() + 36);
+}
+
+/// It belongs to the object, not to what is open in it.
+TEST_F(ChainRecording, GoesOnWhenTheChainIsClosedAndOpenedAgain) {
+  const Block first(kBlock, 0.25f), second(882, -0.5f);
+  ASSERT_EQ(open(), 0);
+  ASSERT_EQ(chain->OpenRecFile(wav.c_str()), 0);
+  ASSERT_EQ(chain->Rec(first.data()), 0);
+  ASSERT_EQ(chain->Close(), 0);
+  EXPECT_EQ(chain->Rec(first.data()), ERROR_AI_SPEECH_ENHANCE_NO_INIT);
+  EXPECT_EQ(chain->CloseRecFile(), ERROR_AI_SPEECH_ENHANCE_NO_INIT);
+  ASSERT_EQ(open(passing, 44100.0f, 2, 441), 0);
+  EXPECT_EQ(chain->OpenRecFile((folder / "other.wav").c_str()), ERROR_AI_SPEECH_ENHANCE_FILE_OPEN) << "there is one";
+  EXPECT_EQ(chain->Rec(second.data()), 0);
+  ASSERT_EQ(chain->CloseRecFile(), 0);
+
+  const std::string bytes = content_of(wav);
+  EXPECT_EQ(bytes.substr(44), pcm_of(first) + pcm_of(second));
+  EXPECT_EQ(number_at(bytes, 22) & 0xffff, 2u) << "channels of the end";
+  EXPECT_EQ(number_at(bytes, 24), 44100u) << "and its rate";
+  EXPECT_EQ(number_at(bytes, 40), 2u * (480 + 882) * 2);
+}
+
+TEST_F(ChainRecording, TakesTheChannelsOfTheTime) {
+  ASSERT_EQ(open(passing, 48000.0f, 2), 0);
+  ASSERT_EQ(chain->OpenRecFile(wav.c_str()), 0);
+  std::string expected;
+  for (const std::uint16_t channels : {std::uint16_t{2}, std::uint16_t{1}, std::uint16_t{4}}) {
+    ASSERT_EQ(chain->SetChannel(channels), 0);
+    const Block block(std::size_t{channels} * kBlock, 0.125f * static_cast<float>(channels));
+    ASSERT_EQ(chain->Rec(block.data()), 0) << channels;
+    expected += pcm_of(block);
+  }
+  ASSERT_EQ(chain->SetChannel(1), 0);
+  ASSERT_EQ(chain->CloseRecFile(), 0);
+  const std::string bytes = content_of(wav);
+  EXPECT_EQ(bytes.substr(44), expected);
+  EXPECT_EQ(number_at(bytes, 22) & 0xffff, 1u) << "of the end";
+  EXPECT_EQ(number_at(bytes, 40), expected.size());
 }
 
 TEST_F(ChainRecording, OnAFullDiskDoesNotBegin) {
@@ -218,6 +268,30 @@ TEST(ChainLogFile, OfTheLifeCycleIsFromTheFirstLineToTheLast) {
             shape_of(time + "CAISpeechEnhance::CAISpeechEnhance()\n" + time + "Close:\n" + time +
                      "Close: return (00)\n" + time + "CAISpeechEnhance::~CAISpeechEnhance():\n" + time +
                      "CAISpeechEnhance::~CAISpeechEnhance(): delete impl\n"));
+}
+
+TEST(ChainLogFile, IsOneForTwoChainsUntilTheLastIsGone) {
+  const TemporaryFolder folder;
+  const ScopedVariable directory("AI_SPEECH_ENHANCE_LOG_DIR", folder.path().c_str());
+  const ScopedVariable level("AI_SPEECH_ENHANCE_LOG_LEVEL", "999");
+  {
+    auto first = std::make_unique<CAISpeechEnhance>();
+    CAISpeechEnhance second;
+    EXPECT_EQ(first->Close(), ERROR_AI_SPEECH_ENHANCE_ALREADY_CLOSED);
+    first.reset();
+    EXPECT_EQ(second.Close(), ERROR_AI_SPEECH_ENHANCE_ALREADY_CLOSED);
+  }
+  const auto files = files_in(folder.path());
+  ASSERT_EQ(files.size(), 1u);
+  std::string expected;
+  for (const char* const text :
+       {"CAISpeechEnhance::CAISpeechEnhance()", "CAISpeechEnhance::CAISpeechEnhance()", "Close:", "Close: return (00)",
+        "CAISpeechEnhance::~CAISpeechEnhance():", "CAISpeechEnhance::~CAISpeechEnhance(): delete impl",
+        "Close:", "Close: return (00)",
+        "CAISpeechEnhance::~CAISpeechEnhance():", "CAISpeechEnhance::~CAISpeechEnhance(): delete impl"}) {
+    expected += std::string("[0000/00/00 00:00:00.000] [INFO0] ") + text + "\n";
+  }
+  EXPECT_EQ(shape_of(content_of(files[0])), shape_of(expected));
 }
 
 }  // namespace

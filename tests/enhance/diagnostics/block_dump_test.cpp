@@ -57,6 +57,29 @@ TEST_F(Dump, IsOffInAFolderThatIsNotThere) {
   EXPECT_FALSE(dump_.is_on());
 }
 
+/// What the other two hold then, nobody could tell the times of.
+TEST_F(Dump, IsOffWhereOneOfItsFilesCantBeMade) {
+  for (const char* const ending : {".csv", "_in.pcm", "_out.pcm"}) {
+    const TemporaryFolder folder;
+    const ScopedVariable elsewhere("AI_SPEECH_ENHANCE_DUMP_DIR", folder.path().c_str());
+    stand_in_the_way_of_dumps(folder.path(), ending);
+    const auto before = files_in(folder.path()).size();
+    EXPECT_EQ(dump_.open(48000.0f, 1, 2, 20.0f, 20.0f, 1), 1) << ending;
+    EXPECT_FALSE(dump_.is_on()) << ending;
+    EXPECT_EQ(files_in(folder.path()).size(), before + 2) << ending;
+    const float block[] = {0.5f, -0.25f};
+    dump_.block(BlockDump::Kind::input, "Execute: input", block, 1);
+    dump_.block(BlockDump::Kind::output, "Execute: output", block, 1);
+    dump_.close();
+    for (const auto& file : files_in(folder.path())) {
+      if (std::filesystem::is_regular_file(file)) {
+        EXPECT_EQ(content_of(file), "") << file;
+      }
+    }
+  }
+  EXPECT_EQ(dump_.open(48000.0f, 1, 2, 20.0f, 20.0f, 1), 0) << "where all can be made";
+}
+
 TEST_F(Dump, IsAJournalAndTheSamplesOfBothSides) {
   ASSERT_EQ(dump_.open(44100.0f, 2, 1, 20.0f, 30.5f, 1), 0);
   const float in[] = {0.5f, -0.25f};

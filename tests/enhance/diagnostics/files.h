@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -47,6 +48,19 @@ inline std::string shape_of(std::string text) {
     if (c >= '0' && c <= '9') c = '0';
   }
   return text;
+}
+
+/// Folders with the names that files of a dump would get in the next seconds, those that end so.
+inline void stand_in_the_way_of_dumps(const std::filesystem::path& folder, const std::string& ending) {
+  constexpr std::time_t kSeconds = 30;
+  const std::time_t now = std::time(nullptr);
+  for (std::time_t time = now; time < now + kSeconds; ++time) {
+    std::tm calendar{};
+    ::localtime_r(&time, &calendar);
+    char name[32];
+    std::strftime(name, sizeof name, "dump_%Y%m%d_%H%M%S", &calendar);
+    std::filesystem::create_directory(folder / (name + ending));
+  }
 }
 
 /// Writes a file and opens it for reading.

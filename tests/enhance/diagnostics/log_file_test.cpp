@@ -63,6 +63,11 @@ TEST_F(LogFile, Of2000EndsWithWarnings) { EXPECT_EQ(texts(log_at("2000")), "[INF
 
 TEST_F(LogFile, OfALevelBelowAllIsAnEmptyFile) { EXPECT_EQ(log_at("998"), ""); }
 
+TEST_F(LogFile, OfANegativeLevelIsAnEmptyFile) {
+  EXPECT_EQ(log_at("-1"), "");
+  EXPECT_EQ(log_at("-4000"), "");
+}
+
 TEST_F(LogFile, IsNotMadeWithoutALevel) { EXPECT_EQ(log_at(nullptr), "no file"); }
 
 TEST_F(LogFile, IsNotMadeAtLevel0) { EXPECT_EQ(log_at("0"), "no file"); }

@@ -154,6 +154,30 @@ TEST_F(EnrolmentResult, ComesWithTheChannelsAndBlocksOfOpen) {
   EXPECT_THAT(lines(), testing::Contains("MakeAIModel: FifoInput end, remain=240\n"));
 }
 
+/// As does SetParam: beams that hear nothing would leave nothing to enroll.
+TEST_F(EnrolmentResult, ComesWithTheParametersOfOpen) {
+  auto deaf = classic::test::beam_forming_params(9);
+  std::memset(&deaf.filter, 0, sizeof deaf.filter);
+  const auto* const deaf_words = reinterpret_cast<const std::uint16_t*>(&deaf);
+  const Talk how{.channels = 2, .share = 0.02};
+  ASSERT_EQ(open(48000, 2), 0);
+  ASSERT_EQ(make(wav(how), 1), 0);
+  const std::vector<float> expected = enrolled();
+  ASSERT_EQ(enhancer_.Close(), 0);
+
+  ASSERT_EQ(open(48000, 2), 0);
+  ASSERT_EQ(enhancer_.SetParam(deaf_words), 0);
+  std::uint16_t id = 0;
+  EXPECT_EQ(enhancer_.GetParamID(&id), 0);
+  EXPECT_EQ(id, 9);
+  ASSERT_EQ(make(wav(how), 1), 0);
+  EXPECT_EQ(enrolled(), expected);
+  ASSERT_EQ(enhancer_.Close(), 0);
+
+  ASSERT_EQ(enhancer_.Open(deaf_words, plain_.c_str(), 48000.0f, 2, 480, 20.0f, 20.0f), 0);
+  EXPECT_EQ(make(wav(how), 1), ERROR_AI_SPEECH_ENHANCE_LEVEL_TOO_SMALL);
+}
+
 /// As after a change of the model that failed.
 TEST_F(EnrolmentResult, NeedsNoModelInTheStream) {
   ASSERT_EQ(open(), 0);

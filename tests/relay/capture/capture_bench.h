@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -111,6 +112,13 @@ inline void start_idle(RelayBench& bench) {
 
 /// An application records 48 kHz 16-bit stereo from this instant on.
 inline void record_stereo(RelayBench& bench) { bench.record(pcm_format(48000, 16, 2), microphone()); }
+
+/// Runs all bodies on threads of their own and waits for their ends.
+inline void run_at_once(sim::SimMachine& machine, const std::vector<std::function<void()>>& bodies) {
+  std::vector<std::unique_ptr<Thread>> threads;
+  for (const auto& body : bodies) threads.push_back(machine.scheduler().start("host", body));
+  for (const auto& thread : threads) thread->join();
+}
 
 /// Steps of the machine that were taken `ms` after `origin`, in order; needs the script's trace.
 inline std::vector<std::string> steps_at(sim::SimMachine& machine, sim::Time origin, std::uint32_t ms) {

@@ -5,13 +5,6 @@
 namespace sonivo::test {
 namespace {
 
-/// Runs all bodies on threads of their own and waits for their ends.
-void run_at_once(sim::SimMachine& machine, const std::vector<std::function<void()>>& bodies) {
-  std::vector<std::unique_ptr<Thread>> threads;
-  for (const auto& body : bodies) threads.push_back(machine.scheduler().start("host", body));
-  for (const auto& thread : threads) thread->join();
-}
-
 TEST(MuteFromTwoThreads, TellsTheEchoFilterEachTime) {
   constexpr std::size_t kTimes = 100;
   RelayBench bench({.schedule = sim::Schedule::free, .echo_filter = true});
