@@ -56,11 +56,12 @@ endfunction()
 
 option(SONIVO_TESTS_IN_PARTS "Run each program of tests in four parts, not case by case" OFF)
 
-# sonivo_tests(<target> <folder> [TOGETHER] [HEADERS <precompiled>] [DEPENDS <targets>] [LABELS <labels>]): one
-# GoogleTest program of all sources in the folder. Target tests_<label> builds all programs with that label. TOGETHER:
-# no two sources name a helper alike, so that several may be compiled at a time.
+# sonivo_tests(<target> <folder> [TOGETHER] [HEADERS <precompiled>] [DEPENDS <targets>] [LABELS <labels>]
+# [OPTIMISED <sources>]): one GoogleTest program of all sources in the folder. Target tests_<label> builds all programs
+# with that label. TOGETHER: no two sources name a helper alike, so that several may be compiled at a time. OPTIMISED:
+# reckon references that take longer than it takes to compile them.
 function(sonivo_tests target folder)
-  cmake_parse_arguments(TESTS "TOGETHER" "HEADERS" "DEPENDS;LABELS" ${ARGN})
+  cmake_parse_arguments(TESTS "TOGETHER" "HEADERS" "DEPENDS;LABELS;OPTIMISED" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
   if(NOT sources)
     return()
@@ -76,6 +77,11 @@ function(sonivo_tests target folder)
     set_target_properties(${target} PROPERTIES UNITY_BUILD_BATCH_SIZE 5)
   else()
     set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
+  endif()
+  if(SONIVO_SANITIZE AND TESTS_OPTIMISED)
+    list(TRANSFORM TESTS_OPTIMISED PREPEND "${folder}/")
+    set_source_files_properties(${TESTS_OPTIMISED} PROPERTIES COMPILE_OPTIONS -O1 SKIP_PRECOMPILE_HEADERS ON
+                                SKIP_UNITY_BUILD_INCLUSION ON)
   endif()
   # One word, since a list of labels does not survive the discovery; ctest -L finds its parts.
   list(JOIN TESTS_LABELS "+" labels)

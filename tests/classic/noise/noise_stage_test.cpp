@@ -1,6 +1,14 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <memory>
 #include <span>
+#include <string>
+#include <tuple>
+#include <vector>
 
 #include "classic/noise_reduction.h"
 #include "noise_parameters.h"
