@@ -57,7 +57,7 @@ int RecFile::begin(std::uint16_t channels, std::uint16_t frames) {
   constexpr std::array<std::uint8_t, kHeaderBytes> kPlaceholder{};
   const bool written = std::fwrite(kPlaceholder.data(), 1, kHeaderBytes, file_.get()) == kHeaderBytes;
   if (!written || std::fflush(file_.get()) != 0) {
-    block_ = {};
+    block_ = std::vector<std::int16_t>();
     file_.reset();
     log_text(LogLevel::error,
              "OpenRecFile: file write error, wav_rec header, return ERROR_AI_SPEECH_ENHANCE_MEMORY_EMPTY\n");
@@ -100,7 +100,7 @@ int RecFile::close(std::uint16_t channels, float rate_hz) {
   header.number(data_bytes, 4);
   std::rewind(file_.get());
   std::fwrite(header.header().data(), 1, kHeaderBytes, file_.get());
-  block_ = {};
+  block_ = std::vector<std::int16_t>();
   file_.reset();
   return 0;
 }

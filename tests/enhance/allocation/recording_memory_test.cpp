@@ -45,10 +45,13 @@ struct RecordingMemory : testing::Test {
 };
 
 TEST_F(RecordingMemory, ThatIsNotThereIsSaidAndNothingIsOpen) {
-  const std::uint64_t before = own_allocations();
-  ASSERT_EQ(chain.OpenRecFile(wav.c_str()), 0);
-  const std::uint64_t of_open = own_allocations() - before;
-  ASSERT_EQ(chain.CloseRecFile(), 0);
+  std::uint64_t of_open = 0;
+  for (int time = 0; time < 2; ++time) {  // the first one may set up more
+    const std::uint64_t before = own_allocations();
+    ASSERT_EQ(chain.OpenRecFile(wav.c_str()), 0);
+    of_open = own_allocations() - before;
+    ASSERT_EQ(chain.CloseRecFile(), 0);
+  }
   int missing = 0;
   for (std::uint64_t nth = 1; nth <= of_open; ++nth) {
     latest_error[0] = '\0';
