@@ -77,6 +77,7 @@ TEST_F(Dump, IsOffWhereOneOfItsFilesCantBeMade) {
       }
     }
   }
+  const ScopedVariable here("AI_SPEECH_ENHANCE_DUMP_DIR", folder_.path().c_str());
   EXPECT_EQ(dump_.open(48000.0f, 1, 2, 20.0f, 20.0f, 1), 0) << "where all can be made";
 }
 
