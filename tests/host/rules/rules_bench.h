@@ -107,6 +107,7 @@ struct RulesBench {
     std::vector<Asked> all;
     for (const sim::ControlRecord& each : device.requests()) {
       if (each.code == control::NSV_SERVICE_EVENT_NOTIFY || each.code == control::NSV_SERVICE_EVENT_CANCEL) continue;
+      if (each.code == control::NSV_PUBLISH_REPORT) continue;
       Asked asked{each.code};
       if (each.input.size() == 4 && each.code != control::GetHeadphone) {
         std::memcpy(&asked.number.emplace(), each.input.data(), 4);
