@@ -11,6 +11,7 @@
 #include "apps/tool/classic_command.h"
 #include "apps/tool/enhance_command.h"
 #include "apps/tool/enroll_command.h"
+#include "apps/tool/events_command.h"
 #include "apps/tool/failure.h"
 #include "apps/tool/features_command.h"
 #include "apps/tool/model_command.h"
@@ -20,6 +21,8 @@
 #include "apps/tool/quality_command.h"
 #include "apps/tool/relay_command.h"
 #include "apps/tool/relay_options.h"
+#include "apps/tool/settings_command.h"
+#include "apps/tool/status_command.h"
 
 namespace sonivo::tool {
 
@@ -34,7 +37,8 @@ int report(std::ostream& errors, std::string_view text, int exit_code) {
   return exit_code;
 }
 
-void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostream& output, std::ostream& errors) {
+/// The exit code of a command that did what it should.
+int parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostream& output, std::ostream& errors) {
   RelayOptions relay;
   ClassicOptions classic;
   EnhanceOptions enhance;
@@ -54,6 +58,13 @@ void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostre
   const CLI::App* const features_command = add_features_command(app, features);
   ModelOptions model;
   add_model_commands(*app.add_subcommand("model", "Makes, lists and takes apart model files."), model);
+  SettingsOptions settings;
+  add_settings_commands(*app.add_subcommand("settings", "Lists, reads and changes the settings that the driver holds."),
+                        settings);
+  EventsOptions events;
+  const CLI::App* const events_command = add_events_command(app, events);
+  StatusOptions status;
+  const CLI::App* const status_command = add_status_command(app, status);
 
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
   app.parse(std::move(arguments));
@@ -66,6 +77,9 @@ void parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostre
   run_nn_command(nn, output, errors);
   if (features_command->parsed()) run_features_command(features, errors);
   run_model_command(model, output);
+  run_settings_command(settings, output);
+  if (events_command->parsed()) run_events_command(events, output);
+  return status_command->parsed() ? run_status_command(status, output) : kSuccess;
 }
 
 }  // namespace
@@ -76,8 +90,7 @@ int run_command_line(std::span<const std::string> arguments, std::ostream& outpu
   app.footer("sonivo COMMAND --help shows the options of a command and an example.");
   app.require_subcommand(1);
   try {
-    parse_and_run({arguments.begin(), arguments.end()}, app, output, errors);
-    return kSuccess;
+    return parse_and_run({arguments.begin(), arguments.end()}, app, output, errors);
   } catch (const CLI::Success& request) {
     app.exit(request, output, errors);
     return kSuccess;

@@ -7,8 +7,8 @@
 namespace sonivo::tool {
 
 /// Runs the subcommand that the arguments (without the program's name) ask for and answers the exit code: 0, 1 when
-/// the command failed or 2 when the arguments make no sense. Errors are one line, "error: ...", on `errors`, without
-/// control characters whatever the arguments hold.
+/// the command failed, 2 when the arguments make no sense, or what the command means by another one. Errors are one
+/// line, "error: ...", on `errors`, without control characters whatever the arguments hold.
 int run_command_line(std::span<const std::string> arguments, std::ostream& output, std::ostream& errors);
 
 }  // namespace sonivo::tool

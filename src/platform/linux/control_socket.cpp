@@ -1,6 +1,7 @@
 #include "platform/linux/control_socket.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <sys/un.h>
 
@@ -10,6 +11,8 @@
 
 namespace sonivo::linux {
 namespace {
+
+constexpr timeval kConnectLimit{2, 0};
 
 Error connect_error(int number) {
   switch (number) {
@@ -36,11 +39,15 @@ Descriptor connect_control(const std::string& path, Error& why) {
   }
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  // Of a driver that has stopped, the queue of those who want to connect may be full.
   if (!socket.is_open() ||
+      ::setsockopt(socket.number(), SOL_SOCKET, SO_SNDTIMEO, &kConnectLimit, sizeof kConnectLimit) != 0 ||
       ::connect(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     why = connect_error(errno);
     return {};
   }
+  constexpr timeval kNoLimit{};
+  ::setsockopt(socket.number(), SOL_SOCKET, SO_SNDTIMEO, &kNoLimit, sizeof kNoLimit);
   why = error::kNone;
   return socket;
 }

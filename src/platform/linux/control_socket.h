@@ -9,7 +9,7 @@
 
 namespace sonivo::linux {
 
-/// A connection to the driver; closed, with the reason in `why`, when there is none.
+/// A connection to the driver; closed, with the reason in `why`, when there is none within two seconds.
 Descriptor connect_control(const std::string& path, Error& why);
 
 /// Sends one request. error::kBusy when the socket takes nothing more and `wait` is false; error::kDeviceNotConnected

@@ -1,0 +1,275 @@
+#include "apps/tool/status_command.h"
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <span>
+#include <sstream>
+#include <utility>
+
+#include "apps/tool/driver_connection.h"
+#include "apps/tool/failure.h"
+#include "apps/tool/printable.h"
+#include "apps/tool/setting_values.h"
+#include "relay/gates.h"
+
+namespace sonivo::tool {
+
+namespace {
+
+using control::Setting;
+using control::Store;
+
+constexpr const char* kStatusDescription =
+    "Tells how the machine is: what the driver holds, and what the service does with it.\n"
+    "Exit codes:\n"
+    "  0  healthy\n"
+    "  1  the driver can't be reached\n"
+    "  2  the arguments make no sense\n"
+    "  3  the driver answers, but the service does not run\n"
+    "  4  the service tells of trouble, or what can't be understood";
+
+struct Gates {
+  bool key_cancel = false;
+  bool beamforming = false;
+  bool ai_speech = false;
+  bool mode_threads() const { return beamforming || ai_speech; }
+};
+
+Gates gates_for(std::uint32_t function_mic, std::uint32_t generation_mic) {
+  return {GateKeyCancel(function_mic, generation_mic), GateBeamForming(function_mic, generation_mic),
+          GateAISpeech(function_mic, generation_mic)};
+}
+
+/// Of the service; those that it would find without one.
+Gates gates_of(const MachineStatus& status) {
+  if (status.service) return gates_for(status.service->function_mic, status.service->generation_mic);
+  const std::uint32_t generation = status.settings.number(control::GetSonivoDrvGeneration);
+  if (generation < 8 || generation == 9) return {};
+  return gates_for(status.settings.number(control::GetFunctionMic), status.settings.number(control::GetGenerationMic));
+}
+
+std::string gates_text(const Gates& gates) {
+  if (gates.key_cancel) return "key cancel";
+  if (gates.beamforming) return "beamforming, mode threads";
+  return gates.ai_speech ? "AI speech, mode threads" : "none";
+}
+
+const char* expected_chain(const Gates& gates) {
+  if (gates.key_cancel) return "keycancel";
+  if (gates.beamforming) return "beamforming";
+  return gates.ai_speech ? "ai" : "none";
+}
+
+std::string service_text(const MachineStatus& status) {
+  if (status.service) return status.service->driver_ready ? "runs" : "runs, but is not ready with the driver";
+  if (status.report.empty()) return "does not run; start NorvellSonivoService";
+  return "runs, but its report can't be relied on: " + status.report_fault;
+}
+
+std::string state_text(const std::string& state) {
+  if (state == "eWaitVirtualDriver") return "looks for the virtual device";
+  if (state == "eWaitVirtualStream") return "waits for an application";
+  if (state == "eVirtualStreaming") return "opens the physical endpoint";
+  return "streams";
+}
+
+const char* clock_text(std::int32_t feedback) {
+  if (feedback == 0) return "at its nominal rate";
+  return feedback > 0 ? "faster" : "slower";
+}
+
+/// What the driver holds and, where the service sees it otherwise, what that sees.
+std::string both_text(const std::string& driver, const std::optional<std::string>& service) {
+  return !service || *service == driver ? driver : "driver " + driver + ", service " + *service;
+}
+
+std::string on_or_off(bool flag) { return flag ? "on" : "off"; }
+
+std::string meeting_text(std::uint32_t position, bool room_correction) {
+  if (position == 0) return "off";
+  return std::to_string(position) + (room_correction ? " with room correction" : "");
+}
+
+std::string driver_meeting_text(const Store& settings) {
+  if (settings.number(control::NSV_GET_LAUNCHED_MTG) == 0) return "off";
+  const std::uint32_t launched = settings.number(control::NSV_GET_ALL_SP_MTG) + 1;
+  return launched > 2 ? meeting_text(launched - 2, true) : meeting_text(launched, false);
+}
+
+/// A table of a name and a value a line.
+class StatusTable {
+ public:
+  StatusTable(std::ostream& output, const MachineStatus& status) : output_(output), status_(status) {}
+
+  void print() {
+    const auto& service = status_.service;
+    row("driver", "answers at " + status_.socket);
+    row("service", service_text(status_));
+    print_machine();
+    row("meeting mode",
+        both_text(driver_meeting_text(status_.settings), seen_by_service([](const ServiceReport& report) {
+                    return meeting_text(report.meeting_mode, report.room_correction);
+                  })));
+    row("headphones", both_text(value("headphone"), seen_by_service([](const ServiceReport& report) {
+                                  return on_or_off(report.headphones);
+                                })));
+    row("auto mute", both_text(value("auto-mute"), seen_by_service([](const ServiceReport& report) {
+                                 return on_or_off(report.auto_mute);
+                               })));
+    for (const char* const name : {"keyboard-cancel", "beamforming", "speech-enhance", "voice-model"})
+      print_layers(name);
+    row("model", value("model"));
+    row("enrolment", value("enrolment"));
+    print_stream("microphone", "capture-endpoint", service ? &service->capture : nullptr);
+    print_stream("speaker", "render-endpoint", service ? &service->render : nullptr);
+    if (service) row("trouble", service->last_trouble.empty() ? "none" : service->last_trouble);
+  }
+
+ private:
+  void row(const std::string& name, const std::string& value) {
+    output_ << std::left << std::setw(18) << name << printable(value) << '\n';
+  }
+
+  std::string value(const char* name) const { return value_text(status_.settings, setting_named(name)); }
+
+  template <typename Text>
+  std::optional<std::string> seen_by_service(Text text) const {
+    if (!status_.service) return std::nullopt;
+    return text(*status_.service);
+  }
+
+  void print_machine() {
+    const auto words = [](std::uint32_t generation, std::uint32_t function, std::uint32_t generation_mic,
+                          std::uint32_t function_mic) {
+      return "generation " + std::to_string(generation) + ", function " + std::to_string(function) +
+             "; microphone generation " + std::to_string(generation_mic) + ", function " + std::to_string(function_mic);
+    };
+    const Gates gates = gates_of(status_);
+    if (status_.service) {
+      const ServiceReport& report = *status_.service;
+      row("machine", words(report.generation, report.function, report.generation_mic, report.function_mic));
+      row("gates", gates_text(gates));
+      row("chain", report.chain);
+    } else {
+      const auto number = [&](std::uint32_t get_code) { return status_.settings.number(get_code); };
+      row("machine", words(number(control::GetSonivoDrvGeneration), number(control::GetFunction),
+                           number(control::GetGenerationMic), number(control::GetFunctionMic)));
+      row("gates", gates_text(gates));
+      row("chain", std::string(expected_chain(gates)) + ", once the service runs");
+    }
+  }
+
+  void print_layers(const char* name) {
+    const Setting& effective = setting_named(name);
+    row(name, "user " + value_text(status_.settings, *user_layer(effective)) + ", effective " + value(name));
+  }
+
+  void print_stream(const char* name, const char* endpoint, const StreamReport* stream) {
+    if (stream == nullptr) return row(name, "set to " + value(endpoint));
+    row(name, "set to " + value(endpoint) + ", uses " + (stream->endpoint.empty() ? "none" : stream->endpoint));
+    row("  state",
+        state_text(stream->state) + " (" + stream->state + "); streams so far: " + std::to_string(stream->streams));
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(1) << stream->fill_mean_ms << " ms mean, " << stream->fill_min_ms
+         << " ms lowest; the virtual clock runs " << clock_text(stream->feedback);
+    row("  ring fill", text.str());
+    row("  underruns", std::to_string(stream->underruns) + ", overruns " + std::to_string(stream->overruns));
+    if (stream->blocks == 0) return;
+    row("  blocks", std::to_string(stream->blocks) + ", silenced " + std::to_string(stream->silenced) +
+                        ", unenhanced " + std::to_string(stream->unenhanced));
+    text.str("");
+    text << 100 * stream->load << " % of real time; a block takes " << stream->execute_mean_us << " us, at most "
+         << stream->execute_max_us << " us";
+    row("  load", text.str());
+  }
+
+  std::ostream& output_;
+  const MachineStatus& status_;
+};
+
+std::string health_text(const MachineStatus& status) {
+  switch (status_exit_code(status)) {
+    case kHealthy:
+      return "healthy";
+    case kNoService:
+      return "no service";
+    default:
+      return "trouble";
+  }
+}
+
+/// Empty without one.
+std::string published_report(DriverConnection& driver) {
+  std::array<char, control::kMaxReportBytes> report{};
+  std::uint32_t transferred = 0;
+  const Error refused =
+      driver.request(control::NSV_READ_REPORT, {}, std::as_writable_bytes(std::span(report)), transferred);
+  if (refused == error::kNotFound) return {};
+  if (refused != error::kNone) {
+    throw Failure("the driver does not give the service's report: error " + std::to_string(refused));
+  }
+  return {report.data(), transferred};
+}
+
+}  // namespace
+
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report) {
+  MachineStatus status{std::move(socket), std::move(settings), std::move(report), std::nullopt, {}};
+  if (status.report.empty()) return status;
+  try {
+    status.service = read_service_report(status.report);
+  } catch (const ReportFault& fault) {
+    status.report_fault = fault.what();
+  }
+  return status;
+}
+
+int status_exit_code(const MachineStatus& status) {
+  if (status.report.empty()) return kNoService;
+  return status.service && status.service->is_healthy() ? kHealthy : kTrouble;
+}
+
+void print_status(std::ostream& output, const MachineStatus& status) { StatusTable(output, status).print(); }
+
+void print_status_json(std::ostream& output, const MachineStatus& status) {
+  const Gates gates = gates_of(status);
+  nlohmann::ordered_json json;
+  json["health"] = health_text(status);
+  json["driver"] = {{"socket", status.socket}, {"settings", settings_json(status.settings)}};
+  json["gates"] = {{"key_cancel", gates.key_cancel},
+                   {"beamforming", gates.beamforming},
+                   {"ai_speech", gates.ai_speech},
+                   {"mode_threads", gates.mode_threads()}};
+  if (status.service) {
+    json["service"] = nlohmann::ordered_json::parse(status.report);
+  } else {
+    json["service"] = nullptr;
+  }
+  json["report_fault"] = status.report_fault;
+  output << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+CLI::App* add_status_command(CLI::App& app, StatusOptions& options) {
+  CLI::App* const command = app.add_subcommand("status", kStatusDescription);
+  command->footer("Example:\n  sonivo status\n  sonivo status --json\n");
+  add_socket_option(*command, options.socket);
+  add_json_option(*command, options.json);
+  return command;
+}
+
+int run_status_command(const StatusOptions& options, std::ostream& output) {
+  DriverConnection driver(options.socket);
+  const Store settings = driver.settings();
+  const MachineStatus status = machine_status(driver.path(), settings, published_report(driver));
+  if (options.json) {
+    print_status_json(output, status);
+  } else {
+    print_status(output, status);
+  }
+  return status_exit_code(status);
+}
+
+}  // namespace sonivo::tool

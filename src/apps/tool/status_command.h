@@ -1,0 +1,50 @@
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+
+#include "apps/tool/status_report.h"
+#include "platform/control_store.h"
+
+namespace CLI {
+class App;
+}
+
+namespace sonivo::tool {
+
+/// What `sonivo status` is asked to do.
+struct StatusOptions {
+  std::string socket;
+  bool json = false;
+};
+
+/// Declares the command; parsing fills `options`, which must outlive it.
+CLI::App* add_status_command(CLI::App& app, StatusOptions& options);
+
+/// `sonivo status`: prints what the driver holds and the service tells. Answers the exit code, status_exit_code().
+/// Throws Failure when the driver can't be asked.
+int run_status_command(const StatusOptions& options, std::ostream& output);
+
+/// What both know, at one moment.
+struct MachineStatus {
+  std::string socket;
+  control::Store settings;
+  std::string report;  ///< as the service gave it; empty without one
+  std::optional<ServiceReport> service;
+  std::string report_fault;  ///< why there is no `service` in spite of a report
+};
+
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report);
+
+inline constexpr int kHealthy = 0;
+inline constexpr int kNoService = 3;
+inline constexpr int kTrouble = 4;
+int status_exit_code(const MachineStatus& status);
+
+/// As a table of a name and a value a line, without control characters whatever the report holds.
+void print_status(std::ostream& output, const MachineStatus& status);
+/// As one JSON object.
+void print_status_json(std::ostream& output, const MachineStatus& status);
+
+}  // namespace sonivo::tool

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace sonivo::tool {
+
+/// What the service tells of one direction.
+struct StreamReport {
+  std::string state;     ///< one of eWaitVirtualDriver, eWaitVirtualStream, eVirtualStreaming, ePhysicalStreaming
+  std::string endpoint;  ///< physical; empty: none
+  std::uint64_t streams = 0;
+  std::uint64_t underruns = 0;
+  std::uint64_t overruns = 0;
+  std::int32_t feedback = 0;  ///< -1, 0 or 1
+  double fill_mean_ms = 0;
+  double fill_min_ms = 0;
+  std::uint64_t blocks = 0;
+  std::uint64_t silenced = 0;
+  std::uint64_t unenhanced = 0;
+  double execute_mean_us = 0;
+  double execute_max_us = 0;
+  double load = 0;  ///< share of a block's time
+};
+
+/// What the service tells of itself.
+struct ServiceReport {
+  std::uint32_t generation = 0;
+  std::uint32_t function = 0;
+  std::uint32_t generation_mic = 0;
+  std::uint32_t function_mic = 0;
+  std::string chain;  ///< one of none, keycancel, beamforming, ai
+  bool driver_ready = false;
+  std::uint32_t meeting_mode = 0;
+  bool room_correction = false;
+  bool headphones = false;
+  bool auto_mute = false;
+  StreamReport capture;
+  StreamReport render;
+  std::string last_trouble;
+
+  bool is_healthy() const { return driver_ready && last_trouble.empty(); }
+};
+
+/// A report that can't be relied on; the text says why.
+class ReportFault : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Reads the JSON of a report of version 1, in which each member must be there and be of its kind. Throws ReportFault.
+ServiceReport read_service_report(std::string_view json);
+
+}  // namespace sonivo::tool

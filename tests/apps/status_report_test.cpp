@@ -1,0 +1,312 @@
+#include "apps/tool/status_report.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "apps/tool/status_command.h"
+
+namespace sonivo::tool {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+/// Each number of a stream is another one.
+json stream_json(int first) {
+  return {{"state", "ePhysicalStreaming"},
+          {"endpoint", "endpoint-" + std::to_string(first)},
+          {"streams", first + 1},
+          {"underruns", first + 2},
+          {"overruns", first + 3},
+          {"feedback", 1},
+          {"fill_mean_ms", first + 4.25},
+          {"fill_min_ms", first + 5.5},
+          {"blocks", first + 6},
+          {"silenced", first + 7},
+          {"unenhanced", first + 8},
+          {"execute_mean_us", first + 9.5},
+          {"execute_max_us", first + 10.5},
+          {"load", 0.125}};
+}
+
+json report_json() {
+  return {{"version", 1},
+          {"generation", 8},
+          {"function", 2},
+          {"generation_mic", 5},
+          {"function_mic", 9},
+          {"chain", "ai"},
+          {"driver_ready", true},
+          {"meeting_mode", 2},
+          {"room_correction", true},
+          {"headphones", true},
+          {"auto_mute", false},
+          {"capture", stream_json(100)},
+          {"render", stream_json(200)},
+          {"last_trouble", ""}};
+}
+
+std::string fault_of(const std::string& report) {
+  try {
+    read_service_report(report);
+    return "none";
+  } catch (const ReportFault& fault) {
+    return fault.what();
+  }
+}
+
+TEST(ServiceReport, HasWhatTheJsonTells) {
+  const ServiceReport report = read_service_report(report_json().dump());
+  EXPECT_EQ(report.generation, 8u);
+  EXPECT_EQ(report.function, 2u);
+  EXPECT_EQ(report.generation_mic, 5u);
+  EXPECT_EQ(report.function_mic, 9u);
+  EXPECT_EQ(report.chain, "ai");
+  EXPECT_TRUE(report.driver_ready);
+  EXPECT_EQ(report.meeting_mode, 2u);
+  EXPECT_TRUE(report.room_correction);
+  EXPECT_TRUE(report.headphones);
+  EXPECT_FALSE(report.auto_mute);
+  EXPECT_EQ(report.last_trouble, "");
+  EXPECT_EQ(report.capture.endpoint, "endpoint-100");
+  EXPECT_EQ(report.render.state, "ePhysicalStreaming");
+  EXPECT_EQ(report.render.endpoint, "endpoint-200");
+  EXPECT_EQ(report.render.streams, 201u);
+  EXPECT_EQ(report.render.underruns, 202u);
+  EXPECT_EQ(report.render.overruns, 203u);
+  EXPECT_EQ(report.render.feedback, 1);
+  EXPECT_EQ(report.render.fill_mean_ms, 204.25);
+  EXPECT_EQ(report.render.fill_min_ms, 205.5);
+  EXPECT_EQ(report.render.blocks, 206u);
+  EXPECT_EQ(report.render.silenced, 207u);
+  EXPECT_EQ(report.render.unenhanced, 208u);
+  EXPECT_EQ(report.render.execute_mean_us, 209.5);
+  EXPECT_EQ(report.render.execute_max_us, 210.5);
+  EXPECT_EQ(report.render.load, 0.125);
+}
+
+TEST(ServiceReport, IsHealthyWhenItIsReadyAndHasNoTrouble) {
+  json report = report_json();
+  EXPECT_TRUE(read_service_report(report.dump()).is_healthy());
+  report["last_trouble"] = "x";
+  EXPECT_FALSE(read_service_report(report.dump()).is_healthy());
+  report["last_trouble"] = "";
+  report["driver_ready"] = false;
+  EXPECT_FALSE(read_service_report(report.dump()).is_healthy());
+}
+
+TEST(ServiceReport, NeedsEachOfItsMembers) {
+  for (const auto& member : report_json().items()) {
+    json report = report_json();
+    report.erase(member.key());
+    EXPECT_EQ(fault_of(report.dump()), "it lacks " + member.key());
+  }
+  for (const std::string direction : {"capture", "render"}) {
+    for (const auto& member : stream_json(0).items()) {
+      json report = report_json();
+      report[direction].erase(member.key());
+      EXPECT_EQ(fault_of(report.dump()), "it lacks " + direction + "." + member.key());
+    }
+  }
+}
+
+TEST(ServiceReport, NeedsMembersOfTheirKind) {
+  for (const auto& member : report_json().items()) {
+    if (member.key() == "version") continue;
+    json report = report_json();
+    report[member.key()] = nullptr;
+    EXPECT_EQ(fault_of(report.dump()), "what it gives as " + member.key() + " makes no sense");
+  }
+  for (const auto& member : stream_json(0).items()) {
+    json report = report_json();
+    report["render"][member.key()] = json::array();
+    EXPECT_EQ(fault_of(report.dump()), "what it gives as render." + member.key() + " makes no sense");
+  }
+}
+
+TEST(ServiceReport, NeedsValuesThatMakeSense) {
+  const auto with = [](const char* pointer, const json& value) {
+    json report = report_json();
+    report[json::json_pointer(pointer)] = value;
+    return fault_of(report.dump());
+  };
+  EXPECT_EQ(with("/chain", "magic"), "what it gives as chain makes no sense");
+  EXPECT_EQ(with("/capture/state", "eAsleep"), "what it gives as capture.state makes no sense");
+  EXPECT_EQ(with("/generation", -1), "what it gives as generation makes no sense");
+  EXPECT_EQ(with("/generation", 4294967296), "what it gives as generation makes no sense");
+  EXPECT_EQ(with("/generation", 4294967295), "none");
+  EXPECT_EQ(with("/render/streams", 1.5), "what it gives as render.streams makes no sense");
+  EXPECT_EQ(with("/render/feedback", -1), "none");
+  EXPECT_EQ(with("/render/feedback", 2), "what it gives as render.feedback makes no sense");
+  EXPECT_EQ(with("/render/feedback", -2), "what it gives as render.feedback makes no sense");
+  EXPECT_EQ(with("/render/feedback", 18446744073709551615u), "what it gives as render.feedback makes no sense");
+  EXPECT_EQ(with("/render/load", -0.5), "what it gives as render.load makes no sense");
+  EXPECT_EQ(with("/render/load", 3), "none");
+}
+
+TEST(ServiceReport, OfAnotherVersionIsNotTrusted) {
+  const std::string advice = ", and this program knows version 1; install a service and a sonivo of the same version";
+  json report = report_json();
+  report["version"] = 2;
+  EXPECT_EQ(fault_of(report.dump()), "it is of version 2" + advice);
+  report["version"] = "1";
+  EXPECT_EQ(fault_of(report.dump()), "it is of version unknown" + advice);
+  EXPECT_EQ(fault_of("{}"), "it lacks version");
+}
+
+TEST(ServiceReport, ThatIsNoJsonIsNotTrusted) {
+  const std::string whole = report_json().dump();
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_EQ(fault_of(whole.substr(0, length)), "it is no JSON object") << length;
+  }
+  EXPECT_EQ(fault_of(whole + "x"), "it is no JSON object");
+  EXPECT_EQ(fault_of("[1]"), "it is no JSON object");
+  EXPECT_EQ(fault_of(std::string(8192, '[')), "it is no JSON object");
+}
+
+std::string table_of(const MachineStatus& status) {
+  std::ostringstream table;
+  print_status(table, status);
+  return table.str();
+}
+
+control::Store made_settings() {
+  control::Store settings;
+  settings.set_number(control::GetGenerationMic, 5);
+  settings.set_number(control::GetFunctionMic, 8);
+  settings.set_number(control::NSV_GET_LAUNCHED_MTG, 1);
+  settings.set_number(control::NSV_GET_ALL_SP_MTG, 3);
+  settings.set_number(control::GetBeamformingMTG, 0);
+  settings.set_text(control::GetCaptureEndpointId, u"chosen");
+  return settings;
+}
+
+TEST(Status, ShowsWhatDriverAndServiceTell) {
+  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), report_json().dump())),
+            "driver            answers at /run/driver.sock\n"
+            "service           runs\n"
+            "machine           generation 8, function 2; microphone generation 5, function 9\n"
+            "gates             AI speech, mode threads\n"
+            "chain             ai\n"
+            "meeting mode      2 with room correction\n"  // 3 + 1 - 2
+            "headphones        driver off, service on\n"
+            "auto mute         off\n"
+            "keyboard-cancel   user on, effective on\n"
+            "beamforming       user on, effective off\n"
+            "speech-enhance    user on, effective on\n"
+            "voice-model       user off, effective off\n"
+            "model             small\n"
+            "enrolment         0\n"
+            "microphone        set to chosen, uses endpoint-100\n"
+            "  state           streams (ePhysicalStreaming); streams so far: 101\n"
+            "  ring fill       104.2 ms mean, 105.5 ms lowest; the virtual clock runs faster\n"
+            "  underruns       102, overruns 103\n"
+            "  blocks          106, silenced 107, unenhanced 108\n"
+            "  load            12.5 % of real time; a block takes 109.5 us, at most 110.5 us\n"
+            "speaker           set to default, uses endpoint-200\n"
+            "  state           streams (ePhysicalStreaming); streams so far: 201\n"
+            "  ring fill       204.2 ms mean, 205.5 ms lowest; the virtual clock runs faster\n"
+            "  underruns       202, overruns 203\n"
+            "  blocks          206, silenced 207, unenhanced 208\n"
+            "  load            12.5 % of real time; a block takes 209.5 us, at most 210.5 us\n"
+            "trouble           none\n");
+}
+
+TEST(Status, TellsWhatTheServiceWouldFind) {
+  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), "")),
+            "driver            answers at /run/driver.sock\n"
+            "service           does not run; start NorvellSonivoService\n"
+            "machine           generation 8, function 0; microphone generation 5, function 8\n"
+            "gates             AI speech, mode threads\n"
+            "chain             ai, once the service runs\n"
+            "meeting mode      2 with room correction\n"
+            "headphones        off\n"
+            "auto mute         off\n"
+            "keyboard-cancel   user on, effective on\n"
+            "beamforming       user on, effective off\n"
+            "speech-enhance    user on, effective on\n"
+            "voice-model       user off, effective off\n"
+            "model             small\n"
+            "enrolment         0\n"
+            "microphone        set to chosen\n"
+            "speaker           set to default\n");
+}
+
+TEST(Status, FindsNoGateOnGenerationsWithoutMicrophoneFunctions) {
+  control::Store settings = made_settings();
+  for (const std::uint32_t generation : {7u, 9u}) {
+    settings.set_number(control::GetSonivoDrvGeneration, generation);
+    EXPECT_THAT(table_of(machine_status("s", settings, "")), HasSubstr("\ngates             none\n"));
+  }
+  settings.set_number(control::GetSonivoDrvGeneration, 10);
+  EXPECT_THAT(table_of(machine_status("s", settings, "")), HasSubstr("\ngates             AI speech, mode threads\n"));
+}
+
+TEST(Status, ShowsStatesInWords) {
+  const auto row_of = [](const char* state) {
+    json report = report_json();
+    report["render"]["state"] = state;
+    return table_of(machine_status("s", {}, report.dump()));
+  };
+  EXPECT_THAT(row_of("eWaitVirtualDriver"), HasSubstr("looks for the virtual device (eWaitVirtualDriver); "));
+  EXPECT_THAT(row_of("eWaitVirtualStream"), HasSubstr("waits for an application (eWaitVirtualStream); "));
+  EXPECT_THAT(row_of("eVirtualStreaming"), HasSubstr("opens the physical endpoint (eVirtualStreaming); "));
+}
+
+TEST(Status, LeavesOutBlocksWhereThereAreNone) {
+  json report = report_json();
+  report["capture"]["blocks"] = 0;
+  report["render"]["blocks"] = 0;
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())), Not(HasSubstr("load")));
+}
+
+TEST(Status, WritesOutControlCharactersOfTheReport) {
+  json report = report_json();
+  report["last_trouble"] = "a\n\x1b[2Jb";
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())), HasSubstr("trouble           a\\n\\x1b[2Jb\n"));
+}
+
+TEST(Status, HasAnExitCodeForEachHealth) {
+  json report = report_json();
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 0);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, "")), 3);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, "nothing")), 4);
+  report["driver_ready"] = false;
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
+  report["driver_ready"] = true;
+  report["last_trouble"] = "the microphone can't be opened";
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
+}
+
+json json_of(const MachineStatus& status) {
+  std::ostringstream text;
+  print_status_json(text, status);
+  return json::parse(text.str());
+}
+
+TEST(Status, IsJsonOnDemand) {
+  const json status = json_of(machine_status("/run/driver.sock", made_settings(), report_json().dump()));
+  EXPECT_EQ(status["health"], "healthy");
+  EXPECT_EQ(status["driver"]["socket"], "/run/driver.sock");
+  EXPECT_EQ(status["driver"]["settings"]["beamforming"], false);
+  EXPECT_EQ(status["driver"]["settings"]["meeting-mode"], 4);
+  EXPECT_EQ(status["driver"]["settings"]["capture-endpoint"], "chosen");
+  EXPECT_EQ(status["gates"],
+            json({{"key_cancel", false}, {"beamforming", false}, {"ai_speech", true}, {"mode_threads", true}}));
+  EXPECT_EQ(status["service"], report_json());
+  EXPECT_EQ(status["report_fault"], "");
+
+  EXPECT_EQ(json_of(machine_status("s", {}, ""))["service"], nullptr);
+  EXPECT_EQ(json_of(machine_status("s", {}, ""))["health"], "no service");
+  const json strange = json_of(machine_status("s", {}, "{\"version\":7}"));
+  EXPECT_EQ(strange["health"], "trouble");
+  EXPECT_EQ(strange["service"], nullptr);
+  EXPECT_THAT(strange["report_fault"], HasSubstr("version 7"));
+}
+
+}  // namespace
+}  // namespace sonivo::tool
