@@ -100,13 +100,15 @@ TEST(ServiceReport, IsHealthyWhenItIsReadyAndHasNoTrouble) {
 }
 
 TEST(ServiceReport, NeedsEachOfItsMembers) {
-  for (const auto& member : report_json().items()) {
+  const json whole = report_json();
+  for (const auto& member : whole.items()) {
     json report = report_json();
     report.erase(member.key());
     EXPECT_EQ(fault_of(report.dump()), "it lacks " + member.key());
   }
   for (const std::string direction : {"capture", "render"}) {
-    for (const auto& member : stream_json(0).items()) {
+    const json stream = stream_json(0);
+    for (const auto& member : stream.items()) {
       json report = report_json();
       report[direction].erase(member.key());
       EXPECT_EQ(fault_of(report.dump()), "it lacks " + direction + "." + member.key());
@@ -115,13 +117,15 @@ TEST(ServiceReport, NeedsEachOfItsMembers) {
 }
 
 TEST(ServiceReport, NeedsMembersOfTheirKind) {
-  for (const auto& member : report_json().items()) {
+  const json whole = report_json();
+  for (const auto& member : whole.items()) {
     if (member.key() == "version") continue;
     json report = report_json();
     report[member.key()] = nullptr;
     EXPECT_EQ(fault_of(report.dump()), "what it gives as " + member.key() + " makes no sense");
   }
-  for (const auto& member : stream_json(0).items()) {
+  const json stream = stream_json(0);
+  for (const auto& member : stream.items()) {
     json report = report_json();
     report["render"][member.key()] = json::array();
     EXPECT_EQ(fault_of(report.dump()), "what it gives as render." + member.key() + " makes no sense");
