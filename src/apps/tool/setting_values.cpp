@@ -117,7 +117,7 @@ std::uint32_t parse_number(const Setting& setting, ValueKind kind, const std::st
 }
 
 std::u16string parse_text(const Setting& setting, const std::string& value) {
-  const std::u16string text = to_utf16(value);
+  std::u16string text = to_utf16(value);
   if (to_utf8(text) != value) throw refusal_of(setting, "text in UTF-8", value);
   if (text.size() >= control::kTextCharacters) {
     throw UsageError(std::string(setting.name) + " takes at most 259 characters of UTF-16, not " +

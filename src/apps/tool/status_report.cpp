@@ -15,9 +15,9 @@ namespace {
 using nlohmann::json;
 
 constexpr std::uint64_t kReportVersion = 1;
-constexpr std::array<const char*, 4> kStates{"eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
-                                             "ePhysicalStreaming"};
-constexpr std::array<const char*, 4> kChains{"none", "keycancel", "beamforming", "ai"};
+constexpr std::array<const char*, 4> kReportedStates{"eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
+                                                     "ePhysicalStreaming"};
+constexpr std::array<const char*, 4> kReportedChains{"none", "keycancel", "beamforming", "ai"};
 
 /// Members of one object, which must be there and of the kind that is asked for.
 class ObjectReader {
@@ -60,7 +60,7 @@ class ObjectReader {
     return value.get<std::string>();
   }
   std::string word(const char* name, std::span<const char* const> words) const {
-    const std::string value = text(name);
+    std::string value = text(name);
     if (std::find(words.begin(), words.end(), value) == words.end()) throw fault(name);
     return value;
   }
@@ -81,7 +81,7 @@ class ObjectReader {
 
 StreamReport read_stream(const ObjectReader& reader) {
   StreamReport stream;
-  stream.state = reader.word("state", kStates);
+  stream.state = reader.word("state", kReportedStates);
   stream.endpoint = reader.text("endpoint");
   stream.streams = reader.count("streams");
   stream.underruns = reader.count("underruns");
@@ -114,7 +114,7 @@ ServiceReport read_service_report(std::string_view text) {
   report.function = reader.small_count("function");
   report.generation_mic = reader.small_count("generation_mic");
   report.function_mic = reader.small_count("function_mic");
-  report.chain = reader.word("chain", kChains);
+  report.chain = reader.word("chain", kReportedChains);
   report.driver_ready = reader.flag("driver_ready");
   report.meeting_mode = reader.small_count("meeting_mode");
   report.room_correction = reader.flag("room_correction");
