@@ -101,13 +101,7 @@ void RunMessageLoop(HostState& host, ThreadSet& threads) {
 }
 
 void LetGo(HostState& host) {
-  {
-    std::unique_ptr<Registration> mouse;
-    std::unique_ptr<Registration> keyboard;
-    const std::lock_guard lock(host.m_csHooks);
-    mouse = std::move(host.m_hHookWnd);
-    keyboard = std::move(host.m_hKeyHookWnd);
-  }
+  host.RemoveHooks();
   host.m_hPowerSetting.reset();
   host.m_hSuspendResume.reset();
   host.m_hPanelBitmap.reset();

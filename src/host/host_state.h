@@ -91,6 +91,18 @@ struct HostState : std::enable_shared_from_this<HostState> {
   bool GateModeThreads() const { return BeamForming() || AISpeech(); }
   bool FourPositions() const { return (m_Function & 2) != 0; }
 
+  /// The mouse's first.
+  void RemoveHooks() {
+    std::unique_ptr<Registration> mouse;
+    std::unique_ptr<Registration> keyboard;
+    {
+      const std::lock_guard lock(m_csHooks);
+      mouse = std::move(m_hHookWnd);
+      keyboard = std::move(m_hKeyHookWnd);
+    }
+    mouse.reset();
+    keyboard.reset();
+  }
   /// Any thread.
   void SetMeetingModes(std::int32_t position) {
     m_iMeetingModeCur = position;
@@ -106,8 +118,7 @@ inline std::int32_t NormaliseLaunched(HostState& host, std::uint32_t launched) {
   return static_cast<std::int32_t>(launched > 2 ? launched - 2 : launched);
 }
 
-/// Whether this process belongs to the session on the console. False, with the session unknown, when the machine can't
-/// tell to which it belongs.
+/// Whether this process belongs to the session on the console; unknown when the machine can't tell to which it belongs.
 enum class SessionState { unknown, inactive, active };
 inline SessionState ConsoleSession(const Machine& machine) {
   std::uint32_t session = 0;

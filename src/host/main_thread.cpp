@@ -21,7 +21,7 @@ void Reconnect(HostState& host) {
   const SessionState session = ConsoleSession(host.machine);
   if (session == SessionState::unknown) {
     trace(TraceLevel::error, "[MainThread] ProcessIdToSessionId err.\n");
-    return;  // with the lock, which this thread will enter again; others wait until the session is known
+    return;  // with the lock: this thread enters it again, nobody else ever does
   }
   if (session == SessionState::active && !host.m_DriverAccess.GetDriverHandle()) {
     host.m_DriverAccess.InitDriverInfo(control::kControlInterface);
@@ -72,8 +72,9 @@ void ReadEffectiveSettings(HostState& host) {
     audio.UpdateAISpeechEnhanceState(value != 0);
     value = 1;
     driver.GetAispeechenhanceSetAiModelMTG(&value);
-    if (!ApplyVoiceModel(host, value != 0)) {
+    if (audio.UpdateAISpeechEnhanceSetAiModelState(value != 0) == 0) {
       trace(TraceLevel::error, "[MainThread] UpdateAISpeechEnhanceSetAiModelState ERROR\n");
+      GiveUpVoiceModel(host);
     }
     host.m_bMicDeviceDirty = 1;
   }

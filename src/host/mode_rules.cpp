@@ -76,11 +76,13 @@ void SetHeadphoneState(HostState& host, std::uint32_t value) {
   RepaintPanel(host);
 }
 
-bool ApplyVoiceModel(HostState& host, bool on) {
-  if (host.m_AudioControl.UpdateAISpeechEnhanceSetAiModelState(on) != 0) return true;
+void ApplyVoiceModel(HostState& host, bool on) {
+  if (host.m_AudioControl.UpdateAISpeechEnhanceSetAiModelState(on) == 0) GiveUpVoiceModel(host);
+}
+
+void GiveUpVoiceModel(HostState& host) {
   host.m_DriverAccess.SetAispeechenhanceSetAiModelMTG(0);
   host.m_DriverAccess.SetAispeechenhanceSetAiModel_UI_MTG(0);
-  return false;
 }
 
 void deviceNameChange(HostState& host) {

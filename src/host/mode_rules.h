@@ -22,9 +22,10 @@ inline void FollowDevices(HostState& host) {
   deviceNameChange(host);
 }
 
-/// Goes over to the enrolled voice model or back; where the model is missing the driver's settings for it are cleared.
-/// False then.
-bool ApplyVoiceModel(HostState& host, bool on);
+/// Goes over to the enrolled voice model or back; gives it up where the model is missing.
+void ApplyVoiceModel(HostState& host, bool on);
+/// Clears the driver's settings for a voice model that is missing.
+void GiveUpVoiceModel(HostState& host);
 
 /// Has the visible panel painted anew.
 void RepaintPanel(HostState& host);

@@ -35,6 +35,7 @@ std::int64_t OnPowerBroadcast(HostState& host, const Message& message) {
       return 1;
     case kPowerSettingChange: {
       const auto* setting = record_of<PowerSetting>(message);
+      if (setting == nullptr) return 1;
       host.m_dwMonitorStatus = setting->data & 0xFFu;
       if (host.m_bModernStandby != 0 && host.m_dwMonitorStatus == kDisplayOn) {
         if (AutoExitUpdate(host) == 0) PostReboot(host);
@@ -137,11 +138,7 @@ void LoadPanelBitmap(HostState& host) {
 void ShowWindowHide(HostState& host) {
   host.m_bFocusFrame = 0;
   host.machine.desktop.windows().hide(host.m_hWnd);
-  std::unique_ptr<Registration> mouse;
-  std::unique_ptr<Registration> keyboard;
-  const std::lock_guard lock(host.m_csHooks);
-  mouse = std::move(host.m_hHookWnd);
-  keyboard = std::move(host.m_hKeyHookWnd);
+  host.RemoveHooks();
 }
 
 std::uint32_t DeviceNotifyCallbackRoutine(HostState& host, std::uint64_t transition) {

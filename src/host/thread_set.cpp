@@ -33,7 +33,9 @@ void ThreadSet::TellChangeEvents() {
                                      host_.m_hEvent.Get(EventPair::kStop).get());
 }
 
+// The relay never holds an event that may go: one that is replaced is taken from it first.
 void ThreadSet::CreateEvent(EventPair& events, std::size_t index) {
+  if (&events == &host_.m_hEvent) host_.m_AudioControl.SetHostEvents(nullptr, nullptr);
   events.Create(host_.machine.events, index);
   if (&events == &host_.m_hEvent) TellChangeEvents();
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Drives `sonivo settings`, `sonivo events` and `sonivo status` against the driver, which lies beside sonivo.
-# Usage: settings_command_test.sh SONIVO PYTHON
-python=$2
+# Usage: settings_command_test.sh SONIVO [PYTHON]
+python=${2:-python3}
 publish=$(realpath "$(dirname "$0")/publish_report.py")
 source "$(dirname "$0")/command_cases.sh"
 result=
