@@ -71,13 +71,14 @@ TEST_F(EchoFilterTest, LetsGoOfARefusedCallsHandleWhenItGoes) {
 class FilterBus final : public DeviceBus, public Device {
  public:
   std::vector<DeviceInterface> interfaces(const Guid&) override { return {}; }
-  std::shared_ptr<Device> open(const std::string& its_path, Sharing its_sharing, Error& why) override {
+  std::shared_ptr<Device> open(const std::string& its_path, Sharing its_sharing, Completion, Error& why) override {
     path = its_path;
     sharing = its_sharing;
     why = error::kNone;
     return {std::shared_ptr<void>(), this};
   }
   std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast&, WindowHandle) override { return nullptr; }
+  std::unique_ptr<Registration> notify_actions(const Device&, DeviceActionCallback) override { return nullptr; }
 
   Error control(std::uint32_t, std::span<const std::byte>, std::span<std::byte>, Overlapped&) override {
     return error::kInvalidFunction;

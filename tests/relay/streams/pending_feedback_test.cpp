@@ -27,14 +27,15 @@ class SlowFeedbackBus final : public DeviceBus {
   const std::vector<std::string>& happened() const { return happened_; }
 
   std::vector<DeviceInterface> interfaces(const Guid& category) override { return bus_.interfaces(category); }
-  std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Error& why) override {
-    auto device = bus_.open(path, sharing, why);
+  std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Completion completion, Error& why) override {
+    auto device = bus_.open(path, sharing, completion, why);
     return device ? std::make_shared<SlowDevice>(std::move(device), happened_) : nullptr;
   }
   std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) override {
     const auto* device = dynamic_cast<const SlowDevice*>(broadcast.handle);
     return bus_.notify_removal({broadcast.devicetype, device->real()}, window);
   }
+  std::unique_ptr<Registration> notify_actions(const Device&, DeviceActionCallback) override { return nullptr; }
 
  private:
   class SlowDevice final : public Device {

@@ -140,14 +140,15 @@ class HastyBus final : public DeviceBus {
   HastyBus(DeviceBus& bus, std::function<void(const DeviceBroadcast&)> ask) : bus_(bus), ask_(std::move(ask)) {}
 
   std::vector<DeviceInterface> interfaces(const Guid& category) override { return bus_.interfaces(category); }
-  std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Error& why) override {
-    return bus_.open(path, sharing, why);
+  std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Completion completion, Error& why) override {
+    return bus_.open(path, sharing, completion, why);
   }
   std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) override {
     auto notice = bus_.notify_removal(broadcast, window);
     ask_(broadcast);
     return notice;
   }
+  std::unique_ptr<Registration> notify_actions(const Device&, DeviceActionCallback) override { return nullptr; }
 
  private:
   DeviceBus& bus_;
