@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "host/stopping.h"
 #include "host/threads.h"
 #include "host_bench.h"
 
@@ -163,6 +164,41 @@ TEST(MainThreadSynchronise, FailingGettersLeaveZero) {
   EXPECT_EQ(bench.host->m_dwGeneration, 0u);
 }
 
+TEST(MainThreadSynchronise, FailingMicrophoneGettersLeaveZeroToo) {
+  MainThreadBench bench(kBeamForming);
+  bench.open();
+  bench.driver().fail(c::GetFunction, error::kAccessDenied);
+  bench.driver().fail(c::GetFunctionMic, error::kAccessDenied);
+  bench.host->m_Function = 2;
+  bench.host->m_FunctionMic = 2;
+  bench.start_thread();
+  EXPECT_EQ(bench.host->m_Function, 0u);
+  EXPECT_EQ(bench.host->m_FunctionMic, 0u);
+  EXPECT_EQ(bench.host->m_dwGenerationMic, 3u);
+
+  MainThreadBench generation(kBeamForming);
+  generation.open();
+  generation.driver().fail(c::GetGenerationMic, error::kAccessDenied);
+  generation.host->m_dwGenerationMic = 3;
+  generation.start_thread();
+  EXPECT_EQ(generation.host->m_dwGenerationMic, 0u);  // and the functions aren't asked for then
+  const auto codes = generation.driver().codes();
+  EXPECT_EQ(std::count(codes.begin(), codes.end(), c::GetFunctionMic), 0);
+}
+
+TEST(MainThreadSynchronise, AnyOtherAutoMuteThanOneUnmutes) {
+  MainThreadBench bench;
+  bench.open();
+  bench.host->m_AudioControl.SetEndpointForce(DataFlow::capture, sim::kMicArray);
+  bench.machine.endpoint(sim::kMicArray).volume().set_mute(true);
+  bench.host->m_dwAutoMute = 1;
+  bench.driver().set_number(c::GetAutoMuteMTG, 2);
+  bench.start_thread();
+  EXPECT_EQ(bench.host->m_dwAutoMute, 2u);
+  EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
+  EXPECT_FALSE(bench.machine.endpoint(sim::kMicArray).volume().muted());
+}
+
 TEST(MainThreadSynchronise, AMissingVoiceModelIsTakenBackInBothLayers) {
   MainThreadBench bench(kAISpeech);
   bench.open();
@@ -240,9 +276,11 @@ TEST(MainThreadEvents, AutoMuteCommands) {
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
   bench.send(c::kAutoMuteOn);
   bench.host->m_bAutoMuteOff = 1;  // the window hides by its own timer
+  bench.machine.endpoint(sim::kMicArray).volume().set_mute(true);
   bench.send(c::kAutoMuteOff);
   EXPECT_EQ(bench.host->m_dwAutoMute, 0u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
+  EXPECT_FALSE(bench.machine.endpoint(sim::kMicArray).volume().muted());
 }
 
 TEST(MainThreadEvents, AutoMuteOffUnmutesTheMicrophone) {
@@ -347,6 +385,18 @@ TEST(MainThreadRounds, AHeldDriverMakesRoundsDoNothing) {
   bench.host->m_bThreadExit = 1;
   bench.thread->join();
   EXPECT_EQ(bench.status, 0u);
+}
+
+TEST(MainThreadRounds, StoppingReleasesItsRequestAtOnce) {
+  MainThreadBench bench;
+  bench.open();
+  bench.start_thread();
+  StopDriverThreads(*bench.host);
+  bench.run_for(1);
+  EXPECT_EQ(bench.status, 0u);
+  EXPECT_EQ(bench.driver().open_handles(), 0u);
+  StopDriverThreads(*bench.host);  // nothing left to stop
+  EXPECT_EQ(bench.driver().open_handles(), 0u);
 }
 
 TEST(MainThreadRounds, ADriverThatIsRemovedIsOpenedAgainWhenItReturns) {

@@ -332,6 +332,61 @@ TEST(StopTriggers, ResumeCallbackWithoutADriverPostsTheReboot) {
   EXPECT_EQ(bench.driver().open_handles(), 2u);
 }
 
+TEST(StopTriggers, BothResumesLeaveTheMeetingModeWhereThatIsAskedFor) {
+  HostBench by_message;
+  Stopped message(by_message);
+  by_message.post(kWmPowerBroadcast, kPowerResumeAutomatic);
+  by_message.run_for(100);
+  EXPECT_TRUE(message.left_meeting_mode());
+
+  HostBench by_callback;
+  Stopped callback(by_callback);
+  DeviceNotifyCallbackRoutine(*by_callback.host, kPowerResumeAutomatic);
+  EXPECT_TRUE(callback.left_meeting_mode());
+}
+
+TEST(StopTriggers, OtherPowerMessagesChangeNothing) {
+  HostBench bench;
+  Stopped check(bench);
+  bench.post(kWmPowerBroadcast, 10);
+  bench.post(kWmPowerBroadcast, kPowerSettingChange);  // without a record
+  bench.run_for(1000);
+  EXPECT_FALSE(check.stopped());
+  EXPECT_FALSE(check.hidden());
+  EXPECT_EQ(DeviceNotifyCallbackRoutine(*bench.host, 10), 0u);
+  EXPECT_FALSE(check.stopped());
+}
+
+TEST(StopTriggers, AnswersOfThePanel) {
+  HostBench bench;
+  bench.start(1000);
+  std::vector<std::int64_t> answers;
+  bench.machine.script().before(sim::Step::dispatch_message, 1, [&] {  // on the windows' thread
+    Windows& windows = bench.machine.desktop().windows();
+    answers.push_back(windows.send_message(bench.host->m_hWnd, kWmPowerBroadcast, kPowerSuspend));
+    answers.push_back(windows.send_message(bench.host->m_hWnd, kWmPowerBroadcast, kPowerResumeAutomatic));
+    answers.push_back(windows.send_message(bench.host->m_hWnd, kWmPowerBroadcast, kPowerSettingChange));
+    answers.push_back(windows.send_message(bench.host->m_hWnd, kWmQueryEndSession, 0));
+  });
+  bench.post_any();
+  bench.run_for(10);
+  EXPECT_THAT(answers, ElementsAre(1, 1, 1, 1));
+}
+
+TEST(StopTriggers, DisplayOnWithADriverHidesThePanelAndRebootsNothing) {
+  HostBench bench;
+  bench.machine.power().set_connected_standby(true);
+  Stopped check(bench);
+  bench.machine.power().set_display(kDisplayOn);
+  bench.run_for(1000);
+  EXPECT_TRUE(check.hidden());
+  EXPECT_TRUE(check.left_meeting_mode());
+  for (const auto& message : bench.machine.desktop().messages()) EXPECT_NE(message.message, WM_EVENT_MDN);
+  EXPECT_FALSE(check.stopped());
+}
+
+TEST(StopTriggers, TheRebootMessageHasItsNumber) { EXPECT_EQ(WM_EVENT_MDN, 0x8064u); }
+
 TEST(StopTriggers, TheDisplayIsNoted) {
   HostBench bench;
   bench.start(1000);

@@ -9,6 +9,7 @@
 #include "host/entry.h"
 #include "host/host_windows.h"
 #include "host_bench.h"
+#include "platform/window_messages.h"
 
 namespace sonivo::test {
 namespace {
@@ -161,6 +162,8 @@ TEST(StartUp, WithoutAWindowTheProcessEndsWithOne) {
     EXPECT_EQ(bench.exit_code, 1);
     EXPECT_THAT(bench.threads(), IsEmpty());
     EXPECT_EQ(bench.machine.script().count(sim::Step::power_register_suspend_resume), 0u);
+    EXPECT_EQ(bench.machine.script().count(sim::Step::window_create), nth);
+    EXPECT_EQ(bench.driver().open_handles(), 2u);  // what was done stays as it is
   }
 }
 
@@ -224,6 +227,15 @@ TEST(StartUp, MissingEndpointIdsAreSaidAndTheDefaultsAreFollowed) {
   EXPECT_EQ(bench.host->m_AudioControl.Stream(DataFlow::render).EndpointId(), sim::kSpeakers);
 }
 
+TEST(StartUp, EndpointIdsThatCanNotBeReadAreMissing) {
+  HostBench bench;
+  bench.driver().set_text(c::GetCaptureEndpointId, to_utf16(sim::kHeadsetMic));
+  bench.driver().fail(c::GetCaptureEndpointId, error::kAccessDenied);
+  bench.start();
+  EXPECT_TRUE(bench.log.has("[cap] capture endpoint id was not found.\n"));
+  EXPECT_EQ(bench.host->m_AudioControl.Stream(DataFlow::capture).EndpointId(), sim::kMicArray);
+}
+
 TEST(StartUp, EndpointIdsOfTheDriverAreUsed) {
   HostBench bench;
   bench.driver().set_text(c::GetCaptureEndpointId, to_utf16(sim::kHeadsetMic));
@@ -278,6 +290,21 @@ TEST(StartUp, AnAbsentDriverLeavesDefaultsAndIsAskedAgain) {
   EXPECT_THAT(bench.threads(), ElementsAre("MainThread", "SubThread"));  // the mode threads come with the next start
 }
 
+TEST(StartUp, ARebootWithALateDriverBringsTheModeThreads) {
+  HostBench bench(kBeamForming);
+  bench.driver().set_present(false);
+  bench.start(1000);
+  bench.driver().set_present(true);
+  bench.run_for(5000);
+  EXPECT_THAT(bench.threads(), ElementsAre("MainThread", "SubThread"));
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  bench.machine.session().unlock();
+  bench.run_for(3000);
+  EXPECT_THAT(bench.threads(), ElementsAre("MainThread", "SubThread", "ChangeThread", "ChangeRegistryThread",
+                                           "ChangeRegistryThread_Quit"));
+}
+
 TEST(ShutDown, LeavesNothingBehind) {
   for (const Model& model : {kPlain, kKeyCancel, kBeamForming, kAISpeech}) {
     HostBench bench(model);
@@ -297,8 +324,12 @@ TEST(ShutDown, LeavesNothingBehind) {
 TEST(ShutDown, HooksAndPowerAreUnregistered) {
   HostBench bench;
   bench.start();
-  bench.host->m_hHookWnd = bench.machine.desktop().input().hook_mouse([](const MouseInput&) { return false; });
-  bench.end_session();
+  InputDevices& input = bench.machine.desktop().input();
+  bench.host->m_hHookWnd = input.hook_mouse([](const MouseInput&) { return false; });
+  bench.host->m_hKeyHookWnd = input.hook_keyboard([](const KeyInput&) { return false; });
+  bench.post(kWmClose);  // the way out that doesn't hide the panel
+  bench.run_for(1000);
+  EXPECT_EQ(bench.exit_code, 0);
   EXPECT_EQ(bench.machine.power().registrations(), 0u);
   EXPECT_EQ(bench.machine.desktop().input().live_hooks(), 0u);
 }
