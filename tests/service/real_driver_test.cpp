@@ -75,9 +75,9 @@ class RealDriver : public testing::Test {
     host = std::make_shared<HostState>(notebook.seams(), chains.factory());
     service_ = simulation.scheduler().start("service", [this] { RunService(*host); });
   }
-  /// Lets real time go on, which the simulation follows, until the condition holds; false after ten seconds.
+  /// Lets real time go on, which the simulation follows, until the condition holds; false after a minute.
   bool wait_until(const std::function<bool()>& condition) {
-    for (const double end = seconds_now() + 10; seconds_now() < end; simulation.run_for(2)) {
+    for (const double end = seconds_now() + 60; seconds_now() < end; simulation.run_for(2)) {
       if (condition()) return true;
     }
     return false;
