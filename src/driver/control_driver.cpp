@@ -18,7 +18,7 @@ ControlDriver::ControlDriver(Settings& settings, EffectProperties& properties, R
       events_([this](const PendingId& request, std::uint32_t command) {
         EventRecord record;
         record.command = command;
-        finish(request, error::kNone, std::as_bytes(std::span(&record, 1)));
+        return finish(request, error::kNone, std::as_bytes(std::span(&record, 1)));
       }),
       watches_(properties, [this](const PendingId& request, std::uint64_t change) {
         finish(request, error::kNone, std::as_bytes(std::span(&change, 1)));
@@ -30,6 +30,9 @@ void ControlDriver::client_gone(ClientId client) {
   events_.drop(client);
   watches_.drop(client);
   clients_.erase(client);
+  const bool served = std::any_of(clients_.begin(), clients_.end(),
+                                  [this](const auto& each) { return each.second.process == service_; });
+  if (!served) service_.reset();
   if (reporter_ == client) report_.clear();
 }
 
@@ -41,6 +44,7 @@ bool ControlDriver::request(ClientId client, const control::Request& request) {
     return true;
   }
   if (!pending.insert(id).second) return false;
+  events_.forget_answer({client, id});
   if (pending.size() > kMaxPending) {
     finish({client, id}, error::kBusy, {});
     return true;
@@ -62,8 +66,7 @@ ControlDriver::Outcome ControlDriver::start(ClientId client, const control::Requ
     case control::NSV_OBSERVE_EVENTS:
       return start_event({client, request.head.id}, false, request);
     case control::NSV_SERVICE_EVENT_CANCEL:
-      events_.greet_service(client);
-      return cancel_events(request);
+      return cancel_events(client, request);
     case control::NSV_PUBLISH_REPORT:
       return publish(client, request.input);
     case control::NSV_READ_REPORT:
@@ -92,13 +95,13 @@ ControlDriver::Outcome ControlDriver::watch(const PendingId& request, const cont
   return Answer{.error = refused};
 }
 
-/// Whether the service's process, which has more than one connection, is at the other end.
-bool ControlDriver::is_of_service(ClientId client) const {
-  const pid_t process = clients_.at(client).process;
-  return std::any_of(clients_.begin(), clients_.end(), [&](const auto& each) {
-    return each.second.process == process && events_.is_service(each.first);
-  });
+/// False when another process is the service.
+bool ControlDriver::become_service(ClientId client) {
+  if (!service_) service_ = clients_.at(client).process;
+  return is_of_service(client);
 }
+
+bool ControlDriver::is_of_service(ClientId client) const { return clients_.at(client).process == service_; }
 
 ControlDriver::Outcome ControlDriver::start_event(const PendingId& request, bool service,
                                                   const control::Request& frame) {
@@ -106,6 +109,7 @@ ControlDriver::Outcome ControlDriver::start_event(const PendingId& request, bool
     return Answer{.error = error::kInvalidParameter};
   }
   if (service) {
+    if (!become_service(request.client)) return Answer{.error = error::kBusy};
     events_.wait_as_service(request);
   } else {
     events_.wait_as_onlooker(request);
@@ -113,8 +117,10 @@ ControlDriver::Outcome ControlDriver::start_event(const PendingId& request, bool
   return std::nullopt;
 }
 
-Answer ControlDriver::cancel_events(const control::Request& request) {
+Answer ControlDriver::cancel_events(ClientId client, const control::Request& request) {
   if (!request.input.empty()) return {.error = error::kInvalidParameter};
+  if (!become_service(client)) return {};
+  events_.greet_service(client);
   for (const PendingId& each : events_.drop_service_requests()) finish(each, error::kOperationAborted, {});
   return {};
 }
@@ -144,7 +150,7 @@ Answer ControlDriver::send_event(std::span<const std::byte> input) {
 }
 
 void ControlDriver::cancel(ClientId client, std::uint32_t id) {
-  if (!clients_.at(client).pending.contains(id)) return;
+  if (!clients_.at(client).pending.contains(id)) return events_.give_back({client, id});
   events_.drop(PendingId{client, id});
   watches_.drop(PendingId{client, id});
   finish({client, id}, error::kOperationAborted, {});
@@ -152,9 +158,9 @@ void ControlDriver::cancel(ClientId client, std::uint32_t id) {
 
 void ControlDriver::announce_exit() { events_.send_to_pending(control::kDriverExit); }
 
-void ControlDriver::finish(const PendingId& request, Error error, std::span<const std::byte> output) {
+bool ControlDriver::finish(const PendingId& request, Error error, std::span<const std::byte> output) {
   clients_.at(request.client).pending.erase(request.id);
-  reply_(request.client, {{request.id, error, static_cast<std::uint32_t>(output.size())}, output});
+  return reply_(request.client, {{request.id, error, static_cast<std::uint32_t>(output.size())}, output});
 }
 
 }  // namespace sonivo::driver

@@ -21,17 +21,22 @@
 namespace sonivo::driver {
 
 /// What the driver answers to requests, whatever brings them. One thread.
+///
+/// One process at a time is the service: the first that asks for its events (NSV_SERVICE_EVENT_NOTIFY) or cancels such
+/// requests (NSV_SERVICE_EVENT_CANCEL), until its last connection ends. To another one the former is error::kBusy, and
+/// the latter does nothing.
 class ControlDriver {
  public:
   /// Requests of one client that may be pending; more are refused with error::kBusy.
   static constexpr std::size_t kMaxPending = 32;
 
-  /// The output is valid during the call, which must not call back.
-  using Reply = std::function<void(ClientId client, const control::Reply& reply)>;
+  /// The output is valid during the call, which must not call back. False when the client is gone.
+  using Reply = std::function<bool(ClientId client, const control::Reply& reply)>;
 
   ControlDriver(Settings& settings, EffectProperties& properties, Reply reply);
 
-  /// `process`: who is at the other end; connections of one process belong together.
+  /// `process`: who is at the other end, as its socket tells; connections of one process belong together. To a driver
+  /// those of other pid namespaces have the number 0, and count as one process.
   void client_came(ClientId client, pid_t process);
   /// Its pending requests, and the report that it published, are dropped.
   void client_gone(ClientId client);
@@ -53,10 +58,11 @@ class ControlDriver {
   control::Answer publish(ClientId client, std::span<const std::byte> text);
   control::Answer read_report(std::span<std::byte> output) const;
   control::Answer send_event(std::span<const std::byte> input);
-  control::Answer cancel_events(const control::Request& request);
+  control::Answer cancel_events(ClientId client, const control::Request& request);
   void cancel(ClientId client, std::uint32_t id);
+  bool become_service(ClientId client);
   bool is_of_service(ClientId client) const;
-  void finish(const PendingId& request, Error error, std::span<const std::byte> output);
+  bool finish(const PendingId& request, Error error, std::span<const std::byte> output);
 
   Settings& settings_;
   EffectProperties& properties_;
@@ -64,6 +70,7 @@ class ControlDriver {
   EventChannel events_;
   PropertyWatches watches_;
   std::map<ClientId, Client> clients_;
+  std::optional<pid_t> service_;
   std::string report_;
   ClientId reporter_ = 0;
   std::vector<std::byte> output_;

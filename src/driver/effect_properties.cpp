@@ -64,7 +64,8 @@ Answer EffectProperties::set(std::span<const std::byte> input) {
   input = input.subspan(sizeof value.type);
   value.bytes.assign(input.begin(), input.end());
   if (!is_sound(value)) return {.error = error::kInvalidParameter};
-  if (const auto found = values_.find(*address); found != values_.end() && found->second == value) return {};
+  const auto found = values_.find(*address);
+  if (!unsure_ && found != values_.end() && found->second == value) return {};
   Values next = values_;
   next[*address] = std::move(value);
   return replace(std::move(next), *address);
@@ -74,8 +75,10 @@ Answer EffectProperties::remove(std::span<const std::byte> input) {
   const auto address = address_in(input);
   if (!address || input.size() != sizeof(control::FxAddress)) return {.error = error::kInvalidParameter};
   Values next = values_;
-  if (next.erase(*address) == 0) return {.error = error::kNotFound};
-  return replace(std::move(next), *address);
+  const bool there = next.erase(*address) != 0;
+  if (!there && !unsure_) return {.error = error::kNotFound};
+  const Answer answer = replace(std::move(next), *address);
+  return there || answer.error != error::kNone ? answer : Answer{.error = error::kNotFound};
 }
 
 Answer EffectProperties::replace(Values next, const Address& changed) {
@@ -88,8 +91,11 @@ Answer EffectProperties::replace(Values next, const Address& changed) {
   const bool fits = next.size() <= control::kMaxFxValues && bytes <= control::kMaxFxTotalBytes;
   if (!fits && next.size() >= values_.size()) return {.error = error::kDiskFull};
   if (const Error failed = folder_.save(kPropertyFile, kPropertyTitle, lines); failed != error::kNone) {
+    unsure_ = true;
     return {.error = failed};
   }
+  unsure_ = false;
+  if (next == values_) return {};
   values_ = std::move(next);
   if (changed.home != control::FxHome::device_properties) touch(changed.endpoint);
   return {.changed = true};

@@ -23,7 +23,9 @@ class EffectProperties {
   explicit EffectProperties(StateFolder& folder);
 
   control::Answer get(std::span<const std::byte> input, std::span<std::byte> output) const;
-  /// A change that can't be written to the disk fails, and nothing is changed.
+  /// On the calling thread, which waits for the disk, to which all values are written. A change that can't be written
+  /// fails, and the value stays; should the disk have failed at the very last step, the file may hold the refused one
+  /// until the next request, be it one that sets the old value, is written.
   control::Answer set(std::span<const std::byte> input);
   control::Answer remove(std::span<const std::byte> input);
 
@@ -53,6 +55,7 @@ class EffectProperties {
 
   StateFolder& folder_;
   Values values_;
+  bool unsure_ = false;                              // the file may hold something else
   std::uint64_t change_ = 1;                         // the latest of all
   std::uint64_t for_all_ = 1;                        // the latest that counts for every endpoint
   std::map<std::u16string, std::uint64_t> changes_;  // later ones, by endpoint

@@ -1,5 +1,6 @@
 #include "driver/event_channel.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace sonivo::driver {
@@ -10,26 +11,31 @@ void keep(std::deque<std::uint32_t>& events, std::uint32_t command) {
   events.push_back(command);
 }
 
+/// It is the oldest, which gives way when there are enough later ones.
+void put_back(std::deque<std::uint32_t>& events, std::uint32_t command) {
+  if (events.size() < EventChannel::kQueue) events.push_front(command);
+}
+
 }  // namespace
 
 void EventChannel::wait_as_service(const PendingId& request) {
   greet_service(request.client);
   requests_.push_back(request);
-  match(requests_, events_);
+  match_service();
 }
 
 void EventChannel::wait_as_onlooker(const PendingId& request) {
   Onlooker& onlooker = onlookers_[request.client];
   onlooker.requests.push_back(request);
-  match(onlooker.requests, onlooker.events);
+  match(onlooker);
 }
 
 void EventChannel::send(std::uint32_t command) {
   if (!service_.empty()) keep(events_, command);
-  match(requests_, events_);
+  match_service();
   for (auto& [client, onlooker] : onlookers_) {
     keep(onlooker.events, command);
-    match(onlooker.requests, onlooker.events);
+    match(onlooker);
   }
 }
 
@@ -40,12 +46,38 @@ void EventChannel::send_to_pending(std::uint32_t command) {
   }
 }
 
-void EventChannel::match(std::deque<PendingId>& requests, std::deque<std::uint32_t>& events) {
+void EventChannel::match_service() { match(requests_, events_, true); }
+
+void EventChannel::match(Onlooker& onlooker) { match(onlooker.requests, onlooker.events, false); }
+
+void EventChannel::match(std::deque<PendingId>& requests, std::deque<std::uint32_t>& events, bool service) {
   while (!requests.empty() && !events.empty()) {
-    deliver_(requests.front(), events.front());
+    const PendingId request = requests.front();
     requests.pop_front();
+    if (!deliver_(request, events.front())) continue;
+    answered_.push_back({request, events.front(), service});
+    if (answered_.size() > kRemembered) answered_.pop_front();
     events.pop_front();
   }
+}
+
+void EventChannel::give_back(const PendingId& request) {
+  const auto found =
+      std::find_if(answered_.begin(), answered_.end(), [&](const Answered& each) { return each.request == request; });
+  if (found == answered_.end()) return;
+  const Answered answer = *found;
+  answered_.erase(found);
+  if (answer.service) {
+    put_back(events_, answer.command);
+    return match_service();
+  }
+  Onlooker& onlooker = onlookers_[request.client];
+  put_back(onlooker.events, answer.command);
+  match(onlooker);
+}
+
+void EventChannel::forget_answer(const PendingId& request) {
+  std::erase_if(answered_, [&](const Answered& each) { return each.request == request; });
 }
 
 std::vector<PendingId> EventChannel::drop_service_requests() {
@@ -62,6 +94,7 @@ void EventChannel::drop(const PendingId& request) {
 
 void EventChannel::drop(ClientId client) {
   std::erase_if(requests_, [&](const PendingId& each) { return each.client == client; });
+  std::erase_if(answered_, [&](const Answered& each) { return each.request.client == client; });
   onlookers_.erase(client);
   service_.erase(client);
   if (service_.empty()) events_.clear();

@@ -13,6 +13,9 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <thread>
+
+#include "driver/own_folder.h"
 
 namespace sonivo::driver {
 namespace {
@@ -56,6 +59,16 @@ void clear_the_way(const std::filesystem::path& path, const sockaddr_un& address
   if (::unlink(path.c_str()) != 0) throw listener_failure(path);
 }
 
+/// Of drivers that start at the same time one after another has the folder; none has it for long.
+void lock_folder(const Descriptor& folder, const std::filesystem::path& path, std::chrono::milliseconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (::flock(folder.number(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) throw listener_failure(path);
+    if (std::chrono::steady_clock::now() >= end) throw listener_failure(path, "its folder is locked");
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
 }  // namespace
 
 std::optional<std::filesystem::path> default_socket_path() {
@@ -72,13 +85,11 @@ std::optional<std::filesystem::path> default_state_folder() {
   return std::nullopt;
 }
 
-ListenerPath::ListenerPath(const std::filesystem::path& path) : path_(std::filesystem::absolute(path)) {
-  const std::filesystem::path parent = path_.parent_path();
-  if (::mkdir(parent.c_str(), 0700) != 0 && errno != EEXIST) throw listener_failure(path_);
-  const Descriptor folder(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder.is_open() || ::flock(folder.number(), LOCK_EX) != 0) throw listener_failure(path_);
-
+ListenerPath::ListenerPath(const std::filesystem::path& path, std::chrono::milliseconds limit)
+    : path_(std::filesystem::absolute(path)) {
   const sockaddr_un address = address_of(path_);
+  const Descriptor folder = open_own_folder(path_.parent_path());
+  lock_folder(folder, path_, limit);
   clear_the_way(path_, address);
   socket_ = Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket_.is_open()) throw listener_failure(path_);

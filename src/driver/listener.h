@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -13,12 +14,14 @@ std::optional<std::filesystem::path> default_socket_path();
 /// Where it keeps its state: $XDG_STATE_HOME/sonivo, else ~/.local/state/sonivo; none without a home.
 std::optional<std::filesystem::path> default_state_folder();
 
-/// A listening socket of a driver's own, of mode 0600, in a folder that is made with mode 0700 if it isn't there. What
-/// a driver that is gone left behind is replaced. The name goes with the object, unless another has taken it.
+/// A listening socket of a driver's own, of mode 0600, in a folder as open_own_folder() makes and checks it. What a
+/// driver that is gone left behind is replaced. The name goes with the object, unless another has taken it.
 class ListenerPath {
  public:
-  /// std::runtime_error when another driver listens there, something else has the name, or the system refuses.
-  explicit ListenerPath(const std::filesystem::path& path);
+  /// std::runtime_error when another driver listens there, something else has the name, somebody else holds the folder
+  /// (flock) beyond the limit, or the system refuses.
+  explicit ListenerPath(const std::filesystem::path& path,
+                        std::chrono::milliseconds limit = std::chrono::milliseconds(2000));
   ~ListenerPath();
   ListenerPath(const ListenerPath&) = delete;
   ListenerPath& operator=(const ListenerPath&) = delete;

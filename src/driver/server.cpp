@@ -6,8 +6,10 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 
 #include "base/trace.h"
@@ -20,6 +22,8 @@ constexpr ClientId kStop = 1;
 constexpr ClientId kFirstClient = 2;
 /// Of one client before the others have their turn.
 constexpr int kFramesPerTurn = 16;
+/// What waits at the listener and can't be taken isn't to be spun on.
+constexpr int kPauseMs = 10;
 
 Descriptor made(int number, const char* what) {
   if (number < 0) throw std::system_error(errno, std::generic_category(), what);
@@ -46,7 +50,8 @@ Server::Server(Descriptor listener, Settings& settings, EffectProperties& proper
       stop_(made(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
       spare_(made(spare_descriptor(), "/dev/null")),
       next_client_(kFirstClient),
-      driver_(settings, properties, [this](ClientId client, const control::Reply& each) { reply(client, each); }),
+      driver_(settings, properties,
+              [this](ClientId client, const control::Reply& each) { return reply(client, each); }),
       buffer_(control::kMaxRequestBytes) {
   ::fcntl(listener_.number(), F_SETFL, ::fcntl(listener_.number(), F_GETFL) | O_NONBLOCK);
   if (!watch(poll_.number(), EPOLL_CTL_ADD, listener_.number(), EPOLLIN, kListener) ||
@@ -83,7 +88,7 @@ void Server::run() {
     close_doomed();
   }
   driver_.announce_exit();
-  for (auto& [client, connection] : clients_) connection.flush();
+  for (auto& [number, client] : clients_) client.connection.flush();
 }
 
 void Server::accept_clients() {
@@ -95,25 +100,55 @@ void Server::accept_clients() {
 bool Server::accept_one() {
   Descriptor socket(::accept4(listener_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!socket.is_open()) {
-    if (errno == EMFILE || errno == ENFILE) refuse_for_want_of_descriptors();
-    return errno == EINTR || errno == ECONNABORTED;
+    return wait_after_failure(errno);
   }
   ucred peer{};
   socklen_t size = sizeof peer;
-  if (::getsockopt(socket.number(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
-      (peer.uid != owner_ && peer.uid != 0)) {
+  if (::getsockopt(socket.number(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    trace(TraceLevel::warning, "a client is refused: its user can't be told: %s\n", std::strerror(errno));
+    return true;
+  }
+  if (peer.uid != owner_ && peer.uid != 0) {
     trace(TraceLevel::warning, "a client of user %u is refused\n", peer.uid);
     return true;
   }
-  if (clients_.size() == limits_.clients) {
-    trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", peer.pid, clients_.size());
-    return true;
-  }
+  if (!has_place_for(peer.pid)) return true;
   const ClientId client = next_client_++;
   if (!watch(poll_.number(), EPOLL_CTL_ADD, socket.number(), EPOLLIN, client)) return true;
-  clients_.try_emplace(client, std::move(socket), limits_.queue);
+  clients_.emplace(client, Client{Connection(std::move(socket), limits_.queue), peer.pid});
   driver_.client_came(client, peer.pid);
   return true;
+}
+
+/// Whether there may be more to accept.
+bool Server::wait_after_failure(int number) {
+  switch (number) {
+    case EINTR:
+    case ECONNABORTED:
+      return true;
+    case EMFILE:
+    case ENFILE:
+      refuse_for_want_of_descriptors();
+      return false;
+    case EAGAIN:
+      return false;
+    default:
+      trace(TraceLevel::warning, "no client can be accepted: %s\n", std::strerror(number));
+      ::poll(nullptr, 0, kPauseMs);
+      return false;
+  }
+}
+
+bool Server::has_place_for(pid_t process) const {
+  if (clients_.size() >= limits_.clients) {
+    trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", process, clients_.size());
+    return false;
+  }
+  const auto its = static_cast<std::size_t>(std::count_if(
+      clients_.begin(), clients_.end(), [&](const auto& each) { return each.second.process == process; }));
+  if (its < limits_.of_process) return true;
+  trace(TraceLevel::warning, "process %d is refused: it has %zu connections\n", process, its);
+  return false;
 }
 
 void Server::refuse_for_want_of_descriptors() {
@@ -121,22 +156,21 @@ void Server::refuse_for_want_of_descriptors() {
   spare_.close();
   Descriptor(::accept4(listener_.number(), nullptr, nullptr, SOCK_CLOEXEC)).close();
   spare_ = Descriptor(spare_descriptor());
-  if (!spare_.is_open()) ::poll(nullptr, 0, 10);  // others took it; what waits at the listener isn't to be spun on
-  errno = EMFILE;
+  if (!spare_.is_open()) ::poll(nullptr, 0, kPauseMs);  // others took it
 }
 
 void Server::serve(ClientId client, std::uint32_t ready) {
   const auto found = clients_.find(client);
   if (found == clients_.end()) return;
   if ((ready & EPOLLOUT) != 0) {
-    if (!found->second.flush()) return doom(client, nullptr);
-    if (!found->second.has_queued()) watch_output(client, false);
+    if (!found->second.connection.flush()) return doom(client, nullptr);
+    if (!found->second.connection.has_queued()) watch_output(client, false);
   }
   if ((ready & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) read(client);
 }
 
 void Server::read(ClientId client) {
-  Connection& connection = clients_.at(client);
+  Connection& connection = clients_.at(client).connection;
   for (int i = 0; i < kFramesPerTurn && !doomed_.contains(client); ++i) {
     std::span<const std::byte> frame;
     switch (connection.receive(buffer_, frame)) {
@@ -152,17 +186,22 @@ void Server::read(ClientId client) {
   }
 }
 
-void Server::reply(ClientId client, const control::Reply& reply) {
-  if (doomed_.contains(client)) return;
-  Connection& connection = clients_.at(client);
+bool Server::reply(ClientId client, const control::Reply& reply) {
+  if (doomed_.contains(client)) return false;
+  Connection& connection = clients_.at(client).connection;
   const bool had_queued = connection.has_queued();
-  if (!connection.send(reply)) return doom(client, "it is gone or doesn't read");
+  if (!connection.send(reply)) {
+    doom(client, "it is gone or doesn't read");
+    return false;
+  }
   if (!had_queued && connection.has_queued()) watch_output(client, true);
+  return true;
 }
 
 void Server::watch_output(ClientId client, bool wanted) {
   const std::uint32_t events = wanted ? EPOLLIN | EPOLLOUT : EPOLLIN;
-  if (!watch(poll_.number(), EPOLL_CTL_MOD, clients_.at(client).number(), events, client)) doom(client, nullptr);
+  if (!watch(poll_.number(), EPOLL_CTL_MOD, clients_.at(client).connection.number(), events, client))
+    doom(client, nullptr);
 }
 
 void Server::doom(ClientId client, const char* why) {

@@ -14,12 +14,14 @@
 namespace sonivo::driver {
 
 struct ServerLimits {
-  std::size_t clients = 64;  ///< further ones are closed at once
+  std::size_t clients = 64;     ///< further ones are closed at once
+  std::size_t of_process = 16;  ///< likewise; processes of other pid namespaces count as one
   QueueLimits queue = {};
 };
 
-/// Carries requests and replies between sockets and the driver, on one thread that no client can hold up. Clients of
-/// other users than `owner` and root are closed at once, as is each that sends what is no request or doesn't read.
+/// Carries requests and replies between sockets and the driver, on one thread that waits for no client. It does wait
+/// for the disk: whatever changes a kept value is written before anything else is answered. Clients of other users than
+/// `owner` and root are closed at once, as is each that sends what is no request or doesn't read.
 class Server {
  public:
   /// `listener`: a listening socket of type SOCK_SEQPACKET. std::system_error when the system refuses what it takes.
@@ -35,10 +37,12 @@ class Server {
  private:
   void accept_clients();
   bool accept_one();
+  bool wait_after_failure(int number);
+  bool has_place_for(pid_t process) const;
   void refuse_for_want_of_descriptors();
   void serve(ClientId client, std::uint32_t ready);
   void read(ClientId client);
-  void reply(ClientId client, const control::Reply& reply);
+  bool reply(ClientId client, const control::Reply& reply);
   void watch_output(ClientId client, bool wanted);
   void doom(ClientId client, const char* why);
   void close_doomed();
@@ -49,7 +53,11 @@ class Server {
   Descriptor poll_;
   Descriptor stop_;
   Descriptor spare_;  // let go to accept, and close, a client when there are no descriptors left
-  std::map<ClientId, Connection> clients_;
+  struct Client {
+    Connection connection;
+    pid_t process = 0;
+  };
+  std::map<ClientId, Client> clients_;
   std::set<ClientId> doomed_;
   ClientId next_client_;
   ControlDriver driver_;

@@ -10,19 +10,24 @@ namespace sonivo::driver {
 
 /// The values behind the control channel, kept in the file "settings", one "name value" a line. What tells the state of
 /// the machine or of a program that runs lives only as long as the driver: headphone, enrolment and enrolment-dialog.
+/// Lines with other names, which another version of the driver may have written, stay in the file as they are.
 class Settings {
  public:
   /// Takes over what the folder holds; a damaged file is set aside, and defaults apply.
   explicit Settings(StateFolder& folder);
 
-  /// As control::Store::answer. A change that can't be written to the disk fails, and nothing is changed.
+  /// As control::Store::answer, on the calling thread, which waits for the disk. A change that can't be written fails,
+  /// and the value stays. Should the disk have failed at the very last step, the file may hold the refused value until
+  /// the next request that sets one, be it the old one, is written.
   control::Answer answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output);
 
  private:
   StateFolder& folder_;
   control::Store store_;
-  control::Store kept_;             // what the latest answered request left
-  std::vector<std::string> lines_;  // what the file holds
+  control::Store kept_;              // what the latest answered request left
+  std::vector<std::string> others_;  // lines with names of other versions
+  std::vector<std::string> lines_;   // what the file holds
+  bool unsure_ = false;              // it may hold something else
 };
 
 }  // namespace sonivo::driver

@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "base/trace.h"
+#include "driver/own_folder.h"
 
 namespace sonivo::driver {
 namespace {
@@ -80,23 +81,23 @@ std::optional<std::vector<std::string>> checked_lines(std::string_view content, 
 }  // namespace
 
 StateFolder::StateFolder(std::filesystem::path folder, Disk& disk) : path_(std::move(folder)), disk_(disk) {
-  std::error_code ignored;
   if (!path_.has_filename()) path_ = path_.parent_path();
-  if (path_.has_parent_path()) std::filesystem::create_directories(path_.parent_path(), ignored);
-  if (::mkdir(path_.c_str(), 0700) != 0 && errno != EEXIST) throw path_failure("can't make the folder", path_, errno);
-  folder_ = Descriptor(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder_.is_open()) throw path_failure("can't open the folder", path_, errno);
-  if (::flock(folder_.number(), LOCK_EX | LOCK_NB) != 0) {
-    throw std::runtime_error("another driver keeps its state in " + path_.string());
-  }
+  folder_ = open_own_folder(path_);
+  if (::flock(folder_.number(), LOCK_EX | LOCK_NB) == 0) return;
+  if (errno == EWOULDBLOCK) throw std::runtime_error("another driver keeps its state in " + path_.string());
+  throw path_failure("can't lock the folder", path_, errno);
 }
 
 std::vector<std::string> StateFolder::load(const std::string& name, std::string_view title) {
-  const Descriptor file(::openat(folder_.number(), name.c_str(), O_RDONLY | O_CLOEXEC));
+  // Without O_NONBLOCK a FIFO of that name would be waited for.
+  const Descriptor file(::openat(folder_.number(), name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!file.is_open()) {
     if (errno == ENOENT) return {};
     throw path_failure("can't open", path_ / name, errno);
   }
+  struct stat there {};
+  if (::fstat(file.number(), &there) != 0) throw path_failure("can't read", path_ / name, errno);
+  if (!S_ISREG(there.st_mode)) throw std::runtime_error((path_ / name).string() + " is no regular file");
   std::string content;
   for (char part[4096];;) {
     const ssize_t count = ::read(file.number(), part, sizeof part);
@@ -118,23 +119,25 @@ Error StateFolder::save(const std::string& name, std::string_view title, const s
   std::string content = std::string(title) + '\n';
   for (const std::string& line : lines) content += line + '\n';
   content += std::string(kChecksum) + checksum(content) + '\n';
-  const Error outcome = write_new(name, content);
+  const int reason = write_new(name, content);
+  const Error outcome = reason == 0 ? error::kNone : write_error(reason);
   if (outcome != error::kNone) {
-    trace(TraceLevel::error, "%s can't be written: error %u\n", (path_ / name).c_str(), outcome);
+    trace(TraceLevel::error, "%s can't be written: %s\n", (path_ / name).c_str(), std::strerror(reason));
   }
   return outcome;
 }
 
-Error StateFolder::write_new(const std::string& name, std::string_view content) {
+int StateFolder::write_new(const std::string& name, std::string_view content) {
   const std::string new_name = name + ".new";
   const auto give_up = [&] {
-    const Error why = write_error(errno);
+    const int why = errno;
     ::unlinkat(folder_.number(), new_name.c_str(), 0);
     return why;
   };
+  ::unlinkat(folder_.number(), new_name.c_str(), 0);  // whatever has the name isn't written to, nor waited for
   const Descriptor file(
-      ::openat(folder_.number(), new_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file.is_open()) return write_error(errno);
+      ::openat(folder_.number(), new_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file.is_open()) return errno;
   while (!content.empty()) {
     const ssize_t count = disk_.write(file.number(), content.data(), content.size());
     if (count < 0 && errno == EINTR) continue;
@@ -143,13 +146,19 @@ Error StateFolder::write_new(const std::string& name, std::string_view content) 
   }
   if (disk_.sync(file.number()) != 0) return give_up();
   if (disk_.rename(folder_.number(), new_name.c_str(), name.c_str()) != 0) return give_up();
-  return disk_.sync(folder_.number()) == 0 ? error::kNone : write_error(errno);
+  return disk_.sync(folder_.number()) == 0 ? 0 : errno;
 }
 
 void StateFolder::set_aside(const std::string& name, const std::string& why) {
-  const bool moved = ::renameat(folder_.number(), name.c_str(), folder_.number(), (name + ".damaged").c_str()) == 0;
+  std::string now = "it can't be renamed";
+  for (int number = 1; number <= kMaxDamaged; ++number) {
+    const std::string aside = name + ".damaged" + (number == 1 ? "" : "." + std::to_string(number));
+    if (::renameat2(folder_.number(), name.c_str(), folder_.number(), aside.c_str(), RENAME_NOREPLACE) != 0) continue;
+    now = "it is now called " + aside;
+    break;
+  }
   trace(TraceLevel::warning, "%s is damaged: %s; %s, and defaults apply\n", (path_ / name).c_str(), why.c_str(),
-        moved ? "it is now called .damaged" : "it can't be renamed");
+        now.c_str());
 }
 
 std::string escaped(std::u16string_view text) {

@@ -12,28 +12,32 @@
 
 namespace sonivo::driver {
 
-/// The folder in which the driver keeps what outlives it. Made if it isn't there (mode 0700), and held by one driver at
-/// a time: std::runtime_error when that is another one, or when there can be no such folder.
+/// The folder in which the driver keeps what outlives it, as open_own_folder() makes and checks it, and held by one
+/// driver at a time: std::runtime_error when that is another one, or when there can be no such folder.
 ///
 /// A file of lines in it starts with a title, which tells what it is and how it is written, and ends with a checksum of
 /// all before. It is replaced whole, so that a driver that ends at any moment leaves the former or the next one.
 class StateFolder {
  public:
+  static constexpr int kMaxDamaged = 5;
+
   StateFolder(std::filesystem::path folder, Disk& disk);
 
   /// The lines between title and checksum; none when there is no such file. One that is damaged is set aside.
-  /// std::runtime_error when the file is there but can't be read.
+  /// std::runtime_error when the file is there but can't be read, or is no regular file.
   std::vector<std::string> load(const std::string& name, std::string_view title);
 
   /// Returns once the file is on the disk. After a failure the former file is in place, or the disk failed at the very
   /// last step.
   Error save(const std::string& name, std::string_view title, const std::vector<std::string>& lines);
 
-  /// Renames a file to "<name>.damaged" and says why in the log.
+  /// Renames a file to "<name>.damaged", or with a number up to kMaxDamaged behind it when there are such already, and
+  /// says why in the log. When there are all, it stays, and the next save() replaces it.
   void set_aside(const std::string& name, const std::string& why);
 
  private:
-  Error write_new(const std::string& name, std::string_view content);
+  /// 0, or the errno of what failed.
+  int write_new(const std::string& name, std::string_view content);
 
   std::filesystem::path path_;
   Disk& disk_;

@@ -16,7 +16,13 @@
 /// A client chooses the ids; the reply to a request bears its id. Requests may stay pending and be answered in any
 /// order, so an id may be used again only after its reply. A request of kind `cancel` names the id of a pending one,
 /// with everything else zero: that one is then answered with error::kOperationAborted. It has no reply of its own, and
-/// none at all when the request was answered before. The driver closes a connection over which anything else comes.
+/// none at all when the request was answered before; a client that cancels discards a reply that comes nevertheless,
+/// and an event that was in it goes to the next request for one.
+///
+/// The driver closes a connection over which anything else comes, or at whose end more than 64 replies (or 512 KiB of
+/// them) wait beyond what the socket holds. Of one connection 32 requests may be pending, the next is answered with
+/// error::kBusy. It serves 64 connections, 16 of one process; a further one is closed at once, so that a client learns
+/// from its first reply that it is served.
 ///
 ///   Example: connect(driver.sock); send {7, 1, GetFunction, 0, 4}; receive {7, 0, 4} and the four bytes of the value.
 namespace sonivo::control {

@@ -135,7 +135,7 @@ class DriverProgram(unittest.TestCase):
         self.assertEqual(client.set(5), 0)
 
     def test_the_end_is_announced_and_leaves_no_socket(self):
-        for number in (signal.SIGTERM, signal.SIGINT):
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
             client = self.start()
             client.send(EVENT_NOTIFY, output=1044)
             client.send(GET_FUNCTION, output=4)
@@ -148,6 +148,14 @@ class DriverProgram(unittest.TestCase):
             self.assertEqual(self.process.wait(20), 0)
             self.assertFalse(os.path.exists(self.path))
             self.assertEqual(self.kill(), "")
+
+    def test_a_signal_that_is_ignored_at_the_start_stays_ignored(self):
+        client = self.start(preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        self.process.send_signal(signal.SIGHUP)
+        for _ in range(20):
+            self.assertEqual(client.get(), 0)
+        self.process.terminate()
+        self.assertEqual(self.process.wait(20), 0)
 
     def test_what_was_answered_outlives_a_kill_at_any_moment(self):
         chance = random.Random(1)
@@ -176,6 +184,17 @@ class DriverProgram(unittest.TestCase):
         self.assertEqual(log.count("\n"), 1)
         self.assertIn(f"NorvellSonivoDriver: {file} is damaged: its last line has no end", log)
 
+    def test_a_log_that_nobody_reads_holds_nobody_up(self):
+        self.start()
+        for _ in range(1500):
+            client = self.connect()
+            client.socket.send(b"no request")
+            with self.assertRaises(ConnectionError):
+                client.receive()
+            client.close()
+        self.assertEqual(self.connect().get(), 0)
+        self.assertLess(self.kill().count("\n"), 300)
+
     def test_a_full_disk_fails_the_request_and_nothing_else(self):
         file = os.path.join(self.state, "settings")
         client = self.start()
@@ -191,7 +210,7 @@ class DriverProgram(unittest.TestCase):
         self.assertEqual(self.start().get(), 6)
 
     def test_a_service_manager_hands_over_the_socket_and_is_told(self):
-        os.mkdir(os.path.dirname(self.path))
+        os.mkdir(os.path.dirname(self.path), 0o700)
         manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         manager.settimeout(20)
         manager.bind(os.path.join(self.folder.name, "notify"))
@@ -200,8 +219,12 @@ class DriverProgram(unittest.TestCase):
         listener.listen()
         client = self.connect()  # waits for the driver
 
-        command = f'export LISTEN_PID=$$; exec "$0" --state "$1" 3<&{listener.fileno()}'
+        command = f'export LISTEN_PID=$$; exec "$0" 3<&{listener.fileno()} --state "$1"'
         variables = {**os.environ, "LISTEN_FDS": "1", "NOTIFY_SOCKET": manager.getsockname()}
+        refused = subprocess.run(["bash", "-c", command + ' --socket "$1.sock"', PROGRAM, self.state], env=variables,
+                                 capture_output=True, text=True, pass_fds=(listener.fileno(),), timeout=20)
+        self.assertEqual((refused.returncode, refused.stderr),
+                         (2, "error: --socket is given, and the service manager hands over a socket\n"))
         self.process = subprocess.Popen(["bash", "-c", command, PROGRAM, self.state], stderr=subprocess.PIPE, text=True,
                                         env=variables, pass_fds=(listener.fileno(),))
         self.assertEqual(manager.recv(100), b"READY=1")

@@ -62,8 +62,11 @@ class ControlDriverTest : public testing::Test {
   std::vector<Told> told_;
 
  protected:
+  ClientId gone_ = 0;
   ControlDriver driver_{settings_, properties_, [this](ClientId client, const control::Reply& reply) {
+                          if (client == gone_) return false;
                           told_.push_back({client, reply.head, {reply.output.begin(), reply.output.end()}});
+                          return true;
                         }};
 };
 
@@ -122,6 +125,61 @@ TEST_F(ControlDriverTest, TheCancelRequestEndsTheServicesRequestsOfAllConnection
   EXPECT_EQ(told[2].client, 3u);
   EXPECT_EQ(told[2].head.error, error::kNone);
   EXPECT_EQ(ask(3, 1, control::NSV_SERVICE_EVENT_CANCEL, Bytes(1))[0].head.error, error::kInvalidParameter);
+}
+
+TEST_F(ControlDriverTest, OneProcessAtATimeIsTheService) {
+  driver_.client_came(4, 200);
+  driver_.client_came(5, 100);
+  EXPECT_THAT(wait_for_event(1, 7), IsEmpty());
+  const auto refused = wait_for_event(4, 1);
+  ASSERT_THAT(refused, SizeIs(1));
+  EXPECT_EQ(refused[0].head.error, error::kBusy);
+  const auto cancelled = ask(4, 1, control::NSV_SERVICE_EVENT_CANCEL);
+  ASSERT_THAT(cancelled, SizeIs(1));
+  EXPECT_EQ(cancelled[0].client, 4u);
+  EXPECT_EQ(cancelled[0].head.error, error::kNone);
+  EXPECT_THAT(wait_for_event(4, 2, control::NSV_OBSERVE_EVENTS), IsEmpty());
+  EXPECT_THAT(wait_for_event(2, 8), IsEmpty());
+  const auto told = ask(3, 1, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake));
+  ASSERT_THAT(told, SizeIs(3));
+  EXPECT_EQ(told[1].client, 1u);
+  EXPECT_EQ(told[2].client, 4u);
+
+  for (const ClientId each : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_gone(each);
+  EXPECT_EQ(wait_for_event(4, 3)[0].head.error, error::kBusy);
+  driver_.client_gone(5);
+  EXPECT_THAT(wait_for_event(4, 4), IsEmpty());
+  driver_.client_came(6, 100);
+  EXPECT_EQ(wait_for_event(6, 1)[0].head.error, error::kBusy);
+}
+
+TEST_F(ControlDriverTest, OneWhoCancelsRequestsFirstIsTheService) {
+  driver_.client_came(4, 200);
+  ask(1, 1, control::NSV_SERVICE_EVENT_CANCEL);
+  EXPECT_EQ(wait_for_event(4, 1)[0].head.error, error::kBusy);
+}
+
+TEST_F(ControlDriverTest, AnEventIsNotLostWithAConnectionThatIsGone) {
+  wait_for_event(1, 7);
+  wait_for_event(2, 8);
+  gone_ = 1;
+  const auto told = ask(3, 1, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake));
+  ASSERT_THAT(told, SizeIs(2));
+  EXPECT_EQ(told[1].client, 2u);
+  EXPECT_EQ(test::number_in(told[1].output), control::kMonitorWake);
+}
+
+TEST_F(ControlDriverTest, AnEventWhoseRequestIsCancelledTooLateIsTheNextOne) {
+  wait_for_event(1, 7);
+  EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake)), SizeIs(2));
+  EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(control::kAutoMuteOn)), SizeIs(1));
+  ASSERT_TRUE(driver_.request(1, {control::cancel_of(7), {}}));
+  EXPECT_THAT(taken(), IsEmpty());
+  EXPECT_EQ(test::number_in(wait_for_event(1, 8).at(0).output), control::kMonitorWake);
+  // The same id again means the new request.
+  EXPECT_THAT(ask(1, 8, control::GetFunction, {}, 4), SizeIs(1));
+  ASSERT_TRUE(driver_.request(1, {control::cancel_of(8), {}}));
+  EXPECT_EQ(test::number_in(wait_for_event(1, 9).at(0).output), control::kAutoMuteOn);
 }
 
 TEST_F(ControlDriverTest, EventsAreKeptForOneWhoCancelledRequestsBeforeMakingAny) {

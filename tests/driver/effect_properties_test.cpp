@@ -97,6 +97,32 @@ TEST_F(EffectPropertiesTest, WhatCanNotBeWrittenIsNotChanged) {
   EXPECT_EQ(properties_->latest_change(u"mic"), before);
 }
 
+TEST_F(EffectPropertiesTest, TheOldStateAskedForAgainRepairsAFailureAtTheVeryLastStep) {
+  disk_.steps = 0;
+  ASSERT_EQ(set(address_of(), 11, Bytes(1)), error::kNone);
+  const int all = disk_.steps;
+  const Bytes other = address_of(FxHome::effect_store, 552);
+  for (const bool removes : {false, true}) {
+    disk_.steps = 0;
+    disk_.fail_at = all;
+    ASSERT_EQ(removes ? set(other, 11, {}) : set(address_of(), 11, Bytes(2)), error::kDiskFull);
+    disk_.fail_at = 0;
+    disk_.steps = 0;
+    if (removes) {
+      EXPECT_EQ(properties_->remove(other).error, error::kNotFound);
+    } else {
+      const control::Answer same = properties_->set(joined(address_of(), 11, Bytes(1)));
+      EXPECT_EQ(same.error, error::kNone);
+      EXPECT_FALSE(same.changed);
+    }
+    EXPECT_EQ(disk_.steps, all);
+    start();
+    Bytes output(5);
+    EXPECT_EQ(properties_->get(address_of(), output).transferred, 5u);
+    EXPECT_EQ(properties_->get(other, output).error, error::kNotFound);
+  }
+}
+
 TEST_F(EffectPropertiesTest, RequestsOfAnotherFormAreRefused) {
   Bytes output(100);
   const std::u16string endless(260, u'x');

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <utility>
 
 namespace sonivo::driver {
@@ -16,8 +17,12 @@ class EventChannelTest : public testing::Test {
  protected:
   std::vector<std::pair<std::uint32_t, std::uint32_t>> taken() { return std::exchange(delivered_, {}); }
 
-  EventChannel channel_{
-      [this](const PendingId& request, std::uint32_t command) { delivered_.emplace_back(request.id, command); }};
+  EventChannel channel_{[this](const PendingId& request, std::uint32_t command) {
+    if (gone_.contains(request.client)) return false;
+    delivered_.emplace_back(request.id, command);
+    return true;
+  }};
+  std::set<ClientId> gone_;
 
  private:
   std::vector<std::pair<std::uint32_t, std::uint32_t>> delivered_;
@@ -97,6 +102,70 @@ TEST_F(EventChannelTest, ADroppedRequestGetsNothing) {
   channel_.drop(PendingId{1, 10});
   channel_.drop(PendingId{1, 11});
   channel_.send(12);
+  EXPECT_THAT(taken(), IsEmpty());
+}
+
+TEST_F(EventChannelTest, AnEventThatMeetsOneWhoIsGoneGoesToTheNextRequest) {
+  channel_.wait_as_service({1, 10});
+  channel_.wait_as_service({2, 20});
+  gone_ = {1};
+  channel_.send(12);
+  EXPECT_THAT(taken(), ElementsAre(Pair(20u, 12u)));
+}
+
+TEST_F(EventChannelTest, AnEventThatMeetsOnlyThoseWhoAreGoneWaitsAtTheHead) {
+  channel_.greet_service(2);
+  channel_.wait_as_service({1, 10});
+  gone_ = {1};
+  channel_.send(12);
+  channel_.send(13);
+  EXPECT_THAT(taken(), IsEmpty());
+  channel_.drop(ClientId{1});
+  channel_.wait_as_service({2, 20});
+  channel_.wait_as_service({2, 21});
+  EXPECT_THAT(taken(), ElementsAre(Pair(20u, 12u), Pair(21u, 13u)));
+}
+
+TEST_F(EventChannelTest, AnEventThatIsGivenBackIsTheNextOne) {
+  channel_.wait_as_service({1, 10});
+  channel_.wait_as_onlooker({2, 20});
+  channel_.send(12);
+  channel_.send(13);
+  EXPECT_THAT(taken(), ElementsAre(Pair(10u, 12u), Pair(20u, 12u)));
+  channel_.give_back({1, 10});
+  channel_.give_back({1, 10});  // only once
+  channel_.give_back({2, 20});
+  channel_.give_back({2, 99});
+  for (const std::uint32_t id : {11u, 12u, 13u}) channel_.wait_as_service({1, id});
+  EXPECT_THAT(taken(), ElementsAre(Pair(11u, 12u), Pair(12u, 13u)));
+  for (const std::uint32_t id : {21u, 22u, 23u}) channel_.wait_as_onlooker({2, id});
+  EXPECT_THAT(taken(), ElementsAre(Pair(21u, 12u), Pair(22u, 13u)));
+}
+
+TEST_F(EventChannelTest, AnEventThatIsGivenBackGoesToARequestThatWaits) {
+  channel_.wait_as_service({1, 10});
+  channel_.wait_as_service({1, 11});
+  channel_.send(12);
+  channel_.give_back({1, 10});
+  EXPECT_THAT(taken(), ElementsAre(Pair(10u, 12u), Pair(11u, 12u)));
+}
+
+TEST_F(EventChannelTest, OfSixtyFourEventsThatWaitTheOneGivenBackIsTheOldestAndLost) {
+  channel_.wait_as_service({1, 10});
+  for (std::uint32_t command = 1; command <= 65; ++command) channel_.send(command);
+  taken();
+  channel_.give_back({1, 10});
+  channel_.wait_as_service({1, 11});
+  EXPECT_THAT(taken(), ElementsAre(Pair(11u, 2u)));
+}
+
+TEST_F(EventChannelTest, WhatAnIdGotBeforeItMeantSomethingElseIsNotGivenBack) {
+  channel_.wait_as_service({1, 10});
+  channel_.send(12);
+  taken();
+  channel_.forget_answer({1, 10});
+  channel_.give_back({1, 10});
+  channel_.wait_as_service({1, 11});
   EXPECT_THAT(taken(), IsEmpty());
 }
 

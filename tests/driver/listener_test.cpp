@@ -1,7 +1,9 @@
 #include "driver/listener.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -83,7 +85,39 @@ TEST_F(ListenerPathTest, WhatIsNoSocketIsLeftAlone) {
 
 TEST_F(ListenerPathTest, APathThatNoSocketCanHaveIsRefused) {
   EXPECT_THAT(why_not(home_ / std::string(108, 'x')), HasSubstr("the path is too long for a socket"));
-  EXPECT_THAT(why_not(home_ / "none/none/driver.sock"), HasSubstr("No such file or directory"));
+  home_.write("file", "");
+  EXPECT_THAT(why_not(home_ / "file/driver.sock"), HasSubstr("can't open the folder " + (home_ / "file")));
+}
+
+TEST_F(ListenerPathTest, AFolderThatAnotherHoldsIsNotWaitedForBeyondTheLimit) {
+  ASSERT_EQ(::mkdir((home_ / "sonivo").c_str(), 0700), 0);
+  const Descriptor holder(::open((home_ / "sonivo").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::flock(holder.number(), LOCK_EX), 0);
+  try {
+    const ListenerPath listener(path_, std::chrono::milliseconds(30));
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()), "can't listen at " + path_ + ": its folder is locked");
+  }
+  ASSERT_EQ(::flock(holder.number(), LOCK_UN), 0);
+  EXPECT_EQ(why_not(path_), "listens");
+}
+
+TEST_F(ListenerPathTest, AFolderThatOthersMayWriteToIsRefused) {
+  ASSERT_EQ(::mkdir((home_ / "sonivo").c_str(), 0700), 0);
+  for (const mode_t mode : {0770u, 0707u, 01777u, 0720u}) {
+    ASSERT_EQ(::chmod((home_ / "sonivo").c_str(), mode), 0);
+    EXPECT_EQ(why_not(path_), "others may write to the folder " + (home_ / "sonivo"));
+  }
+  ASSERT_EQ(::chmod((home_ / "sonivo").c_str(), 0755), 0);
+  EXPECT_EQ(why_not(path_), "listens");
+}
+
+TEST_F(ListenerPathTest, AFolderOfAnotherUserIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a folder away";
+  ASSERT_EQ(::mkdir((home_ / "sonivo").c_str(), 0700), 0);
+  ASSERT_EQ(::chown((home_ / "sonivo").c_str(), 65534, 65534), 0);
+  EXPECT_EQ(why_not(path_), "the folder " + (home_ / "sonivo") + " belongs to another user");
 }
 
 /// Sets a variable of the environment for a while.

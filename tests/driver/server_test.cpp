@@ -107,6 +107,21 @@ TEST_F(ServerTest, ClientsBeyondTheLimitAreClosedUntilAnotherGoes) {
   FAIL() << "no place became free";
 }
 
+TEST_F(ServerTest, ConnectionsOfAProcessBeyondItsLimitAreClosedUntilAnotherGoes) {
+  start(::geteuid(), {.clients = 3, .of_process = 2});
+  RawClient first = connect();
+  RawClient second = connect();
+  ASSERT_EQ(second.get(control::GetSonivoDrvGeneration), 8u);
+  EXPECT_TRUE(connect().ends());
+  EXPECT_EQ(first.get(control::GetSonivoDrvGeneration), 8u);
+  second.close();
+  for (int tries = 0; tries < 1000; ++tries) {
+    RawClient next = connect();
+    if (next.send(1, control::GetFunction, {}, 4) && next.receive()) return;
+  }
+  FAIL() << "no place became free";
+}
+
 TEST_F(ServerTest, AClientThatDoesNotReadIsClosedAndNobodyElseWaits) {
   start();
   RawClient reader = connect();

@@ -113,7 +113,7 @@ TEST_F(KeptSettings, AChangeThatCanNotBeWrittenFailsAndTheValueStays) {
   EXPECT_EQ(number(control::GetAutoMuteMTG), 0u);
   EXPECT_EQ(number(control::GetFunction), 2u);
   EXPECT_EQ(number(control::GetHeadphone), 1u);
-  EXPECT_THAT(log_, ElementsAre(HasSubstr("settings can't be written: error 112")));
+  EXPECT_THAT(log_, ElementsAre(HasSubstr("settings can't be written: No space left on device")));
 
   disk_.fail_at = 0;
   EXPECT_EQ(set(control::SetAutoMuteMTG, 1).event, control::kAutoMuteOn);
@@ -142,16 +142,52 @@ TEST_F(KeptSettings, AFileOfFewerNamesLeavesTheOthersAtTheirDefaults) {
   EXPECT_THAT(log_, IsEmpty());
 }
 
+TEST_F(KeptSettings, SettingTheOldValueAgainRepairsAFailureAtTheVeryLastStep) {
+  const int all = (disk_.steps = 0, set(control::SetFunction, 3).error, disk_.steps);
+  disk_.steps = 0;
+  disk_.fail_at = all;
+  ASSERT_EQ(set(control::SetFunction, 4).error, error::kDiskFull);
+  disk_.steps = 0;
+  disk_.fail_at = 1;
+  EXPECT_EQ(set(control::SetFunction, 3).error, error::kDiskFull);
+  disk_.fail_at = 0;
+  disk_.steps = 0;
+  EXPECT_EQ(number(control::GetFunction), 3u);
+  EXPECT_EQ(disk_.steps, 0);  // a question writes nothing
+  const control::Answer same = set(control::SetFunction, 3);
+  EXPECT_EQ(same.error, error::kNone);
+  EXPECT_FALSE(same.changed);
+  EXPECT_EQ(disk_.steps, 4);
+  start();
+  EXPECT_EQ(number(control::GetFunction), 3u);
+}
+
+TEST_F(KeptSettings, LinesWithNamesOfAnotherVersionStayAsTheyAre) {
+  write_file({"later one  two ", "function 7", "headphone 1", "alone", "later again"});
+  start();
+  EXPECT_EQ(number(control::GetFunction), 7u);
+  EXPECT_EQ(number(control::GetHeadphone), 0u);
+  EXPECT_EQ(set(control::SetFunction, 8).error, error::kNone);
+  start();
+  EXPECT_EQ(set(control::SetFunction, 9).error, error::kNone);
+  const auto lines = folder_->load("settings", "sonivo settings 1");
+  ASSERT_GE(lines.size(), 4u);
+  EXPECT_THAT((std::vector<std::string>{lines.end() - 4, lines.end()}),
+              ElementsAre("later one  two ", "headphone 1", "alone", "later again"));
+  EXPECT_THAT(lines, testing::Contains("function 9"));
+  EXPECT_THAT(log_, IsEmpty());
+}
+
 TEST_F(KeptSettings, AFileThatMeansNothingIsSetAsideWhole) {
   const std::pair<const char*, const char*> cases[]{
-      {"functions 7", "no setting is called functions"}, {"function", "no setting is called function"},
-      {"headphone 1", "no setting is called headphone"}, {"function 4294967296", "function is no number"},
-      {"function -1", "function is no number"},          {"function ", "function is no number"},
-      {"function 1 ", "function is no number"},          {"text-1 \\", "text-1 has no such text"},
+      {"function", "function has no value"},        {"function 4294967296", "function is no number"},
+      {"function -1", "function is no number"},     {"function ", "function is no number"},
+      {"function 1 ", "function is no number"},     {"text-1 \\", "text-1 has no such text"},
       {"generation 5", "generation is there twice"}};
   for (const auto& [line, why] : cases) {
     log_.clear();
-    write_file({"generation 5", line});
+    std::filesystem::remove(home_ / "state/settings.damaged");
+    write_file({"generation 5", "unknown 1", line});
     start();
     EXPECT_EQ(number(control::GetSonivoDrvGeneration), 8u) << line;
     EXPECT_THAT(log_, ElementsAre(HasSubstr(std::string("settings is damaged: ") + why + ";"))) << line;

@@ -117,6 +117,7 @@ TEST_F(StateFolderTest, AFileCutAnywhereOrWithAnyByteChangedIsSetAside) {
     EXPECT_THAT(folder.load("numbers", kTitle), IsEmpty()) << content;
     EXPECT_FALSE(std::filesystem::exists(file)) << content;
     EXPECT_EQ(content_of(file + ".damaged"), content);
+    std::filesystem::remove(file + ".damaged");
     ++damages;
   };
   for (std::size_t size = 0; size < whole.size(); ++size) expect_damaged(whole.substr(0, size));
@@ -128,7 +129,25 @@ TEST_F(StateFolderTest, AFileCutAnywhereOrWithAnyByteChangedIsSetAside) {
   expect_damaged(whole + "more");
   expect_damaged(whole + "more\n");
   ASSERT_EQ(log_.size(), damages);
-  EXPECT_THAT(log_.back(), HasSubstr("state/numbers is damaged: its checksum is wrong; it is now called .damaged"));
+  EXPECT_THAT(log_.back(),
+              HasSubstr("state/numbers is damaged: its checksum is wrong; it is now called numbers.damaged"));
+}
+
+TEST_F(StateFolderTest, OfDamagedFilesTheFirstFiveAreKept) {
+  may_log_ = true;
+  StateFolder folder(path_, disk_);
+  const std::string file = path_ + "/numbers";
+  for (const char* const content : {"1", "2", "3", "4", "5", "6"}) {
+    std::ofstream(file, std::ios::binary) << content;
+    EXPECT_THAT(folder.load("numbers", kTitle), IsEmpty());
+  }
+  EXPECT_EQ(content_of(file + ".damaged"), "1");
+  for (const char* const each : {"2", "3", "4", "5"}) EXPECT_EQ(content_of(file + ".damaged." + each), each);
+  EXPECT_EQ(content_of(file), "6");
+  EXPECT_THAT(log_[4], HasSubstr("it is now called numbers.damaged.5, and defaults apply"));
+  EXPECT_THAT(log_[5], HasSubstr("it can't be renamed, and defaults apply"));
+  EXPECT_EQ(folder.save("numbers", kTitle, {"one"}), error::kNone);
+  EXPECT_THAT(folder.load("numbers", kTitle), ElementsAre("one"));
 }
 
 TEST_F(StateFolderTest, AFileWithAnotherTitleIsDamaged) {
@@ -155,6 +174,29 @@ TEST_F(StateFolderTest, WhatCanNotBeReadIsNotTakenForNothing) {
   EXPECT_THROW(folder.load("numbers", kTitle), std::runtime_error);
 }
 
+TEST_F(StateFolderTest, AFifoIsNeitherReadNorWaitedForNorWrittenTo) {
+  StateFolder folder(path_, disk_);
+  ASSERT_EQ(::mkfifo((path_ + "/numbers").c_str(), 0600), 0);
+  try {
+    folder.load("numbers", kTitle);
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()), path_ + "/numbers is no regular file");
+  }
+  ASSERT_EQ(::mkfifo((path_ + "/numbers.new").c_str(), 0600), 0);
+  EXPECT_EQ(folder.save("numbers", kTitle, {"one"}), error::kNone);
+  EXPECT_THAT(folder.load("numbers", kTitle), ElementsAre("one"));
+}
+
+TEST_F(StateFolderTest, ALinkWithTheNameOfTheNextFileIsNotFollowed) {
+  StateFolder folder(path_, disk_);
+  home_.write("elsewhere", "mine");
+  std::filesystem::create_symlink(home_ / "elsewhere", path_ + "/numbers.new");
+  EXPECT_EQ(folder.save("numbers", kTitle, {"one"}), error::kNone);
+  EXPECT_EQ(content_of(home_ / "elsewhere"), "mine");
+  EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(path_ + "/numbers")));
+}
+
 TEST_F(StateFolderTest, ASecondDriverIsRefused) {
   const StateFolder folder(path_, disk_);
   try {
@@ -175,6 +217,20 @@ TEST_F(StateFolderTest, AFolderIsMadeWithThoseAboveIt) {
   StateFolder folder(home_ / "a/b/c/", disk_);
   EXPECT_EQ(folder.save("numbers", kTitle, {}), error::kNone);
   EXPECT_TRUE(std::filesystem::exists(home_ / "a/b/c/numbers"));
+  for (const char* const each : {"a", "a/b", "a/b/c"}) {
+    EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(home_ / each).permissions()), 0700u) << each;
+  }
+}
+
+TEST_F(StateFolderTest, AFolderThatOthersMayWriteToIsRefused) {
+  ASSERT_EQ(::mkdir(path_.c_str(), 0700), 0);
+  ASSERT_EQ(::chmod(path_.c_str(), 0777), 0);
+  try {
+    const StateFolder folder(path_, disk_);
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()), "others may write to the folder " + path_);
+  }
 }
 
 TEST(EscapedText, AnyTextComesBack) {

@@ -27,7 +27,11 @@ Failure no_connection(const std::string& path, Error why) {
     case error::kAccessDenied:
       return Failure(driver + "belongs to somebody else; run this command as its user");
     case error::kBusy:
-      return Failure(driver + "takes no connection; restart it: systemctl --user restart NorvellSonivoDriver");
+      return Failure(driver +
+                     "takes no connection: it serves too many programs already; end one of them, or restart "
+                     "it: systemctl --user restart NorvellSonivoDriver");
+    case error::kDeviceNotConnected:
+      return Failure(driver + "has not answered for 2 s; restart it: systemctl --user restart NorvellSonivoDriver");
     default:
       return Failure("the driver is not running: nothing listens at '" + path +
                      "'; start it: systemctl --user start NorvellSonivoDriver.socket");

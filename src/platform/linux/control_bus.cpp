@@ -1,7 +1,6 @@
 #include "platform/linux/control_bus.h"
 
 #include <pthread.h>
-#include <sys/stat.h>
 
 #include <system_error>
 #include <utility>
@@ -36,10 +35,7 @@ ControlBus::~ControlBus() {
 }
 
 std::vector<DeviceInterface> ControlBus::interfaces(const Guid& category) {
-  struct stat there {};
-  if (category != control::kControlInterface || ::stat(path_.c_str(), &there) != 0 || !S_ISSOCK(there.st_mode)) {
-    return {};
-  }
+  if (category != control::kControlInterface || !is_listened_at(path_)) return {};
   return {{path_, "NorvellSonivoDriver"}};
 }
 

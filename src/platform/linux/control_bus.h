@@ -13,7 +13,7 @@
 namespace sonivo::linux {
 
 /// The part of the bus on which the driver's control device is: one interface, there as long as something listens at
-/// the socket's path. Each handle is a connection of its own.
+/// the socket's path (a socket that a killed driver left is none). Each handle is a connection of its own.
 class ControlBus final : public DeviceBus {
  public:
   explicit ControlBus(std::string socket_path) : path_(std::move(socket_path)) {}
@@ -21,7 +21,8 @@ class ControlBus final : public DeviceBus {
   ~ControlBus() override;
 
   std::vector<DeviceInterface> interfaces(const Guid& category) override;
-  /// Any number of handles, whatever the sharing. error::kFileNotFound when nobody listens.
+  /// As many handles as the driver serves of one process, whatever the sharing; none that isn't served. The reasons are
+  /// those of connect_control().
   std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Completion completion, Error& why) override;
   /// Null: no window is told.
   std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) override;

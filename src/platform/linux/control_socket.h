@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <span>
 #include <string>
 
@@ -9,8 +10,16 @@
 
 namespace sonivo::linux {
 
-/// A connection to the driver; closed, with the reason in `why`, when there is none within two seconds.
-Descriptor connect_control(const std::string& path, Error& why);
+/// How long a driver may take to serve a new connection.
+inline constexpr std::chrono::milliseconds kServeLimit{2000};
+
+/// A connection over which the driver has answered a request; closed, with the reason in `why`, when there is none:
+/// error::kFileNotFound (nobody listens), kAccessDenied (or somebody who is neither this user nor root), kBusy (the
+/// driver takes no more clients), kDeviceNotConnected (it doesn't answer within the limit).
+Descriptor connect_control(const std::string& path, Error& why, std::chrono::milliseconds limit = kServeLimit);
+
+/// Whether somebody listens at the path.
+bool is_listened_at(const std::string& path);
 
 /// Sends one request. error::kBusy when the socket takes nothing more and `wait` is false; error::kDeviceNotConnected
 /// when the driver is gone.

@@ -56,6 +56,7 @@ Error SynchronousControl::take_turn(std::unique_lock<std::mutex>& lock, Turn& tu
   const bool received = receive_control(socket_.number(), reply, output) && reply.id == head.id;
   lock.lock();
   busy_ = false;
+  if (turn.cancelled) return error::kOperationAborted;  // an event in the reply is the next request's
   if (!received) return closed_ ? error::kOperationAborted : error::kDeviceNotConnected;
   transferred = reply.transferred;
   return reply.error;

@@ -1,17 +1,25 @@
 #include "platform/linux/control_bus.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <optional>
 #include <thread>
 
 #include "platform/control_requests.h"
+#include "platform/linux/control_socket.h"
 #include "platform/linux/events.h"
 #include "running_driver.h"
 #include "support/temporary_folder.h"
@@ -65,6 +73,26 @@ TEST_F(ControlBusTest, TheControlInterfaceIsThereWhileTheSocketIs) {
   EXPECT_TRUE(bus_.interfaces(Guid{}).empty());
   driver_.stop();
   EXPECT_TRUE(bus_.interfaces(control::kControlInterface).empty());
+}
+
+TEST_F(ControlBusTest, ASocketThatAKilledDriverLeftIsNoInterface) {
+  std::filesystem::create_hard_link(driver_.path(), home_ / "left.sock");
+  ControlBus bus(home_ / "left.sock");
+  EXPECT_EQ(bus.interfaces(control::kControlInterface).size(), 1u);
+  driver_.stop();
+  ASSERT_TRUE(std::filesystem::exists(home_ / "left.sock"));
+  EXPECT_TRUE(bus.interfaces(control::kControlInterface).empty());
+}
+
+TEST_F(ControlBusTest, AProcessIsToldWhenItHasAllTheHandlesItMayHave) {
+  std::vector<std::shared_ptr<Device>> handles;
+  for (int i = 0; i < 16; ++i) handles.push_back(open(i % 2 == 0 ? Completion::overlapped : Completion::synchronous));
+  for (const Completion each : {Completion::overlapped, Completion::synchronous}) {
+    Error why = error::kNone;
+    EXPECT_EQ(bus_.open(driver_.path(), Sharing::exclusive, each, why), nullptr);
+    EXPECT_EQ(why, error::kBusy);
+  }
+  EXPECT_EQ(get(*handles.back(), control::GetSonivoDrvGeneration), 8u);
 }
 
 TEST_F(ControlBusTest, WhatNobodyListensAtIsNotFound) {
@@ -244,7 +272,16 @@ class StrangeDriver {
  public:
   explicit StrangeDriver(const std::string& path) : path_(path), listener_(path_.take()) {}
 
-  void accept() { connection_ = Descriptor(::accept4(listener_.number(), nullptr, nullptr, SOCK_CLOEXEC)); }
+  void accept() {
+    pollfd polled{listener_.number(), POLLIN, 0};
+    ASSERT_EQ(::poll(&polled, 1, 10'000), 1);
+    connection_ = Descriptor(::accept4(listener_.number(), nullptr, nullptr, SOCK_CLOEXEC));
+  }
+  /// Answers the request by which a client makes sure that it is served.
+  void serve() {
+    accept();
+    reply({receive_id(), error::kNone, 4}, 4);
+  }
   void hang_up() { connection_.close(); }
   std::uint32_t receive_id() const {
     control::RequestHead head;
@@ -264,12 +301,20 @@ class StrangeDriver {
   Descriptor connection_;
 };
 
+sockaddr_un address_of(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return address;
+}
+
 class StrangeDriverTest : public testing::Test {
  protected:
   std::shared_ptr<Device> open(Completion completion) {
+    auto serving = std::async(std::launch::async, [this] { driver_.serve(); });
     Error why = error::kNone;
     auto device = bus_.open(path_, Sharing::exclusive, completion, why);
-    driver_.accept();
+    serving.get();
     return device;
   }
 
@@ -280,7 +325,55 @@ class StrangeDriverTest : public testing::Test {
   std::array<std::byte, 4> output_{};
   Overlapped request_;
   std::uint32_t transferred_ = 0;
+  std::vector<Descriptor> waiting_;
 };
+
+TEST_F(StrangeDriverTest, AConnectionThatIsClosedInsteadOfServedIsNoHandle) {
+  for (const Completion each : {Completion::overlapped, Completion::synchronous}) {
+    auto refusing = std::async(std::launch::async, [this] {
+      driver_.accept();
+      driver_.hang_up();
+    });
+    Error why = error::kNone;
+    EXPECT_EQ(bus_.open(path_, Sharing::exclusive, each, why), nullptr);
+    EXPECT_EQ(why, error::kBusy);
+    refusing.get();
+  }
+}
+
+TEST_F(StrangeDriverTest, ADriverThatHangsIsNotWaitedForBeyondTheLimit) {
+  constexpr std::chrono::milliseconds kShort{20};
+  Error why = error::kNone;
+  EXPECT_FALSE(connect_control(path_, why, kShort).is_open());
+  EXPECT_EQ(why, error::kDeviceNotConnected);
+  // Nobody accepts: once the queue is full, the connection itself has to wait.
+  const sockaddr_un address = address_of(path_);
+  for (bool connected = true; connected;) {
+    waiting_.emplace_back(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    connected = ::connect(waiting_.back().number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  }
+  EXPECT_FALSE(connect_control(path_, why, kShort).is_open());
+  EXPECT_EQ(why, error::kBusy);
+  EXPECT_EQ(bus_.interfaces(control::kControlInterface).size(), 1u);
+}
+
+TEST_F(StrangeDriverTest, WhatAnotherUserListensAtIsNotAsked) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  ::chmod(home_.path().c_str(), 0777);
+  const std::string path = home_ / "stranger.sock";
+  Descriptor listener(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  std::thread([&] {
+    constexpr uid_t kNobody = 65534;
+    // Of this thread alone, unlike setresuid().
+    ASSERT_EQ(::syscall(SYS_setresuid, kNobody, kNobody, kNobody), 0);
+    const sockaddr_un address = address_of(path);
+    ASSERT_EQ(::bind(listener.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(listener.number(), 1), 0);
+  }).join();
+  Error why = error::kNone;
+  EXPECT_EQ(ControlBus(path).open(path, Sharing::exclusive, Completion::overlapped, why), nullptr);
+  EXPECT_EQ(why, error::kAccessDenied);
+}
 
 TEST_F(StrangeDriverTest, RequestsThatNobodyAnswersEndWithTheConnection) {
   const auto device = open(Completion::overlapped);
