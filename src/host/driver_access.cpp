@@ -13,6 +13,14 @@ namespace {
 std::span<const std::byte> bytes_of(const std::uint32_t& value) { return std::as_bytes(std::span(&value, 1)); }
 std::span<std::byte> room_of(std::uint32_t& value) { return std::as_writable_bytes(std::span(&value, 1)); }
 
+/// Result of a setter; a failure is told here, because hardly any caller asks for it.
+int setter_result(std::uint32_t code, Error outcome) {
+  if (outcome == error::kNone) return 1;
+  trace(TraceLevel::error, "[CSonivoDriverAccess] request %08X failed: error %d\n", static_cast<unsigned>(code),
+        static_cast<int>(outcome));
+  return 0;
+}
+
 }  // namespace
 
 CSonivoDriverAccess::CSonivoDriverAccess(const Machine& machine) : m_machine(machine) {}
@@ -35,8 +43,8 @@ int CSonivoDriverAccess::InitDriverInfo(const Guid& interface_class) {
   {
     const std::lock_guard lock(m_csHandles);
     m_szDevicePath = path;
-    m_hDriver = std::move(driver);
-    m_hDriverSync = std::move(driver_sync);
+    m_hDriver.swap(driver);  // earlier ones close without the lock
+    m_hDriverSync.swap(driver_sync);
   }
   Set_CM_Register_Notification();
   return opened ? 1 : 0;
@@ -55,34 +63,36 @@ void CSonivoDriverAccess::CloseDriverHandles() {
   std::shared_ptr<Device> driver_sync;
   std::unique_ptr<Registration> notify;
   {
+    // In one go, and all that a callback does with this object: the destructor, which may be under way elsewhere, finds
+    // either the notice or the thread that ends it, and so waits for the callback's end.
     const std::lock_guard lock(m_csHandles);
     driver = std::exchange(m_hDriver, nullptr);
     driver_sync = std::exchange(m_hDriverSync, nullptr);
-    notify = std::move(m_hNotify);
+    if (m_hNotify) notify = SubmitThreadpoolWork_job(std::move(m_hNotify));
   }
   if (driver) driver->close();
   if (driver_sync) driver_sync->close();
-  if (notify) SubmitThreadpoolWork_job(std::move(notify));
 }
 
 // The notification can't be ended inside its own callback, which is where the handles are closed from as a rule.
-void CSonivoDriverAccess::SubmitThreadpoolWork_job(std::unique_ptr<Registration> notify) {
+std::unique_ptr<Registration> CSonivoDriverAccess::SubmitThreadpoolWork_job(std::unique_ptr<Registration> notify) {
   const auto held = std::make_shared<std::unique_ptr<Registration>>(std::move(notify));
   auto work = m_machine.threads.start("unregister", [held] { held->reset(); });
   if (!work) {
     trace(TraceLevel::error, "[SubmitThreadpoolWork_job] CreateThreadpoolWork failed.\n");
-    held->reset();
-    return;
+    return std::move(*held);
   }
-  const std::lock_guard lock(m_csHandles);
   std::erase_if(m_works, [](const auto& earlier) { return earlier->join_for(0); });
   m_works.push_back(std::move(work));
+  return nullptr;
 }
 
 void CSonivoDriverAccess::ClearDriverHandle() {
+  std::shared_ptr<Device> driver;
+  std::shared_ptr<Device> driver_sync;
   const std::lock_guard lock(m_csHandles);
-  m_hDriver = nullptr;
-  m_hDriverSync = nullptr;
+  m_hDriver.swap(driver);
+  m_hDriverSync.swap(driver_sync);
 }
 
 std::shared_ptr<Device> CSonivoDriverAccess::GetDriverHandle() const {
@@ -127,7 +137,8 @@ int CSonivoDriverAccess::SetEventIoControl(control::EventRecord* record) {
   if (record != nullptr && driver) {
     outcome = driver->control(control::NSV_SERVICE_EVENT_NOTIFY, {}, std::as_writable_bytes(std::span(record, 1)),
                               overlapped);
-    if (outcome == error::kNone || outcome == error::kIoPending) {
+    // The start of the request has cleared the event: one that was taken away before isn't waited for.
+    if ((outcome == error::kNone || outcome == error::kIoPending) && InFlight(event)) {
       const std::array<Event*, 1> done{event.get()};
       m_machine.events.wait_any(done);  // for the driver, or for CloseOverlappedHandle
     }
@@ -142,8 +153,14 @@ int CSonivoDriverAccess::SetEventIoControl(control::EventRecord* record) {
   return outcome == error::kNone ? 1 : 0;
 }
 
+bool CSonivoDriverAccess::InFlight(const std::shared_ptr<Event>& event) const {
+  const std::lock_guard lock(m_csHandles);
+  return m_hEvent == event;
+}
+
 int CSonivoDriverAccess::SetEventIoControl_Cancel() {
-  return Overlap(GetDriverHandle(), control::NSV_SERVICE_EVENT_CANCEL, {}, {}, Reset::manual) ? 1 : 0;
+  const Error outcome = Overlap(GetDriverHandle(), control::NSV_SERVICE_EVENT_CANCEL, {}, {}, Reset::manual);
+  return outcome == error::kNone ? 1 : 0;
 }
 
 void CSonivoDriverAccess::CloseOverlappedHandle() {
@@ -157,14 +174,13 @@ void CSonivoDriverAccess::CloseOverlappedHandle() {
 
 // ---- Numbers and texts
 
-bool CSonivoDriverAccess::Overlap(const std::shared_ptr<Device>& handle, std::uint32_t code, Bytes input, Room output,
-                                  Reset reset) {
-  if (!handle) return false;
+Error CSonivoDriverAccess::Overlap(const std::shared_ptr<Device>& handle, std::uint32_t code, Bytes input, Room output,
+                                   Reset reset) {
+  if (!handle) return error::kInvalidHandle;
   const std::unique_ptr<Event> event = m_machine.events.create(reset);
   Overlapped overlapped{.hEvent = event.get()};
-  Error outcome = handle->control(code, input, output, overlapped);
-  if (outcome == error::kIoPending) outcome = Conclude(*handle, overlapped, true);
-  return outcome == error::kNone;
+  const Error outcome = handle->control(code, input, output, overlapped);
+  return outcome == error::kIoPending ? Conclude(*handle, overlapped, true) : outcome;
 }
 
 Error CSonivoDriverAccess::Conclude(Device& device, Overlapped& request, bool wait) {
@@ -174,39 +190,41 @@ Error CSonivoDriverAccess::Conclude(Device& device, Overlapped& request, bool wa
   return outcome == error::kIoPending ? error::kOperationAborted : outcome;
 }
 
-int CSonivoDriverAccess::GetSync(std::uint32_t code, std::uint32_t* value) {
-  std::uint32_t answer = 0;
+Error CSonivoDriverAccess::Synchronous(std::uint32_t code, Bytes input, Room output) const {
   std::uint32_t bytes = 0;
   const auto handle = GetDriverSyncHandle();
-  const bool done = handle && handle->control_now(code, {}, room_of(answer), bytes) == error::kNone;
+  return handle ? handle->control_now(code, input, output, bytes) : error::kInvalidHandle;
+}
+
+int CSonivoDriverAccess::GetSync(std::uint32_t code, std::uint32_t* value) {
+  std::uint32_t answer = 0;
+  const bool done = Synchronous(code, {}, room_of(answer)) == error::kNone;
   *value = done ? answer : 0;
   return done ? 1 : 0;
 }
 
 int CSonivoDriverAccess::GetOverlapped(std::uint32_t code, std::uint32_t* value) {
   std::uint32_t answer = 0;
-  if (!Overlap(GetDriverHandle(), code, {}, room_of(answer))) return 0;
+  if (Overlap(GetDriverHandle(), code, {}, room_of(answer)) != error::kNone) return 0;
   *value = answer;
   return 1;
 }
 
 int CSonivoDriverAccess::SetSync(std::uint32_t code, std::uint32_t value) {
-  std::uint32_t bytes = 0;
-  const auto handle = GetDriverSyncHandle();
-  return handle && handle->control_now(code, bytes_of(value), {}, bytes) == error::kNone ? 1 : 0;
+  return setter_result(code, Synchronous(code, bytes_of(value), {}));
 }
 
 int CSonivoDriverAccess::PutText(const std::shared_ptr<Device>& handle, std::uint32_t code,
                                  const std::u16string& text) {
   control::WireText wire{};
   std::copy_n(text.begin(), std::min(text.size(), wire.size() - 1), wire.begin());
-  return Overlap(handle, code, std::as_bytes(std::span(wire)), {}) ? 1 : 0;
+  return setter_result(code, Overlap(handle, code, std::as_bytes(std::span(wire)), {}));
 }
 
 int CSonivoDriverAccess::TakeText(const std::shared_ptr<Device>& handle, std::uint32_t code, control::WireText& text,
                                   std::uint32_t* bytes) {
   control::WireText wire{};
-  if (!Overlap(handle, code, {}, std::as_writable_bytes(std::span(wire)))) return 0;
+  if (Overlap(handle, code, {}, std::as_writable_bytes(std::span(wire))) != error::kNone) return 0;
   const auto end = std::find(wire.begin(), wire.end() - 1, u'\0');
   text = {};
   std::copy(wire.begin(), end, text.begin());
@@ -217,21 +235,14 @@ int CSonivoDriverAccess::TakeText(const std::shared_ptr<Device>& handle, std::ui
 int CSonivoDriverAccess::GetHeadphone(std::uint32_t* plugged) {
   const std::uint32_t question = 0;
   std::array<std::uint32_t, 2> answer{};
-  std::uint32_t bytes = 0;
-  const auto handle = GetDriverSyncHandle();
-  const bool done = handle && handle->control_now(control::GetHeadphone, bytes_of(question),
-                                                  std::as_writable_bytes(std::span(answer)), bytes) == error::kNone;
+  const bool done =
+      Synchronous(control::GetHeadphone, bytes_of(question), std::as_writable_bytes(std::span(answer))) == error::kNone;
   *plugged = done ? answer[0] : 0;
   return done ? 1 : 0;
 }
 
 int CSonivoDriverAccess::PublishReport(const std::string& text) {
-  std::uint32_t bytes = 0;
-  const auto handle = GetDriverSyncHandle();
-  return handle && handle->control_now(control::NSV_PUBLISH_REPORT, std::as_bytes(std::span(text)), {}, bytes) ==
-                       error::kNone
-             ? 1
-             : 0;
+  return Synchronous(control::NSV_PUBLISH_REPORT, std::as_bytes(std::span(text)), {}) == error::kNone ? 1 : 0;
 }
 
 // ---- Meeting mode

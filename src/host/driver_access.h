@@ -16,11 +16,13 @@ namespace sonivo {
 /// The process's only path to the driver's control device: numbered requests, and the driver's events.
 ///
 /// Each request has one method of its name, which answers a non-zero number for success. It fails at once where the
-/// handle that carries it is closed. Getters through the synchronous handle write 0 on failure, the others nothing.
-/// Any thread, but what can race is guarded by the caller.
+/// handle that carries it is closed. Getters through the synchronous handle write 0 on failure, the others nothing;
+/// setters trace theirs, so that callers may go on without looking. Any thread, but what can race is guarded by the
+/// caller.
 class CSonivoDriverAccess {
  public:
   explicit CSonivoDriverAccess(const Machine& machine);
+  /// Waits for the end of a notice of the device that is under way.
   virtual ~CSonivoDriverAccess();
   CSonivoDriverAccess(const CSonivoDriverAccess&) = delete;
   CSonivoDriverAccess& operator=(const CSonivoDriverAccess&) = delete;
@@ -28,7 +30,7 @@ class CSonivoDriverAccess {
   /// Opens both handles to the first interface of this class.
   int InitDriverInfo(const Guid& interface_class);
   void CloseDriverHandles();
-  /// Forgets both handles without closing them.
+  /// Lets go of both handles without closing them for those who hold them still; the last of these closes them.
   void ClearDriverHandle();
   /// Null when closed.
   std::shared_ptr<Device> GetDriverHandle() const;
@@ -142,11 +144,15 @@ class CSonivoDriverAccess {
   using Bytes = std::span<const std::byte>;
   using Room = std::span<std::byte>;
   /// One request with an event of its own; waits for the end of it.
-  bool Overlap(const std::shared_ptr<Device>& handle, std::uint32_t code, Bytes input, Room output,
-               Reset reset = Reset::automatic);
+  Error Overlap(const std::shared_ptr<Device>& handle, std::uint32_t code, Bytes input, Room output,
+                Reset reset = Reset::automatic);
   /// Outcome of a request that was pending; on demand waits for it. One without an outcome is given up: nothing touches
   /// it, its buffers or its event any more.
   static Error Conclude(Device& device, Overlapped& request, bool wait);
+  /// Whether CloseOverlappedHandle has left the event to its request.
+  bool InFlight(const std::shared_ptr<Event>& event) const;
+  /// One request through the synchronous handle.
+  Error Synchronous(std::uint32_t code, Bytes input, Room output) const;
   int GetSync(std::uint32_t code, std::uint32_t* value);
   int GetOverlapped(std::uint32_t code, std::uint32_t* value);
   int SetSync(std::uint32_t code, std::uint32_t value);
@@ -163,7 +169,8 @@ class CSonivoDriverAccess {
                std::uint32_t* bytes);
 
   void Set_CM_Register_Notification();
-  void SubmitThreadpoolWork_job(std::unique_ptr<Registration> notify);
+  /// Has another thread end the notice; answers it when there is none to be had. With m_csHandles held.
+  std::unique_ptr<Registration> SubmitThreadpoolWork_job(std::unique_ptr<Registration> notify);
   std::uint32_t DeviceCallback(DeviceAction action);
 
   Machine m_machine;

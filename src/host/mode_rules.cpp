@@ -8,17 +8,24 @@
 namespace sonivo {
 namespace {
 
-// What the built-in microphone's friendly name contains.
-constexpr const char* DEVICE_BUILT_IN = "内蔵マイク";
-constexpr const char* DEVICE_BUILT_IN_INTEL = "マイク配列 (デジタルマイク向けインテル";
-constexpr const char* DEVICE_BUILT_IN_INTEL_ENG = "Microphone Array (デジタルマイク向けインテル";
+/// A kind of built-in microphone: how traces call it, and what its friendly name contains.
+struct BuiltIn {
+  const char* trace_name;
+  const char* text;
+};
+constexpr std::array kBuiltIn{
+    BuiltIn{"DEVICE_BUILT_IN", "内蔵マイク"},
+    BuiltIn{"DEVICE_BUILT_IN_INTEL", "マイク配列 (デジタルマイク向けインテル"},
+    BuiltIn{"DEVICE_BUILT_IN_INTEL_ENG", "Microphone Array (デジタルマイク向けインテル"},
+};
 
 enum class Microphone { built_in, built_in_intel, built_in_intel_eng, other };
 
 Microphone PhysicalMicrophone(HostState& host) {
-  constexpr std::array kNames{DEVICE_BUILT_IN, DEVICE_BUILT_IN_INTEL, DEVICE_BUILT_IN_INTEL_ENG};
-  for (std::size_t i = 0; i < kNames.size(); ++i) {
-    if (!failed(host.m_AudioControl.CheckDeviceName(kNames[i]))) return static_cast<Microphone>(i);
+  for (std::size_t i = 0; i < kBuiltIn.size(); ++i) {
+    const bool found = !failed(host.m_AudioControl.CheckDeviceName(kBuiltIn[i].text));
+    trace(TraceLevel::debug, "[deviceNameChange] %s %d\n", kBuiltIn[i].trace_name, found ? 1 : 0);
+    if (found) return static_cast<Microphone>(i);
   }
   return Microphone::other;
 }

@@ -19,7 +19,7 @@ namespace sonivo {
 /// State of one overlapped request. Its owner keeps it, the buffers and the event in place until it is done or
 /// cancelled.
 struct Overlapped {
-  Event* hEvent = nullptr;  ///< manual-reset; cleared when the request starts, set when it is done
+  Event* hEvent = nullptr;  ///< of either kind; cleared when the request starts, set when it is done
   bool pending = false;
   Error error = error::kNone;     ///< outcome, once not pending
   std::uint32_t transferred = 0;  ///< bytes, once not pending

@@ -9,6 +9,14 @@ namespace sonivo::sim {
 using control::Answer;
 using control::EventRecord;
 
+namespace {
+
+std::optional<Reset> kind_of(const Event* event) {
+  return event == nullptr ? std::nullopt : std::optional(static_cast<const SimEvent*>(event)->kind());
+}
+
+}  // namespace
+
 class ControlDevice::Handle final : public Device {
  public:
   // With the mutex held.
@@ -73,6 +81,7 @@ class ControlDevice::Handle final : public Device {
                                  .code = code,
                                  .handle = completion,
                                  .with_overlapped = with_overlapped,
+                                 .event = kind_of(request.hEvent),
                                  .input = {input.begin(), input.end()},
                                  .output_bytes = output.size()});
     request = {.hEvent = request.hEvent, .pending = true, .error = error::kIoPending};
@@ -171,7 +180,7 @@ Error ControlDevice::start(const Handle& handle, std::uint32_t code, std::span<c
     finish(request, error::kNone, 0);
     return error::kNone;
   }
-  const Answer answer = store_.answer(code, input, output);
+  const Answer answer = this->answer(code, input, output);
   if (answer.event) events_.push_back(*answer.event);
   deliver_events();
   if (const auto delay = delays_ms_.find(code); delay != delays_ms_.end()) {
@@ -180,6 +189,14 @@ Error ControlDevice::start(const Handle& handle, std::uint32_t code, std::span<c
   }
   finish(request, answer.error, answer.transferred);
   return answer.error;
+}
+
+Answer ControlDevice::answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output) {
+  const auto raw = raw_answers_.find(code);
+  if (raw == raw_answers_.end()) return store_.answer(code, input, output);
+  const std::size_t bytes = std::min(raw->second.size(), output.size());
+  std::copy_n(raw->second.begin(), bytes, output.begin());
+  return {.transferred = static_cast<std::uint32_t>(bytes)};
 }
 
 Error ControlDevice::start_event(const Handle& handle, std::span<std::byte> output, Overlapped& request) {
@@ -261,6 +278,11 @@ void ControlDevice::fail(std::uint32_t code, Error error) {
 void ControlDevice::pardon(std::uint32_t code) {
   std::scoped_lock lock(scheduler_.mutex());
   failures_.erase(code);
+}
+
+void ControlDevice::answer_raw(std::uint32_t code, std::vector<std::byte> bytes) {
+  std::scoped_lock lock(scheduler_.mutex());
+  raw_answers_[code] = std::move(bytes);
 }
 
 void ControlDevice::set_delay(std::uint32_t code, std::uint32_t ms) {

@@ -24,7 +24,8 @@ struct ControlRecord {
   std::uint64_t thread = 0;  ///< number of the participant that made it
   std::uint32_t code = 0;
   Completion handle = Completion::overlapped;
-  bool with_overlapped = false;  ///< made by Device::control
+  bool with_overlapped = false;               ///< made by Device::control
+  std::optional<Reset> event = std::nullopt;  ///< kind of the event that came along
   std::vector<std::byte> input;
   std::size_t output_bytes = 0;
 };
@@ -51,6 +52,8 @@ class ControlDevice {
   /// Every request with this code fails, until pardon().
   void fail(std::uint32_t code, Error error);
   void pardon(std::uint32_t code);
+  /// Every request with this code is answered with these bytes, as far as there is room for them.
+  void answer_raw(std::uint32_t code, std::vector<std::byte> bytes);
   /// Overlapped requests with this code stay pending for so long.
   void set_delay(std::uint32_t code, std::uint32_t ms);
   /// Completes the oldest pending event request, or waits for the next one.
@@ -85,6 +88,7 @@ class ControlDevice {
   };
   Error start(const Handle& handle, std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
               Overlapped& request);
+  control::Answer answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output);
   Error start_event(const Handle& handle, std::span<std::byte> output, Overlapped& request);
   void finish_later(const Handle& handle, Overlapped& request, const control::Answer& answer, std::uint32_t ms);
   void finish(Overlapped& request, Error error, std::uint32_t transferred);
@@ -99,6 +103,7 @@ class ControlDevice {
   std::string report_;
   bool present_ = true;
   std::map<std::uint32_t, Error> failures_;
+  std::map<std::uint32_t, std::vector<std::byte>> raw_answers_;
   std::map<std::uint32_t, std::uint32_t> delays_ms_;
   std::deque<std::uint32_t> events_;
   std::vector<Pending> waiting_for_event_;

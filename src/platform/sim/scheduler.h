@@ -47,6 +47,7 @@ class SimEvent : public Event {
 
   void set() override;
   void reset() override;
+  Reset kind() const { return reset_; }
 
   /// set() and reset() for those who hold the scheduler's mutex.
   void signal();

@@ -103,6 +103,15 @@ TEST_P(ForeignBeamFormingMicrophone, IsWrittenDownAfterAChangeOnly) {
   EXPECT_THAT(written(), IsEmpty());
 }
 
+TEST_P(ForeignBeamFormingMicrophone, CountsAsWrittenDownThoughTheDriverRefuses) {
+  host.m_bMicDeviceDirty = 1;
+  device.fail(control::SetBeamformingMTG, 31);
+  change_to(GetParam());
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 0}));
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
+  EXPECT_EQ(log.count("[CSonivoDriverAccess] request 8000E18C failed: error 31\n"), 1u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Names, ForeignBeamFormingMicrophone, ::testing::Values(kOther, kEnglishOnly));
 
 TEST_F(BeamFormingNameChange, TakesNoMicrophoneAtAllForAForeignOne) {
@@ -125,6 +134,26 @@ TEST_F(BeamFormingNameChange, ProbesTheNamesInTheirOrder) {
   const std::uint64_t first = script.count(Step::endpoint_open_properties);
   deviceNameChange(host);
   EXPECT_EQ(script.count(Step::endpoint_open_properties), first + 1);
+}
+
+TEST_F(BeamFormingNameChange, TracesEachNameThatItProbes) {
+  const auto probes = [&](const char* microphone) {
+    use_microphone(microphone);
+    log.clear();
+    deviceNameChange(host);
+    auto traces = log.traces();
+    std::erase_if(traces, [](const std::string& text) { return text.find(" DEVICE_BUILT_IN") == std::string::npos; });
+    return traces;
+  };
+  EXPECT_THAT(probes(kBuiltIn), ElementsAre("[deviceNameChange] DEVICE_BUILT_IN 1\n"));
+  EXPECT_THAT(probes(kIntel),
+              ElementsAre("[deviceNameChange] DEVICE_BUILT_IN 0\n", "[deviceNameChange] DEVICE_BUILT_IN_INTEL 1\n"));
+  EXPECT_THAT(probes(kIntelEnglish),
+              ElementsAre("[deviceNameChange] DEVICE_BUILT_IN 0\n", "[deviceNameChange] DEVICE_BUILT_IN_INTEL 0\n",
+                          "[deviceNameChange] DEVICE_BUILT_IN_INTEL_ENG 1\n"));
+  EXPECT_THAT(probes(kOther),
+              ElementsAre("[deviceNameChange] DEVICE_BUILT_IN 0\n", "[deviceNameChange] DEVICE_BUILT_IN_INTEL 0\n",
+                          "[deviceNameChange] DEVICE_BUILT_IN_INTEL_ENG 0\n"));
 }
 
 class SpeechNameChange : public DeviceNameChange {
@@ -184,6 +213,28 @@ TEST_P(IntelSpeechMicrophone, ClearsBothSettingsOfAVoiceModelThatIsMissing) {
       << "once: the state of the second time is no change";
 }
 
+TEST_P(IntelSpeechMicrophone, GetsBeamformingThenTheModelThenTheEnhancement) {
+  std::filesystem::remove(enrolled());
+  use_microphone(GetParam());
+  record();
+  machine.run_for(100);
+  chains.ai_speech->clear();
+  std::size_t beamforming = 77;
+  std::size_t enhancement = 77;
+  script.before(Step::control_request, 6, [&] {  // the first that a missing model leads to
+    machine.run_for(100);                        // the stream takes up what it has been told so far
+    beamforming = chains.ai_speech->count("SetBeamFormingActive(1)");
+    enhancement = chains.ai_speech->count("SetAISpeechEnhanceActive(1)");
+  });
+  asked();
+  deviceNameChange(host);
+  EXPECT_EQ(asked().at(5), (Asked{control::SetAispeechenhanceSetAiModelMTG, 0}));
+  EXPECT_EQ(beamforming, 1u);
+  EXPECT_EQ(enhancement, 0u);
+  machine.run_for(100);
+  EXPECT_EQ(chains.ai_speech->count("SetAISpeechEnhanceActive(1)"), 1u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Names, IntelSpeechMicrophone, ::testing::Values(kIntel, kIntelEnglish));
 
 TEST_F(SpeechNameChange, LeavesTheThirdChainsBeamformingAloneForTheFirstName) {
@@ -224,6 +275,21 @@ TEST_F(SpeechNameChange, TakesBeamformingFromAForeignMicrophoneAndLeavesItTheRes
   use_microphone("Microphone Array (Realtek High Definition Audio)");
   EXPECT_THAT(opening(),
               IsSupersetOf({"SetKeyReductionActive(1)", "SetBeamFormingActive(0)", "SetAISpeechEnhanceActive(1)"}));
+}
+
+TEST_F(SpeechNameChange, ClearsBothSettingsOfAMissingVoiceModelForAForeignMicrophoneToo) {
+  std::filesystem::remove(enrolled());
+  change_to(kOther);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetAispeechenhanceSetAiModelMTG, 0},
+                                     Asked{control::SetAispeechenhanceSetAiModel_UI_MTG, 0}));
+}
+
+TEST_F(SpeechNameChange, ConcludesAForeignMicrophoneThoughTheDriverRefuses) {
+  host.m_bMicDeviceDirty = 1;
+  device.fail(control::SetBeamformingMTG, 31);
+  change_to(kOther);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::SetBeamformingMTG, 0}));
+  EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
 }
 
 TEST_F(SpeechNameChange, WritesNothingForAForeignMicrophoneWithoutAChange) {

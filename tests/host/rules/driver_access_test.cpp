@@ -107,18 +107,37 @@ TEST_F(DriverHandles, CloseForAllWhoStillHoldThem) {
   EXPECT_EQ(held->control_now(control::GetAutoExit, {}, {}, bytes), error::kInvalidHandle);
 }
 
-TEST_F(DriverHandles, AreForgottenWithoutBeingClosed) {
+TEST_F(DriverHandles, AreLetGoOfWithoutBeingClosedForOthers) {
   init();
-  const auto overlapped = driver.GetDriverHandle();
-  const auto synchronous = driver.GetDriverSyncHandle();
+  auto held = driver.GetDriverSyncHandle();
   driver.ClearDriverHandle();
   EXPECT_EQ(driver.GetDriverHandle(), nullptr);
   EXPECT_EQ(driver.GetDriverSyncHandle(), nullptr);
-  EXPECT_EQ(device.open_handles(), 2u);
   EXPECT_FALSE(overlapped_works());
   EXPECT_FALSE(synchronous_works());
+  EXPECT_EQ(device.open_handles(), 1u) << "nobody else held the first";
+  std::uint32_t value = 0;
+  std::uint32_t bytes = 0;
+  EXPECT_EQ(held->control_now(control::GetAutoExit, {}, std::as_writable_bytes(std::span(&value, 1)), bytes),
+            error::kNone);
+  held = nullptr;
+  EXPECT_EQ(device.open_handles(), 0u);
+  EXPECT_EQ(device.action_notices(), 1u) << "of the device, not of the handle";
   EXPECT_EQ(init(), 1);
   EXPECT_EQ(device.action_notices(), 1u) << "the earlier notice went";
+}
+
+TEST_F(DriverHandles, ThatAreLeftOverCloseWhenTheChannelOpensAnew) {
+  script.fail(Step::control_open, error::kAccessDenied, 1);
+  init();
+  const std::weak_ptr<Device> left_over = driver.GetDriverSyncHandle();
+  ASSERT_FALSE(left_over.expired());
+  EXPECT_EQ(init(), 1);
+  EXPECT_TRUE(left_over.expired());
+  EXPECT_EQ(device.open_handles(), 2u);
+  EXPECT_EQ(init(), 1) << "while both are open";
+  EXPECT_EQ(device.open_handles(), 2u);
+  EXPECT_EQ(device.action_notices(), 1u);
 }
 
 TEST_F(DriverHandles, AreClosedInsideANoticeWhichEndsOutsideIt) {
@@ -158,6 +177,45 @@ TEST_F(DriverHandles, CloseWithTheChannel) {
   EXPECT_EQ(device.open_handles(), 0u);
   EXPECT_EQ(device.action_notices(), 0u);
   EXPECT_EQ(machine.leaks().threads, 0u);
+}
+
+TEST_F(DriverHandles, HaveTheEndOfTheChannelWaitForANoticeUnderWay) {
+  auto another = std::make_unique<CSonivoDriverAccess>(machine.seams());
+  ASSERT_EQ(another->InitDriverInfo(control::kControlInterface), 1);
+  std::unique_ptr<Thread> ending;
+  bool ended = false;
+  bool ended_meanwhile = true;
+  script.before(Step::control_close, 1, [&] {  // inside the notice
+    ending = machine.scheduler().start("ending", [&] {
+      another.reset();
+      ended = true;
+    });
+    machine.scheduler().sleep_ms(20);
+    ended_meanwhile = ended;
+  });
+  device.tell(DeviceAction::remove_pending);
+  machine.run_for(100);
+  ending->join();
+  EXPECT_FALSE(ended_meanwhile);
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(device.action_notices(), 0u);
+  EXPECT_EQ(device.open_handles(), 0u);
+}
+
+class DriverHandlesAtOnce : public RulesBench, public ::testing::Test {
+ protected:
+  DriverHandlesAtOnce() : RulesBench(Notebook::plain, sim::Schedule::free) { driver.CloseDriverHandles(); }
+};
+
+TEST_F(DriverHandlesAtOnce, EndHoweverANoticeMeetsTheEndOfTheChannel) {
+  for (int round = 0; round < 50; ++round) {
+    auto another = std::make_unique<CSonivoDriverAccess>(machine.seams());
+    ASSERT_EQ(another->InitDriverInfo(control::kControlInterface), 1);
+    const auto ending = machine.scheduler().start("ending", [&] { another.reset(); });
+    device.tell(DeviceAction::remove_pending);
+    ending->join();
+    EXPECT_EQ(device.open_handles(), 0u);
+  }
 }
 
 // ---- What happens to the device

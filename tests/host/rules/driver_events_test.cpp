@@ -1,5 +1,7 @@
 // The blocking event request and what ends it.
 
+#include <atomic>
+
 #include "rules_bench.h"
 
 namespace sonivo::test {
@@ -35,6 +37,7 @@ TEST_F(DriverEvents, AskWithTheWholeRecordAsRoom) {
   EXPECT_EQ(requests[0].code, 0x8000E0E4u);
   EXPECT_EQ(requests[0].handle, Completion::overlapped);
   EXPECT_TRUE(requests[0].with_overlapped);
+  EXPECT_EQ(requests[0].event, Reset::manual);
   EXPECT_TRUE(requests[0].input.empty());
   EXPECT_EQ(requests[0].output_bytes, 1044u);
 }
@@ -65,10 +68,16 @@ TEST_F(DriverEvents, LeaveTheSynchronousHandleFreeForQueries) {
 }
 
 TEST_F(DriverEvents, AreRefusedWithoutARecordOrAHandle) {
+  const std::size_t events = machine.leaks().events;
   EXPECT_EQ(driver.SetEventIoControl(nullptr), 0);
+  EXPECT_EQ(machine.leaks().events, events);
   driver.CloseDriverHandles();
+  machine.run_for(1);
   EXPECT_EQ(driver.SetEventIoControl(&record), 0);
+  EXPECT_EQ(machine.leaks().events, events);
+  driver.CloseOverlappedHandle();  // finds nothing
   EXPECT_THAT(device.requests(), IsEmpty());
+  EXPECT_THAT(log.traces(), IsEmpty());
 }
 
 TEST_F(DriverEvents, FailWithTheDriversNumber) {
@@ -93,8 +102,27 @@ TEST_F(DriverEvents, EndWithTheHandles) {
 TEST_F(DriverEvents, EndWithTheirOwnEvent) {
   EXPECT_EQ(ask_until([this] { driver.CloseOverlappedHandle(); }), 0);
   EXPECT_EQ(record.command, 0u);
+  EXPECT_THAT(log.traces(), ElementsAre(notify_error(995)));
   device.send_event(13);
   EXPECT_EQ(driver.SetEventIoControl(&record), 1) << "the request that was given up took nothing along";
+  EXPECT_EQ(record.command, 13u);
+}
+
+TEST_F(DriverEvents, EndWithTheirOwnEventBeforeTheDriverHasTheRequest) {
+  script.before(Step::control_request, 1, [this] { driver.CloseOverlappedHandle(); });
+  machine.after(50, [this] { device.send_event(13); });
+  EXPECT_EQ(driver.SetEventIoControl(&record), 0);
+  EXPECT_EQ(now_ms(), 0u);
+  EXPECT_EQ(device.pending_requests(), 0u);
+  EXPECT_THAT(log.traces(), ElementsAre(notify_error(995)));
+  EXPECT_EQ(driver.SetEventIoControl(&record), 1) << "the next one has an event of its own";
+  EXPECT_EQ(record.command, 13u);
+}
+
+TEST_F(DriverEvents, ThatAreThereComeThoughTheirOwnEventWasTakenAway) {
+  device.send_event(13);
+  script.before(Step::control_request, 1, [this] { driver.CloseOverlappedHandle(); });
+  EXPECT_EQ(driver.SetEventIoControl(&record), 1);
   EXPECT_EQ(record.command, 13u);
 }
 
@@ -133,6 +161,7 @@ TEST_F(DriverEvents, AreCancelledWithoutBuffersThroughTheOverlappedHandle) {
   EXPECT_EQ(requests[0].code, 0x8000E0E8u);
   EXPECT_EQ(requests[0].handle, Completion::overlapped);
   EXPECT_TRUE(requests[0].with_overlapped);
+  EXPECT_EQ(requests[0].event, Reset::manual);
   EXPECT_TRUE(requests[0].input.empty());
   EXPECT_EQ(requests[0].output_bytes, 0u);
 }
@@ -161,6 +190,23 @@ TEST_F(DriverEventsAtOnce, EndHoweverTheStopMeetsThem) {
     driver.CloseOverlappedHandle();
     driver.SetEventIoControl_Cancel();
     driver.CloseDriverHandles();
+    waiting->join();
+    EXPECT_EQ(device.pending_requests(), 0u);
+  }
+}
+
+TEST_F(DriverEventsAtOnce, EndWithTheirOwnEventAloneWhateverItMeets) {
+  for (int round = 0; round < 50; ++round) {
+    std::atomic<bool> ended = false;
+    const auto waiting = machine.scheduler().start("MainThread", [&] {
+      control::EventRecord event;
+      driver.SetEventIoControl(&event);
+      ended = true;
+    });
+    while (!ended) {  // one that comes before there is a request takes nothing
+      driver.CloseOverlappedHandle();
+      machine.scheduler().sleep_ms(1);
+    }
     waiting->join();
     EXPECT_EQ(device.pending_requests(), 0u);
   }

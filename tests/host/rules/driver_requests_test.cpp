@@ -2,6 +2,11 @@
 
 #include <array>
 #include <functional>
+#include <optional>
+#include <span>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "rules_bench.h"
 
@@ -9,6 +14,7 @@ namespace sonivo::test {
 namespace {
 
 using ::testing::Each;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::ValuesIn;
 
@@ -22,6 +28,20 @@ void expect_form(const sim::ControlRecord& request, std::uint32_t code, Channel 
   EXPECT_EQ(request.code, code);
   EXPECT_EQ(request.handle, channel == Channel::O ? Completion::overlapped : Completion::synchronous);
   EXPECT_EQ(request.with_overlapped, channel != Channel::S);
+  EXPECT_EQ(request.event, channel == Channel::S ? std::nullopt : std::optional(Reset::automatic));
+}
+
+/// What a setter traces that the driver refuses.
+std::string refused(std::uint32_t code, Error why) {
+  std::ostringstream text;
+  text << "[CSonivoDriverAccess] request " << std::hex << std::uppercase << code << " failed: error " << std::dec << why
+       << "\n";
+  return text.str();
+}
+
+std::vector<std::byte> wire_numbers(std::vector<std::uint32_t> numbers) {
+  const auto bytes = std::as_bytes(std::span(numbers));
+  return {bytes.begin(), bytes.end()};
 }
 
 template <class Row>
@@ -95,6 +115,8 @@ TEST_P(NumberGetterTest, FailsWithTheDriver) {
   device.fail(GetParam().code, kRefusal);
   EXPECT_EQ(get(), 0);
   EXPECT_EQ(value, left());
+  EXPECT_EQ(device.requests().size(), 1u) << "nothing is tried again";
+  EXPECT_THAT(log.traces(), IsEmpty());
 }
 
 TEST_P(NumberGetterTest, FailsWhenTheHandleClosesMeanwhile) {
@@ -113,6 +135,17 @@ TEST_P(NumberGetterTest, IsRefusedWithoutItsHandle) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NumberGetterTest, ValuesIn(kNumberGetters), row_name<NumberGetter>);
+
+TEST(DriverRequest, TakesHeadphonesFromTheFirstNumberAlone) {
+  RulesBench bench;
+  std::uint32_t plugged = kUntouched;
+  bench.device.answer_raw(control::GetHeadphone, wire_numbers({0, 1}));
+  EXPECT_NE(bench.driver.GetHeadphone(&plugged), 0);
+  EXPECT_EQ(plugged, 0u);
+  bench.device.answer_raw(control::GetHeadphone, wire_numbers({2, 0}));
+  EXPECT_NE(bench.driver.GetHeadphone(&plugged), 0);
+  EXPECT_EQ(plugged, 2u);
+}
 
 // ---- Numbers in
 
@@ -156,12 +189,15 @@ TEST_P(NumberSetterTest, FailsWithTheDriver) {
   device.fail(GetParam().code, kRefusal);
   EXPECT_EQ(set(9), 0);
   EXPECT_EQ(device.number(GetParam().get_code), before);
+  EXPECT_EQ(device.requests().size(), 1u) << "nothing is tried again";
+  EXPECT_THAT(log.traces(), ElementsAre(refused(GetParam().code, kRefusal)));
 }
 
 TEST_P(NumberSetterTest, IsRefusedWithoutItsHandle) {
   driver.CloseDriverHandles();
   EXPECT_EQ(set(9), 0);
   EXPECT_THAT(device.requests(), IsEmpty());
+  EXPECT_THAT(log.traces(), ElementsAre(refused(GetParam().code, error::kInvalidHandle)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NumberSetterTest, ValuesIn(kNumberSetters), row_name<NumberSetter>);
@@ -241,6 +277,16 @@ TEST_P(TextPairTest, IsCutAfter259Characters) {
   EXPECT_EQ(std::u16string(text.data()), std::u16string(259, u'a'));
 }
 
+TEST_P(TextPairTest, EndsAfter259CharactersWhereTheDriverSendsNoEnd) {
+  device.answer_raw(GetParam().get_code, std::vector(520, std::byte{0x61}));
+  EXPECT_NE(get(), 0);
+  EXPECT_EQ(bytes, 518u);
+  control::WireText expected;
+  expected.fill(u'\x6161');
+  expected.back() = u'\0';
+  EXPECT_EQ(text, expected);
+}
+
 TEST_P(TextPairTest, MayBeEmpty) {
   EXPECT_NE(get(), 0);
   EXPECT_EQ(bytes, 0u);
@@ -263,6 +309,8 @@ TEST_P(TextPairTest, LeavesTheCallersTextWhenTheDriverFails) {
   EXPECT_EQ(set(u"lost"), 0);
   EXPECT_EQ(get(), 0);
   expect_untouched();
+  EXPECT_EQ(device.requests().size(), 2u) << "nothing is tried again";
+  EXPECT_THAT(log.traces(), ElementsAre(refused(GetParam().set_code, kRefusal)));
 }
 
 TEST_P(TextPairTest, IsRefusedWithoutItsHandle) {

@@ -52,6 +52,16 @@ TEST_F(LaunchedMode, IsZeroWhenOffAndTheModeIsNotAskedFor) {
   EXPECT_THAT(asked(), ElementsAre(Asked{kGetLaunched}));
 }
 
+TEST_F(LaunchedMode, CountsAsLaunchedForEveryFlagButZero) {
+  device.set_number(kGetLaunched, 2);
+  device.set_number(kGetSpeakerMode, 1);
+  EXPECT_EQ(driver.GetLaunchedMTG(&value), 1);
+  EXPECT_EQ(value, 2u);
+  EXPECT_TRUE(remembers(1));
+  EXPECT_EQ(driver.SetLaunchedMTGOff(false), 1);
+  EXPECT_THAT(asked(), ElementsAre(Asked{kSetMode, 0}, Asked{kSetLaunched, 0}));
+}
+
 TEST_F(LaunchedMode, IsForgottenWhenTheFlagCantBeRead) {
   launched(1);
   device.fail(kGetLaunched, 31);

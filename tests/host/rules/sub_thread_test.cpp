@@ -162,6 +162,58 @@ TEST_F(ModeChange, LeavesRoomCorrectionWhenTheModeCantBeRead) {
   EXPECT_EQ(host.m_RoomCorrection, 1u);
 }
 
+TEST_F(ModeChange, KeepsRoomCorrectionOnTheFourPositionPanelToo) {
+  host.m_Function = 2;
+  host.m_dwHeadPhone = 1;
+  device.set_number(control::NSV_GET_ALL_SP_MTG, 3);
+  start();
+  EXPECT_THAT(choose(3), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 2}, Asked{control::NSV_SET_LAUNCHED_MTG, 1}))
+      << "the first position's";
+  EXPECT_THAT(choose(2), ElementsAre(Asked{control::NSV_SET_ALL_SP_MTG, 3}, Asked{control::NSV_SET_ALL_HP_MTG, 3}));
+  EXPECT_THAT(choose(0), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 2}, Asked{control::NSV_SET_LAUNCHED_MTG, 0}));
+  EXPECT_EQ(host.m_RoomCorrection, 1u);
+}
+
+TEST_F(ModeChange, ReadsEachUsersSettingRightBeforeItSetsTheEffectiveOne) {
+  set_notebook(Notebook::ai_speech);
+  device.set_number(control::GetAispeechenhanceSetAiModel_UI_MTG, 1);
+  start();
+  host.m_iMeetingModeTmp = 1;
+  host.m_bModeChangeRequest = 1;
+  machine.run_for(200);
+  EXPECT_THAT(asked(),
+              ElementsAre(Asked{control::NSV_GET_ALL_SP_MTG}, Asked{control::NSV_SET_MODE_MTG, 0},
+                          Asked{control::NSV_SET_LAUNCHED_MTG, 1}, Asked{control::GetAispeechenhance_UI_MTG},
+                          Asked{control::SetAispeechenhanceMTG, 1}, Asked{control::GetAispeechenhanceSetAiModel_UI_MTG},
+                          Asked{control::SetAispeechenhanceSetAiModelMTG, 1}));
+}
+
+TEST_F(ModeChange, GoesOnWhenTheDriverRefusesAPart) {
+  set_notebook(Notebook::beam_forming);
+  host.m_Function = 2;
+  driver.SetLaunchedMTG(0);
+  start();
+  for (const auto code : {control::NSV_SET_MODE_MTG, control::NSV_SET_LAUNCHED_MTG, control::SetKeyboardCancelMTG}) {
+    device.fail(code, 31);
+  }
+  log.clear();
+  EXPECT_THAT(choose(0), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 0}, Asked{control::NSV_SET_LAUNCHED_MTG, 0},
+                                     Asked{control::SetKeyboardCancelMTG, 0}, Asked{control::SetBeamformingMTG, 0}));
+  EXPECT_EQ(host.m_bModeChangeRequest, 0u);
+  EXPECT_THAT(log.traces(), ElementsAre("[CSonivoDriverAccess] request 8000E16C failed: error 31\n",
+                                        "[CSonivoDriverAccess] request 8000E124 failed: error 31\n",
+                                        "[CSonivoDriverAccess] request 8000E17C failed: error 31\n"));
+}
+
+TEST_F(ModeChange, SetsTheVoiceModelWhenTheEnhancementIsRefused) {
+  set_notebook(Notebook::ai_speech);
+  start();
+  device.fail(control::SetAispeechenhanceMTG, 31);
+  EXPECT_THAT(choose(2), ElementsAre(Asked{control::NSV_SET_MODE_MTG, 1}, Asked{control::NSV_SET_LAUNCHED_MTG, 1},
+                                     Asked{control::SetAispeechenhanceMTG, 1},
+                                     Asked{control::SetAispeechenhanceSetAiModelMTG, 0}));
+}
+
 TEST_F(ModeChange, ReadsTheModeUnderTheDriverLock) {
   host.m_csDriver.lock();
   host.m_bModeChangeRequest = 1;
@@ -237,6 +289,28 @@ TEST_F(HeadphonePoll, ChangesNothingForTheSameValue) {
   machine.run_for(600);
   EXPECT_EQ(host.m_bMicDeviceDirty, 0u);
   EXPECT_FALSE(painted());
+}
+
+TEST_F(HeadphonePoll, TakesWhatCantBeReadForUnplugged) {
+  plug();
+  host.m_dwHeadPhone = 1;
+  device.fail(control::GetHeadphone, 31);
+  show_panel();
+  start();
+  EXPECT_EQ(host.m_dwHeadPhone, 0u);
+  EXPECT_TRUE(painted());
+}
+
+TEST_F(HeadphonePoll, LeavesWhatCantBeReadToTheModeThreads) {
+  set_notebook(Notebook::beam_forming);
+  plug();
+  host.m_dwHeadPhone = 1;
+  device.fail(control::GetHeadphone, 31);
+  show_panel();
+  start();
+  EXPECT_EQ(host.m_dwHeadPhone, 1u);
+  EXPECT_EQ(host.m_bMicDeviceDirty, 1u);
+  EXPECT_TRUE(painted());
 }
 
 TEST_F(HeadphonePoll, NeedsAPanelThatShows) {
