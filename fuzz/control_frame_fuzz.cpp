@@ -67,6 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       std::abort();
     }
     room.erase(asked);
+    return true;
   });
   control.client_came(1, 1);
   auto rest = std::as_bytes(std::span(data, size));
