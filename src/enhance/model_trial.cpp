@@ -96,7 +96,7 @@ void expect_whole_chunks(e2e::SEModel& model) {
   const std::int64_t before = silence->taken();
   const std::int64_t given = next_chunk();
   const std::int64_t taken = silence->taken() - before;
-  const std::int64_t half_frame = chunk / (2 * kChunkFrames);
+  const std::int64_t half_frame = chunk / (std::int64_t{2} * kChunkFrames);
   if (std::abs(given - chunk) < half_frame && std::abs(taken - chunk) < half_frame) return;
   throw std::runtime_error("its preprocessor or its network changes the number of frames: of " + std::to_string(taken) +
                            " samples it makes " + std::to_string(given) + ", where chunks have " +

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <functional>
 
@@ -33,7 +34,7 @@ std::int64_t record_parameter(const Record& record) {
 /// The record that a message carries, null when it carries none. The type goes with the message number.
 template <class Record>
 const Record* record_of(const Message& message) {
-  return reinterpret_cast<const Record*>(static_cast<std::intptr_t>(message.lParam));
+  return std::bit_cast<const Record*>(static_cast<std::intptr_t>(message.lParam));
 }
 
 /// lParam of a mouse message: x in the low 16 bits, y in the next 16, both signed and relative to the window.
