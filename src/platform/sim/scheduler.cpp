@@ -464,9 +464,9 @@ std::uint64_t Scheduler::current_thread() { return self().number; }
 
 void Scheduler::set_realtime(bool on) {
   std::scoped_lock lock(mutex_);
+  if (on && !pacer_.joinable()) pacer_ = std::thread([this] { pacer_main(); });
   realtime_ = on;
   realtime_origin_ = real_now() - now();
-  if (on && !pacer_.joinable()) pacer_ = std::thread([this] { pacer_main(); });
 }
 
 void Scheduler::set_jitter(std::uint64_t seed) { jitter_seed_ = seed; }
