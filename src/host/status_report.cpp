@@ -26,20 +26,6 @@ std::string quoted(const std::string& text) {
   return result + '"';
 }
 
-const char* name_of(StreamState state) {
-  switch (state) {
-    case StreamState::eWaitVirtualDriver:
-      return "eWaitVirtualDriver";
-    case StreamState::eWaitVirtualStream:
-      return "eWaitVirtualStream";
-    case StreamState::eVirtualStreaming:
-      return "eVirtualStreaming";
-    case StreamState::ePhysicalStreaming:
-      break;
-  }
-  return "ePhysicalStreaming";
-}
-
 /// Members of one JSON object, in their order.
 class JsonObject {
  public:
@@ -70,7 +56,7 @@ JsonObject StreamReport(const CStreamInterface& stream) {
   const double execute_ns = mean(static_cast<double>(statistics.execute_sum_ns), statistics.executions);
 
   JsonObject report;
-  report.text("state", name_of(stream.State()));
+  report.text("state", StateName(stream.State()));
   report.text("endpoint", stream.EndpointId());
   report.whole("streams", static_cast<std::int64_t>(statistics.streams));
   report.whole("underruns", static_cast<std::int64_t>(statistics.underruns));

@@ -6,6 +6,7 @@
 
 #include "base/status.h"
 #include "platform/endpoints.h"
+#include "platform/fx_requests.h"
 #include "platform/machine.h"
 #include "platform/properties.h"
 
@@ -14,7 +15,6 @@ namespace sonivo {
 inline constexpr Guid kKeyCancelFormat{0x654091D5, 0x0AC4, 0x4FC2, {0xB6, 0xD4, 0xC9, 0xE8, 0x1F, 0x24, 0x81, 0x6E}};
 inline constexpr Guid kBeamFormingFormat{0x7CE50538, 0x9CFE, 0x4EC9, {0xAA, 0x86, 0x11, 0x36, 0x09, 0xB2, 0x50, 0x94}};
 inline constexpr Guid kStrengthFormat{0x92925271, 0x0380, 0x4E57, {0x86, 0x6B, 0x80, 0xF4, 0x23, 0x36, 0x19, 0x19}};
-inline constexpr Guid kEndpointGuidFormat{0x1DA5D803, 0xD492, 0x4EDD, {0x8C, 0x23, 0xE0, 0xC0, 0xFF, 0xEE, 0x7F, 0x0E}};
 
 /// Parameters of the first chain: two flag bytes, then the blob.
 inline constexpr PropertyKey PKEY_NVC_MTGMIC_KC_Param{kKeyCancelFormat, 551};
@@ -23,10 +23,10 @@ inline constexpr PropertyKey PKEY_NVC_MTGMIC_BF_KC_Param{kBeamFormingFormat, 571
 /// Strength of the speech enhancement, one f32.
 inline constexpr PropertyKey PKEY_NVC_AI_Strength{kStrengthFormat, 660};
 /// GUID text of an endpoint.
-inline constexpr PropertyKey PKEY_AudioEndpoint_GUID{kEndpointGuidFormat, 4};
+inline constexpr PropertyKey PKEY_AudioEndpoint_GUID = control::kEndpointGuidKey;
 
 /// The effect whose own store is asked first.
-inline constexpr Guid kEffectClass{0x06B604E5, 0xC78E, 0x4283, {0xBC, 0x39, 0x7C, 0xB4, 0x4E, 0x72, 0x7F, 0xC3}};
+inline constexpr Guid kEffectClass = control::kCaptureEffect;
 
 /// Reads an effect property of the built-in microphone, which is told by its friendly name, disabled and absent
 /// endpoints included. cb is the capacity of `buffer`: bytes for a blob, UTF-16 characters for a text, of which a

@@ -14,6 +14,8 @@ constexpr std::uint32_t kAbsentPauseMs = 1000;  // no virtual device, or not our
 constexpr std::uint32_t kRetryPauseMs = 100;    // physical endpoint would not open
 constexpr float kNoSavedVolume = -1.0f;
 
+}  // namespace
+
 const char* StateName(StreamState state) {
   switch (state) {
     case StreamState::eWaitVirtualDriver:
@@ -27,8 +29,6 @@ const char* StateName(StreamState state) {
   }
   return "";
 }
-
-}  // namespace
 
 CStreamInterface::CStreamInterface(const Machine& machine, DataFlow flow)
     : m_machine(machine),

@@ -30,6 +30,9 @@ enum class StreamState {
   ePhysicalStreaming,  ///< transfer audio
 };
 
+/// The state's name, "eWaitVirtualDriver" and so on.
+const char* StateName(StreamState state);
+
 /// One direction of the relay: a thread that walks the four states for ever. Whatever fails on the way leads back to
 /// the first one. Derived classes open the physical endpoint and move the audio.
 class CStreamInterface : public IMultiAudioEndpointVolumeCallback {

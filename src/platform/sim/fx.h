@@ -8,15 +8,13 @@
 #include <vector>
 
 #include "platform/fx_properties.h"
+#include "platform/fx_requests.h"
 #include "platform/sim/scheduler.h"
 
 namespace sonivo::sim {
 
-/// The effect that owns the per-effect store.
-inline constexpr Guid kCaptureEffect{0x06B604E5, 0xC78E, 0x4283, {0xBC, 0x39, 0x7C, 0xB4, 0x4E, 0x72, 0x7F, 0xC3}};
-
-inline constexpr PropertyKey kEndpointGuidKey{
-    {0x1DA5D803, 0xD492, 0x4EDD, {0x8C, 0x23, 0xE0, 0xC0, 0xFF, 0xEE, 0x7F, 0x0E}}, 4};
+using control::kCaptureEffect;
+using control::kEndpointGuidKey;
 
 /// Where a value is kept.
 enum class FxHome { user_store, effect_store, device_properties };
