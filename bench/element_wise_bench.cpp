@@ -62,7 +62,7 @@ constexpr MakePeer kLogistic = nullptr, kTangent = nullptr, kSwish = nullptr, kR
 #endif
 
 template <class Ours, class Eigens>
-void add(const char* name, Ours ours, Eigens eigens, MakePeer make_peer = nullptr) {
+void add(const char* name, Ours ours, Eigens eigens, [[maybe_unused]] MakePeer make_peer = nullptr) {
   benchmark::RegisterBenchmark(name,
                                [=](benchmark::State& state) {
                                  Arrays arrays(static_cast<std::size_t>(state.range(0)));
