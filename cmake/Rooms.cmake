@@ -40,6 +40,12 @@ function(sonivo_test_options target)
   elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
     target_compile_options(${target} PRIVATE -O1)
   endif()
+  # Some tests have to know that a sanitizer watches.
+  if(SONIVO_SANITIZE MATCHES "address")
+    target_compile_definitions(${target} PRIVATE SONIVO_ASAN)
+  elseif(SONIVO_SANITIZE MATCHES "thread")
+    target_compile_definitions(${target} PRIVATE SONIVO_TSAN)
+  endif()
   if(SONIVO_SANITIZE MATCHES "undefined")  # looks at what is tested; in the tests it would take as long again to compile
     target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
   endif()

@@ -95,8 +95,9 @@ class CAISpeechEnhance_A {
     std::atomic<std::uint32_t>& state_;
   };
 
-  /// What PauseMakeAIModel and its like leave for MakeAIModel; stored as a whole.
-  struct Steering {
+  /// What PauseMakeAIModel and its like leave for MakeAIModel; stored as a whole, which takes that
+  /// alignment.
+  struct alignas(2) Steering {
     std::uint8_t make_model_pause = 0;
     std::uint8_t make_model_quit = 0;
   };

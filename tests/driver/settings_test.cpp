@@ -46,6 +46,12 @@ class KeptSettings : public testing::Test {
     EXPECT_EQ(settings_->answer(code, {}, output).error, error::kNone);
     return output;
   }
+  /// Steps of the disk that a change takes.
+  int steps_of_a_change() {
+    disk_.steps = 0;
+    set(control::SetFunction, 3);
+    return disk_.steps;
+  }
   void write_file(const std::vector<std::string>& lines) {
     ASSERT_EQ(folder_->save("settings", "sonivo settings 1", lines), error::kNone);
   }
@@ -123,7 +129,7 @@ TEST_F(KeptSettings, AChangeThatCanNotBeWrittenFailsAndTheValueStays) {
 
 TEST_F(KeptSettings, AFailureAtTheVeryLastStepIsRepairedByTheNextChange) {
   ASSERT_EQ(set(control::SetFunction, 2).error, error::kNone);
-  const int all = (disk_.steps = 0, set(control::SetFunction, 3).error, disk_.steps);
+  const int all = steps_of_a_change();
   disk_.steps = 0;
   disk_.fail_at = all;
   ASSERT_EQ(set(control::SetFunction, 4).error, error::kDiskFull);
@@ -143,7 +149,7 @@ TEST_F(KeptSettings, AFileOfFewerNamesLeavesTheOthersAtTheirDefaults) {
 }
 
 TEST_F(KeptSettings, SettingTheOldValueAgainRepairsAFailureAtTheVeryLastStep) {
-  const int all = (disk_.steps = 0, set(control::SetFunction, 3).error, disk_.steps);
+  const int all = steps_of_a_change();
   disk_.steps = 0;
   disk_.fail_at = all;
   ASSERT_EQ(set(control::SetFunction, 4).error, error::kDiskFull);

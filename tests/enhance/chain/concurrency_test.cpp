@@ -33,7 +33,7 @@ using testing::AnyOf;
 using testing::Each;
 using testing::Key;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(SONIVO_ASAN) || defined(SONIVO_TSAN)
 constexpr milliseconds kStorm{2250};
 #else
 constexpr milliseconds kStorm{7500};
@@ -309,7 +309,7 @@ TEST_F(Storm, OfChangesDoesNotHoldUpABlock) {
   const Audio audio =
       rage({[&] { repeat(milliseconds(20), [&](int n) { change_model(n % 2 == 0 ? doubling : passing, 0); }); }});
   EXPECT_THAT(audio.codes, Each(Key(AnyOf(0, WARNING_AI_SPEECH_ENHANCE_BUSY))));
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(SONIVO_ASAN) && !defined(SONIVO_TSAN)
   EXPECT_LT(audio.longest_at_change.count(), 20.0) << "ms";
 #endif
 }

@@ -134,7 +134,7 @@ TEST_F(EnrolmentEnd, OfManyChannelsIsAModel) {
   EXPECT_TRUE(has_result());
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which take their own time
+#if !defined(SONIVO_ASAN) && !defined(SONIVO_TSAN)  // which take their own time
 /// Once in three times: others may keep the machine busy.
 TEST_F(EnrolmentEnd, OfACleanMinuteComesWithinTenSeconds) {
   ASSERT_EQ(open(), 0);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "../support/whole_names.h"
 #include "meridane/error.h"
 #include "meridane/frontend/flow.h"
 
@@ -56,9 +57,7 @@ void expect_error(const Action& action, const std::string& message, const std::s
     ADD_FAILURE() << "nothing was thrown, expected: " << message;
   } catch (const Error& error) {
     EXPECT_EQ(error.what(), message);
-    // Where the compiler can't tell whole names, the last part of them.
-    EXPECT_TRUE(error.function() == operation || operation.ends_with("::" + error.function()))
-        << error.function() << " instead of " << operation;
+    if (kTellsWholeNames) EXPECT_EQ(error.function(), operation);
   }
 }
 

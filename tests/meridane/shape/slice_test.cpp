@@ -44,7 +44,8 @@ TEST(Slice, SaysWhatSlicingAMinibatchSays) {
 
 TEST(Slice, RefusesRowsThatTheFramesDoNotHave) {
   for (const auto& [start, end] : {std::pair{4u, 6u}, {6u, 6u}, {0u, 2147483646u}}) {
-    EXPECT_EQ(failure_of<DimensionMismatchError>([&] { forward(*slice(0, start, end), counted(6, 2)); }),
+    EXPECT_EQ(failure_of<DimensionMismatchError>(
+                  [start = start, end = end] { forward(*slice(0, start, end), counted(6, 2)); }),
               "Dimension mismatch in layer the layer");
   }
   for (const std::uint64_t start : {0u, 1u}) {

@@ -127,7 +127,7 @@ TEST(GaussianStat, RefusesWhatIsNone) {
   EXPECT_THAT([&] { of_bytes<GaussianStat>(record(1, std::int64_t{1} << 62, 0, {})); }, message);
   EXPECT_THROW(of_bytes<GaussianStat>(record(1, std::int64_t{1} << 31, std::int64_t{1} << 31, {})), BaseRuntimeError);
   for (const auto& [rows, cols] : {std::pair{-1, 1}, {1, -1}, {0, -1}}) {
-    EXPECT_THAT([&] { of_bytes<GaussianStat>(record(1, rows, cols, {})); },
+    EXPECT_THAT(([&record, rows = rows, cols = cols] { of_bytes<GaussianStat>(record(1, rows, cols, {})); }),
                 ThrowsMessage<BaseRuntimeError>(std::string("Failed to read matrix binary")));
   }
   EXPECT_THAT([] { of_element<GaussianStat>("<stat><numer>1 2</numer></stat>"); },

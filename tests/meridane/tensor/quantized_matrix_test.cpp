@@ -125,7 +125,7 @@ TEST(QuantizedMatrix, RefusesSizesThatDoNotFit) {
   constexpr Eigen::Index kMost = std::numeric_limits<std::int32_t>::max() - 16;
   for (const char kind : {'l', 'r'}) {
     for (const auto& [rows, cols] : {std::pair{Eigen::Index{0}, kMost + 1}, {kMost + 1, Eigen::Index{0}}}) {
-      EXPECT_THAT([&] { QuantizedMatrix(Matrix(rows, cols), kind); },
+      EXPECT_THAT(([kind, rows = rows, cols = cols] { QuantizedMatrix(Matrix(rows, cols), kind); }),
                   ThrowsMessage<BaseRuntimeError>(std::string("The matrix is too large to be quantized")));
     }
   }

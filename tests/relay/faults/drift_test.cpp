@@ -62,7 +62,7 @@ void PrintTo(const Case& c, std::ostream* out) {
   *out << c.drift_ppm << " ppm, period " << c.hardware_period << ", " << c.format.nSamplesPerSec << " Hz";
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(SONIVO_ASAN) || defined(SONIVO_TSAN)
 constexpr std::uint32_t kSeconds = 120;
 #else
 constexpr std::uint32_t kSeconds = 3600;

@@ -15,10 +15,10 @@
 namespace sonivo::test {
 namespace {
 
-#if defined(__SANITIZE_THREAD__)
+#if defined(SONIVO_TSAN)
 constexpr std::uint64_t kScripts = 60;
 constexpr auto kSchedule = sim::Schedule::free;
-#elif defined(__SANITIZE_ADDRESS__)
+#elif defined(SONIVO_ASAN)
 constexpr std::uint64_t kScripts = 300;
 constexpr auto kSchedule = sim::Schedule::serial;
 #else
