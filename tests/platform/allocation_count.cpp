@@ -7,6 +7,7 @@ namespace {
 thread_local std::size_t count = 0;
 }
 
+#ifndef SONIVO_TSAN  // whose operators nobody replaces
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   ++count;
   return std::malloc(size);
@@ -17,6 +18,7 @@ void* operator new(std::size_t size) {
 }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#endif
 
 namespace sonivo::sim {
 
