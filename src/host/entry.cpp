@@ -47,7 +47,7 @@ void RegisterPower(HostState& host) {
   PowerCapabilities capabilities;
   if (power.capabilities(capabilities) && capabilities.AoAc) {
     host.m_bModernStandby = 1;
-    host.m_hPowerSetting = power.register_setting(host.m_hWnd, kConsoleDisplayState);
+    if (auto newer = power.register_setting(host.m_hWnd, kConsoleDisplayState)) host.m_hPowerSetting = std::move(newer);
   }
 }
 
@@ -91,7 +91,8 @@ void OpenSpeechEnhancement(HostState& host) {
 void RunMessageLoop(HostState& host, ThreadSet& threads) {
   MessageQueue& queue = host.machine.desktop;
   Message message;
-  while (queue.get_message(message) == Got::message) {
+  for (Got got = queue.get_message(message); got != Got::quit; got = queue.get_message(message)) {
+    if (got == Got::failed) continue;  // without the loop nothing could end the threads any more
     if (host.m_bThreadExit != 0) {
       if (message.message == kWmPowerBroadcast) continue;  // the reboot waits for the next other message
       threads.Reboot();

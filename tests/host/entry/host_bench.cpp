@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "host/entry.h"
+#include "relay/effect_properties.h"
 
 namespace sonivo::test {
 namespace {
@@ -31,6 +32,14 @@ HostBench::~HostBench() {
   if (service_ && running()) end_session();
   if (service_) service_->join();
   host.reset();
+}
+
+void HostBench::store_parameters() {
+  const auto store = [this](const PropertyKey& key, std::size_t bytes) {
+    machine.fx().set_effect(sim::kMicArray, key, std::vector<std::byte>(bytes));
+  };
+  store(PKEY_NVC_MTGMIC_KC_Param, 2 + chains.key_cancel->param_size);
+  store(PKEY_NVC_MTGMIC_BF_KC_Param, 3 + chains.beam_forming->param_size);
 }
 
 void HostBench::start(std::uint32_t ms) {

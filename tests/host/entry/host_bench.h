@@ -38,6 +38,9 @@ class HostBench {
   void end_session();
   bool running() const { return exit_code == kRunning; }
 
+  /// Parameters for each chain with the microphone array; without them none opens.
+  void store_parameters();
+
   sim::ControlDevice& driver() { return machine.driver().control(); }
   void run_for(std::uint32_t ms) { machine.run_for(ms); }
   /// Somebody outside posts a message to the panel.

@@ -1,0 +1,252 @@
+// For how long the entry waits for its threads, and what becomes of those that it leaves behind.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "host_bench.h"
+
+namespace sonivo::test {
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace c = control;
+
+constexpr const char* kSubLeft = "[Main] hThreadSub != WAIT_OBJECT_0.\n";
+constexpr const char* kMainLeft = "[Main] hThread != WAIT_OBJECT_0.\n";
+
+std::size_t times(const std::vector<std::string>& names, const char* name) {
+  return static_cast<std::size_t>(std::count(names.begin(), names.end(), name));
+}
+
+struct WaitingBench : HostBench {
+  explicit WaitingBench(const Model& model) : HostBench(model) {}
+  ~WaitingBench() {
+    end_players();
+    machine.session().set_console_session(1);
+    run_for(1000);
+  }
+  /// MainThread waits for the end of a player's shell.
+  void hang_main_thread() {
+    machine.processes().set_run_time(std::nullopt);
+    driver().send_event(c::kPlayerIsOn);
+    run_for(50);
+  }
+  void end_players() {
+    for (const auto& process : machine.processes().started()) machine.processes().end(process.id);
+  }
+  /// SubThread waits for the driver, from now or its next round on.
+  void hang_sub_thread(std::uint32_t ms) {
+    driver().set_delay(c::GetKeyboardCancelMTG, ms);
+    run_for(250);
+  }
+  /// Tells the threads to leave, without closing the handles, which would end their requests.
+  void reboot() {
+    host->m_bThreadExit = 1;
+    host->m_bSonivoServiceLock = 1;
+    post_any();
+  }
+};
+
+// ---- At a reboot
+
+TEST(WaitingAtAReboot, GivesEachThreadSixSecondsOneAfterAnother) {
+  WaitingBench bench(kKeyCancel);
+  bench.start(1000);
+  bench.hang_main_thread();
+  bench.hang_sub_thread(60'000);
+  bench.reboot();
+  bench.run_for(5999);
+  EXPECT_FALSE(bench.log.has(kSubLeft));
+  bench.run_for(2);
+  EXPECT_TRUE(bench.log.has(kSubLeft));
+  EXPECT_FALSE(bench.log.has(kMainLeft));
+  bench.run_for(5997);
+  EXPECT_FALSE(bench.log.has(kMainLeft));
+  bench.run_for(3);
+  EXPECT_TRUE(bench.log.has(kMainLeft));
+  EXPECT_EQ(bench.host->m_bThreadExit, 0u);
+  EXPECT_EQ(times(bench.threads(), "MainThread"), 2u);
+  EXPECT_EQ(times(bench.threads(), "SubThread"), 2u);
+}
+
+TEST(WaitingAtAReboot, EndsWithTheThread) {
+  WaitingBench bench(kKeyCancel);
+  bench.start(1000);
+  bench.hang_main_thread();
+  bench.reboot();
+  bench.run_for(5900);
+  EXPECT_EQ(bench.host->m_bThreadExit, 1u);
+  bench.end_players();
+  bench.run_for(1);
+  EXPECT_EQ(bench.host->m_bThreadExit, 0u);
+  EXPECT_FALSE(bench.log.has(kMainLeft));
+  EXPECT_THAT(bench.threads(), ElementsAre("MainThread", "SubThread"));
+}
+
+// In another session the mode threads stay.
+TEST(WaitingAtAReboot, GivesBothModeThreadsTheirTimeAndSaysNothingOfThem) {
+  WaitingBench bench(kBeamForming);
+  bench.start();
+  bench.machine.session().set_console_session(2);
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  bench.post_any();
+  bench.run_for(11'990);
+  EXPECT_EQ(bench.host->m_bThreadExit, 1u);
+  bench.run_for(20);
+  EXPECT_EQ(bench.host->m_bThreadExit, 0u);
+  EXPECT_FALSE(bench.log.has(kSubLeft));
+  EXPECT_FALSE(bench.log.has(kMainLeft));
+}
+
+TEST(WaitingAtAReboot, ClosesTheEventsOfThreadsThatEnded) {
+  WaitingBench bench(kBeamForming);
+  bench.start();
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  std::vector<bool> open;
+  bench.machine.script().before(sim::Step::thread_start, 1, [&] {
+    for (const EventPair* pair :
+         {&bench.host->m_hEvent, &bench.host->m_hRegistryEvent, &bench.host->m_hRegistryEvent_Quit}) {
+      open.push_back(pair->Get(EventPair::kWork) != nullptr);
+      open.push_back(pair->Get(EventPair::kStop) != nullptr);
+    }
+  });
+  bench.post_any();
+  bench.run_for(100);
+  EXPECT_THAT(open, AllOf(testing::SizeIs(6), Each(false)));
+}
+
+TEST(WaitingAtAReboot, LeavesTheEventsOfAbandonedThreadsOpen) {
+  WaitingBench bench(kBeamForming);
+  bench.start();
+  bench.machine.session().set_console_session(2);
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  std::vector<bool> open;
+  bench.machine.script().before(sim::Step::thread_start, 1, [&] {
+    for (const EventPair* pair :
+         {&bench.host->m_hEvent, &bench.host->m_hRegistryEvent, &bench.host->m_hRegistryEvent_Quit}) {
+      open.push_back(pair->Get(EventPair::kWork) != nullptr);
+      open.push_back(pair->Get(EventPair::kStop) != nullptr);
+    }
+  });
+  bench.post_any();
+  bench.run_for(13'000);
+  EXPECT_THAT(open, AllOf(testing::SizeIs(6), Each(true)));
+}
+
+/// A service whose registry thread builds a voice model for half a minute, on a machine where nobody else wants the
+/// third chain meanwhile.
+struct BuildingBench : WaitingBench {
+  BuildingBench() : WaitingBench(kBeamForming) {
+    store_parameters();
+    driver().set_text(c::GetAispeechenhanceWavFolderMTG, to_utf16(folder.path().string()));
+    chains.ai_speech->during("MakeAIModel", [this] { machine.seams().clock.sleep_ms(30'000); });
+    start(1000);
+    host->m_AudioControl.SetAISpeechEnhanceOpen();
+    driver().set_number(c::GetAispeechenhanceRegistrationMTG, 20);
+    store_parameters();  // any property of the endpoint
+    run_for(100);
+    EXPECT_EQ(driver().number(c::GetAispeechenhanceRegistrationMTG), 30u);
+  }
+};
+
+TEST(AbandonedRegistryThread, FinishesItsBuildAndEndsBesideItsSuccessor) {
+  BuildingBench bench;
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeRegistryThread"));
+  bench.post_any();
+  bench.run_for(7000);
+  EXPECT_EQ(times(bench.threads(), "ChangeRegistryThread"), 2u);
+  bench.run_for(25'000);
+  EXPECT_EQ(bench.driver().number(c::GetAispeechenhanceRegistrationMTG), 0u);  // its status
+  EXPECT_THAT(bench.threads(), ElementsAre("MainThread", "SubThread", "ChangeThread", "ChangeRegistryThread",
+                                           "ChangeRegistryThread_Quit"));
+
+  bench.driver().forget_requests();
+  bench.store_parameters();
+  bench.run_for(100);
+  EXPECT_THAT(bench.driver().codes(), Contains(c::GetAispeechenhanceModelNoMTG));  // of the successor
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_THAT(bench.threads(), IsEmpty());
+}
+
+// ---- At the end
+
+TEST(WaitingAtTheEnd, HasNoLimitForMainThread) {
+  WaitingBench bench(kPlain);
+  bench.start(1000);
+  bench.hang_main_thread();
+  bench.machine.session().query_end();
+  bench.run_for(60'000);
+  EXPECT_TRUE(bench.running());
+  bench.end_players();
+  bench.run_for(1000);
+  EXPECT_EQ(bench.exit_code, 0);
+}
+
+TEST(WaitingAtTheEnd, HasNoLimitForTheModeThreads) {
+  WaitingBench bench(kBeamForming);
+  bench.start();
+  bench.machine.session().set_console_session(2);
+  bench.machine.session().query_end();
+  bench.run_for(60'000);
+  EXPECT_TRUE(bench.running());
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeThread", "ChangeRegistryThread", "ChangeRegistryThread_Quit"));
+  bench.machine.session().set_console_session(1);
+  bench.run_for(1000);
+  EXPECT_EQ(bench.exit_code, 0);
+}
+
+TEST(WaitingAtTheEnd, HasNoLimitForABuild) {
+  BuildingBench bench;
+  bench.machine.session().query_end();
+  bench.run_for(25'000);
+  EXPECT_TRUE(bench.running());
+  bench.run_for(10'000);
+  EXPECT_EQ(bench.exit_code, 0);
+}
+
+TEST(WaitingAtTheEnd, IsNotForTheThreadThatQuitsABuild) {
+  WaitingBench bench(kAISpeech);
+  bench.store_parameters();
+  bench.chains.ai_speech->during("QuitMakeAIModel", [&] { bench.machine.seams().clock.sleep_ms(60'000); });
+  bench.start(1000);
+  bench.driver().set_number(c::GetAispeechenhanceRegistrationMTG, 40);
+  bench.store_parameters();
+  bench.run_for(100);
+  bench.machine.session().query_end();
+  bench.run_for(1000);
+  EXPECT_EQ(bench.exit_code, 0);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeRegistryThread_Quit"));
+  bench.run_for(60'000);
+  EXPECT_THAT(bench.threads(), IsEmpty());
+}
+
+// ---- The loop itself
+
+TEST(MessageLoopFailure, OfOneMessageKeepsTheServiceRunning) {
+  WaitingBench bench(kPlain);
+  bench.machine.script().fail(sim::Step::get_message, 0, 1);
+  bench.start(1000);
+  EXPECT_TRUE(bench.running());
+  const std::uint64_t dispatched = bench.machine.script().count(sim::Step::dispatch_message);
+  bench.post_any();
+  bench.run_for(10);
+  EXPECT_EQ(bench.machine.script().count(sim::Step::dispatch_message), dispatched + 1);
+  bench.end_session();
+  EXPECT_EQ(bench.exit_code, 0);
+}
+
+}  // namespace
+}  // namespace sonivo::test
