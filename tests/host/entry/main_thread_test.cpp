@@ -5,8 +5,7 @@
 
 #include "base/text.h"
 #include "host/stopping.h"
-#include "host/threads.h"
-#include "host_bench.h"
+#include "main_thread_bench.h"
 
 namespace sonivo::test {
 namespace {
@@ -16,38 +15,6 @@ using testing::IsEmpty;
 namespace c = control;
 
 constexpr std::uint32_t kEventCodes[] = {c::NSV_SERVICE_EVENT_CANCEL, c::NSV_SERVICE_EVENT_NOTIFY};
-
-/// MainThread alone, on a state without windows.
-struct MainThreadBench : HostBench {
-  explicit MainThreadBench(const Model& model = kPlain, sim::Schedule schedule = sim::Schedule::serial)
-      : HostBench(model, schedule) {}
-  ~MainThreadBench() { leave(); }
-
-  void open() { ASSERT_NE(host->m_DriverAccess.InitDriverInfo(c::kControlInterface), 0); }
-  void start_thread(std::uint32_t ms = 100) {
-    thread = machine.scheduler().start("MainThread", [this] { status = MainThread(*host); });
-    run_for(ms);
-  }
-  void leave() {
-    if (!thread) return;
-    host->m_bThreadExit = 1;
-    host->m_DriverAccess.CloseDriverHandles();
-    thread->join();
-    thread.reset();
-  }
-  std::vector<std::uint32_t> all_codes() {
-    std::vector<std::uint32_t> codes;
-    for (const sim::ControlRecord& each : driver().requests()) codes.push_back(each.code);
-    return codes;
-  }
-  void send(std::uint32_t command) {
-    driver().send_event(command);
-    run_for(10);
-  }
-
-  std::unique_ptr<Thread> thread;
-  std::uint32_t status = 77;
-};
 
 TEST(MainThreadReconnect, TriesEveryTwoSecondsUntilTheDriverIsThere) {
   MainThreadBench bench;
@@ -103,6 +70,15 @@ TEST(MainThreadReconnect, AnUnknownSessionKeepsTheDriversLock) {
   bench.run_for(4000);
   EXPECT_EQ(bench.driver().opened_handles(), 2u);   // the thread itself enters again, and opens
   EXPECT_FALSE(bench.host->m_csDriver.try_lock());  // and leaves once less than it entered
+}
+
+TEST(MainThreadReconnect, ADriverThatIsOpenedMeanwhileIsNotOpenedAgain) {
+  MainThreadBench bench;
+  bench.machine.script().before(sim::Step::process_session, 1, [&] { bench.open(); });
+  bench.start_thread(2100);
+  EXPECT_EQ(bench.driver().opened_handles(), 2u);
+  EXPECT_FALSE(bench.log.has("[MainThread] m_hDriver.InitDriverInfo.\n"));
+  EXPECT_EQ(bench.host->m_bDriverReady, 1u);
 }
 
 TEST(MainThreadEntry, ClearsItsFlags) {
