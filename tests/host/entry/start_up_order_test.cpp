@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 #include <utility>
 
 #include "base/text.h"
@@ -177,6 +178,7 @@ struct RefusedEvent {
   std::uint64_t nth;
   const char* thread;
 };
+void PrintTo(const RefusedEvent& row, std::ostream* out) { *out << "event " << row.nth; }
 class EventRefusedAtStartUp : public testing::TestWithParam<RefusedEvent> {};
 
 TEST_P(EventRefusedAtStartUp, CostsItsThreadAlone) {

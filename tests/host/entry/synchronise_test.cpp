@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <ostream>
+#include <string>
 
 #include "base/text.h"
 #include "main_thread_bench.h"
@@ -48,6 +50,8 @@ struct SynchroniseBench : MainThreadBench {
   }
 };
 
+std::string text_of(Setting setting) { return setting ? std::to_string(*setting) : "refused"; }
+
 std::string call(const char* name, bool on) { return std::string(name) + (on ? "(1)" : "(0)"); }
 
 // ---- The first chain
@@ -56,6 +60,7 @@ struct FirstChainCase {
   Setting key_cancel;
   std::int16_t heard;
 };
+void PrintTo(const FirstChainCase& row, std::ostream* out) { *out << text_of(row.key_cancel); }
 class FirstChainConnected : public testing::TestWithParam<FirstChainCase> {};
 
 TEST_P(FirstChainConnected, IsOnUnlessTheDriverSaysOff) {
@@ -84,6 +89,9 @@ struct SecondChainCase {
   Setting key_cancel, beamforming;
   bool key_cancel_on, beamforming_on;
 };
+void PrintTo(const SecondChainCase& row, std::ostream* out) {
+  *out << text_of(row.key_cancel) << " " << text_of(row.beamforming);
+}
 class SecondChainConnected : public testing::TestWithParam<SecondChainCase> {};
 
 TEST_P(SecondChainConnected, GetsBothSettingsOfTheDriver) {
@@ -123,6 +131,7 @@ struct ThirdChainCase {
   Setting setting;
   bool on;
 };
+void PrintTo(const ThirdChainCase& row, std::ostream* out) { *out << text_of(row.setting); }
 class ThirdChainConnected : public testing::TestWithParam<ThirdChainCase> {};
 
 TEST_P(ThirdChainConnected, GetsTheEnhancementAndNothingOfTheOthers) {
