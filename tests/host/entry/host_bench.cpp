@@ -1,6 +1,8 @@
 #include "host_bench.h"
 
+#include <array>
 #include <filesystem>
+#include <fstream>
 
 #include "host/entry.h"
 #include "relay/effect_properties.h"
@@ -40,6 +42,17 @@ void HostBench::store_parameters() {
   };
   store(PKEY_NVC_MTGMIC_KC_Param, 2 + chains.key_cancel->param_size);
   store(PKEY_NVC_MTGMIC_BF_KC_Param, 3 + chains.beam_forming->param_size);
+}
+
+void HostBench::store_bitmap(std::uint32_t id, std::uint8_t width, std::uint8_t height) {
+  constexpr std::size_t kWidthAt = 18;
+  constexpr std::size_t kHeightAt = 22;
+  std::array<char, 26> header{'B', 'M'};
+  header[kWidthAt] = static_cast<char>(width);
+  header[kHeightAt] = static_cast<char>(height);
+  const std::filesystem::path bitmaps = folder.path() / "bitmaps";
+  std::filesystem::create_directory(bitmaps);
+  std::ofstream(bitmaps / (std::to_string(id) + ".bmp"), std::ios::binary).write(header.data(), header.size());
 }
 
 void HostBench::start(std::uint32_t ms) {

@@ -40,6 +40,8 @@ class HostBench {
 
   /// Parameters for each chain with the microphone array; without them none opens.
   void store_parameters();
+  /// A bitmap that has its header alone.
+  void store_bitmap(std::uint32_t id, std::uint8_t width, std::uint8_t height);
 
   sim::ControlDevice& driver() { return machine.driver().control(); }
   void run_for(std::uint32_t ms) { machine.run_for(ms); }

@@ -111,6 +111,29 @@ TEST(StartUpOrder, EndpointsThatAreSetAlreadyAreTakenUpAnew) {
   EXPECT_EQ(taken_up, 2u);
 }
 
+TEST(StartUpOrder, TheSizeOfThePanelsBitmapIsNoted) {
+  HostBench bench;
+  bench.store_bitmap(200, 96, 120);
+  bench.start();
+  EXPECT_EQ(bench.host->m_panelBitmapSize.width, 96);
+  EXPECT_EQ(bench.host->m_panelBitmapSize.height, 120);
+}
+
+TEST(StartUpOrder, AMuteOfTheMicrophoneIsToldToTheMuteWindow) {
+  HostBench bench;
+  bench.start();
+  for (const bool mute : {true, false}) {
+    bench.machine.endpoint(sim::kMicArray).volume().set_mute(mute);
+    bench.run_for(10);
+    const auto messages = bench.machine.desktop().messages();
+    const auto told = std::find_if(messages.rbegin(), messages.rend(),
+                                   [](const auto& message) { return message.message == WM_MIC_MUTE_STATE; });
+    ASSERT_NE(told, messages.rend());
+    EXPECT_EQ(told->window, bench.host->m_hMuteWnd.load());
+    EXPECT_EQ(told->wParam, mute ? 1u : 0u);
+  }
+}
+
 // ---- What is refused
 
 class RefusedAtStartUp : public testing::TestWithParam<sim::Step> {};

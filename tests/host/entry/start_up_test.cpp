@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include "base/text.h"
 #include "host/entry.h"
@@ -169,13 +168,7 @@ TEST(StartUp, WithoutAWindowTheProcessEndsWithOne) {
 
 TEST(StartUp, WindowsStandAtTheWorkAreasEdge) {
   HostBench bench({8, 2, 3, 2});
-  std::filesystem::create_directory(bench.folder.path() / "bitmaps");
-  {
-    std::array<char, 26> header{'B', 'M'};
-    header[18] = 120;
-    header[22] = 40;
-    std::ofstream(bench.folder.path() / "bitmaps" / "123.bmp", std::ios::binary).write(header.data(), header.size());
-  }
+  bench.store_bitmap(123, 120, 40);
   bench.machine.desktop().windows().set_screen({0, 0, 1600, 860}, {0, 0, 1600, 900});
   bench.start();
   Rect place;

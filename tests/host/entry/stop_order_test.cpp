@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <filesystem>
-#include <fstream>
 
 #include "host/host_windows.h"
 #include "host/stopping.h"
@@ -92,11 +89,7 @@ TEST(StoppingThreads, TheFlagsDoNotWaitForTheDriversLock) {
 /// A service whose panel has its bitmap, and its steps of some names.
 struct OrderBench : HostBench {
   OrderBench() {
-    std::array<char, 26> header{'B', 'M'};
-    header[18] = 1;
-    header[22] = 1;
-    std::filesystem::create_directory(folder.path() / "bitmaps");
-    std::ofstream(folder.path() / "bitmaps" / "200.bmp", std::ios::binary).write(header.data(), header.size());
+    store_bitmap(200, 1, 1);
     start(1000);
     machine.script().start_trace();
   }
