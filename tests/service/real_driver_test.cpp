@@ -14,11 +14,11 @@
 
 #include "apps/service/simulated_notebook.h"
 #include "base/text.h"
-#include "driver_process.h"
 #include "host/entry.h"
 #include "platform/fx_requests.h"
 #include "platform/linux/control_bus.h"
 #include "relay/effect_properties.h"
+#include "support/driver_process.h"
 #include "support/scripted_chains.h"
 #include "support/temporary_folder.h"
 
@@ -46,7 +46,7 @@ int kills() {
 
 class RealDriver : public testing::Test {
  protected:
-  RealDriver() : notebook(socket(), config()), simulation(notebook.simulation()) {
+  RealDriver() : notebook(socket(), config(), 500ms), simulation(notebook.simulation()) {
     std::filesystem::create_directory(folder.path() / "user");
   }
   ~RealDriver() override {
@@ -175,17 +175,34 @@ TEST_F(RealDriver, KillsAtRandomMomentsAreSurvivedAndSettingsKept) {
   std::mt19937 dice(7);
   for (int kill = 0; kill < kills(); ++kill) {
     const auto value = static_cast<std::uint32_t>(dice() % 1000);
-    ASSERT_EQ(set(c::SetAutoExit, value), error::kNone);  // acknowledged: it has to be there again
+    ASSERT_EQ(set(c::SetFunction, value), error::kNone);  // acknowledged: it has to be there again
     simulation.run_for(static_cast<std::uint32_t>(dice() % 50));
     simulation.scheduler().outside([&] { driver->end(SIGKILL); });
     ASSERT_TRUE(wait_until([&] { return !ready(); }));
     driver = start_driver();
     ASSERT_TRUE(wait_until([&] { return ready(); })) << "after kill " << kill;
-    EXPECT_EQ(get(c::GetAutoExit), value);
+    EXPECT_EQ(get(c::GetFunction), value);
   }
   wait_until([&] { return open_descriptors() == descriptors && simulation.scheduler().live_threads() == threads; });
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_EQ(simulation.scheduler().live_threads(), threads);
+}
+
+TEST_F(RealDriver, ADriverThatIsStoppedHoldsNobodyUpAndIsTakenUpAgain) {
+  const auto driver = start_driver();
+  make_key_cancel_machine();
+  start_service();
+  ASSERT_TRUE(wait_until([&] { return ready(); }));
+  ASSERT_EQ(set(c::SetFunction, 5), error::kNone);
+  driver->halt();
+  ASSERT_TRUE(wait_until([&] { return !ready(); }));
+  const std::uint64_t lost = simulation.scheduler().tick_ms();
+  simulation.run_for(3000);  // attempts to open it, each of which ends
+  EXPECT_GE(simulation.scheduler().tick_ms() - lost, 3000u);
+  EXPECT_FALSE(ready());
+  driver->go_on();
+  ASSERT_TRUE(wait_until([&] { return ready(); }));
+  EXPECT_TRUE(wait_until([&] { return host->m_Function == 5; }));
 }
 
 TEST_F(RealDriver, TheReportSaysWhatTheServiceDoes) {
