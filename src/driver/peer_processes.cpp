@@ -32,8 +32,8 @@ bool is_there(const PeerProcess& process) {
 std::shared_ptr<const PeerProcess> PeerProcesses::of(int socket, pid_t number) {
   std::erase_if(known_, [](const auto& each) { return each.second.expired(); });
   auto& known = known_[number];
-  if (const auto process = known.lock(); process && is_there(*process)) return process;
-  const auto process = std::make_shared<const PeerProcess>(PeerProcess{++latest_, number, handle_of(socket, number)});
+  if (auto process = known.lock(); process && is_there(*process)) return process;
+  auto process = std::make_shared<const PeerProcess>(PeerProcess{++latest_, number, handle_of(socket, number)});
   known = process;
   return process;
 }
