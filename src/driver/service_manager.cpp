@@ -37,7 +37,7 @@ std::optional<std::chrono::milliseconds> watchdog_period() {
   const std::string_view text = limit;
   std::uint64_t microseconds = 0;
   const auto [end, wrong] = std::from_chars(text.data(), text.data() + text.size(), microseconds);
-  constexpr std::uint64_t kLongest = std::uint64_t{24 * 3600} * 1'000'000;  // what a wait can be told
+  constexpr std::uint64_t kLongest = 86'400'000'000;  // a day, which a wait can still be told
   if (wrong != std::errc{} || end != text.data() + text.size() || microseconds == 0 || microseconds > kLongest) {
     return std::nullopt;
   }
