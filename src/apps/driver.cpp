@@ -17,6 +17,7 @@
 #include "driver/line_log.h"
 #include "driver/listener.h"
 #include "driver/server.h"
+#include "driver/service_manager.h"
 #include "driver/settings.h"
 #include "driver/state_folder.h"
 
@@ -51,6 +52,13 @@ void handle_ends(void (*handler)(int)) {
   }
 }
 
+/// None when nobody watches this process.
+std::optional<driver::Heartbeat> heartbeat() {
+  const auto period = driver::watchdog_period();
+  if (!period) return std::nullopt;
+  return driver::Heartbeat{*period, [] { driver::tell_service_manager("WATCHDOG=1"); }};
+}
+
 struct WrongUsage : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -73,7 +81,7 @@ void serve(const std::string& socket, const std::string& state) {
   serving = &server;
   handle_ends(end);
   driver::tell_service_manager("READY=1");
-  server.run();
+  server.run(heartbeat());
   driver::tell_service_manager("STOPPING=1");
   handle_ends(SIG_IGN);
 }

@@ -5,12 +5,18 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
 #include <thread>
 
+#include "apps/service/host_heartbeat.h"
 #include "apps/service/simulated_notebook.h"
 #include "base/trace.h"
 #include "driver/listener.h"
+#include "driver/service_manager.h"
 #include "host/entry.h"
+#include "host/host_state.h"
 
 namespace {
 
@@ -21,6 +27,14 @@ void run_applications(sim::SimDriver& driver) {
   const auto format = pcm_format(48000, 16, 2);
   driver.open_recorder(format, [](std::span<const std::byte>) {});
   driver.open_player(format, sim::memory_source({}));
+}
+
+/// None when nobody watches this process.
+std::unique_ptr<HostHeartbeat> start_heartbeat(HostState& host) {
+  const auto period = driver::watchdog_period();
+  if (!period) return nullptr;
+  return std::make_unique<HostHeartbeat>(host, static_cast<std::uint32_t>(period->count()),
+                                         [] { driver::tell_service_manager("WATCHDOG=1"); });
 }
 
 int serve(const std::string& socket, const std::string& folder, bool stream) {
@@ -41,7 +55,9 @@ int serve(const std::string& socket, const std::string& folder, bool stream) {
     ::sigwait(&ends, &number);
     simulation.session().query_end();
   });
-  const int exit_code = SonivoServiceMain(notebook.seams());
+  const auto host = std::make_shared<HostState>(notebook.seams());
+  const auto heartbeat = start_heartbeat(*host);
+  const int exit_code = RunService(*host);
   ::kill(::getpid(), SIGTERM);  // for the waiting thread where the service has ended by itself
   signals.join();
   return exit_code;

@@ -53,6 +53,11 @@ void BeamFormingChannel::copy_states(const BeamFormingChannel& other) {
 
 const DetectionStatistics& BeamFormingChannel::statistics() const { return stages_->key.statistics(); }
 
+std::size_t BeamFormingChannel::latency() const {
+  const std::size_t key = keyBypass ? 0 : KeyReduction<kBeams>::latency(param_->pulse);
+  return noiseBypass ? key : key + noise_latency(param_->ns_nr.dly_frame);
+}
+
 void BeamFormingChannel::process(const Frames& in, std::size_t channel, Frames& out) {
   const auto& x0 = in[0];
   const auto& x1 = in[1];

@@ -35,6 +35,8 @@ class BeamFormingChannel {
 
   const Param& param() const { return *param_; }
   const DetectionStatistics& statistics() const;
+  /// Samples by which what comes out is late, as the bypasses stand.
+  std::size_t latency() const;
 
   bool beamBypass = false;
   bool keyBypass = false;

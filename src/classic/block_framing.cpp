@@ -28,6 +28,7 @@ void BlockFraming::resize(std::uint16_t length) {
   queues_ = std::make_unique<float[]>(kChannels * capacity);
   capacity_ = capacity;
   length_ = length;
+  preroll_ = need;
   in_count_ = 0;
   out_count_ = need;
 }

@@ -25,6 +25,7 @@ class BlockFraming {
   /// Drops what waits in accumulators and queues. Throws std::bad_alloc and has changed nothing then.
   void resize(std::uint16_t length);
   std::uint16_t length() const { return length_; }
+  std::size_t latency() const { return preroll_; }
 
   /// Zeros in front of blocks of this length: what 192 blocks, one after the other, find missing.
   static std::size_t preroll(std::uint16_t length);
@@ -55,6 +56,7 @@ class BlockFraming {
   float* queue(std::size_t channel) { return queues_.get() + channel * capacity_; }
 
   std::uint16_t length_ = 0;
+  std::size_t preroll_ = 0;  ///< of this length
   std::size_t in_count_ = 0;
   std::size_t out_count_ = 0;
   std::size_t capacity_ = 0;  ///< of a queue

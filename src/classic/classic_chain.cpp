@@ -256,6 +256,13 @@ int ClassicChain<Channel>::GetDataLength(std::uint16_t* frames) const {
   return Get(frames, [](const auto& engine) { return engine.framing.length(); });
 }
 
+template <class Channel>
+int ClassicChain<Channel>::GetLatency(std::uint32_t* frames) const {
+  return Get(frames, [](const auto& engine) {
+    return static_cast<std::uint32_t>(engine.framing.latency() + engine.channel[0]->latency());
+  });
+}
+
 template class ClassicChain<classic::KeyCancelChannel>;
 template class ClassicChain<classic::BeamFormingChannel>;
 

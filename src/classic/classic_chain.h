@@ -54,6 +54,8 @@ class ClassicChain {
   /// Drops what waits in accumulators and queues.
   int SetDataLength(std::uint16_t frames);
   int GetDataLength(std::uint16_t* frames) const;
+  /// Frames by which the output is late, as the stages are switched: those of the blocks and those of the stages.
+  int GetLatency(std::uint32_t* frames) const;
 
  protected:
   int SetBypass(bool Channel::*bypass, std::uint16_t active);

@@ -32,6 +32,11 @@ void KeyCancelChannel::reset(std::shared_ptr<const Param> param) {
 
 const DetectionStatistics& KeyCancelChannel::statistics() const { return stages_->key.statistics(); }
 
+std::size_t KeyCancelChannel::latency() const {
+  const std::size_t key = keyBypass ? 0 : KeyReduction<1>::latency(param_->pulse);
+  return noiseBypass ? key : key + noise_latency(param_->ns_nr.dly_frame);
+}
+
 void KeyCancelChannel::process(const Frames& in, std::size_t channel, Frames& out) {
   const auto& x = in[channel];
   auto& y = out[channel];

@@ -30,6 +30,8 @@ class KeyCancelChannel {
 
   const Param& param() const { return *param_; }
   const DetectionStatistics& statistics() const;
+  /// Samples by which what comes out is late, as the bypasses stand.
+  std::size_t latency() const;
 
   bool keyBypass = false;
   bool noiseBypass = false;

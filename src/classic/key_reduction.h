@@ -39,6 +39,10 @@ class KeyReduction {
                const std::array<std::span<float>, Beams>& out);
   const DetectionStatistics& statistics() const { return statistics_; }
   void clear_statistics();  ///< for a frame that passes by
+  /// Samples: one sub-block, and the floats of the delay line, two a sample.
+  static std::size_t latency(const PulsePath& param) {
+    return kPulseHop + static_cast<std::size_t>(param.pulse_sup_delay.delay) / 2;
+  }
 
  private:
   static_assert(Beams == 1 || Beams == 2);

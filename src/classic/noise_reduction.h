@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 
 #include "classic/analysis.h"
@@ -30,6 +31,9 @@ class NoiseReduction {
   NoiseReducer reducer_;
   NoiseFilter filter_;
 };
+
+/// Samples by which either kind is late.
+inline std::size_t noise_latency(std::uint16_t dly_frame) { return (std::size_t{1} + dly_frame) * kHop; }
 
 /// The same for the first of two beams, with the second as a reference of the noise from elsewhere.
 class TwoBeamNoiseReduction {

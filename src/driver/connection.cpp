@@ -25,7 +25,7 @@ Sent send_packet(int socket, std::span<iovec> parts) {
 
 }  // namespace
 
-bool Connection::send(const control::Reply& reply) {
+bool Connection::send(const control::Reply& reply, Room room) {
   if (queue_.empty()) {
     control::ReplyHead head = reply.head;
     // The kernel only reads them.
@@ -36,7 +36,8 @@ bool Connection::send(const control::Reply& reply) {
   }
   const auto head = std::as_bytes(std::span(&reply.head, 1));
   const std::size_t bytes = head.size() + reply.output.size();
-  if (queue_.size() == limits_.replies || queued_bytes_ + bytes > limits_.bytes) return false;
+  const bool full = queue_.size() >= limits_.replies || queued_bytes_ + bytes > limits_.bytes;
+  if (full && room == Room::limited) return false;
   std::vector<std::byte> packet(head.begin(), head.end());
   packet.insert(packet.end(), reply.output.begin(), reply.output.end());
   queue_.push_back(std::move(packet));

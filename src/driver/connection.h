@@ -17,6 +17,10 @@ struct QueueLimits {
   std::size_t bytes = std::size_t{1} << 19;
 };
 
+/// Whose room in the queue a reply takes: `reserved` is for those that there is no way to refuse, and that can't be
+/// many.
+enum class Room { limited, reserved };
+
 /// One client's socket. Nothing here waits for the client.
 class Connection {
  public:
@@ -25,7 +29,7 @@ class Connection {
   int number() const { return socket_.number(); }
 
   /// Sends the reply, or queues it behind those that wait. False when the queue is full or the client gone.
-  bool send(const control::Reply& reply);
+  bool send(const control::Reply& reply, Room room = Room::limited);
   /// Sends what waits, as far as the socket takes it. False when the client is gone.
   bool flush();
   bool has_queued() const { return !queue_.empty(); }

@@ -24,7 +24,7 @@ ControlDriver::ControlDriver(Settings& settings, EffectProperties& properties, R
         finish(request, error::kNone, std::as_bytes(std::span(&change, 1)));
       }) {}
 
-void ControlDriver::client_came(ClientId client, pid_t process) { clients_[client].process = process; }
+void ControlDriver::client_came(ClientId client, ProcessId process) { clients_[client].process = process; }
 
 void ControlDriver::client_gone(ClientId client) {
   events_.drop(client);
@@ -126,6 +126,7 @@ Answer ControlDriver::cancel_events(ClientId client, const control::Request& req
 }
 
 Answer ControlDriver::publish(ClientId client, std::span<const std::byte> text) {
+  if (!is_of_service(client)) return {.error = error::kAccessDenied};
   if (text.size() > control::kMaxReportBytes) return {.error = error::kInvalidParameter};
   std::string report(reinterpret_cast<const char*>(text.data()), text.size());
   if (to_utf8(to_utf16(report)) != report) return {.error = error::kInvalidParameter};

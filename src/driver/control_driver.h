@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -14,6 +12,7 @@
 
 #include "driver/effect_properties.h"
 #include "driver/event_channel.h"
+#include "driver/peer_processes.h"
 #include "driver/property_watches.h"
 #include "driver/settings.h"
 #include "platform/control_frames.h"
@@ -24,7 +23,8 @@ namespace sonivo::driver {
 ///
 /// One process at a time is the service: the first that asks for its events (NSV_SERVICE_EVENT_NOTIFY) or cancels such
 /// requests (NSV_SERVICE_EVENT_CANCEL), until its last connection ends. To another one the former is error::kBusy, and
-/// the latter does nothing.
+/// the latter does nothing. Only the service may publish a report (NSV_PUBLISH_REPORT); another one's is
+/// error::kAccessDenied.
 class ControlDriver {
  public:
   /// Requests of one client that may be pending; more are refused with error::kBusy.
@@ -35,9 +35,8 @@ class ControlDriver {
 
   ControlDriver(Settings& settings, EffectProperties& properties, Reply reply);
 
-  /// `process`: who is at the other end, as its socket tells; connections of one process belong together. To a driver
-  /// those of other pid namespaces have the number 0, and count as one process.
-  void client_came(ClientId client, pid_t process);
+  /// `process`: who is at the other end; connections of one process belong together.
+  void client_came(ClientId client, ProcessId process);
   /// Its pending requests, and the report that it published, are dropped.
   void client_gone(ClientId client);
   /// False when the client breaks the rules of ids: its connection is to be closed.
@@ -47,7 +46,7 @@ class ControlDriver {
 
  private:
   struct Client {
-    pid_t process = 0;
+    ProcessId process = 0;
     std::set<std::uint32_t> pending;
   };
   /// None when the request stays pending.
@@ -70,7 +69,7 @@ class ControlDriver {
   EventChannel events_;
   PropertyWatches watches_;
   std::map<ClientId, Client> clients_;
-  std::optional<pid_t> service_;
+  std::optional<ProcessId> service_;
   std::string report_;
   ClientId reporter_ = 0;
   std::vector<std::byte> output_;

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -125,18 +124,6 @@ std::optional<Descriptor> inherited_listener() {
   }
   ::fcntl(kFirstInherited, F_SETFD, FD_CLOEXEC);
   return Descriptor(kFirstInherited);
-}
-
-void tell_service_manager(const char* state) {
-  const char* const name = std::getenv("NOTIFY_SOCKET");
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (name == nullptr || name[0] == '\0' || std::strlen(name) >= sizeof address.sun_path) return;
-  std::memcpy(address.sun_path, name, std::strlen(name));
-  if (name[0] == '@') address.sun_path[0] = '\0';
-  const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(name));
-  ::sendto(socket.number(), state, std::strlen(state), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address), size);
 }
 
 }  // namespace sonivo::driver

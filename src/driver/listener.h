@@ -39,7 +39,4 @@ class ListenerPath {
 /// The listening socket that the service manager handed over, if it did; std::runtime_error when it is no such socket.
 std::optional<Descriptor> inherited_listener();
 
-/// Tells the service manager, if there is one, "READY=1" and the like.
-void tell_service_manager(const char* state);
-
 }  // namespace sonivo::driver

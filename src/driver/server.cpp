@@ -67,10 +67,16 @@ void Server::stop() {
   [[maybe_unused]] const ssize_t written = ::write(stop_.number(), &one, sizeof one);
 }
 
-void Server::run() {
+void Server::run(const std::optional<Heartbeat>& heartbeat) {
+  const int longest_wait = heartbeat ? static_cast<int>(heartbeat->period.count()) : -1;
+  auto next_beat = std::chrono::steady_clock::now();
   for (bool stopped = false; !stopped;) {
+    if (heartbeat && std::chrono::steady_clock::now() >= next_beat) {
+      heartbeat->beat();
+      next_beat = std::chrono::steady_clock::now() + heartbeat->period;
+    }
     std::array<epoll_event, 32> events;
-    const int count = ::epoll_wait(poll_.number(), events.data(), static_cast<int>(events.size()), -1);
+    const int count = ::epoll_wait(poll_.number(), events.data(), static_cast<int>(events.size()), longest_wait);
     if (count < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "epoll_wait");
     for (int i = 0; i < count; ++i) {
       const epoll_event& event = events[static_cast<std::size_t>(i)];
@@ -87,8 +93,25 @@ void Server::run() {
     }
     close_doomed();
   }
+  announce_exit();
+}
+
+void Server::announce_exit() {
+  leaves_ = true;
   driver_.announce_exit();
-  for (auto& [number, client] : clients_) client.connection.flush();
+  const auto end = std::chrono::steady_clock::now() + limits_.leave;
+  for (;;) {
+    std::vector<pollfd> waiting;
+    for (auto& [number, client] : clients_) {
+      Connection& connection = client.connection;
+      if (!doomed_.contains(number) && connection.flush() && connection.has_queued()) {
+        waiting.push_back({connection.number(), POLLOUT, 0});
+      }
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+    if (waiting.empty() || left <= 0) return;
+    ::poll(waiting.data(), waiting.size(), static_cast<int>(left));
+  }
 }
 
 void Server::accept_clients() {
@@ -112,11 +135,12 @@ bool Server::accept_one() {
     trace(TraceLevel::warning, "a client of user %u is refused\n", peer.uid);
     return true;
   }
-  if (!has_place_for(peer.pid)) return true;
+  auto process = processes_.of(socket.number(), peer.pid);
+  if (!has_place_for(*process)) return true;
   const ClientId client = next_client_++;
   if (!watch(poll_.number(), EPOLL_CTL_ADD, socket.number(), EPOLLIN, client)) return true;
-  clients_.emplace(client, Client{Connection(std::move(socket), limits_.queue), peer.pid});
-  driver_.client_came(client, peer.pid);
+  driver_.client_came(client, process->id);
+  clients_.emplace(client, Client{Connection(std::move(socket), limits_.queue), std::move(process)});
   return true;
 }
 
@@ -139,15 +163,15 @@ bool Server::wait_after_failure(int number) {
   }
 }
 
-bool Server::has_place_for(pid_t process) const {
+bool Server::has_place_for(const PeerProcess& process) const {
   if (clients_.size() >= limits_.clients) {
-    trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", process, clients_.size());
+    trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", process.number, clients_.size());
     return false;
   }
   const auto its = static_cast<std::size_t>(std::count_if(
-      clients_.begin(), clients_.end(), [&](const auto& each) { return each.second.process == process; }));
+      clients_.begin(), clients_.end(), [&](const auto& each) { return each.second.process.get() == &process; }));
   if (its < limits_.of_process) return true;
-  trace(TraceLevel::warning, "process %d is refused: it has %zu connections\n", process, its);
+  trace(TraceLevel::warning, "process %d is refused: it has %zu connections\n", process.number, its);
   return false;
 }
 
@@ -190,7 +214,7 @@ bool Server::reply(ClientId client, const control::Reply& reply) {
   if (doomed_.contains(client)) return false;
   Connection& connection = clients_.at(client).connection;
   const bool had_queued = connection.has_queued();
-  if (!connection.send(reply)) {
+  if (!connection.send(reply, leaves_ ? Room::reserved : Room::limited)) {
     doom(client, "it is gone or doesn't read");
     return false;
   }

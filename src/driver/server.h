@@ -3,13 +3,18 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <map>
+#include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
 #include "driver/connection.h"
 #include "driver/control_driver.h"
+#include "driver/peer_processes.h"
 
 namespace sonivo::driver {
 
@@ -17,6 +22,13 @@ struct ServerLimits {
   std::size_t clients = 64;     ///< further ones are closed at once
   std::size_t of_process = 16;  ///< likewise; processes of other pid namespaces count as one
   QueueLimits queue = {};
+  std::chrono::milliseconds leave{500};  ///< how long the end waits for clients to read that it comes
+};
+
+/// Something to be called again and again, by which others see that the server goes on.
+struct Heartbeat {
+  std::chrono::milliseconds period;
+  std::function<void()> beat;
 };
 
 /// Carries requests and replies between sockets and the driver, on one thread that waits for no client. It does wait
@@ -29,8 +41,9 @@ class Server {
          const ServerLimits& limits = {});
   ~Server();
 
-  /// Serves until stop(), then announces the exit and returns; connections end with the object.
-  void run();
+  /// Serves until stop(), then announces the exit and returns once all clients who wait for events have room for that,
+  /// or the time for it is over; connections end with the object.
+  void run(const std::optional<Heartbeat>& heartbeat = std::nullopt);
   /// From any thread or signal handler.
   void stop();
 
@@ -38,7 +51,7 @@ class Server {
   void accept_clients();
   bool accept_one();
   bool wait_after_failure(int number);
-  bool has_place_for(pid_t process) const;
+  bool has_place_for(const PeerProcess& process) const;
   void refuse_for_want_of_descriptors();
   void serve(ClientId client, std::uint32_t ready);
   void read(ClientId client);
@@ -46,6 +59,7 @@ class Server {
   void watch_output(ClientId client, bool wanted);
   void doom(ClientId client, const char* why);
   void close_doomed();
+  void announce_exit();
 
   Descriptor listener_;
   uid_t owner_;
@@ -55,11 +69,13 @@ class Server {
   Descriptor spare_;  // let go to accept, and close, a client when there are no descriptors left
   struct Client {
     Connection connection;
-    pid_t process = 0;
+    std::shared_ptr<const PeerProcess> process;
   };
   std::map<ClientId, Client> clients_;
   std::set<ClientId> doomed_;
   ClientId next_client_;
+  PeerProcesses processes_;
+  bool leaves_ = false;
   ControlDriver driver_;
   std::vector<std::byte> buffer_;
 };

@@ -5,6 +5,8 @@
 #include <optional>
 #include <set>
 
+#include "base/trace.h"
+
 namespace sonivo::driver {
 namespace {
 
@@ -51,7 +53,7 @@ const Setting* kept_setting(const std::string& line) {
   return setting != nullptr && is_durable(*setting) ? setting : nullptr;
 }
 
-/// What is wrong with the line; empty when its value is now in the store.
+/// What is wrong with the line; empty when its value is now in the store, or means nothing to this version.
 std::string take_over(const std::string& line, const Setting* setting, control::Store& store,
                       std::set<std::string>& seen) {
   const std::string name = setting->name;
@@ -66,6 +68,11 @@ std::string take_over(const std::string& line, const Setting* setting, control::
   } else {
     const auto number = number_in(value);
     if (!number) return name + " is no number";
+    if (!setting->takes(*number)) {
+      trace(TraceLevel::warning, "the settings have %s at %u, which means nothing; it is as in a new driver\n",
+            setting->name, *number);
+      return {};
+    }
     store.set_number(setting->get_code, *number);
   }
   return {};
@@ -93,6 +100,7 @@ Settings::Settings(StateFolder& folder) : folder_(folder) {
 }
 
 control::Answer Settings::answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output) {
+  if (control::sets_nonsense(code, input)) return {.error = error::kInvalidParameter};
   const control::Answer answer = store_.answer(code, input, output);
   const bool repairs = unsure_ && answer.error == error::kNone && sets_something(code);
   if (!answer.changed && !repairs) return answer;

@@ -16,7 +16,8 @@ class Settings {
   /// Takes over what the folder holds; a damaged file is set aside, and defaults apply.
   explicit Settings(StateFolder& folder);
 
-  /// As control::Store::answer, on the calling thread, which waits for the disk. A change that can't be written fails,
+  /// As control::Store::answer, on the calling thread, which waits for the disk. A number that means nothing for its
+  /// setting is error::kInvalidParameter. A change that can't be written fails,
   /// and the value stays. Should the disk have failed at the very last step, the file may hold the refused value until
   /// the next request that sets one, be it the old one, is written.
   control::Answer answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output);

@@ -1,11 +1,15 @@
 // Settings and recordings of the third chain.
 
+#include <cmath>
 #include <cstring>
 
 #include "enhance/ai_speech_enhance_a.h"
+#include "enhance/rate_converter.h"
 
 namespace sonivo {
 namespace {
+
+constexpr float kModelRate = 16000.0f;
 
 /// The body of a getter: stores what the object has to say.
 template <class Value>
@@ -146,6 +150,19 @@ int CAISpeechEnhance_A::SetDataLength(std::uint16_t frames) {
 
 int CAISpeechEnhance_A::GetDataLength(std::uint16_t* frames) const {
   return while_open("GetDataLength", answer(frames, length_local));
+}
+
+int CAISpeechEnhance_A::GetLatency(std::uint32_t* frames) const {
+  const std::scoped_lock lock(mtx);
+  if (!is_open()) return ERROR_AI_SPEECH_ENHANCE_NO_INIT;
+  if (frames == nullptr) return ERROR_AI_SPEECH_ENHANCE_INVARID_ARG;
+  std::uint32_t of_bf = 0;
+  const int code = bf.GetLatency(&of_bf);
+  const float model_sample = sampling_rate_local / kModelRate;  // in samples of the device
+  const float converters = RateConverter::kLatency * (1 + model_sample);
+  const auto of_model = fifo_out_silence + static_cast<std::uint32_t>(std::lround(converters));
+  *frames = of_bf + (AISpeechEnhanceActive == 1 ? of_model : 0);
+  return code;
 }
 
 int CAISpeechEnhance_A::OpenRecFile(const char* filename) {

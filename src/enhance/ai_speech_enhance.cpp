@@ -140,6 +140,7 @@ int CAISpeechEnhance::SetDataLength(std::uint16_t frames) {
 int CAISpeechEnhance::GetDataLength(std::uint16_t* frames) const {
   return ordinary("GetDataLength", [&] { return impl_->GetDataLength(frames); });
 }
+int CAISpeechEnhance::GetLatency(std::uint32_t* frames) const { return impl_->GetLatency(frames); }
 int CAISpeechEnhance::MakeAIModel(const char* base_model_file, const char* enc_model_file, const char* wave_file,
                                   const char* out_model_file, std::uint16_t preprocess_on) {
   return ordinary("MakeAIModel", [&] {

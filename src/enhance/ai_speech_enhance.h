@@ -68,6 +68,10 @@ class CAISpeechEnhance {
   int GetChannel(std::uint16_t* channels) const;
   int SetDataLength(std::uint16_t frames);
   int GetDataLength(std::uint16_t* frames) const;
+  /// Frames by which the output is late, as all is switched: those of the beamforming chain and, with the enhancement
+  /// on, of the ring behind the model and of both rate conversions. Without what the model itself looks ahead. Nothing
+  /// logged.
+  int GetLatency(std::uint32_t* frames) const;
 
   /// Writes the base model with the voice of the recording, a 16-bit PCM file at the device's rate, enrolled in it:
   /// whole or not at all; what was under that name before is removed at the start. preprocess_on 1: the recording,

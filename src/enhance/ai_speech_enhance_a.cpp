@@ -108,6 +108,7 @@ bool CAISpeechEnhance_A::make_fifos(float rate, std::uint32_t add_out_ms) {
   const std::uint32_t out_size = (add_out_ms + chunk_ms) * kFifoSamplesPerMs;
   fifo_in = std::make_shared<FifoInput>();
   fifo_out = std::make_unique<FifoOutput>();
+  fifo_out_silence = out_size + chunk_ms * kFifoSamplesPerMs;
   enhanced_block.resize(length_local);
   return fifo_in->BuffInit(in_size, static_cast<int>(rate), chunk_size) &&
          fifo_out->BuffInit(out_size, chunk_ms * kFifoSamplesPerMs, static_cast<int>(rate));

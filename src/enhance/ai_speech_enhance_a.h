@@ -62,6 +62,7 @@ class CAISpeechEnhance_A {
   int GetChannel(std::uint16_t* channels) const;
   int SetDataLength(std::uint16_t frames);
   int GetDataLength(std::uint16_t* frames) const;
+  int GetLatency(std::uint32_t* frames) const;
 
   int MakeAIModel(const char* base_model_file, const char* enc_model_file, const char* wave_file,
                   const char* out_model_file, std::uint16_t preprocess_on);
@@ -154,9 +155,10 @@ class CAISpeechEnhance_A {
   std::uint16_t length_local = 0;
   std::shared_ptr<FifoInput> fifo_in;
   std::unique_ptr<FifoOutput> fifo_out;
-  FifoRoom fifo_room;                 // what they hold
-  std::vector<float> enhanced_block;  // one channel
-  std::unique_ptr<short[]> sdata;     // a chunk of the model's output, from Run to Stop
+  FifoRoom fifo_room;                  // what they hold
+  std::uint32_t fifo_out_silence = 0;  // samples in front of what the model makes
+  std::vector<float> enhanced_block;   // one channel
+  std::unique_ptr<short[]> sdata;      // a chunk of the model's output, from Run to Stop
   std::size_t sdata_samples = 0;
   std::shared_ptr<e2e::SEModel> se_model;
   std::atomic<bool> has_model{false};  // a change that fails leaves none

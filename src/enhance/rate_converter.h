@@ -8,9 +8,11 @@
 namespace sonivo {
 
 /// Streaming rate conversion, frame by frame of 10 ms. Output sample i is the product of row i of the kernel with the
-/// input from start[i] on, where place 31 is the frame's first sample. Latency: 16 input samples.
+/// input from start[i] on, where place 31 is the frame's first sample.
 class RateConverter {
  public:
+  static constexpr int kLatency = 16;  ///< input samples
+
   explicit RateConverter(const RateKernel& kernel, const RateProducts& products = best_rate_products())
       : kernel_(kernel), products_(products.process) {}
 

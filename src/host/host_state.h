@@ -43,7 +43,8 @@ struct HostState : std::enable_shared_from_this<HostState> {
   SharedValue m_RoomCorrection = 0;
   SharedValue m_bModeChangeRequest = 0;  ///< of the panel to SubThread
   SharedValue m_dwHeadPhone = 0;
-  SharedValue m_bMicDeviceDirty = 0;  ///< deviceNameChange has something to conclude
+  SharedValue m_bMicDeviceDirty = 0;    ///< deviceNameChange has something to conclude
+  SharedValue m_dwSubThreadRounds = 0;  ///< of SubThread's loop, for who watches that it goes on
 
   std::atomic<std::int32_t> m_iMeetingMode = 0;     ///< shown
   std::atomic<std::int32_t> m_iMeetingModeTmp = 0;  ///< being chosen

@@ -67,6 +67,7 @@ JsonObject StreamReport(const CStreamInterface& stream) {
   report.whole("blocks", static_cast<std::int64_t>(statistics.blocks));
   report.whole("silenced", static_cast<std::int64_t>(statistics.silenced));
   report.whole("unenhanced", static_cast<std::int64_t>(statistics.unenhanced));
+  report.number("chain_latency_ms", to_ms(statistics.chain_latency));
   report.number("execute_mean_us", execute_ns / 1e3);
   report.number("execute_max_us", static_cast<double>(statistics.execute_max_ns) / 1e3);
   report.number("load", execute_ns / kBlockNs);
@@ -97,7 +98,7 @@ std::string StatusReport(HostState& host) {
   const CStreamInterface& capture = host.m_AudioControl.Stream(DataFlow::capture);
   const CStreamInterface& render = host.m_AudioControl.Stream(DataFlow::render);
   JsonObject report;
-  report.whole("version", 1);
+  report.whole("version", 2);
   report.whole("generation", host.m_dwGeneration);
   report.whole("function", host.m_Function);
   report.whole("generation_mic", host.m_dwGenerationMic);

@@ -95,6 +95,7 @@ std::uint32_t SubThread(HostState& host) {
   host.machine.threads.set_current_priority(Priority::highest);
   StatusPublisher status(host);
   while (host.m_bThreadExit == 0) {
+    ++host.m_dwSubThreadRounds;
     if (host.m_bModeChangeRequest != 0) ChangeMode(host);
     PollHeadphones(host);
     PollKeyCancel(host);

@@ -10,34 +10,41 @@ namespace {
 constexpr auto kNumber = SettingKind::number;
 constexpr auto kText = SettingKind::text;
 
+/// Room correction comes with 2 more than the highest position of the panel, of which the mode is one less.
+constexpr std::uint32_t kHighestMode = 4;
+
+constexpr Setting flag(const char* name, std::uint32_t get_code, std::uint32_t set_code, std::uint32_t initial) {
+  return {name, kNumber, get_code, set_code, initial, 0, 1};
+}
+
 constexpr std::array kSettings{
-    Setting{"headphone", kNumber, GetHeadphone, SetHeadphone},
+    flag("headphone", GetHeadphone, SetHeadphone, 0),
     Setting{"generation", kNumber, GetSonivoDrvGeneration, SetSonivoDrvGeneration, 8},
-    Setting{"meeting-mode", kNumber, NSV_GET_LAUNCHED_MTG, NSV_SET_LAUNCHED_MTG},
-    Setting{"speaker-mode", kNumber, NSV_GET_ALL_SP_MTG, NSV_SET_ALL_SP_MTG},
-    Setting{"auto-exit", kNumber, GetAutoExit, SetAutoExit},
+    flag("meeting-mode", NSV_GET_LAUNCHED_MTG, NSV_SET_LAUNCHED_MTG, 0),
+    Setting{"speaker-mode", kNumber, NSV_GET_ALL_SP_MTG, NSV_SET_ALL_SP_MTG, 0, 0, kHighestMode},
+    flag("auto-exit", GetAutoExit, SetAutoExit, 0),
     Setting{"function", kNumber, GetFunction, SetFunction},
     Setting{"render-endpoint", kText, GetRenderEndpointId, SetRenderEndpointId},
     Setting{"capture-endpoint", kText, GetCaptureEndpointId, SetCaptureEndpointId},
-    Setting{"auto-mute", kNumber, GetAutoMuteMTG, SetAutoMuteMTG},
+    flag("auto-mute", GetAutoMuteMTG, SetAutoMuteMTG, 0),
     Setting{"function-mic", kNumber, GetFunctionMic, SetFunctionMic},
     Setting{"generation-mic", kNumber, GetGenerationMic, SetGenerationMic},
-    Setting{"headphone-mode", kNumber, NSV_GET_ALL_HP_MTG, NSV_SET_ALL_HP_MTG},
-    Setting{"keyboard-cancel", kNumber, GetKeyboardCancelMTG, SetKeyboardCancelMTG, 1},
-    Setting{"keyboard-cancel-user", kNumber, GetKeyboardCancel_UI_MTG, SetKeyboardCancel_UI_MTG, 1},
-    Setting{"beamforming", kNumber, GetBeamformingMTG, SetBeamformingMTG, 1},
-    Setting{"beamforming-user", kNumber, GetBeamforming_UI_MTG, SetBeamforming_UI_MTG, 1},
-    Setting{"speech-enhance", kNumber, GetAispeechenhanceMTG, SetAispeechenhanceMTG, 1},
+    Setting{"headphone-mode", kNumber, NSV_GET_ALL_HP_MTG, NSV_SET_ALL_HP_MTG, 0, 0, kHighestMode},
+    flag("keyboard-cancel", GetKeyboardCancelMTG, SetKeyboardCancelMTG, 1),
+    flag("keyboard-cancel-user", GetKeyboardCancel_UI_MTG, SetKeyboardCancel_UI_MTG, 1),
+    flag("beamforming", GetBeamformingMTG, SetBeamformingMTG, 1),
+    flag("beamforming-user", GetBeamforming_UI_MTG, SetBeamforming_UI_MTG, 1),
+    flag("speech-enhance", GetAispeechenhanceMTG, SetAispeechenhanceMTG, 1),
     Setting{"enrolment-file", kText, GetAispeechenhanceWavFileMTG, SetAispeechenhanceWavFileMTG},
     Setting{"enrolment-folder", kText, GetAispeechenhanceWavFolderMTG, SetAispeechenhanceWavFolderMTG},
     Setting{"text-1", kText, GetAispeechenhanceText1MTG, SetAispeechenhanceText1MTG},
     Setting{"text-2", kText, GetAispeechenhanceText2MTG, SetAispeechenhanceText2MTG},
-    Setting{"model", kNumber, GetAispeechenhanceModelNoMTG, SetAispeechenhanceModelNoMTG, 3},
+    Setting{"model", kNumber, GetAispeechenhanceModelNoMTG, SetAispeechenhanceModelNoMTG, 3, 1, 3},
     Setting{"enrolment", kNumber, GetAispeechenhanceRegistrationMTG, SetAispeechenhanceRegistrationMTG},
-    Setting{"voice-model", kNumber, GetAispeechenhanceSetAiModelMTG, SetAispeechenhanceSetAiModelMTG},
-    Setting{"speech-enhance-user", kNumber, GetAispeechenhance_UI_MTG, SetAispeechenhance_UI_MTG, 1},
-    Setting{"voice-model-user", kNumber, GetAispeechenhanceSetAiModel_UI_MTG, SetAispeechenhanceSetAiModel_UI_MTG},
-    Setting{"enrolment-dialog", kNumber, GetAispeechenhanceRegDialog_Open_MTG, SetAispeechenhanceRegDialog_Open_MTG},
+    flag("voice-model", GetAispeechenhanceSetAiModelMTG, SetAispeechenhanceSetAiModelMTG, 0),
+    flag("speech-enhance-user", GetAispeechenhance_UI_MTG, SetAispeechenhance_UI_MTG, 1),
+    flag("voice-model-user", GetAispeechenhanceSetAiModel_UI_MTG, SetAispeechenhanceSetAiModel_UI_MTG, 0),
+    flag("enrolment-dialog", GetAispeechenhanceRegDialog_Open_MTG, SetAispeechenhanceRegDialog_Open_MTG, 0),
 };
 
 /// Input of a getter: only one has any.
@@ -85,6 +92,14 @@ const Setting* find_setting(const std::string& name) {
   const auto found =
       std::find_if(kSettings.begin(), kSettings.end(), [&](const Setting& each) { return name == each.name; });
   return found == kSettings.end() ? nullptr : &*found;
+}
+
+bool sets_nonsense(std::uint32_t code, std::span<const std::byte> input) {
+  const auto value = read_number(input);
+  if (code == NSV_SET_MODE_MTG) return value && *value > kHighestMode;
+  return value && std::any_of(kSettings.begin(), kSettings.end(), [&](const Setting& each) {
+           return each.set_code == code && each.kind == kNumber && !each.takes(*value);
+         });
 }
 
 Store::Store() {

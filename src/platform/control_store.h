@@ -21,6 +21,10 @@ struct Setting {
   std::uint32_t get_code;
   std::uint32_t set_code;
   std::uint32_t initial = 0;
+  std::uint32_t lowest = 0;  ///< of the numbers that mean something
+  std::uint32_t highest = 0xFFFFFFFF;
+
+  bool takes(std::uint32_t number) const { return lowest <= number && number <= highest; }
 };
 
 /// All values, by ascending get_code.
@@ -36,7 +40,10 @@ struct Answer {
   std::optional<std::uint32_t> event = std::nullopt;  ///< command that tells the service of the change
 };
 
-/// The values behind the control channel, as every driver keeps them. Not locked.
+/// Whether this is a request to set a number that means nothing for its setting. Input of another size is none.
+bool sets_nonsense(std::uint32_t code, std::span<const std::byte> input);
+
+/// The values behind the control channel, as every driver keeps them, sensible or not. Not locked.
 class Store {
  public:
   Store();

@@ -26,15 +26,23 @@ bool IsEnhancerWarning(int status) {
 
 float FadeTarget(bool on) { return on ? 1.0f : 0.0f; }
 
+}  // namespace
+
 /// Key and noise reduction of a chain are switched together.
-Status SetReduction(Chain& chain, bool on) {
+Status CCaptureInterface::SetReduction(Chain& chain, bool on) {
   const std::uint16_t active = on ? 1 : 0;
-  if (chain.SetKeyReductionActive(active) == 0 && chain.SetNoiseReductionActive(active) == 0) return kOk;
+  if (chain.SetKeyReductionActive(active) == 0 && chain.SetNoiseReductionActive(active) == 0) {
+    NoteLatency(chain);
+    return kOk;
+  }
   trace(TraceLevel::error, "[cap] ProcessBlocks::SetReductionActive failed.\n");
   return kFail;
 }
 
-}  // namespace
+void CCaptureInterface::NoteLatency(Chain& chain) {
+  std::uint32_t frames = 0;
+  if (chain.GetLatency(&frames) == 0) m_counter.chain_latency.store(frames, std::memory_order_relaxed);
+}
 
 std::int32_t CCaptureInterface::ProcessBlocks() {
   std::int32_t result = 1;
@@ -81,7 +89,10 @@ Status CCaptureInterface::RunAISpeech() {
   const auto beam = m_AISpeechEnhanceBeamFormingState.Take();
   if (beam.changed) chain.SetBeamFormingActive(beam.state ? 1 : 0);
   const auto enhance = m_AISpeechEnhanceState.Take();
-  if (enhance.changed) chain.SetAISpeechEnhanceActive(enhance.state ? 1 : 0);
+  if (enhance.changed) {
+    chain.SetAISpeechEnhanceActive(enhance.state ? 1 : 0);
+    NoteLatency(chain);
+  }
   const float target = FadeTarget(enhance.state && m_AISpeechEnhanceIsOpen);
   RunChain(chain, {"AISpeechEnhanceBeamFormingkcErr", "CAISpeechEnhance::Execute"}, target,
            m_AISpeechEnhanceBeamFormingKCSel);

@@ -55,6 +55,7 @@ Status CCaptureInterface::OpenKeyCancel() {
                      !failed(SetBlockShape(chain)) &&
                      chain.SetKeyReductionActive(active(m_paramFlags[0] != std::byte{0})) == 0 &&
                      chain.SetNoiseReductionActive(active(m_paramFlags[1] != std::byte{0})) == 0;
+  if (m_bKeyCancelOpen) NoteLatency(chain);
   return m_bKeyCancelOpen ? kOk : kFail;
 }
 
@@ -69,6 +70,7 @@ Status CCaptureInterface::OpenBeamForming() {
                                 !failed(SetBlockShape(chain)) && chain.SetKeyReductionActive(reduction) == 0 &&
                                 chain.SetNoiseReductionActive(reduction) == 0 &&
                                 chain.SetBeamFormingActive(active(m_BeamFormingState.State())) == 0;
+  if (m_bBeamFormingKeyCancelOpen) NoteLatency(chain);
   return m_bBeamFormingKeyCancelOpen ? kOk : kFail;
 }
 
@@ -85,6 +87,7 @@ Status CCaptureInterface::StartAISpeech() {
                        chain.SetBeamFormingActive(active(m_AISpeechEnhanceBeamFormingState.State())) == 0 &&
                        chain.SetAISpeechEnhanceActive(active(m_AISpeechEnhanceState.State())) == 0 && chain.Run() == 0;
   if (!started) return kFail;
+  NoteLatency(chain);
   m_bAISpeechEnhanceRunning = true;
   m_bAISpeechEnhanceReady = true;
   return kOk;
@@ -92,6 +95,7 @@ Status CCaptureInterface::StartAISpeech() {
 
 void CCaptureInterface::PhysicalEndpointClose() {
   if (m_pAudioClient) m_pAudioClient->stop();
+  m_counter.chain_latency.store(0, std::memory_order_relaxed);
   if (GateKC() && m_bKeyCancelOpen && m_chains.key_cancel->Close() != 0) {
     trace(TraceLevel::error, "[cap] CKeyCancel::Close failed.\n");
   }

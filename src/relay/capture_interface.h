@@ -94,6 +94,8 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   void RunChain(Chain& chain, const ChainTexts& texts, float target, float& sel);
   int Execute(Chain& chain);
   bool IsClosing(const Chain& chain) const;
+  Status SetReduction(Chain& chain, bool on);
+  void NoteLatency(Chain& chain);
 
   // Opening and closing of the chains with a physical stream.
   Status OpenKeyCancel();

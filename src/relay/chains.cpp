@@ -22,6 +22,7 @@ class Forward : public Interface {
   int SetChannel(std::uint16_t channels) override { return m_object.SetChannel(channels); }
   int SetKeyReductionActive(std::uint16_t active) override { return m_object.SetKeyReductionActive(active); }
   int SetNoiseReductionActive(std::uint16_t active) override { return m_object.SetNoiseReductionActive(active); }
+  int GetLatency(std::uint32_t* frames) override { return m_object.GetLatency(frames); }
   int Execute(float* interleaved) override { return m_object.Execute(interleaved); }
   int Close() override { return m_object.Close(); }
 

@@ -18,6 +18,11 @@ class Chain {
   virtual int SetChannel(std::uint16_t channels) = 0;
   virtual int SetKeyReductionActive(std::uint16_t active) = 0;
   virtual int SetNoiseReductionActive(std::uint16_t active) = 0;
+  /// Frames by which the output is late, as the chain is switched.
+  virtual int GetLatency(std::uint32_t* frames) {
+    *frames = 0;
+    return 0;
+  }
   /// Interleaved frames, full scale 1.0, in place.
   virtual int Execute(float* interleaved) = 0;
   virtual int Close() = 0;

@@ -14,6 +14,7 @@ class StatisticsCounter {
   using Count = std::atomic<std::uint64_t>;
   Count streams{0}, virtual_transfers{0}, physical_packets{0}, blocks{0}, underruns{0}, overruns{0}, silenced{0},
       unenhanced{0};
+  std::atomic<std::uint32_t> chain_latency{0};
 
   static void add(Count& count) { count.store(count.load(relaxed) + 1, relaxed); }
 
@@ -46,6 +47,7 @@ class StatisticsCounter {
             .executions = executions_.load(relaxed),
             .execute_sum_ns = execute_sum_ns_.load(relaxed),
             .execute_max_ns = execute_max_ns_.load(relaxed),
+            .chain_latency = chain_latency.load(relaxed),
             .feedback_changes = feedback_changes_.load(relaxed),
             .feedback = feedback_.load(relaxed),
             .fill_count = fill_count_.load(relaxed),

@@ -19,6 +19,7 @@ struct StreamStatistics {
   std::uint64_t executions = 0;         ///< blocks that a chain processed, and the time that it took for them (capture)
   std::uint64_t execute_sum_ns = 0;
   std::uint64_t execute_max_ns = 0;
+  std::uint32_t chain_latency = 0;     ///< frames by which the chain of the running stream is late (capture)
   std::uint64_t feedback_changes = 0;  ///< values sent to the driver
   std::int32_t feedback = 0;           ///< the latest of them
   std::uint64_t fill_count = 0;

@@ -236,6 +236,21 @@ class DriverProgram(unittest.TestCase):
         manager.close()
         listener.close()
 
+    def test_a_service_manager_that_watches_it_hears_of_it_until_it_hangs(self):
+        manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(manager.close)
+        manager.settimeout(20)
+        manager.bind(os.path.join(self.folder.name, "notify"))
+        self.start(env={**os.environ, "NOTIFY_SOCKET": manager.getsockname(), "WATCHDOG_USEC": "100000"})
+        self.assertEqual(manager.recv(100), b"READY=1")
+        for _ in range(3):
+            self.assertEqual(manager.recv(100), b"WATCHDOG=1")
+        self.process.send_signal(signal.SIGSTOP)
+        manager.settimeout(0.5)
+        with self.assertRaises(TimeoutError):
+            while True:
+                self.assertEqual(manager.recv(100), b"WATCHDOG=1")
+
 
 if __name__ == "__main__":
     unittest.main()

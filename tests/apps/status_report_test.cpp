@@ -28,13 +28,14 @@ json stream_json(int first) {
           {"blocks", first + 6},
           {"silenced", first + 7},
           {"unenhanced", first + 8},
+          {"chain_latency_ms", first + 11.25},
           {"execute_mean_us", first + 9.5},
           {"execute_max_us", first + 10.5},
           {"load", 0.125}};
 }
 
 json report_json() {
-  return {{"version", 1},
+  return {{"version", 2},
           {"generation", 8},
           {"function", 2},
           {"generation_mic", 5},
@@ -84,6 +85,7 @@ TEST(ServiceReport, HasWhatTheJsonTells) {
   EXPECT_EQ(report.render.blocks, 206u);
   EXPECT_EQ(report.render.silenced, 207u);
   EXPECT_EQ(report.render.unenhanced, 208u);
+  EXPECT_EQ(report.render.chain_latency_ms, 211.25);
   EXPECT_EQ(report.render.execute_mean_us, 209.5);
   EXPECT_EQ(report.render.execute_max_us, 210.5);
   EXPECT_EQ(report.render.load, 0.125);
@@ -153,11 +155,11 @@ TEST(ServiceReport, NeedsValuesThatMakeSense) {
 }
 
 TEST(ServiceReport, OfAnotherVersionIsNotTrusted) {
-  const std::string advice = ", and this program knows version 1; install a service and a sonivo of the same version";
+  const std::string advice = ", and this program knows version 2; install a service and a sonivo of the same version";
   json report = report_json();
-  report["version"] = 2;
-  EXPECT_EQ(fault_of(report.dump()), "it is of version 2" + advice);
-  report["version"] = "1";
+  report["version"] = 1;
+  EXPECT_EQ(fault_of(report.dump()), "it is of version 1" + advice);
+  report["version"] = "2";
   EXPECT_EQ(fault_of(report.dump()), "it is of version unknown" + advice);
   EXPECT_EQ(fault_of("{}"), "it lacks version");
 }
@@ -210,12 +212,14 @@ TEST(Status, ShowsWhatDriverAndServiceTell) {
             "  ring fill       104.2 ms mean, 105.5 ms lowest; the virtual clock runs faster\n"
             "  underruns       102, overruns 103\n"
             "  blocks          106, silenced 107, unenhanced 108\n"
+            "  latency         111.2 ms of the chain, 104.2 ms of the ring\n"
             "  load            12.5 % of real time; a block takes 109.5 us, at most 110.5 us\n"
             "speaker           set to default, uses endpoint-200\n"
             "  state           streams (ePhysicalStreaming); streams so far: 201\n"
             "  ring fill       204.2 ms mean, 205.5 ms lowest; the virtual clock runs faster\n"
             "  underruns       202, overruns 203\n"
             "  blocks          206, silenced 207, unenhanced 208\n"
+            "  latency         211.2 ms of the chain, 204.2 ms of the ring\n"
             "  load            12.5 % of real time; a block takes 209.5 us, at most 210.5 us\n"
             "trouble           none\n");
 }

@@ -328,7 +328,26 @@ TEST_F(PropertyRequests, AWatchOfAnotherFormIsRefused) {
   EXPECT_EQ(ask(1, 1, control::NSV_WATCH_FX_PROPERTIES, Bytes(528), 8)[0].head.error, error::kNotFound);
 }
 
-TEST_F(ControlDriverTest, AReportLivesAsLongAsTheConnectionOfItsPublisher) {
+class ServiceReports : public ControlDriverTest {
+ protected:
+  ServiceReports() { ask(1, 1, control::NSV_SERVICE_EVENT_CANCEL); }  // its process is the service
+};
+
+TEST_F(ControlDriverTest, AReportIsTakenFromTheServiceAlone) {
+  EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("early"))[0].head.error, error::kAccessDenied);
+  driver_.client_came(4, 200);
+  wait_for_event(1, 7);
+  EXPECT_EQ(ask(2, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("mine"))[0].head.error, error::kNone);
+  for (const std::string_view text : {"false", ""}) {
+    EXPECT_EQ(ask(4, 1, control::NSV_PUBLISH_REPORT, bytes_of_text(text))[0].head.error, error::kAccessDenied);
+    EXPECT_EQ(text_of(ask(4, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), "mine");
+  }
+  for (const ClientId each : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_gone(each);
+  ask(4, 1, control::NSV_SERVICE_EVENT_CANCEL);
+  EXPECT_EQ(ask(4, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("next"))[0].head.error, error::kNone);
+}
+
+TEST_F(ServiceReports, AReportLivesAsLongAsTheConnectionOfItsPublisher) {
   EXPECT_EQ(ask(2, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
   const std::string report = "{\"mode\": \"\xe3\x83\x87\"}";
   EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text(report))[0].head.error, error::kNone);
@@ -341,7 +360,7 @@ TEST_F(ControlDriverTest, AReportLivesAsLongAsTheConnectionOfItsPublisher) {
   EXPECT_EQ(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
 }
 
-TEST_F(ControlDriverTest, AReportIsReplacedAndWithdrawn) {
+TEST_F(ServiceReports, AReportIsReplacedAndWithdrawn) {
   ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("one"));
   ask(2, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("two"));
   driver_.client_gone(1);
@@ -350,7 +369,7 @@ TEST_F(ControlDriverTest, AReportIsReplacedAndWithdrawn) {
   EXPECT_EQ(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
 }
 
-TEST_F(ControlDriverTest, AReportThatIsTooLongOrNoUtf8ChangesNothing) {
+TEST_F(ServiceReports, AReportThatIsTooLongOrNoUtf8ChangesNothing) {
   ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("one"));
   EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, Bytes(8193, std::byte{'x'}))[0].head.error,
             error::kInvalidParameter);

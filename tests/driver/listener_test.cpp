@@ -10,12 +10,14 @@
 
 #include <optional>
 
+#include "environment.h"
 #include "raw_client.h"
 #include "support/temporary_folder.h"
 
 namespace sonivo::driver {
 namespace {
 
+using test::Variable;
 using testing::HasSubstr;
 
 unsigned mode_of(const std::string& path) {
@@ -120,32 +122,6 @@ TEST_F(ListenerPathTest, AFolderOfAnotherUserIsRefused) {
   EXPECT_EQ(why_not(path_), "the folder " + (home_ / "sonivo") + " belongs to another user");
 }
 
-/// Sets a variable of the environment for a while.
-class Variable {
- public:
-  Variable(const char* name, const char* value) : name_(name) {
-    if (const char* const was = std::getenv(name)) was_ = was;
-    if (value != nullptr) {
-      ::setenv(name, value, 1);
-    } else {
-      ::unsetenv(name);
-    }
-  }
-  ~Variable() {
-    if (was_) {
-      ::setenv(name_, was_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-
- private:
-  const char* name_;
-  std::optional<std::string> was_;
-};
-
 TEST(DriverFolders, FollowTheEnvironment) {
   const Variable home("HOME", "/home/a");
   {
@@ -176,24 +152,6 @@ TEST(InheritedListener, MoreSocketsThanOneAreRefused) {
   const Variable count("LISTEN_FDS", "2");
   const Variable process("LISTEN_PID", std::to_string(::getpid()).c_str());
   EXPECT_THROW(inherited_listener(), std::runtime_error);
-}
-
-TEST(ServiceManager, IsToldAtItsSocket) {
-  const test::TemporaryFolder home;
-  for (const std::string& name : {home / "notify.sock", "@sonivo-test-" + std::to_string(::getpid())}) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    name.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (name[0] == '@') address.sun_path[0] = '\0';
-    const Descriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
-    ASSERT_EQ(::bind(manager.number(), reinterpret_cast<const sockaddr*>(&address), size), 0) << name;
-    const Variable variable("NOTIFY_SOCKET", name.c_str());
-    tell_service_manager("READY=1");
-    char text[32];
-    ASSERT_EQ(::recv(manager.number(), text, sizeof text, 0), 7) << name;
-    EXPECT_EQ(std::string(text, 7), "READY=1");
-  }
 }
 
 }  // namespace

@@ -4,8 +4,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -26,9 +30,10 @@ class ServerTest : public testing::Test {
  protected:
   ~ServerTest() override { stop(); }
 
-  void start(uid_t owner = ::geteuid(), const ServerLimits& limits = {}) {
+  void start(uid_t owner = ::geteuid(), const ServerLimits& limits = {},
+             const std::optional<Heartbeat>& heartbeat = std::nullopt) {
     server_ = std::make_unique<Server>(listener_.take(), settings_, properties_, owner, limits);
-    thread_ = std::thread([this] { server_->run(); });
+    thread_ = std::thread([this, heartbeat] { server_->run(heartbeat); });
   }
   void stop() {
     if (!thread_.joinable()) return;
@@ -214,6 +219,71 @@ TEST_F(ServerTest, TheEndIsAnnouncedAndClosesEveryConnection) {
   EXPECT_EQ(test::number_in(exit->output), control::kDriverExit);
   EXPECT_TRUE(service.ends());
   EXPECT_TRUE(idle.ends());
+}
+
+TEST_F(ServerTest, TheEndWaitsForAClientThatReadsLate) {
+  start(::geteuid(), {.queue = {.replies = 10'000, .bytes = std::size_t{1} << 24}, .leave = std::chrono::seconds(30)});
+  RawClient late = connect();
+  constexpr std::uint32_t kUnread = 2000;
+  ASSERT_TRUE(late.ask_for_event(kUnread));
+  for (std::uint32_t id = 0; id < kUnread; ++id) {
+    ASSERT_TRUE(late.send(id, control::GetRenderEndpointId, {}, control::kTextBytes));
+  }
+  ASSERT_TRUE(late.send(kUnread + 1, control::SetFunction, bytes_of(77u)));
+  while (connect().get(control::GetFunction) != 77) {
+  }
+  auto stopping = std::async(std::launch::async, [this] { stop(); });
+  std::optional<test::ReceivedReply> reply;
+  do {
+    reply = late.receive();
+    ASSERT_TRUE(reply);
+  } while (reply->head.id != kUnread);
+  EXPECT_EQ(test::number_in(reply->output), control::kDriverExit);
+  EXPECT_TRUE(late.ends());
+  stopping.get();
+}
+
+TEST_F(ServerTest, TheEndWaitsForNobodyBeyondItsTime) {
+  start(::geteuid(),
+        {.queue = {.replies = 10'000, .bytes = std::size_t{1} << 24}, .leave = std::chrono::milliseconds(20)});
+  RawClient deaf = connect();
+  for (std::uint32_t id = 0; id < 2000; ++id) {
+    ASSERT_TRUE(deaf.send(id, control::GetRenderEndpointId, {}, control::kTextBytes));
+  }
+  ASSERT_TRUE(deaf.send(2000, control::SetFunction, bytes_of(77u)));
+  while (connect().get(control::GetFunction) != 77) {
+  }
+  const auto start = std::chrono::steady_clock::now();
+  stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_TRUE(deaf.ends());
+}
+
+TEST_F(ServerTest, ItsHeartBeatsWhetherItHasMuchToDoOrNothing) {
+  std::atomic<int> beats = 0;
+  start(::geteuid(), {}, Heartbeat{std::chrono::milliseconds(1), [&beats] { ++beats; }});
+  while (beats < 5) std::this_thread::yield();
+  RawClient client = connect();
+  const int before = beats;
+  while (beats < before + 5) ASSERT_EQ(client.get(control::GetSonivoDrvGeneration), 8u);
+  stop();
+}
+
+TEST_F(ServerTest, OnlyTheServiceIsBelievedWhatItTellsOfItself) {
+  const pid_t stranger = ::fork();  // before there are threads
+  if (stranger == 0) {
+    const auto reply = RawClient(path_).ask(control::NSV_PUBLISH_REPORT, Bytes(3, std::byte{'y'}));
+    ::_exit(reply && reply->head.error == error::kAccessDenied ? 0 : 1);
+  }
+  start();
+  RawClient service = connect();
+  const Bytes report(2, std::byte{'x'});
+  EXPECT_EQ(service.ask(control::NSV_PUBLISH_REPORT, report).value().head.error, error::kAccessDenied);
+  ASSERT_EQ(service.ask(control::NSV_SERVICE_EVENT_CANCEL).value().head.error, error::kNone);
+  EXPECT_EQ(connect().ask(control::NSV_PUBLISH_REPORT, report).value().head.error, error::kNone);
+  int status = -1;
+  ASSERT_EQ(::waitpid(stranger, &status, 0), stranger);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(ServerTest, AnotherUserIsClosedAtOnce) {

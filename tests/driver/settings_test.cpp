@@ -70,18 +70,25 @@ bool lives_only_with_the_driver(const control::Setting& setting) {
 }
 
 TEST_F(KeptSettings, EveryValueOutlivesTheDriverSaveThoseOfTheMachinesState) {
-  std::uint32_t value = 1'000'000;
+  // One that it doesn't start with, and where there are many to choose from another one for each.
+  std::uint32_t count = 1'000'000;
+  const auto another = [&](const control::Setting& setting) {
+    ++count;
+    if (setting.takes(count)) return count;
+    return setting.initial == setting.lowest ? setting.highest : setting.lowest;
+  };
   for (const control::Setting& each : control::settings()) {
+    const std::uint32_t value = another(each);
     if (each.kind == SettingKind::text) {
-      ASSERT_EQ(set_text(each.set_code, u"\u30c7 \\ " + std::u16string(1, static_cast<char16_t>(++value))).error, 0u);
+      ASSERT_EQ(set_text(each.set_code, u"\u30c7 \\ " + std::u16string(1, static_cast<char16_t>(value))).error, 0u);
     } else {
-      ASSERT_EQ(set(each.set_code, ++value).error, error::kNone) << each.name;
+      ASSERT_EQ(set(each.set_code, value).error, error::kNone) << each.name;
     }
   }
   start();
-  value = 1'000'000;
+  count = 1'000'000;
   for (const control::Setting& each : control::settings()) {
-    ++value;
+    const std::uint32_t value = another(each);
     if (each.kind == SettingKind::text) {
       EXPECT_EQ(text(each.get_code), test::wire_text(u"\u30c7 \\ " + std::u16string(1, static_cast<char16_t>(value))))
           << each.name;
@@ -90,6 +97,42 @@ TEST_F(KeptSettings, EveryValueOutlivesTheDriverSaveThoseOfTheMachinesState) {
     }
   }
   EXPECT_THAT(log_, IsEmpty());
+}
+
+TEST_F(KeptSettings, ANumberThatMeansNothingIsRefusedAndTheValueStays) {
+  struct Range {
+    std::uint32_t set_code, get_code, lowest, highest;
+  };
+  const Range ranges[]{{control::SetHeadphone, control::GetHeadphone, 0, 1},
+                       {control::NSV_SET_LAUNCHED_MTG, control::NSV_GET_LAUNCHED_MTG, 0, 1},
+                       {control::NSV_SET_ALL_SP_MTG, control::NSV_GET_ALL_SP_MTG, 0, 4},
+                       {control::NSV_SET_ALL_HP_MTG, control::NSV_GET_ALL_HP_MTG, 0, 4},
+                       {control::NSV_SET_MODE_MTG, control::NSV_GET_ALL_SP_MTG, 0, 4},
+                       {control::SetKeyboardCancelMTG, control::GetKeyboardCancelMTG, 0, 1},
+                       {control::SetBeamforming_UI_MTG, control::GetBeamforming_UI_MTG, 0, 1},
+                       {control::SetAispeechenhanceModelNoMTG, control::GetAispeechenhanceModelNoMTG, 1, 3}};
+  for (const Range& each : ranges) {
+    for (const std::uint32_t good : {each.lowest, each.highest}) {
+      EXPECT_EQ(set(each.set_code, good).error, error::kNone) << each.set_code;
+      for (const std::uint32_t bad : {each.lowest - 1, each.highest + 1}) {
+        EXPECT_EQ(set(each.set_code, bad).error, error::kInvalidParameter) << each.set_code;
+        EXPECT_EQ(number(each.get_code), good) << each.set_code;
+      }
+    }
+  }
+  for (const std::uint32_t any : {0u, 103u, 0xFFFFFFFFu}) {
+    EXPECT_EQ(set(control::SetFunctionMic, any).error, error::kNone);
+    EXPECT_EQ(set(control::SetAispeechenhanceRegistrationMTG, any).error, error::kNone);
+  }
+}
+
+TEST_F(KeptSettings, ANumberInTheFileThatMeansNothingIsLeftOutAlone) {
+  write_file({"function 7", "model 9", "auto-exit 1"});
+  start();
+  EXPECT_EQ(number(control::GetAispeechenhanceModelNoMTG), 3u);
+  EXPECT_EQ(number(control::GetFunction), 7u);
+  EXPECT_EQ(number(control::GetAutoExit), 1u);
+  EXPECT_THAT(log_, ElementsAre(HasSubstr("the settings have model at 9, which means nothing;")));
 }
 
 TEST_F(KeptSettings, AChangeIsOnTheDiskWhenItIsAnswered) {

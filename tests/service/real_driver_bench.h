@@ -11,9 +11,10 @@
 
 #include "apps/service/simulated_notebook.h"
 #include "base/text.h"
-#include "driver_process.h"
 #include "host/entry.h"
+#include "other_process.h"
 #include "platform/fx_requests.h"
+#include "support/driver_process.h"
 #include "support/scripted_chains.h"
 #include "support/temporary_folder.h"
 
@@ -26,7 +27,7 @@ inline double seconds_now() {
 /// The host on simulated endpoints, in real time, beside the real driver.
 class RealDriver : public testing::Test {
  protected:
-  RealDriver() : notebook(socket(), config()), simulation(notebook.simulation()) {
+  RealDriver() : notebook(socket(), config(), std::chrono::milliseconds(500)), simulation(notebook.simulation()) {
     std::filesystem::create_directory(folder.path() / "user");
   }
   ~RealDriver() override { end_service(); }
@@ -88,6 +89,10 @@ class RealDriver : public testing::Test {
       return value;
     });
   }
+  /// By another process.
+  Error set_elsewhere(std::uint32_t code, std::uint32_t value) {
+    return simulation.scheduler().outside([&] { return settings.request(code, std::as_bytes(std::span(&value, 1))); });
+  }
   void set_effect(const PropertyKey& key, std::uint32_t type, std::span<const std::byte> value) {
     for (const auto home : {control::FxHome::user_store, control::FxHome::effect_store}) {
       control::FxAddress address{.home = home, .pid = key.pid, .fmtid = key.fmtid};
@@ -96,8 +101,23 @@ class RealDriver : public testing::Test {
       std::memcpy(input.data(), &address, sizeof address);
       std::memcpy(input.data() + sizeof address, &type, sizeof type);
       std::copy(value.begin(), value.end(), input.begin() + sizeof address + sizeof type);
-      ASSERT_EQ(request(control::NSV_SET_FX_PROPERTY, input), error::kNone);
+      ASSERT_EQ(simulation.scheduler().outside([&] { return settings.request(control::NSV_SET_FX_PROPERTY, input); }),
+                error::kNone);
     }
+  }
+  /// What the service tells of itself; empty when the driver has nothing of it.
+  std::string report() {
+    return simulation.scheduler().outside([&]() -> std::string {
+      linux::ControlBus bus(socket());
+      Error why = error::kNone;
+      const auto device = bus.open(socket(), Sharing::shared, Completion::synchronous, why);
+      if (!device) return {};
+      std::string text(control::kMaxReportBytes, '\0');
+      std::uint32_t bytes = 0;
+      const Error outcome =
+          device->control_now(control::NSV_READ_REPORT, {}, std::as_writable_bytes(std::span(text)), bytes);
+      return outcome == error::kNone ? text.substr(0, bytes) : std::string();
+    });
   }
   void make_key_cancel_machine() {
     ASSERT_EQ(set(control::SetGenerationMic, 2), error::kNone);
@@ -105,6 +125,7 @@ class RealDriver : public testing::Test {
   }
 
   TemporaryFolder folder;
+  OtherProcess settings{socket()};  // before there are threads
   ScriptedChains chains;
   SimulatedNotebook notebook;
   sim::SimMachine& simulation;

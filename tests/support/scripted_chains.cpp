@@ -49,6 +49,10 @@ class Scripted : public Interface {
   int SetNoiseReductionActive(std::uint16_t active) override {
     return script_->enter("SetNoiseReductionActive", list(active));
   }
+  int GetLatency(std::uint32_t* frames) override {
+    *frames = script_->latency;
+    return 0;
+  }
   int Execute(float* interleaved) override {
     const int status = script_->enter("Execute");
     if (script_->process) script_->process(interleaved, script_->frames, script_->channels);

@@ -31,6 +31,7 @@ class ChainScript {
   std::function<void(float* block, std::size_t frames, std::size_t channels)> process;  ///< what Execute does
   std::vector<std::uint8_t> opened_with;    ///< parameter bytes of the latest Open
   std::atomic<std::uint16_t> channels = 0;  ///< of the latest SetChannel
+  std::atomic<std::uint32_t> latency = 0;   ///< GetLatency, which isn't logged, answers this
 
   int enter(const std::string& call, const std::string& arguments = {});
 

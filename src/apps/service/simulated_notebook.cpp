@@ -36,8 +36,9 @@ class ControlHandle final : public Device {
 
 }  // namespace
 
-SimulatedNotebook::SimulatedNotebook(const std::string& socket_path, const sim::Config& config)
-    : simulation_(config), bus_(simulation_, socket_path) {
+SimulatedNotebook::SimulatedNotebook(const std::string& socket_path, const sim::Config& config,
+                                     std::chrono::milliseconds limit)
+    : simulation_(config), bus_(simulation_, socket_path, limit) {
   simulation_.scheduler().set_realtime(true);
 }
 
@@ -64,7 +65,7 @@ std::vector<DeviceInterface> SimulatedNotebook::Bus::interfaces(const Guid& cate
 std::shared_ptr<Device> SimulatedNotebook::Bus::open(const std::string& path, Sharing sharing, Completion completion,
                                                      Error& why) {
   if (!path.starts_with('/')) return simulation_.driver().open(path, sharing, completion, why);
-  auto handle = control_.open(path, sharing, completion, why);
+  auto handle = simulation_.scheduler().outside([&] { return control_.open(path, sharing, completion, why); });
   if (!handle) return nullptr;
   return std::make_shared<ControlHandle>(simulation_.scheduler(), std::move(handle));
 }

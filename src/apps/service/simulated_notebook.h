@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -14,7 +15,9 @@ namespace sonivo {
 /// a socket in place of its own. The thread that constructs it is its first participant and destroys it.
 class SimulatedNotebook {
  public:
-  SimulatedNotebook(const std::string& socket_path, const sim::Config& config);
+  /// `limit`: how long the driver may take to answer.
+  SimulatedNotebook(const std::string& socket_path, const sim::Config& config,
+                    std::chrono::milliseconds limit = linux::kAnswerLimit);
 
   Machine seams();
   sim::SimMachine& simulation() { return simulation_; }
@@ -22,7 +25,8 @@ class SimulatedNotebook {
  private:
   class Bus final : public DeviceBus {
    public:
-    Bus(sim::SimMachine& simulation, const std::string& socket_path) : simulation_(simulation), control_(socket_path) {}
+    Bus(sim::SimMachine& simulation, const std::string& socket_path, std::chrono::milliseconds limit)
+        : simulation_(simulation), control_(socket_path, limit) {}
 
     std::vector<DeviceInterface> interfaces(const Guid& category) override;
     std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Completion completion, Error& why) override;

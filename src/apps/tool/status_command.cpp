@@ -181,6 +181,9 @@ class StatusTable {
     row("  blocks", std::to_string(stream->blocks) + ", silenced " + std::to_string(stream->silenced) +
                         ", unenhanced " + std::to_string(stream->unenhanced));
     text.str("");
+    text << stream->chain_latency_ms << " ms of the chain, " << stream->fill_mean_ms << " ms of the ring";
+    row("  latency", text.str());
+    text.str("");
     text << 100 * stream->load << " % of real time; a block takes " << stream->execute_mean_us << " us, at most "
          << stream->execute_max_us << " us";
     row("  load", text.str());

@@ -14,7 +14,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::uint64_t kReportVersion = 1;
+constexpr std::uint64_t kReportVersion = 2;
 constexpr std::array<const char*, 4> kReportedStates{"eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
                                                      "ePhysicalStreaming"};
 constexpr std::array<const char*, 4> kReportedChains{"none", "keycancel", "beamforming", "ai"};
@@ -92,6 +92,7 @@ StreamReport read_stream(const ObjectReader& reader) {
   stream.blocks = reader.count("blocks");
   stream.silenced = reader.count("silenced");
   stream.unenhanced = reader.count("unenhanced");
+  stream.chain_latency_ms = reader.amount("chain_latency_ms");
   stream.execute_mean_us = reader.amount("execute_mean_us");
   stream.execute_max_us = reader.amount("execute_max_us");
   stream.load = reader.amount("load");
@@ -107,7 +108,8 @@ ServiceReport read_service_report(std::string_view text) {
   const json& version = reader.member("version");
   if (!version.is_number_unsigned() || version != kReportVersion) {
     throw ReportFault("it is of version " + (version.is_number() ? version.dump() : "unknown") +
-                      ", and this program knows version 1; install a service and a sonivo of the same version");
+                      ", and this program knows version " + std::to_string(kReportVersion) +
+                      "; install a service and a sonivo of the same version");
   }
   ServiceReport report;
   report.generation = reader.small_count("generation");

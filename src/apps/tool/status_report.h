@@ -20,6 +20,7 @@ struct StreamReport {
   std::uint64_t blocks = 0;
   std::uint64_t silenced = 0;
   std::uint64_t unenhanced = 0;
+  double chain_latency_ms = 0;  ///< of the chain alone; 0 without one that runs
   double execute_mean_us = 0;
   double execute_max_us = 0;
   double load = 0;  ///< share of a block's time
@@ -50,7 +51,7 @@ class ReportFault : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Reads the JSON of a report of version 1, in which each member must be there and be of its kind. Throws ReportFault.
+/// Reads the JSON of a report of version 2, in which each member must be there and be of its kind. Throws ReportFault.
 ServiceReport read_service_report(std::string_view json);
 
 }  // namespace sonivo::tool

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/control_requests.h"
-#include "platform/linux/control_socket.h"
 #include "platform/linux/synchronous_control.h"
 
 namespace sonivo::linux {
@@ -42,16 +41,19 @@ std::vector<DeviceInterface> ControlBus::interfaces(const Guid& category) {
 std::shared_ptr<Device> ControlBus::open(const std::string& path, Sharing, Completion completion, Error& why) {
   why = error::kFileNotFound;
   if (path != path_) return nullptr;
-  Descriptor socket = connect_control(path_, why);
+  Descriptor socket = connect_control(path_, why, limit_);
+  if (why == error::kDeviceNotConnected) links_->lose_all();
   if (!socket.is_open()) return nullptr;
-  if (completion == Completion::synchronous) return std::make_shared<SynchronousControl>(std::move(socket));
+  if (completion == Completion::synchronous) {
+    return std::make_shared<SynchronousControl>(std::move(socket), limit_, losing_all());
+  }
   return open_overlapped(std::move(socket), why);
 }
 
 std::shared_ptr<Device> ControlBus::open_overlapped(Descriptor socket, Error& why) {
   std::scoped_lock lock(mutex_);
   join_ended();
-  auto link = std::make_shared<OverlappedLink>(std::move(socket));
+  auto link = std::make_shared<OverlappedLink>(std::move(socket), limit_, losing_all());
   auto done = std::make_shared<std::atomic<bool>>(false);
   const auto read = [link, done] {
     ::pthread_setname_np(::pthread_self(), "control reader");
@@ -64,7 +66,12 @@ std::shared_ptr<Device> ControlBus::open_overlapped(Descriptor socket, Error& wh
     why = error::kBusy;
     return nullptr;
   }
+  links_->add(link);
   return std::make_shared<OverlappedControl>(std::move(link));
+}
+
+std::function<void()> ControlBus::losing_all() const {
+  return [links = links_] { links->lose_all(); };
 }
 
 void ControlBus::join_ended() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -8,6 +9,8 @@
 #include <vector>
 
 #include "platform/device.h"
+#include "platform/linux/control_socket.h"
+#include "platform/linux/open_links.h"
 #include "platform/linux/overlapped_control.h"
 
 namespace sonivo::linux {
@@ -16,7 +19,9 @@ namespace sonivo::linux {
 /// the socket's path (a socket that a killed driver left is none). Each handle is a connection of its own.
 class ControlBus final : public DeviceBus {
  public:
-  explicit ControlBus(std::string socket_path) : path_(std::move(socket_path)) {}
+  /// `limit`: how long the driver may take to answer. When it takes longer on one handle, all of them are lost.
+  explicit ControlBus(std::string socket_path, std::chrono::milliseconds limit = kAnswerLimit)
+      : path_(std::move(socket_path)), limit_(limit) {}
   /// Closes what is open still.
   ~ControlBus() override;
 
@@ -37,8 +42,11 @@ class ControlBus final : public DeviceBus {
   };
   std::shared_ptr<Device> open_overlapped(Descriptor socket, Error& why);
   void join_ended();
+  std::function<void()> losing_all() const;
 
-  std::string path_;
+  const std::string path_;
+  const std::chrono::milliseconds limit_;
+  const std::shared_ptr<OpenLinks> links_ = std::make_shared<OpenLinks>();
   std::mutex mutex_;
   std::vector<Reader> readers_;
 };

@@ -1,6 +1,5 @@
 #include "platform/linux/control_socket.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -14,6 +13,7 @@
 #include <optional>
 
 #include "platform/control_requests.h"
+#include "platform/fx_requests.h"
 
 namespace sonivo::linux {
 namespace {
@@ -45,10 +45,10 @@ bool connect_to(const Descriptor& socket, const sockaddr_un& address) {
   return ::connect(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-/// Of connect() and send(), zero for none.
-void limit_sending(int socket, std::chrono::milliseconds limit) {
+/// `option`: SO_SNDTIMEO, which goes for connect() too, or SO_RCVTIMEO; zero for no limit.
+void limit_waiting(int socket, int option, std::chrono::milliseconds limit) {
   const timeval value{limit.count() / 1000, limit.count() % 1000 * 1000};
-  ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &value, sizeof value);
+  ::setsockopt(socket, SOL_SOCKET, option, &value, sizeof value);
 }
 
 /// Whoever owns the name is asked for nothing unless it is this user or root.
@@ -58,28 +58,26 @@ bool is_trusted(int socket) {
   return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == 0 || peer.uid == ::geteuid());
 }
 
-bool is_readable_by(int socket, std::chrono::steady_clock::time_point end) {
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
-    pollfd polled{socket, POLLIN, 0};
-    const int count = ::poll(&polled, 1, static_cast<int>(std::max<std::int64_t>(left, 0)));
-    if (count >= 0 || errno != EINTR) return count == 1;
-  }
-}
-
 /// A connection is there before the driver takes or refuses it, so only a reply tells that it is served.
 Error await_service(int socket, std::chrono::milliseconds limit) {
-  const auto end = std::chrono::steady_clock::now() + limit;
   std::array<std::byte, sizeof(std::uint32_t)> output{};
   const control::RequestHead question{0, control::RequestKind::control, control::GetSonivoDrvGeneration, 0,
                                       output.size()};
-  if (send_control(socket, question, {}, false) != error::kNone) return error::kBusy;
-  if (!is_readable_by(socket, end)) return error::kDeviceNotConnected;
+  if (send_control(socket, question, {}) != error::kNone) return error::kBusy;
+  limit_receiving(socket, limit);
   control::ReplyHead head;
-  return receive_control(socket, head, output) && head.id == question.id ? error::kNone : error::kBusy;
+  const Received received = receive_control(socket, head, output);
+  limit_receiving(socket, std::chrono::milliseconds{0});
+  if (received == Received::nothing) return error::kDeviceNotConnected;
+  return received == Received::reply && head.id == question.id ? error::kNone : error::kBusy;
 }
 
 }  // namespace
+
+bool may_pend(std::uint32_t code) {
+  return code == control::NSV_SERVICE_EVENT_NOTIFY || code == control::NSV_OBSERVE_EVENTS ||
+         code == control::NSV_WATCH_FX_PROPERTIES;
+}
 
 Descriptor connect_control(const std::string& path, Error& why, std::chrono::milliseconds limit) {
   const auto address = control_address(path);
@@ -88,12 +86,11 @@ Descriptor connect_control(const std::string& path, Error& why, std::chrono::mil
     return {};
   }
   Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  if (socket.is_open()) limit_sending(socket.number(), limit);
+  if (socket.is_open()) limit_waiting(socket.number(), SO_SNDTIMEO, limit);
   if (!socket.is_open() || !connect_to(socket, *address)) {
     why = connect_error(errno);
     return {};
   }
-  limit_sending(socket.number(), std::chrono::milliseconds{0});
   why = is_trusted(socket.number()) ? await_service(socket.number(), limit) : error::kAccessDenied;
   if (why != error::kNone) return {};
   return socket;
@@ -105,7 +102,7 @@ bool is_listened_at(const std::string& path) {
   return address && socket.is_open() && (connect_to(socket, *address) || errno == EAGAIN);
 }
 
-Error send_control(int socket, const control::RequestHead& head, std::span<const std::byte> input, bool wait) {
+Error send_control(int socket, const control::RequestHead& head, std::span<const std::byte> input) {
   // The kernel only reads them.
   std::array parts{iovec{const_cast<control::RequestHead*>(&head), sizeof head},
                    iovec{const_cast<std::byte*>(input.data()), input.size()}};
@@ -113,13 +110,15 @@ Error send_control(int socket, const control::RequestHead& head, std::span<const
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();
   for (;;) {
-    if (::sendmsg(socket, &message, MSG_NOSIGNAL | (wait ? 0 : MSG_DONTWAIT)) >= 0) return error::kNone;
+    if (::sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0) return error::kNone;
     if (errno == EINTR) continue;
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS ? error::kBusy : error::kDeviceNotConnected;
   }
 }
 
-bool receive_control(int socket, control::ReplyHead& head, std::span<std::byte> output) {
+void limit_receiving(int socket, std::chrono::milliseconds limit) { limit_waiting(socket, SO_RCVTIMEO, limit); }
+
+Received receive_control(int socket, control::ReplyHead& head, std::span<std::byte> output) {
   std::array parts{iovec{&head, sizeof head}, iovec{output.data(), output.size()}};
   msghdr message{};
   message.msg_iov = parts.data();
@@ -128,8 +127,10 @@ bool receive_control(int socket, control::ReplyHead& head, std::span<std::byte> 
   do {
     count = ::recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
   } while (count < 0 && errno == EINTR);
-  return count >= static_cast<ssize_t>(sizeof head) && (message.msg_flags & MSG_TRUNC) == 0 &&
-         static_cast<std::size_t>(count) == sizeof head + head.transferred;
+  if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Received::nothing;
+  const bool whole = count >= static_cast<ssize_t>(sizeof head) && (message.msg_flags & MSG_TRUNC) == 0 &&
+                     static_cast<std::size_t>(count) == sizeof head + head.transferred;
+  return whole ? Received::reply : Received::end;
 }
 
 }  // namespace sonivo::linux

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <span>
 #include <string>
 
@@ -10,23 +11,31 @@
 
 namespace sonivo::linux {
 
-/// How long a driver may take to serve a new connection.
-inline constexpr std::chrono::milliseconds kServeLimit{2000};
+/// How long a driver may take to answer. One that takes longer hangs, and counts as gone. A thread that is told to
+/// leave meanwhile still does so in time: three such waits are as long as anybody waits for it.
+inline constexpr std::chrono::milliseconds kAnswerLimit{2000};
+
+/// Whether a request of this code waits for something to happen, so that no answer says nothing of the driver.
+bool may_pend(std::uint32_t code);
 
 /// A connection over which the driver has answered a request; closed, with the reason in `why`, when there is none:
 /// error::kFileNotFound (nobody listens), kAccessDenied (or somebody who is neither this user nor root), kBusy (the
 /// driver takes no more clients), kDeviceNotConnected (it doesn't answer within the limit).
-Descriptor connect_control(const std::string& path, Error& why, std::chrono::milliseconds limit = kServeLimit);
+Descriptor connect_control(const std::string& path, Error& why, std::chrono::milliseconds limit = kAnswerLimit);
 
 /// Whether somebody listens at the path.
 bool is_listened_at(const std::string& path);
 
-/// Sends one request. error::kBusy when the socket takes nothing more and `wait` is false; error::kDeviceNotConnected
-/// when the driver is gone.
-Error send_control(int socket, const control::RequestHead& head, std::span<const std::byte> input, bool wait);
+/// Sends one request. error::kBusy when the socket takes nothing more; error::kDeviceNotConnected when the driver is
+/// gone.
+Error send_control(int socket, const control::RequestHead& head, std::span<const std::byte> input);
 
-/// Waits for a reply and receives it, its output into `output`. False when the driver is gone, or sent what is no reply
-/// for so much output.
-bool receive_control(int socket, control::ReplyHead& head, std::span<std::byte> output);
+/// The longest that receive_control() waits; zero: as long as it takes.
+void limit_receiving(int socket, std::chrono::milliseconds limit);
+
+enum class Received { reply, nothing, end };
+/// Waits for a reply and receives it, its output into `output`. `nothing`: none came within the limit. `end`: the
+/// driver is gone, or sent what is no reply for so much output.
+Received receive_control(int socket, control::ReplyHead& head, std::span<std::byte> output);
 
 }  // namespace sonivo::linux

@@ -17,7 +17,7 @@ void OverlappedLink::run() {
   }
   std::vector<std::byte> buffer(control::kMaxPayload);
   control::ReplyHead head;
-  while (receive_control(socket_.number(), head, buffer)) {
+  while (receive_control(socket_.number(), head, buffer) == Received::reply) {
     complete({head, std::span<const std::byte>(buffer).first(head.transferred)});
   }
   std::unique_lock lock(mutex_);
@@ -69,8 +69,12 @@ void OverlappedLink::complete(const control::Reply& reply) {
   finish(found, reply.head.error, reply.head.transferred);
 }
 
-void OverlappedLink::finish(std::map<std::uint32_t, Pending>::iterator pending, Error error,
-                            std::uint32_t transferred) {
+OverlappedLink::PendingRequests::iterator OverlappedLink::find(const Overlapped& request) {
+  return std::find_if(pending_.begin(), pending_.end(),
+                      [&](const auto& each) { return each.second.request == &request; });
+}
+
+void OverlappedLink::finish(PendingRequests::iterator pending, Error error, std::uint32_t transferred) {
   Overlapped& request = *pending->second.request;
   pending_.erase(pending);
   request.pending = false;
@@ -91,7 +95,7 @@ Error OverlappedLink::start(std::uint32_t code, std::span<const std::byte> input
   if (request.hEvent != nullptr) request.hEvent->reset();
   while (pending_.contains(++latest_id_)) {
   }
-  const auto pending = pending_.emplace(latest_id_, Pending{&request, output}).first;
+  const auto pending = pending_.emplace(latest_id_, Pending{&request, output, may_pend(code)}).first;
   Error refused = error::kNone;
   if (closed_) {
     refused = error::kInvalidHandle;
@@ -103,7 +107,7 @@ Error OverlappedLink::start(std::uint32_t code, std::span<const std::byte> input
     const control::RequestHead head{latest_id_, control::RequestKind::control, code,
                                     static_cast<std::uint32_t>(input.size()),
                                     static_cast<std::uint32_t>(output.size())};
-    refused = send_control(socket_.number(), head, input, false);
+    refused = send_control(socket_.number(), head, input);
   }
   if (refused == error::kNone) return error::kIoPending;
   finish(pending, refused, 0);
@@ -113,17 +117,24 @@ Error OverlappedLink::start(std::uint32_t code, std::span<const std::byte> input
 Error OverlappedLink::result(Overlapped& request, std::uint32_t& transferred, bool wait) {
   std::unique_lock lock(mutex_);
   if (request.pending && !wait) return error::kIoPending;
-  changed_.wait(lock, [&] { return !request.pending; });
+  const auto done = [&] { return !request.pending; };
+  const auto found = find(request);
+  const bool pends = found != pending_.end() && found->second.pends;
+  if (!pends && !changed_.wait_for(lock, limit_, done)) {
+    lock.unlock();
+    hangs_();
+    lock.lock();
+  }
+  changed_.wait(lock, done);
   transferred = request.transferred;
   return request.error;
 }
 
 void OverlappedLink::cancel(Overlapped& request) {
   std::scoped_lock lock(mutex_);
-  const auto found =
-      std::find_if(pending_.begin(), pending_.end(), [&](const auto& each) { return each.second.request == &request; });
+  const auto found = find(request);
   if (found == pending_.end()) return;
-  send_control(socket_.number(), control::cancel_of(found->first), {}, false);
+  send_control(socket_.number(), control::cancel_of(found->first), {});
   finish(found, error::kOperationAborted, 0);
 }
 
@@ -134,6 +145,11 @@ void OverlappedLink::close() {
   finish_all(error::kOperationAborted);
   ::shutdown(socket_.number(), SHUT_RDWR);
   changed_.notify_all();
+}
+
+void OverlappedLink::lose() {
+  std::scoped_lock lock(mutex_);
+  ::shutdown(socket_.number(), SHUT_RDWR);  // the reader does the rest
 }
 
 Error OverlappedControl::control_now(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,

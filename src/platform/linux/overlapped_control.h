@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/descriptor.h"
@@ -15,10 +18,14 @@ namespace sonivo::linux {
 
 /// A connection whose requests may stay pending, and the reader of their replies: run() on a thread of its own, which
 /// ends after close(). When the driver goes, pending requests end with error::kDeviceNotConnected, and each notice is
-/// told DeviceAction::remove_pending on the reader's thread.
+/// told DeviceAction::remove_pending on the reader's thread. A driver that doesn't answer within the limit counts as
+/// gone, unless the request is one that waits for something to happen.
 class OverlappedLink {
  public:
-  explicit OverlappedLink(Descriptor socket) : socket_(std::move(socket)) {}
+  /// `hangs` is called, on a thread that waits for a result, when the driver exceeds the limit; it is to lose() this
+  /// link with all others.
+  OverlappedLink(Descriptor socket, std::chrono::milliseconds limit, std::function<void()> hangs)
+      : limit_(limit), hangs_(std::move(hangs)), socket_(std::move(socket)) {}
 
   void run();
 
@@ -26,6 +33,8 @@ class OverlappedLink {
   Error result(Overlapped& request, std::uint32_t& transferred, bool wait);
   void cancel(Overlapped& request);
   void close();
+  /// The driver counts as gone from now on.
+  void lose();
 
   struct Notice {
     DeviceActionCallback call;
@@ -40,16 +49,21 @@ class OverlappedLink {
   struct Pending {
     Overlapped* request = nullptr;
     std::span<std::byte> output;
+    bool pends = false;  ///< for as long as nothing happens
   };
-  void finish(std::map<std::uint32_t, Pending>::iterator pending, Error error, std::uint32_t transferred);
+  using PendingRequests = std::map<std::uint32_t, Pending>;  // by id
+  PendingRequests::iterator find(const Overlapped& request);
+  void finish(PendingRequests::iterator pending, Error error, std::uint32_t transferred);
   void finish_all(Error error);
   void complete(const control::Reply& reply);
   void tell_notices(std::unique_lock<std::mutex>& lock);
 
+  const std::chrono::milliseconds limit_;
+  const std::function<void()> hangs_;
   std::mutex mutex_;
   std::condition_variable changed_;
   Descriptor socket_;
-  std::map<std::uint32_t, Pending> pending_;  // by id
+  PendingRequests pending_;
   std::uint32_t latest_id_ = 0;
   bool closed_ = false;
   bool lost_ = false;

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "platform/linux/control_socket.h"
-
 namespace sonivo::linux {
 
 Error SynchronousControl::control(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
@@ -45,21 +43,40 @@ Error SynchronousControl::take_turn(std::unique_lock<std::mutex>& lock, Turn& tu
   if (input.size() > control::kMaxPayload || output.size() > control::kMaxPayload) return error::kInvalidParameter;
   changed_.wait(lock, [&] { return !busy_ || turn.cancelled || closed_; });
   if (turn.cancelled || closed_) return error::kOperationAborted;
+  if (lost_) return error::kDeviceNotConnected;
   const control::RequestHead head{++latest_id_, control::RequestKind::control, code,
                                   static_cast<std::uint32_t>(input.size()), static_cast<std::uint32_t>(output.size())};
   // Nothing else is under way, so that the socket takes it at once.
-  if (const Error failed = send_control(socket_.number(), head, input, true); failed != error::kNone) return failed;
+  if (const Error failed = send_control(socket_.number(), head, input); failed != error::kNone) return failed;
   busy_ = true;
   turn.id = head.id;
   lock.unlock();
   control::ReplyHead reply;
-  const bool received = receive_control(socket_.number(), reply, output) && reply.id == head.id;
+  const Received received = receive(reply, output, may_pend(code));
   lock.lock();
   busy_ = false;
+  if (received == Received::nothing) lose(lock);
   if (turn.cancelled) return error::kOperationAborted;  // an event in the reply is the next request's
-  if (!received) return closed_ ? error::kOperationAborted : error::kDeviceNotConnected;
+  if (received != Received::reply || reply.id != head.id) {
+    return closed_ ? error::kOperationAborted : error::kDeviceNotConnected;
+  }
   transferred = reply.transferred;
   return reply.error;
+}
+
+Received SynchronousControl::receive(control::ReplyHead& reply, std::span<std::byte> output, bool pends) const {
+  for (;;) {
+    const Received received = receive_control(socket_.number(), reply, output);
+    if (received != Received::nothing || !pends) return received;
+  }
+}
+
+void SynchronousControl::lose(std::unique_lock<std::mutex>& lock) {
+  lost_ = true;
+  ::shutdown(socket_.number(), SHUT_RDWR);
+  lock.unlock();
+  hangs_();
+  lock.lock();
 }
 
 Error SynchronousControl::result(Overlapped& request, std::uint32_t& transferred, bool wait) {
@@ -78,9 +95,11 @@ void SynchronousControl::cancel(Overlapped& request) {
   const auto found = its_turn();
   if (found == turns_.end()) return;
   (*found)->cancelled = true;
-  if ((*found)->id != 0) send_control(socket_.number(), control::cancel_of((*found)->id), {}, false);
+  if ((*found)->id != 0) send_control(socket_.number(), control::cancel_of((*found)->id), {});
   changed_.notify_all();
-  changed_.wait(lock, [&] { return its_turn() == turns_.end(); });
+  const auto ended = [&] { return its_turn() == turns_.end(); };
+  if (!changed_.wait_for(lock, limit_, ended)) lose(lock);
+  changed_.wait(lock, ended);
 }
 
 void SynchronousControl::close_and_wait() {

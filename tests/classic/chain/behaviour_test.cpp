@@ -51,6 +51,13 @@ std::vector<float> late(const std::vector<float>& signal, std::size_t frames) {
   return out;
 }
 
+template <class Chain>
+std::uint32_t latency_of(const Chain& chain) {
+  std::uint32_t frames = 0;
+  EXPECT_EQ(chain.GetLatency(&frames), 0);
+  return frames;
+}
+
 struct Latency {
   const char* name;
   int key, noise, beam;
@@ -66,6 +73,7 @@ TEST_P(KeyCancelLatency, IsOneHopPerStageThatRunsAndItsDelays) {
   open(chain, param, 1, 192);
   chain.SetKeyReductionActive(static_cast<std::uint16_t>(GetParam().key));
   chain.SetNoiseReductionActive(static_cast<std::uint16_t>(GetParam().noise));
+  EXPECT_EQ(latency_of(chain), GetParam().frames);
   const auto in = tones(100 * kFrame);
   const auto out = through(chain, in);
   EXPECT_GT(agreement_db(late(in, GetParam().frames), out, 10 * kFrame), kUntouched);
@@ -85,6 +93,7 @@ TEST_P(BeamFormingLatency, OfTheBeamsIsNone) {
   chain.SetKeyReductionActive(static_cast<std::uint16_t>(GetParam().key));
   chain.SetNoiseReductionActive(static_cast<std::uint16_t>(GetParam().noise));
   chain.SetBeamFormingActive(static_cast<std::uint16_t>(GetParam().beam));
+  EXPECT_EQ(latency_of(chain), 96 + GetParam().frames);
   const auto in = tones(100 * kFrame);
   const auto out = through(chain, interleave({in, noise(in.size())}));
   const std::size_t whole = in.size() / 480 * 480;
@@ -114,6 +123,7 @@ TEST(KeyCancel, WithTheNoiseStageDelayedByFramesIsLaterByAsMany) {
   CKeyCancel delayed;
   open(at_once, param, 1, 192);
   open(delayed, later, 1, 192);
+  EXPECT_EQ(latency_of(delayed), latency_of(at_once) + 3 * kFrame);
   // The gain belongs to the present frame and meets an older spectrum, so only a steady gain can be compared.
   const auto in = noise(600 * kFrame);
   const auto a = late(through(at_once, in), 3 * kFrame);

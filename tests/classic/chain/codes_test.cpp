@@ -126,6 +126,7 @@ TYPED_TEST(OpenChain, RefusesNullPointers) {
   EXPECT_EQ(chain.GetSamplingRate(nullptr), kInvalidArg);
   EXPECT_EQ(chain.GetChannel(nullptr), kInvalidArg);
   EXPECT_EQ(chain.GetDataLength(nullptr), kInvalidArg);
+  EXPECT_EQ(chain.GetLatency(nullptr), kInvalidArg);
 }
 
 TYPED_TEST(OpenChain, KeepsItsValuesWhenASetterFails) {
@@ -204,6 +205,7 @@ TYPED_TEST(OpenChain, AnswersInvalidArgumentOnceItIsClosed) {
   EXPECT_EQ(chain.GetDataLength(&number), kInvalidArg);
   EXPECT_EQ(number, 77);
   std::uint32_t size = 0;
+  EXPECT_EQ(chain.GetLatency(&size), kInvalidArg);
   EXPECT_EQ(chain.GetParamSize(&size), 0);
   EXPECT_EQ(size, sizeof this->params_);
 }

@@ -67,6 +67,9 @@ TEST_F(Blocks, AreAsLateAsTheFilledRingAndTheConverters) {
     const std::size_t ring = (static_cast<std::size_t>(out_ms) + 50 + 50) * 48;
     const std::size_t expected = beam_delay() + ring + kConverterDelay + 3 * kConverterDelay;
     EXPECT_EQ(delay_between(x, through(x), expected + 1000), expected) << out_ms << " ms";
+    std::uint32_t told = 0;
+    EXPECT_EQ(chain->GetLatency(&told), 0);
+    EXPECT_EQ(told, expected);
     ASSERT_EQ(chain->Stop(), 0);
     ASSERT_EQ(chain->Close(), 0);
   }
@@ -163,6 +166,9 @@ TEST_F(Blocks, WithoutTheEnhancementLeaveTheRingsAsNew) {
   const auto x = white_noise(3 * kBlock, 2);
   Block direct = through(x);
   EXPECT_EQ(delay_between(x, direct, kBlock), beam_delay()) << "no delay of the rings";
+  std::uint32_t told = 0;
+  EXPECT_EQ(chain->GetLatency(&told), 0);
+  EXPECT_EQ(told, beam_delay());
   ASSERT_EQ(chain->SetAISpeechEnhanceActive(1), 0);
   const auto y = through(white_noise(20 * kBlock, 3));
   EXPECT_TRUE(std::all_of(y.begin(), y.begin() + 5760, [](float sample) { return sample == 0.0f; }))
@@ -274,6 +280,9 @@ TEST_F(Blocks, AreHeardAt44100AsLateAsTheRingIsLong) {
   // Converters: 16 samples down, and up 16 at 16 kHz, which are 44.1.
   const double expected = static_cast<double>(beam_delay(441)) + 5760.0 + 16.0 + 44.1;
   EXPECT_NEAR(static_cast<double>(delay_between(x, through(x, 441), 9000)), expected, 1.0);
+  std::uint32_t told = 0;
+  EXPECT_EQ(chain->GetLatency(&told), 0);
+  EXPECT_NEAR(told, expected, 0.5);
 }
 
 TEST_F(Blocks, FindNoRoomForAWholeChunkThatComesLate) {

@@ -46,6 +46,16 @@ TEST_F(Settings, AreLoggedAtEntryAndReturn) {
                                                      "GetParamSize: return (0)\n"));
 }
 
+TEST_F(Settings, LatencyNeedsAnOpenChainAndRoom) {
+  std::uint32_t frames = 7;
+  log.take();
+  EXPECT_EQ(chain->GetLatency(&frames), ERROR_AI_SPEECH_ENHANCE_NO_INIT);
+  EXPECT_EQ(frames, 7u);
+  EXPECT_THAT(log.take(), ElementsAre());
+  ASSERT_EQ(open(), 0);
+  EXPECT_EQ(chain->GetLatency(nullptr), ERROR_AI_SPEECH_ENHANCE_INVARID_ARG);
+}
+
 TEST_F(Settings, VersionAndParamSizeNeedNothing) {
   std::uint16_t major = 0, minor = 0;
   EXPECT_EQ(chain->GetVersion(&major, &minor), 0);

@@ -56,6 +56,17 @@ TEST_P(ClassicStream, LeavesTheChainClosedWhenTheStoredValueIsLargerThanItsParam
   EXPECT_EQ(state(), StreamState::ePhysicalStreaming);
 }
 
+TEST_P(ClassicStream, CountsTheLatencyOfTheChainForAsLongAsItRuns) {
+  const auto latency = [&] { return bench_.relay->CaptureStatistics().chain_latency; };
+  chain_.latency = 608;
+  EXPECT_EQ(latency(), 0u);
+  stream(15);
+  EXPECT_EQ(latency(), 608u);
+  bench_.machine.driver().close_client(sim::PinId::mic);
+  bench_.machine.run_for(1);
+  EXPECT_EQ(latency(), 0u);
+}
+
 TEST_P(ClassicStream, ClosesTheChainAfterTheClientIsStopped) {
   stream(15);
   std::size_t closed_at_stop = 1;

@@ -30,10 +30,17 @@ class DriverProcess {
   /// Ends it with this signal and waits for its end.
   void end(int signal) {
     if (id_ == 0) return;
+    ::kill(id_, SIGCONT);
     ::kill(id_, signal);
     ::waitpid(id_, nullptr, 0);
     id_ = 0;
   }
+  /// It does nothing from the return on, but is there.
+  void halt() {
+    ::kill(id_, SIGSTOP);
+    ::waitpid(id_, nullptr, WUNTRACED);
+  }
+  void go_on() { ::kill(id_, SIGCONT); }
 
  private:
   pid_t id_ = 0;
