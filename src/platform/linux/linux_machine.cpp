@@ -21,7 +21,7 @@ LinuxMachine::LinuxMachine(const AudioSide& audio, LinuxOptions options)
                      session_.set(state);
                      power_.set_idle(state.idle);
                    },
-               .suspends = [this](std::shared_ptr<SleepDelay> delay) { power_.suspend(std::move(delay)); },
+               .suspends = [this](const std::shared_ptr<SleepDelay>& delay) { power_.suspend(delay); },
                .resumed = [this] { power_.resume(); }}) {}
 
 Machine LinuxMachine::seams() {

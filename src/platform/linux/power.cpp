@@ -69,7 +69,7 @@ std::unique_ptr<Registration> LogindPower::register_suspend_resume(PowerCallback
   return std::make_unique<Callback>(*this, std::move(callback));
 }
 
-void LogindPower::suspend(std::shared_ptr<SleepDelay> delay) { tell(kPowerSuspend, delay); }
+void LogindPower::suspend(const std::shared_ptr<SleepDelay>& delay) { tell(kPowerSuspend, delay); }
 
 void LogindPower::resume() { tell(kPowerResumeAutomatic, nullptr); }
 

@@ -34,7 +34,7 @@ class LogindPower final : public Power {
 
   // What happens; any thread.
   /// The delay is held until all callbacks and windows have dealt with it.
-  void suspend(std::shared_ptr<SleepDelay> delay);
+  void suspend(const std::shared_ptr<SleepDelay>& delay);
   void resume();
   void set_idle(bool idle);
 

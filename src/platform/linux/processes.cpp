@@ -158,6 +158,7 @@ std::unique_ptr<Process> ProcProcesses::start(const ProcessStart& what, Error& w
   std::vector<std::string> words{what.program};
   words.insert(words.end(), what.arguments.begin(), what.arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
 

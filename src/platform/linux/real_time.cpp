@@ -58,9 +58,7 @@ bool ask(const Granter& granter, const std::string& address, int priority) {
     return false;
   }
   if (!limit_real_time(static_cast<std::uint64_t>(longest_us))) return false;
-  if (!make_real_time(bus.get(), granter, static_cast<std::uint32_t>(std::min(priority, most)))) return false;
-  guard_this_thread();
-  return true;
+  return make_real_time(bus.get(), granter, static_cast<std::uint32_t>(std::min(priority, most)));
 }
 
 }  // namespace
@@ -74,6 +72,7 @@ bool RealTime::set_real_time(int priority) {
 bool RealTime::grant(int priority) {
   if (ask(kPortal, options_.user_bus, priority) || ask(kRealtimeKit, options_.system_bus, priority) ||
       options_.own_limits(priority)) {
+    guard_this_thread();
     return true;
   }
   if (!refused_.exchange(true)) {

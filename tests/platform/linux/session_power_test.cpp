@@ -2,12 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
+#include <systemd/sd-login.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "mocked_bus.h"
@@ -105,7 +107,10 @@ TEST_F(LogindSessionTest, EndsOnceAllWindowsHaveAnswered) {
 
 TEST_F(LogindSessionTest, HasWhatItsUserRunsOutsideOfSessions) {
   session.set(state("6", true));
-  EXPECT_EQ(session.of_process(::getpid()), 6u) << "unless logind keeps this test in a session";
+  char* id = nullptr;
+  const bool in_session = sd_pid_get_session(::getpid(), &id) >= 0;  // on somebody's desktop
+  EXPECT_EQ(session.of_process(::getpid()), in_session ? linux::session_number(id) : 6u);
+  std::free(id);
   EXPECT_EQ(session.of_process(0x7FFFFFFF), kNoSession);
 }
 
@@ -121,7 +126,7 @@ class LogindPowerTest : public SessionPower {
   std::weak_ptr<linux::SleepDelay> suspend() {
     auto delay = std::make_shared<linux::SleepDelay>(Descriptor());
     const std::weak_ptr<linux::SleepDelay> watched = delay;
-    power.suspend(std::move(delay));
+    power.suspend(std::exchange(delay, nullptr));
     return watched;
   }
 
