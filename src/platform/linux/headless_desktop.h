@@ -11,7 +11,7 @@
 namespace sonivo::linux {
 
 /// The desktop of a program that has no display: message queues, windows and timers as anywhere, nothing to see and
-/// nobody to click. What is destroyed after it is told nothing more.
+/// nobody to click.
 class HeadlessDesktop final : public Desktop {
  public:
   // MessageQueue

@@ -63,6 +63,7 @@ std::uint32_t LogindSession::console_session() {
 std::unique_ptr<Registration> LogindSession::notify(WindowHandle window) {
   const std::scoped_lock lock(desktop_->mutex);
   if (desktop_->ours(window) == nullptr) return nullptr;
+  if (nobody_asked_) ask_all();
   return std::make_unique<Notice>(*this, window);
 }
 
@@ -86,8 +87,13 @@ void LogindSession::tell(std::uint64_t change) {
 
 void LogindSession::end() {
   const std::scoped_lock lock(desktop_->mutex);
+  ask_all();
+}
+
+void LogindSession::ask_all() {
   all_agree_ = true;
   unanswered_ = desktop_->send_to_all(kWmQueryEndSession, 0, [this](auto answer) { answered(answer); });
+  nobody_asked_ = unanswered_ == 0;
 }
 
 void LogindSession::answered(std::optional<std::int64_t> answer) {

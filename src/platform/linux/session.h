@@ -33,7 +33,7 @@ class LogindSession final : public Session {
   /// What logind says has changed; any thread.
   void set(const SessionState& state);
   /// The program shall end, as at the session's end: all windows are asked, and told the outcome once they have
-  /// answered.
+  /// answered. A program that has none yet is asked when one of them registers.
   void end();
 
   /// Session of a process: that of logind, else this one for what else the user runs, else kNoSession.
@@ -44,6 +44,7 @@ class LogindSession final : public Session {
   std::uint32_t own() const;
   bool has_console() const;
   void tell(std::uint64_t change);
+  void ask_all();
   void answered(std::optional<std::int64_t> answer);
 
   const std::shared_ptr<DesktopState> desktop_;
@@ -52,6 +53,7 @@ class LogindSession final : public Session {
   std::vector<Notice*> notices_;
   std::size_t unanswered_ = 0;
   bool all_agree_ = true;
+  bool nobody_asked_ = false;  ///< about the end
 };
 
 }  // namespace sonivo::linux

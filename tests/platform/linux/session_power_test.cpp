@@ -105,6 +105,15 @@ TEST_F(LogindSessionTest, EndsOnceAllWindowsHaveAnswered) {
                                   Message{upper, kWmEndSession, 1, 0}, Message{lower, kWmEndSession, 1, 0}));
 }
 
+TEST_F(LogindSessionTest, ThatEndsBeforeThereIsAWindowAsksTheFirstThatRegisters) {
+  session.end();
+  const WindowHandle handle = window();
+  const auto registration = session.notify(handle);
+  EXPECT_THAT(pump(), ElementsAre(Message{handle, kWmQueryEndSession, 0, 0}, Message{handle, kWmEndSession, 1, 0}));
+  const auto another = session.notify(handle);
+  EXPECT_THAT(pump(), IsEmpty()) << "once";
+}
+
 TEST_F(LogindSessionTest, HasWhatItsUserRunsOutsideOfSessions) {
   session.set(state("6", true));
   char* id = nullptr;
