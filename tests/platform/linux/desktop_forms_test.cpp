@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -144,7 +145,7 @@ TYPED_TEST(DesktopForms, BringAQuitBeforeAllThatIsQueuedAndOnce) {
 
 TYPED_TEST(DesktopForms, GiveAThreadMessagesOfItsOwnOnceItHasAQueue) {
   const auto ready = this->form.events().create(Reset::manual);
-  ThreadId id = ThreadId::none;
+  std::atomic<ThreadId> id = ThreadId::none;
   std::vector<std::uint64_t> got;
   const auto thread = this->form.threads().start("loop", [&] {
     id = this->desktop.current_thread();
