@@ -8,6 +8,9 @@ namespace sonivo {
 
 enum class Priority { below_normal, normal, highest, time_critical };
 
+/// Has the calling thread scheduled in real time, at a priority from 1 (lowest) on; whether that is granted.
+using RealTimeGrant = std::function<bool(int priority)>;
+
 /// A running thread. Destroying the object without a join abandons the thread: it runs on beside its successor.
 class Thread {
  public:

@@ -1,6 +1,7 @@
 #include "enhance/ai_speech_enhance.h"
 
 #include <atomic>
+#include <utility>
 
 #include "enhance/ai_speech_enhance_a.h"
 #include "enhance/log_file.h"
@@ -31,7 +32,8 @@ int ordinary(const char* op, Operation operation) {
 
 }  // namespace
 
-CAISpeechEnhance::CAISpeechEnhance() : impl_(std::make_unique<CAISpeechEnhance_A>()) {
+CAISpeechEnhance::CAISpeechEnhance(RealTimeGrant real_time)
+    : impl_(std::make_unique<CAISpeechEnhance_A>(std::move(real_time))) {
   if (log_users++ == 0) log_open();
   log_text(LogLevel::info0, "CAISpeechEnhance::CAISpeechEnhance()\n");
 }

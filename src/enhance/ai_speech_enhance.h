@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/thread.h"
 #include "enhance/voice_level.h"
 
 namespace sonivo {
@@ -18,8 +19,9 @@ class CAISpeechEnhance_A;
 /// or made, Execute answers WARNING_AI_SPEECH_ENHANCE_BUSY at once.
 class CAISpeechEnhance {
  public:
-  /// Opens the log where the environment asks for one.
-  CAISpeechEnhance();
+  /// Opens the log where the environment asks for one. The enhancement thread asks `real_time` first, if there is one,
+  /// to be scheduled before ordinary threads.
+  explicit CAISpeechEnhance(RealTimeGrant real_time = {});
   /// Stops and closes first where needed.
   ~CAISpeechEnhance();
   CAISpeechEnhance(const CAISpeechEnhance&) = delete;

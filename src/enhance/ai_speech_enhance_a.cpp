@@ -255,7 +255,7 @@ void CAISpeechEnhance_A::clear_fifos() {
 bool CAISpeechEnhance_A::IsEnhancementIdle() const { return !is_running() || !has_model || fifo_in->IsReaderWaiting(); }
 
 void CAISpeechEnhance_A::ThreadExec() {
-  make_thread_time_critical();
+  make_thread_time_critical(real_time);
   try {
     std::uint32_t state = 0;
     while (state == 0) {

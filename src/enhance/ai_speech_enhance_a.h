@@ -6,8 +6,10 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "base/thread.h"
 #include "classic/beam_forming_key_cancel.h"
 #include "classic/key_cancel.h"
 #include "e2easr_model/se_model.h"
@@ -31,6 +33,8 @@ struct VoiceRecording;
 /// fifo_out.
 class CAISpeechEnhance_A {
  public:
+  explicit CAISpeechEnhance_A(RealTimeGrant its_real_time) : real_time(std::move(its_real_time)) {}
+
   int Open(const std::uint16_t* bf_param, const char* model_file, float rate, std::uint16_t channels,
            std::uint16_t length, float add_buff_in_ms, float add_buff_out_ms);
   int Close();
@@ -148,6 +152,7 @@ class CAISpeechEnhance_A {
   /// Lets the running MakeAIModel find what is wanted; with needs_pause only while it is paused.
   int steer(const char* op, bool needs_pause, Steering wanted);
 
+  const RealTimeGrant real_time;
   mutable std::mutex mtx;  // guards what follows, but for atomics
   std::atomic<std::uint8_t> open_flg{0};
   std::thread exec_thread;

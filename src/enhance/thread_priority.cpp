@@ -46,7 +46,8 @@ bool lower_nice(const PriorityCalls& system) {
 const PriorityCalls kSystemPriorityCalls = {
     .set_scheduler = set_scheduler, .set_nice = set_nice, .nice = nice_level, .nice_limit = nice_limit};
 
-void make_thread_time_critical(const PriorityCalls& system) {
+void make_thread_time_critical(const RealTimeGrant& grant, const PriorityCalls& system) {
+  if (grant && grant(kRealTimePriority)) return;
   if (system.set_scheduler(SCHED_RR | SCHED_RESET_ON_FORK, kRealTimePriority) || lower_nice(system)) return;
   trace(TraceLevel::warning, "the enhancement thread keeps its ordinary priority\n");
 }

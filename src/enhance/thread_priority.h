@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "base/thread.h"
+
 namespace sonivo {
 
 /// What a thread may ask the system for, each for itself.
@@ -13,8 +15,8 @@ struct PriorityCalls {
 };
 extern const PriorityCalls kSystemPriorityCalls;
 
-/// Lets the calling thread run before all ordinary ones: under real-time scheduling where the system permits it, else
-/// at the highest nice level that it grants. Where it grants nothing the thread stays as it is; a trace tells.
-void make_thread_time_critical(const PriorityCalls& system = kSystemPriorityCalls);
+/// Lets the calling thread run before all ordinary ones: under real-time scheduling where `grant` or the system permits
+/// it, else at the highest nice level that it grants. Where it grants nothing the thread stays as it is; a trace tells.
+void make_thread_time_critical(const RealTimeGrant& grant, const PriorityCalls& system = kSystemPriorityCalls);
 
 }  // namespace sonivo

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "classic/beam_forming_key_cancel.h"
 #include "classic/key_cancel.h"
@@ -14,6 +15,9 @@ namespace {
 template <class Interface, class Object>
 class Forward : public Interface {
  public:
+  template <class... Arguments>
+  explicit Forward(Arguments... arguments) : m_object(std::move(arguments)...) {}
+
   int GetVersion(std::uint16_t* major, std::uint16_t* minor) override { return m_object.GetVersion(major, minor); }
   int GetParamSize(std::uint32_t* size) override { return m_object.GetParamSize(size); }
   int SetDataLength(std::uint16_t frames) override { return m_object.SetDataLength(frames); }
@@ -45,6 +49,8 @@ class BeamForming final : public ForwardClassic<BeamFormingChain, CBeamFormingKe
 
 class AISpeech : public Forward<AISpeechChain, CAISpeechEnhance> {
  public:
+  explicit AISpeech(RealTimeGrant real_time = {}) : Forward(std::move(real_time)) {}
+
   int Open(const std::uint16_t* params, const char* model, float rate_hz, std::uint16_t channels, std::uint16_t frames,
            float add_buff_in_ms, float add_buff_out_ms) override {
     return m_object.Open(params, model, rate_hz, channels, frames, add_buff_in_ms, add_buff_out_ms);
@@ -71,16 +77,19 @@ class PatientAISpeech final : public AISpeech {
   }
 };
 
-template <class AIChain>
-Chains MakeChainsWith() {
+Chains MakeChainsWith(std::unique_ptr<AISpeechChain> ai_speech) {
   return {.key_cancel = std::make_unique<ForwardClassic<KeyCancelChain, CKeyCancel>>(),
           .beam_forming = std::make_unique<BeamForming>(),
-          .ai_speech = std::make_unique<AIChain>()};
+          .ai_speech = std::move(ai_speech)};
 }
 
 }  // namespace
 
-Chains MakeChains() { return MakeChainsWith<AISpeech>(); }
-Chains MakePatientChains() { return MakeChainsWith<PatientAISpeech>(); }
+Chains MakeChains() { return MakeChainsWith(std::make_unique<AISpeech>()); }
+Chains MakePatientChains() { return MakeChainsWith(std::make_unique<PatientAISpeech>()); }
+
+ChainFactory ChainsInRealTime(RealTimeGrant real_time) {
+  return [real_time = std::move(real_time)] { return MakeChainsWith(std::make_unique<AISpeech>(real_time)); };
+}
 
 }  // namespace sonivo

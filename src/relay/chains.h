@@ -4,6 +4,8 @@
 #include <functional>
 #include <memory>
 
+#include "base/thread.h"
+
 namespace sonivo {
 
 /// What the capture path asks of a processing chain. Calls answer 0 on success.
@@ -63,6 +65,8 @@ using ChainFactory = std::function<Chains()>;
 
 /// CKeyCancel, CBeamFormingKeyCancel and CAISpeechEnhance.
 Chains MakeChains();
+/// The same, whose enhancement thread asks for its priority there first.
+ChainFactory ChainsInRealTime(RealTimeGrant real_time);
 /// The same for a machine whose time runs faster than the network: each Execute of the third chain comes back when the
 /// network has dealt with all it was given, so that no chunk is late.
 Chains MakePatientChains();

@@ -67,10 +67,12 @@ int nice_value(Priority priority) {
   return 0;
 }
 
-bool set_scheduling(int policy, int priority) {
+/// Who grants real-time scheduling may have the thread's children do without it; only root takes that back.
+void set_scheduling(int policy, int priority) {
   sched_param parameters{};
   parameters.sched_priority = priority;
-  return ::pthread_setschedparam(::pthread_self(), policy, &parameters) == 0;
+  if (::sched_setscheduler(0, policy, &parameters) == 0) return;
+  ::sched_setscheduler(0, policy | SCHED_RESET_ON_FORK, &parameters);
 }
 
 }  // namespace
@@ -92,18 +94,15 @@ std::unique_ptr<Thread> ProcessThreads::start(const char* name, std::function<vo
 }
 
 void ProcessThreads::set_current_priority(Priority priority) {
-  if (priority == Priority::time_critical && set_scheduling(SCHED_RR, kTimeCriticalPriority)) return;
+  if (priority == Priority::time_critical && real_time_(kTimeCriticalPriority)) return;
   set_scheduling(SCHED_OTHER, 0);
   ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), nice_value(priority));
 }
 
 std::uint64_t ProcessThreads::enter_audio_class() {
-  int policy = 0;
+  const int policy = ::sched_getscheduler(0) & ~SCHED_RESET_ON_FORK;
   sched_param parameters{};
-  if (::pthread_getschedparam(::pthread_self(), &policy, &parameters) != 0 ||
-      !set_scheduling(SCHED_RR, kAudioPriority)) {
-    return 0;
-  }
+  if (::sched_getparam(0, &parameters) != 0 || !real_time_(kAudioPriority)) return 0;
   // What to go back to, made unlike 0.
   return std::uint64_t{1} << 32 | static_cast<std::uint64_t>(policy) << 16 |
          static_cast<std::uint64_t>(parameters.sched_priority);

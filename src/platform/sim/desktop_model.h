@@ -10,7 +10,7 @@
 #include "platform/sim/scheduler.h"
 #include "platform/sim/script.h"
 #include "platform/sim/thread_queues.h"
-#include "platform/sim/window_table.h"
+#include "platform/window_table.h"
 
 namespace sonivo::sim {
 

@@ -83,7 +83,7 @@ struct Storm : testing::Test {
 
   /// As the thread of a capture stream is scheduled, where the machine permits it.
   void play(Audio& audio) {
-    make_thread_time_critical();
+    make_thread_time_critical({});
     std::mt19937 generator(1);
     std::uniform_real_distribution<float> sample(-0.3f, 0.3f);
     std::vector<float> noise(kBlock);

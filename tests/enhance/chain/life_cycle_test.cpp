@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -343,6 +345,24 @@ TEST_F(LifeCycle, StopEndsTheThreadInItsOwnWords) {
   log.take();
   ASSERT_EQ(chain->Stop(), 0);
   EXPECT_TRUE(logged("ThreadExec: FINISHED, state=1, return\n"));
+}
+
+TEST_F(LifeCycle, EachEnhancementThreadAsksForRealTimeOnce) {
+  std::atomic<int> asked = 0;
+  std::atomic<int> priority = 0;
+  chain = std::make_unique<CAISpeechEnhance>([&](int wanted) {
+    priority = wanted;
+    ++asked;
+    return true;
+  });
+  start();
+  EXPECT_EQ(play_silence(), 0);
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(priority, 10);
+  EXPECT_EQ(chain->Stop(), 0);
+  run();
+  EXPECT_EQ(asked, 2);
+  chain.reset();
 }
 
 }  // namespace

@@ -30,25 +30,26 @@ class PrioritySystem : public testing::Test {
 
   /// The thread asks.
   void ask() {
-    make_thread_time_critical({
-        .set_scheduler =
-            [](int policy, int priority) {
-              self_->policy_ = policy;
-              self_->priority_ = priority;
-              return self_->grants_real_time_;
-            },
-        .set_nice =
-            [](int level) {
-              self_->levels_.push_back(level);
-              if (level < self_->lowest_granted_) return false;
-              self_->level_ = level;
-              return true;
-            },
-        .nice = [] { return self_->level_; },
-        .nice_limit = [] { return self_->limit_; },
-    });
+    make_thread_time_critical(grant_, {
+                                          .set_scheduler =
+                                              [](int policy, int priority) {
+                                                self_->policy_ = policy;
+                                                self_->priority_ = priority;
+                                                return self_->grants_real_time_;
+                                              },
+                                          .set_nice =
+                                              [](int level) {
+                                                self_->levels_.push_back(level);
+                                                if (level < self_->lowest_granted_) return false;
+                                                self_->level_ = level;
+                                                return true;
+                                              },
+                                          .nice = [] { return self_->level_; },
+                                          .nice_limit = [] { return self_->limit_; },
+                                      });
   }
 
+  RealTimeGrant grant_;
   bool grants_real_time_ = false;
   int lowest_granted_ = 0;
   std::uint64_t limit_ = 0;
@@ -70,6 +71,22 @@ TEST_F(PrioritySystem, ThatGrantsRealTimeIsAskedForNothingElse) {
   EXPECT_EQ(priority_, 10);
   EXPECT_THAT(levels_, IsEmpty());
   EXPECT_THAT(log_.traces(), IsEmpty());
+}
+
+TEST_F(PrioritySystem, IsNotAskedWhereAnotherGrants) {
+  std::vector<int> asked;
+  bool granted = true;
+  grant_ = [&](int priority) {
+    asked.push_back(priority);
+    return granted;
+  };
+  ask();
+  EXPECT_THAT(asked, ElementsAre(10));
+  EXPECT_EQ(policy_, -1);
+  granted = false;
+  grants_real_time_ = true;
+  ask();
+  EXPECT_EQ(policy_, SCHED_RR | SCHED_RESET_ON_FORK) << "refused there";
 }
 
 TEST_F(PrioritySystem, WithoutRealTimeGrantsTheHighestNiceLevel) {
@@ -133,7 +150,7 @@ TEST(OwnPriority, RisesOrATraceTells) {
   std::thread([&] {
     const auto thread = static_cast<id_t>(::syscall(SYS_gettid));
     const int before = ::getpriority(PRIO_PROCESS, thread);
-    make_thread_time_critical();
+    make_thread_time_critical({});
     int policy = 0;
     sched_param param{};
     ASSERT_EQ(::pthread_getschedparam(::pthread_self(), &policy, &param), 0);

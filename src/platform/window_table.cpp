@@ -1,9 +1,9 @@
-#include "platform/sim/window_table.h"
+#include "platform/window_table.h"
 
 #include <algorithm>
 #include <utility>
 
-namespace sonivo::sim {
+namespace sonivo {
 
 WindowHandle WindowTable::add(Window window) {
   const WindowHandle handle{++latest_};
@@ -24,6 +24,11 @@ std::optional<Window> WindowTable::remove(WindowHandle handle) {
 }
 
 Window* WindowTable::find(WindowHandle handle) {
+  const auto found = windows_.find(handle);
+  return found != windows_.end() ? &found->second : nullptr;
+}
+
+const Window* WindowTable::find(WindowHandle handle) const {
   const auto found = windows_.find(handle);
   return found != windows_.end() ? &found->second : nullptr;
 }
@@ -78,4 +83,4 @@ void WindowTable::set_foreground(WindowHandle handle) {
   raise(handle);
 }
 
-}  // namespace sonivo::sim
+}  // namespace sonivo

@@ -10,7 +10,7 @@
 #include "platform/geometry.h"
 #include "platform/message.h"
 
-namespace sonivo::sim {
+namespace sonivo {
 
 struct Window {
   std::string class_name;
@@ -24,7 +24,7 @@ struct Window {
   bool ours() const { return procedure != nullptr; }
 };
 
-/// The windows of all programs, the program's own above all others. Guarded by the scheduler's mutex.
+/// The windows of all programs, the program's own above all others. Guarded by its owner's mutex.
 class WindowTable {
  public:
   WindowHandle add(Window window);
@@ -32,6 +32,7 @@ class WindowTable {
   std::optional<Window> remove(WindowHandle handle);
   /// Null when there is none.
   Window* find(WindowHandle handle);
+  const Window* find(WindowHandle handle) const;
   WindowHandle find_class(const std::string& class_name) const;
 
   /// From the uppermost down.
@@ -61,4 +62,4 @@ class WindowTable {
   WindowHandle focus_ = WindowHandle::none;
 };
 
-}  // namespace sonivo::sim
+}  // namespace sonivo
