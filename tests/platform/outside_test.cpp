@@ -52,12 +52,15 @@ TEST_P(Outside, AnEventSetFromOutsideEndsAWaitBeforeTheNextInstant) {
     const std::scoped_lock lock(scheduler.mutex());
     far = scheduler.at(scheduler.now() + 3600 * kSecond, [] {});
   }
+  std::atomic<bool> waits = false;
   std::thread outsider([&] {
-    std::this_thread::sleep_for(20ms);
+    while (!waits) std::this_thread::sleep_for(1ms);
+    std::this_thread::sleep_for(50ms);  // on a loaded machine too the wait comes first
     event->set();
   });
   const Time before = scheduler.now();
   const std::array<Event*, 1> events{event.get()};
+  waits = true;
   EXPECT_EQ(scheduler.wait_any(events).index, 0u);
   EXPECT_GE(scheduler.now() - before, 15 * kMillisecond);  // the clock follows what has passed
   EXPECT_LT(scheduler.now() - before, 3600 * kSecond);
