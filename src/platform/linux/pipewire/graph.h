@@ -110,8 +110,8 @@ class Graph final : private Connection::User {
   std::condition_variable known_changed_;
   bool known_ = false;
   std::vector<std::unique_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance; none ever goes
-  std::map<DataFlow, std::string> default_names_;  ///< as the server has them
-  std::map<DataFlow, std::string> default_ids_;    ///< those that are there
+  std::map<DataFlow, std::string> default_names_;     ///< as the server has them
+  std::map<DataFlow, std::string> default_ids_;       ///< those that are there
 };
 
 }  // namespace sonivo::pipewire

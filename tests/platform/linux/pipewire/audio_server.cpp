@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -95,6 +96,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::v
   id_ = ::fork();
   if (id_ != 0) return;
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const sched_param plain{};
+  ::sched_setscheduler(0, SCHED_OTHER, &plain);
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -170,6 +173,34 @@ void AudioServer::unplug_headset() { run({"pw-cli", "destroy", "usb.headset"}); 
 
 void AudioServer::set_default(const char* key, const std::string& node) {
   run({"pw-metadata", "0", key, "{ \"name\": \"" + node + "\" }", "Spa:String:JSON"});
+}
+
+ChildProcess AudioServer::speak_into(const std::string& microphone, const std::string& wav) {
+  ChildProcess voice = start({"pw-play", "--target", "0", "-P", "{ node.name = voice }", wav});
+  const auto linked = [&](const std::string& channel) {
+    return run({"pw-link", "voice:output_" + channel, microphone + ":input_" + channel}).empty();
+  };
+  if (!comes_true([&] { return linked("FL"); }) || !linked("FR")) throw std::runtime_error("nobody speaks");
+  return voice;
+}
+
+ChildProcess AudioServer::play(const std::string& sink, const std::string& wav) {
+  return start({"pw-play", "--target", sink, wav});
+}
+
+ChildProcess AudioServer::record(const std::string& source, const std::string& wav, bool is_sink) {
+  std::vector<std::string> command{"pw-record", "--target", source, "--format", "s16", "--channels", "2"};
+  if (is_sink) command.insert(command.end(), {"-P", "{ stream.capture.sink = true }"});
+  command.push_back(wav);
+  return start(command);
+}
+
+std::string AudioServer::state_of(const std::string& node) {
+  const std::string info = run({"pw-cli", "info", node});
+  const std::string key = "state: \"";
+  const std::size_t at = info.find(key);
+  if (at == info.npos) return {};
+  return info.substr(at + key.size(), info.find('"', at + key.size()) - at - key.size());
 }
 
 void AudioServer::force(const char* setting, unsigned value) {

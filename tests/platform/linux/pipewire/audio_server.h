@@ -63,8 +63,16 @@ class AudioServer {
   /// Runs a command beside the server to its end: what it wrote.
   std::string run(const std::vector<std::string>& command);
   ChildProcess start(const std::vector<std::string>& command);
+  /// Plays a file into the microphone of this name, as what it hears, until it ends or the process does.
+  ChildProcess speak_into(const std::string& microphone, const std::string& wav);
+  /// Plays a file to a sink, or records from a source (or, as it is played, from a sink) into one.
+  ChildProcess play(const std::string& sink, const std::string& wav);
+  ChildProcess record(const std::string& source, const std::string& wav, bool is_sink = false);
   void set_default(const char* key, const std::string& node);
   void force(const char* setting, unsigned value);
+  /// Whether this node is running, in the words of the server: "suspended", "idle", "running", or "" when it isn't
+  /// there.
+  std::string state_of(const std::string& node);
   const TemporaryFolder& folder() const { return folder_; }
 
  private:

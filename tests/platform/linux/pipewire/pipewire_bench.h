@@ -79,6 +79,7 @@ class PipeWireTest : public testing::Test {
     if (const std::string missing = AudioServer::missing_programs(); !missing.empty()) {
       GTEST_SKIP() << "not installed: " << missing;
     }
+    linux::ProcessThreads().enter_audio_class();  // as the threads that serve streams
     server_ = std::make_unique<AudioServer>();
     half_ = std::make_unique<AudioHalf>(server_->remote());
     ASSERT_TRUE(comes_true([&] {
