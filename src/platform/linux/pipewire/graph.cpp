@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <string_view>
@@ -17,6 +18,14 @@ constexpr int kRoundsUntilKnown = 2;
 std::string_view text_of(const spa_dict& properties, const char* key) {
   const char* const value = spa_dict_lookup(&properties, key);
   return value != nullptr ? value : std::string_view();
+}
+
+std::optional<std::uint32_t> number_of(const spa_dict& properties, const char* key) {
+  const std::string_view text = text_of(properties, key);
+  std::uint32_t number = 0;
+  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (text.empty() || problem != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
 }
 
 /// Monitors of sinks are ports of the sink, so no node of a source's class is one.
@@ -75,9 +84,26 @@ struct Graph::Node {
   pw_proxy* proxy = nullptr;
   spa_hook object_hook{};
   spa_hook proxy_hook{};
-  int latest_write = 0;  ///< number of the answer that ends the latest write of the volume
-  bool writing = false;  ///< what is told until then may be older than what was written
+  std::uint32_t card = SPA_ID_INVALID;      ///< the sound card that it belongs to
+  std::optional<std::int32_t> card_device;  ///< which of the card's nodes it is
+  int latest_write = 0;                     ///< number of the answer that ends the latest write of the volume
+  bool writing = false;                     ///< what is told until then may be older than what was written
   std::optional<NodeVolume> told_meanwhile;
+};
+
+/// A sound card and the routes in use on it.
+struct Graph::Card {
+  Card() = default;
+  ~Card() {
+    spa_hook_remove(&hook);
+    pw_proxy_destroy(proxy);
+  }
+  Card(const Card&) = delete;
+  Card& operator=(const Card&) = delete;
+
+  pw_proxy* proxy = nullptr;
+  spa_hook hook{};
+  std::vector<CardRoute> routes;  ///< at most one for a device and direction
 };
 
 Graph::Graph(Connection& connection, Dispatcher& dispatcher, FriendlyNames names)
@@ -172,6 +198,7 @@ void Graph::set_known() {
 
 void Graph::disconnected() {
   while (!nodes_.empty()) remove_node(nodes_.begin());
+  cards_.clear();
   if (defaults_ != nullptr) global_removed(defaults_id_);
   spa_hook_remove(&registry_hook_);
   pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
@@ -188,6 +215,8 @@ void Graph::global_added(std::uint32_t id, const char* type, const spa_dict* pro
   if (kind == PW_TYPE_INTERFACE_Node) {
     const auto flow = flow_of(text_of(*properties, PW_KEY_MEDIA_CLASS));
     if (flow && !text_of(*properties, PW_KEY_NODE_NAME).empty()) add_node(id, *properties, *flow);
+  } else if (kind == PW_TYPE_INTERFACE_Device && text_of(*properties, PW_KEY_MEDIA_CLASS) == "Audio/Device") {
+    add_card(id);
   } else if (kind == PW_TYPE_INTERFACE_Metadata && text_of(*properties, PW_KEY_METADATA_NAME) == "default") {
     if (defaults_ == nullptr) bind_defaults(id);
   }
@@ -196,7 +225,7 @@ void Graph::global_added(std::uint32_t id, const char* type, const spa_dict* pro
 void Graph::global_removed(std::uint32_t id) {
   if (const auto node = nodes_.find(id); node != nodes_.end()) {
     remove_node(node);
-  } else if (id == defaults_id_) {
+  } else if (cards_.erase(id) == 0 && id == defaults_id_) {
     spa_hook_remove(&defaults_hook_);
     pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults_));
     defaults_ = nullptr;
@@ -281,6 +310,10 @@ void Graph::remove_node(std::map<std::uint32_t, std::unique_ptr<Node>>::iterator
 }
 
 void Graph::node_props(Node& node, const spa_dict& properties) {
+  node.card = number_of(properties, PW_KEY_DEVICE_ID).value_or(SPA_ID_INVALID);
+  if (const auto device = number_of(properties, "card.profile.device")) {
+    node.card_device = static_cast<std::int32_t>(*device);
+  }
   const std::string& id = node.endpoint.facts.id;
   const std::string name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), id);
   {
@@ -290,6 +323,33 @@ void Graph::node_props(Node& node, const spa_dict& properties) {
   }
   callbacks_.notify(
       [id](IMMNotificationClient& client) { client.OnPropertyValueChanged(id, PKEY_Device_FriendlyName); });
+}
+
+void Graph::add_card(std::uint32_t id) {
+  auto* const proxy =
+      static_cast<pw_proxy*>(pw_registry_bind(registry_, id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE, 0));
+  if (proxy == nullptr) return;
+  auto card = std::make_unique<Card>();
+  card->proxy = proxy;
+  static const pw_device_events events = [] {
+    pw_device_events table{};
+    table.version = PW_VERSION_DEVICE_EVENTS;
+    table.param = [](void* data, int, std::uint32_t param_id, std::uint32_t, std::uint32_t, const spa_pod* param) {
+      if (param_id != SPA_PARAM_Route || param == nullptr) return;
+      const auto route = read_route(*param);
+      if (!route) return;
+      auto& routes = static_cast<Card*>(data)->routes;
+      std::erase_if(routes, [&](const CardRoute& each) {
+        return each.device == route->device && each.direction == route->direction;
+      });
+      routes.push_back(*route);
+    };
+    return table;
+  }();
+  pw_proxy_add_object_listener(proxy, &card->hook, &events, card.get());
+  std::uint32_t wanted = SPA_PARAM_Route;
+  pw_device_subscribe_params(reinterpret_cast<pw_device*>(proxy), &wanted, 1);
+  cards_[id] = std::move(card);
 }
 
 // ---- Defaults
@@ -373,11 +433,7 @@ bool Graph::set_volume(const std::string& id, const Guid& context, const std::fu
   NodeVolume wanted = before;
   change(wanted);
   if (wanted != before) {
-    std::array<std::uint8_t, 1024> memory{};
-    spa_pod_builder builder{};
-    spa_pod_builder_init(&builder, memory.data(), std::uint32_t{memory.size()});
-    pw_node_set_param(reinterpret_cast<pw_node*>(node.proxy), SPA_PARAM_Props, 0,
-                      volume_props(builder, before, wanted));
+    write_volume(node, before, wanted);
     node.latest_write = pw_proxy_sync(node.proxy, 0);
     node.writing = true;
   }
@@ -388,6 +444,24 @@ bool Graph::set_volume(const std::string& id, const Guid& context, const std::fu
   const AUDIO_VOLUME_NOTIFICATION_DATA data{context, wanted.muted, wanted.scalar()};
   endpoint.callbacks.notify([data](IAudioEndpointVolumeCallback& callback) { callback.OnNotify(&data); });
   return true;
+}
+
+void Graph::write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted) {
+  std::array<std::uint8_t, 2048> memory{};
+  spa_pod_builder builder{};
+  spa_pod_builder_init(&builder, memory.data(), std::uint32_t{memory.size()});
+  const auto card = node.card_device ? cards_.find(node.card) : cards_.end();
+  if (card != cards_.end()) {
+    const std::uint32_t direction =
+        node.endpoint.facts.flow == DataFlow::capture ? SPA_DIRECTION_INPUT : SPA_DIRECTION_OUTPUT;
+    for (const CardRoute& route : card->second->routes) {
+      if (route.device != *node.card_device || route.direction != direction) continue;
+      pw_device_set_param(reinterpret_cast<pw_device*>(card->second->proxy), SPA_PARAM_Route, 0,
+                          route_volume(builder, route, before, wanted));
+      return;
+    }
+  }
+  pw_node_set_param(reinterpret_cast<pw_node*>(node.proxy), SPA_PARAM_Props, 0, volume_props(builder, before, wanted));
 }
 
 void Graph::node_param(Node& node, const spa_pod& param) {

@@ -15,6 +15,7 @@
 
 #include "platform/endpoints.h"
 #include "platform/linux/pipewire/callbacks.h"
+#include "platform/linux/pipewire/card_route.h"
 #include "platform/linux/pipewire/connection.h"
 #include "platform/linux/pipewire/friendly_names.h"
 #include "platform/linux/pipewire/node_volume.h"
@@ -67,6 +68,7 @@ class Graph final : private Connection::User {
 
  private:
   struct Node;
+  struct Card;
   struct Endpoint;
 
   // Connection::User
@@ -77,6 +79,8 @@ class Graph final : private Connection::User {
   void global_removed(std::uint32_t id);
   void add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow);
   void remove_node(std::map<std::uint32_t, std::unique_ptr<Node>>::iterator node);
+  void add_card(std::uint32_t id);
+  void write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
   void bind_defaults(std::uint32_t id);
   int default_changed(const char* key, const char* value);
   void set_default(DataFlow flow, const std::string& name);
@@ -103,6 +107,7 @@ class Graph final : private Connection::User {
   std::uint32_t defaults_id_ = SPA_ID_INVALID;
   spa_hook defaults_hook_{};
   std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
+  std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
   std::vector<DepartureWatch*> watches_;
   int rounds_ = 0;  ///< of questions and answers since the connection; after two the server has told everything
 

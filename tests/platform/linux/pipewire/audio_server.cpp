@@ -66,7 +66,7 @@ context.objects = [
 
 constexpr char kHeadset[] =
     R"conf({ factory.name = support.null-audio-sink node.name = usb.headset node.description = "Headset Microphone"
-         media.class = Audio/Source/Virtual audio.position = [ MONO ]
+         media.class = Audio/Source/Virtual audio.position = [ FL FR ]
          priority.session = 1500 priority.driver = 1500 object.linger = true })conf";
 
 bool is_installed(const std::string& program) {
@@ -176,9 +176,9 @@ void AudioServer::set_default(const char* key, const std::string& node) {
 }
 
 ChildProcess AudioServer::speak_into(const std::string& microphone, const std::string& wav) {
-  ChildProcess voice = start({"pw-play", "--target", "0", "-P", "{ node.name = voice }", wav});
+  ChildProcess voice = start({"pw-play", "--target", "0", "-P", "{ node.name = voice." + microphone + " }", wav});
   const auto linked = [&](const std::string& channel) {
-    return run({"pw-link", "voice:output_" + channel, microphone + ":input_" + channel}).empty();
+    return run({"pw-link", "voice." + microphone + ":output_" + channel, microphone + ":input_" + channel}).empty();
   };
   if (!comes_true([&] { return linked("FL"); }) || !linked("FR")) throw std::runtime_error("nobody speaks");
   return voice;
