@@ -447,6 +447,10 @@ bool Graph::set_volume(const std::string& id, const Guid& context, const std::fu
 }
 
 void Graph::write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted) {
+  if (const auto own = own_nodes_.find(node.endpoint.facts.id); own != own_nodes_.end()) {
+    own->second->set_volume(wanted);
+    return;
+  }
   std::array<std::uint8_t, 2048> memory{};
   spa_pod_builder builder{};
   spa_pod_builder_init(&builder, memory.data(), std::uint32_t{memory.size()});

@@ -39,6 +39,17 @@ class DepartureWatch {
   ~DepartureWatch() = default;
 };
 
+/// A node of this process. The server hears nothing else of a client while that client's request to change a node is
+/// under way, so that the answer of one's own node would never arrive: it is changed here instead.
+class OwnNode {
+ public:
+  /// Any thread, with the loop locked.
+  virtual void set_volume(const NodeVolume& volume) = 0;
+
+ protected:
+  ~OwnNode() = default;
+};
+
 /// The model of the server's endpoints and defaults: written on the loop's thread, read on any. An endpoint that has
 /// gone is remembered, so that what was read of it still holds when it comes back.
 class Graph final : private Connection::User {
@@ -58,6 +69,8 @@ class Graph final : private Connection::User {
   /// With the loop locked.
   void add(DepartureWatch& watch);
   void remove(DepartureWatch& watch);
+  void add(const std::string& id, OwnNode& node) { own_nodes_[id] = &node; }
+  void remove(const std::string& id) { own_nodes_.erase(id); }
 
   /// The volume of an endpoint; none while it isn't there.
   std::optional<NodeVolume> volume(const std::string& id) const;
@@ -109,6 +122,7 @@ class Graph final : private Connection::User {
   std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
   std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
   std::vector<DepartureWatch*> watches_;
+  std::map<std::string, OwnNode*> own_nodes_;
   int rounds_ = 0;  ///< of questions and answers since the connection; after two the server has told everything
 
   mutable std::mutex mutex_;

@@ -2,6 +2,7 @@
 
 #include <pipewire/keys.h>
 #include <spa/param/audio/format-utils.h>
+#include <spa/param/props.h>
 
 #include <algorithm>
 #include <array>
@@ -94,6 +95,14 @@ void StreamNode::close() {
   spa_hook_remove(&hook_);
   pw_stream_destroy(stream_);
   stream_ = nullptr;
+}
+
+void StreamNode::set_volume(const NodeVolume& volume) {
+  if (stream_ == nullptr) return;
+  float mute = volume.muted ? 1 : 0;
+  std::vector<float> channels = volume.channels;
+  pw_stream_set_control(stream_, SPA_PROP_mute, 1, &mute, SPA_PROP_channelVolumes,
+                        static_cast<std::uint32_t>(channels.size()), channels.data(), 0);
 }
 
 void StreamNode::process() {

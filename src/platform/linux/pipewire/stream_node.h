@@ -11,6 +11,7 @@
 #include "base/status.h"
 #include "platform/endpoints.h"
 #include "platform/linux/pipewire/connection.h"
+#include "platform/linux/pipewire/node_volume.h"
 #include "platform/wave_format.h"
 
 namespace sonivo::pipewire {
@@ -55,6 +56,8 @@ class StreamNode {
   bool open(pw_core& core);
   /// With the loop locked. Afterwards the handler isn't called.
   void close();
+  /// With the loop locked.
+  void set_volume(const NodeVolume& volume);
 
  private:
   void process();

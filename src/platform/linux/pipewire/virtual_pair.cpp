@@ -20,10 +20,11 @@ class SilentNotice final : public RemovalNotice {};
 
 }  // namespace
 
-VirtualPair::VirtualPair(Connection& connection, Pacer& pacer, DeviceBus& others, const WAVEFORMATEXTENSIBLE& format)
+VirtualPair::VirtualPair(Connection& connection, Graph& graph, Pacer& pacer, DeviceBus& others,
+                         const WAVEFORMATEXTENSIBLE& format)
     : others_(others),
-      microphone_(connection, pacer, DataFlow::capture, format),
-      speaker_(connection, pacer, DataFlow::render, format) {}
+      microphone_(connection, graph, pacer, DataFlow::capture, format),
+      speaker_(connection, graph, pacer, DataFlow::render, format) {}
 
 std::vector<DeviceInterface> VirtualPair::interfaces(const Guid& category) {
   if (category != kCategoryAudio) return others_.interfaces(category);

@@ -9,7 +9,7 @@ namespace sonivo::pipewire {
 /// see it, from the first connection to the server on.
 class VirtualPair final : public DeviceBus {
  public:
-  VirtualPair(Connection& connection, Pacer& pacer, DeviceBus& others,
+  VirtualPair(Connection& connection, Graph& graph, Pacer& pacer, DeviceBus& others,
               const WAVEFORMATEXTENSIBLE& format = pcm_format(48000, 24, 2));
 
   /// The pair's, for the category of audio devices; of any other category those of the other bus.

@@ -18,13 +18,17 @@ constexpr std::size_t kPinFrames = 32768;      // four times the longest turn of
 constexpr std::uint32_t kLatePerSecond = 500;  // the pacer may be 2 ms late
 constexpr std::uint32_t kScratchFrames = 1024;
 
+const char* pin_node_name(DataFlow flow) {
+  return flow == DataFlow::capture ? "norvell.relay.microphone" : "norvell.relay.speaker";
+}
+
 StreamSettings pin_settings(DataFlow flow, const WAVEFORMATEXTENSIBLE& format) {
   const bool capture = flow == DataFlow::capture;
   StreamSettings settings{
       .direction = capture ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT, .format = format, .properties = {}};
   settings.properties = {
       {PW_KEY_MEDIA_CLASS, capture ? "Audio/Source" : "Audio/Sink"},
-      {PW_KEY_NODE_NAME, capture ? "norvell.relay.microphone" : "norvell.relay.speaker"},
+      {PW_KEY_NODE_NAME, pin_node_name(flow)},
       {PW_KEY_NODE_DESCRIPTION, "Norvell Audio Relay"},
       {"audio.position", format.nChannels == 1 ? "[ MONO ]" : "[ FL FR ]"},
       {"priority.session", "100"},  // hardware has 1000 and more
@@ -111,9 +115,11 @@ class VirtualPin::Handle final : public Device {
   bool closed_ = false;
 };
 
-VirtualPin::VirtualPin(Connection& connection, Pacer& pacer, DataFlow flow, const WAVEFORMATEXTENSIBLE& format)
+VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow,
+                       const WAVEFORMATEXTENSIBLE& format)
     : Pacer::Stream(pacer, format.nSamplesPerSec),
       connection_(connection),
+      graph_(graph),
       pacer_(pacer),
       flow_(flow),
       format_(format),
@@ -126,6 +132,7 @@ VirtualPin::VirtualPin(Connection& connection, Pacer& pacer, DataFlow flow, cons
   transfers_.reserve(kExpectedRequests);
   pacer_.add(*this);
   const Connection::Lock lock(connection_);
+  graph_.add(pin_node_name(flow), *this);
   connection_.add(*this);
 }
 
@@ -133,6 +140,7 @@ VirtualPin::~VirtualPin() {
   {
     const Connection::Lock lock(connection_);
     connection_.remove(*this);
+    graph_.remove(pin_node_name(flow_));
     node_.close();
   }
   pacer_.remove(*this);

@@ -13,6 +13,7 @@
 #include "platform/linux/pipewire/connection.h"
 #include "platform/linux/pipewire/frame_fifo.h"
 #include "platform/linux/pipewire/frame_slip.h"
+#include "platform/linux/pipewire/graph.h"
 #include "platform/linux/pipewire/pacer.h"
 #include "platform/linux/pipewire/playout.h"
 #include "platform/linux/pipewire/stream_node.h"
@@ -28,9 +29,9 @@ namespace sonivo::pipewire {
 /// do when the server goes; the device is there again with the server. What applications play while no transfer is
 /// outstanding is lost; what they record then is silence. Feedback 1 has the transfers go a thousandth faster than the
 /// graph, -1 slower.
-class VirtualPin final : private Connection::User, private StreamHandler, private Pacer::Stream {
+class VirtualPin final : private Connection::User, private StreamHandler, private Pacer::Stream, private OwnNode {
  public:
-  VirtualPin(Connection& connection, Pacer& pacer, DataFlow flow, const WAVEFORMATEXTENSIBLE& format);
+  VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow, const WAVEFORMATEXTENSIBLE& format);
   /// No handle is left.
   ~VirtualPin();
 
@@ -61,6 +62,9 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   // Pacer::Stream
   void release(std::uint32_t frames) override;
 
+  // OwnNode
+  void set_volume(const NodeVolume& volume) override { node_.set_volume(volume); }
+
   // With the mutex held.
   void complete(const Request& request, Error error, std::size_t transferred);
   void end_all(std::vector<Request>& requests, Error error);
@@ -73,6 +77,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   Error feedback(const Request& request);
 
   Connection& connection_;
+  Graph& graph_;
   Pacer& pacer_;
   const DataFlow flow_;
   const WAVEFORMATEXTENSIBLE format_;

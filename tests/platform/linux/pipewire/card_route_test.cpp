@@ -11,7 +11,7 @@ namespace sonivo::pipewire {
 namespace {
 
 struct Pod {
-  Pod() { spa_pod_builder_init(&builder, memory.data(), std::uint32_t{memory.size()}); }
+  Pod() { spa_pod_builder_init(&builder, memory.data(), static_cast<std::uint32_t>(memory.size())); }
   std::array<std::uint8_t, 1024> memory{};
   spa_pod_builder builder{};
 };

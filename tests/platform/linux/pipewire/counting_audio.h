@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <numbers>
 #include <string>
 #include <vector>
 
@@ -52,9 +54,33 @@ inline std::size_t longest_run(const std::vector<StereoFrame>& frames) {
   return runs.empty() ? 0 : *std::max_element(runs.begin(), runs.end());
 }
 
+/// 440 Hz at this rate, with an amplitude of 10000.
+inline std::vector<StereoFrame> tone_frames(std::size_t count, std::uint32_t rate_hz = 48000) {
+  std::vector<StereoFrame> frames(count);
+  for (std::size_t n = 0; n < count; ++n) {
+    const double angle = 2 * std::numbers::pi * 440 / rate_hz * static_cast<double>(n);
+    const auto value = static_cast<std::int16_t>(std::lround(10000 * std::sin(angle)));
+    frames[n] = {value, value};
+  }
+  return frames;
+}
+
+/// Whether the latest half second is that tone without a break. A sine of w a frame has x[n+1] = 2 cos(w) x[n] -
+/// x[n-1]; each of the three is rounded, here and there twice, and a thousandth of w makes less than a tenth.
+inline bool is_clean_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
+  const std::size_t half_second = rate_hz / 2;
+  if (frames.size() < half_second) return false;
+  const double turn = 2 * std::cos(2 * std::numbers::pi * 440 / rate_hz);
+  int largest = 0;
+  for (std::size_t n = frames.size() - half_second + 1; n + 1 < frames.size(); ++n) {
+    largest = std::max<int>(largest, frames[n][0]);
+    if (std::fabs(turn * frames[n][0] - frames[n - 1][0] - frames[n + 1][0]) > 5) return false;
+  }
+  return largest > 9900;
+}
+
 /// A WAV file of 16 bits at this rate.
-inline std::string counting_wav(std::size_t count, std::uint32_t rate_hz = 48000) {
-  const auto frames = counting_frames(count);
+inline std::string wav_of(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
   const auto bytes = static_cast<std::uint32_t>(frames.size() * sizeof(StereoFrame));
   struct Header {
     char riff[4] = {'R', 'I', 'F', 'F'};
@@ -80,6 +106,8 @@ inline std::string counting_wav(std::size_t count, std::uint32_t rate_hz = 48000
   std::memcpy(file.data() + sizeof header, frames.data(), bytes);
   return file;
 }
+
+inline std::string counting_wav(std::size_t count) { return wav_of(counting_frames(count)); }
 
 /// The frames of such a file, whatever chunks stand before them.
 inline std::vector<StereoFrame> frames_of_wav(const std::string& path) {

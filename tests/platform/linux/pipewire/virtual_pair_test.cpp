@@ -40,7 +40,7 @@ class VirtualPairTest : public PipeWireTest {
   void SetUp() override {
     PipeWireTest::SetUp();
     if (!half_) return;
-    pair_ = std::make_unique<pipewire::VirtualPair>(half_->connection, half_->pacer, others_);
+    pair_ = std::make_unique<pipewire::VirtualPair>(half_->connection, half_->graph, half_->pacer, others_);
     ASSERT_TRUE(comes_true([&] {
       return endpoint(DataFlow::capture, kVirtualMic) != nullptr &&
              endpoint(DataFlow::render, kVirtualSpeaker) != nullptr;
