@@ -11,7 +11,7 @@
 namespace sonivo::pipewire {
 namespace {
 
-constexpr std::size_t kMaxTableBytes = 64 * 1024;
+constexpr std::size_t kMaxTableBytes = 65536;
 
 std::string_view trimmed(std::string_view text) {
   const auto blank = " \t\r";

@@ -155,6 +155,32 @@ TEST_F(PipeWireRelayTest, TheMicrophoneRunsOnlyWhileAnApplicationRecords) {
   EXPECT_TRUE(comes_true([&] { return server_->state_of("sonivo.microphone").empty(); }));
 }
 
+// The recorder's left channel hears the microphone itself, the right one what the relay made of it.
+TEST_F(PipeWireRelayTest, TheWayThroughTheRelayTakesLessThanATenthOfASecond) {
+  for (const unsigned quantum : {256u, 1024u}) {
+    server_->force("clock.force-quantum", quantum);
+    const auto voice = server_->speak_into("notebook.microphone", counting(60));
+    const std::string wav = path(("both." + std::to_string(quantum)).c_str());
+    auto recorder =
+        server_->start({"pw-record", "--target", "0", "-P", "{ node.name = both }", "--format", "s16", wav});
+    const auto link = [&](const std::string& output, const std::string& input) {
+      return server_->run({"pw-link", output, input}).empty();
+    };
+    ASSERT_TRUE(comes_true([&] { return link("notebook.microphone:capture_FL", "both:input_FL"); }));
+    ASSERT_TRUE(link(std::string(kVirtualMic) + ":capture_FL", "both:input_FR"));
+    std::this_thread::sleep_for(std::chrono::seconds(5));
+    recorder.end(2);
+    const auto frames = frames_of_wav(wav);
+    ASSERT_GE(frames.size(), 3 * kRate);
+    const StereoFrame latest = frames[frames.size() - kRate / 10];
+    const int behind = (latest[0] - latest[1] + 30000) % 30000;
+    RecordProperty("frames_at_" + std::to_string(quantum), behind);
+    EXPECT_GT(behind, 0) << quantum;
+    EXPECT_LT(behind, static_cast<int>(kRate / 10)) << quantum;
+    ASSERT_TRUE(comes_true([&] { return server_->state_of("both").empty(); }));
+  }
+}
+
 TEST_F(PipeWireRelayTest, ANewDefaultMicrophoneIsHeard) {
   auto recorder = server_->record(kVirtualMic, path("heard.wav"));
   server_->plug_headset();
