@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "base/descriptor.h"
+#include "base/thread.h"
+#include "platform/linux/pipewire/cycle.h"
+
+namespace sonivo::pipewire {
+
+/// The thread that does what the data thread leaves: whatever the length of the graph's turns, clients are served
+/// evenly, at least every 10 ms.
+class Pacer {
+ public:
+  /// A stream whose frames are handed on in pieces, apart from the data thread.
+  class Stream {
+   public:
+    Stream(Pacer& pacer, std::uint32_t rate_hz) : pacer_(pacer), rate_hz_(rate_hz), cutter_(rate_hz / 100) {}
+
+   protected:
+    ~Stream() = default;
+    /// Data thread: the graph has turned by this many frames, and will again when they have passed.
+    void note_turn(std::uint32_t frames);
+    /// On the pacer's thread: this many further frames have passed, at most 10 ms unless the thread is late.
+    virtual void release(std::uint32_t frames) = 0;
+
+   private:
+    friend class Pacer;
+    Pacer& pacer_;
+    const std::uint32_t rate_hz_;
+    CycleQueue cycles_;
+    CycleCutter cutter_;
+  };
+
+  /// Throws std::runtime_error when the machine has no thread or event left.
+  explicit Pacer(Threads& threads);
+  ~Pacer();
+  Pacer(const Pacer&) = delete;
+  Pacer& operator=(const Pacer&) = delete;
+
+  void add(Stream& stream);
+  /// Afterwards nothing of it is called.
+  void remove(Stream& stream);
+
+ private:
+  void wake();
+  void run();
+  /// When to look again.
+  std::optional<std::int64_t> serve_all(std::int64_t now_ns);
+
+  Threads& threads_;
+  Descriptor woken_;
+  std::atomic<bool> stop_ = false;
+  std::mutex mutex_;
+  std::vector<Stream*> streams_;
+  std::unique_ptr<Thread> thread_;
+};
+
+}  // namespace sonivo::pipewire

@@ -1,0 +1,300 @@
+#include "platform/linux/pipewire/virtual_pin.h"
+
+#include <pipewire/keys.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace sonivo::pipewire {
+namespace {
+
+constexpr std::uint32_t kWaitStream = 0x80000000;
+constexpr std::uint32_t kTransfer = 0x80000004;
+constexpr std::uint32_t kFeedback = 0x80000008;
+
+constexpr std::size_t kExpectedRequests = 16;
+constexpr std::size_t kPinFrames = 32768;      // four times the longest turn of the server
+constexpr std::uint32_t kLatePerSecond = 500;  // the pacer may be 2 ms late
+constexpr std::uint32_t kScratchFrames = 1024;
+
+const char* pin_node_name(DataFlow flow) {
+  return flow == DataFlow::capture ? "norvell.relay.microphone" : "norvell.relay.speaker";
+}
+
+StreamSettings pin_settings(DataFlow flow, const WAVEFORMATEXTENSIBLE& format) {
+  const bool capture = flow == DataFlow::capture;
+  StreamSettings settings{
+      .direction = capture ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT, .format = format, .properties = {}};
+  settings.properties = {
+      {PW_KEY_MEDIA_CLASS, capture ? "Audio/Source" : "Audio/Sink"},
+      {PW_KEY_NODE_NAME, pin_node_name(flow)},
+      {PW_KEY_NODE_DESCRIPTION, "Norvell Audio Relay"},
+      {"audio.position", format.nChannels == 1 ? "[ MONO ]" : "[ FL FR ]"},
+      {"priority.session", "100"},  // hardware has 1000 and more
+  };
+  join_group(settings, flow);
+  return settings;
+}
+
+void begin(Overlapped& overlapped) {
+  overlapped.pending = true;
+  overlapped.error = error::kIoPending;
+  overlapped.transferred = 0;
+  if (overlapped.hEvent != nullptr) overlapped.hEvent->reset();
+}
+
+}  // namespace
+
+class VirtualPin::Handle final : public Device {
+ public:
+  Handle(VirtualPin& pin, Sharing its_sharing) : sharing(its_sharing), pin_(pin) { pin_.handles_.push_back(this); }
+  ~Handle() override { close(); }
+
+  Error control(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
+                Overlapped& overlapped) override {
+    std::scoped_lock lock(pin_.mutex_);
+    const Request request{this, &overlapped, input, output};
+    if (closed_) return error::kInvalidHandle;
+    if (lost) return error::kDeviceNotConnected;
+    switch (code) {
+      case kWaitStream:
+        return pin_.wait_stream(request);
+      case kTransfer:
+        return pin_.transfer(request);
+      case kFeedback:
+        return pin_.feedback(request);
+      default:
+        return error::kInvalidFunction;
+    }
+  }
+
+  Error result(Overlapped& overlapped, std::uint32_t& transferred, bool wait) override {
+    std::unique_lock lock(pin_.mutex_);
+    if (overlapped.pending && !wait) return error::kIoPending;
+    pin_.done_.wait(lock, [&] { return !overlapped.pending; });
+    transferred = overlapped.transferred;
+    return overlapped.error;
+  }
+
+  void cancel(Overlapped& overlapped) override {
+    end_those([&](const Request& request) { return request.overlapped == &overlapped; });
+  }
+
+  Error control_now(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
+                    std::uint32_t& transferred) override {
+    Overlapped overlapped;
+    transferred = 0;
+    const Error started = control(code, input, output, overlapped);
+    return started == error::kIoPending ? result(overlapped, transferred, true) : started;
+  }
+
+  void close() override {
+    end_those([&](const Request& request) { return request.handle == this; });
+    std::scoped_lock lock(pin_.mutex_);
+    if (!std::exchange(closed_, true)) std::erase(pin_.handles_, this);
+  }
+
+  const Sharing sharing;
+  bool lost = false;  ///< the device has gone since
+
+ private:
+  template <class Which>
+  void end_those(Which which) {
+    std::scoped_lock lock(pin_.mutex_);
+    for (auto* const queue : {&pin_.waiting_, &pin_.transfers_}) {
+      std::erase_if(*queue, [&](const Request& request) {
+        if (!which(request)) return false;
+        pin_.complete(request, error::kOperationAborted, 0);
+        return true;
+      });
+    }
+  }
+
+  VirtualPin& pin_;
+  bool closed_ = false;
+};
+
+VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow,
+                       const WAVEFORMATEXTENSIBLE& format)
+    : Pacer::Stream(pacer, format.nSamplesPerSec),
+      connection_(connection),
+      graph_(graph),
+      pacer_(pacer),
+      flow_(flow),
+      format_(format),
+      node_(pin_settings(flow, format), *this),
+      to_graph_(format.nBlockAlign, kPinFrames, format.nSamplesPerSec, format.nSamplesPerSec / kLatePerSecond),
+      from_graph_(format.nBlockAlign, kPinFrames),
+      slip_(format),
+      scratch_(std::size_t{kScratchFrames} * format.nBlockAlign) {
+  waiting_.reserve(kExpectedRequests);
+  transfers_.reserve(kExpectedRequests);
+  pacer_.add(*this);
+  const Connection::Lock lock(connection_);
+  graph_.add(pin_node_name(flow), *this);
+  connection_.add(*this);
+}
+
+VirtualPin::~VirtualPin() {
+  {
+    const Connection::Lock lock(connection_);
+    connection_.remove(*this);
+    graph_.remove(pin_node_name(flow_));
+    node_.close();
+  }
+  pacer_.remove(*this);
+}
+
+bool VirtualPin::is_present() const {
+  std::scoped_lock lock(mutex_);
+  return present_;
+}
+
+std::shared_ptr<Device> VirtualPin::open(Sharing sharing, Error& why) {
+  std::scoped_lock lock(mutex_);
+  const bool in_the_way = std::any_of(handles_.begin(), handles_.end(), [&](const Handle* handle) {
+    return !handle->lost && (sharing == Sharing::exclusive || handle->sharing == Sharing::exclusive);
+  });
+  why = !present_ ? error::kFileNotFound : in_the_way ? error::kSharingViolation : error::kNone;
+  return why == error::kNone ? std::make_shared<Handle>(*this, sharing) : nullptr;
+}
+
+bool VirtualPin::serves(const Device* device) const {
+  std::scoped_lock lock(mutex_);
+  return std::any_of(handles_.begin(), handles_.end(), [&](const Handle* handle) { return handle == device; });
+}
+
+// ---- The node
+
+void VirtualPin::connected(pw_core& core) {
+  const bool opened = node_.open(core);
+  std::scoped_lock lock(mutex_);
+  present_ = opened;
+}
+
+void VirtualPin::disconnected() {
+  node_.close();
+  std::scoped_lock lock(mutex_);
+  present_ = false;
+  streaming_ = false;
+  for (Handle* const handle : handles_) handle->lost = true;
+  end_all(transfers_, error::kDeviceNotConnected);
+  end_all(waiting_, error::kDeviceNotConnected);
+}
+
+void VirtualPin::state_changed(pw_stream_state state) {
+  std::scoped_lock lock(mutex_);
+  streaming_ = state == PW_STREAM_STATE_STREAMING;
+  if (!streaming_) return end_all(transfers_, error::kDeviceNotConnected);
+  for (const Request& request : waiting_) hand_out_format(request);
+  waiting_.clear();
+}
+
+void VirtualPin::take(const std::byte* frames, std::uint32_t count) {
+  note_turn(static_cast<std::uint32_t>(from_graph_.write(frames, count)));
+}
+
+void VirtualPin::fill(std::byte* frames, std::uint32_t count) {
+  to_graph_.read(frames, count);
+  note_turn(count);
+}
+
+// ---- Requests
+
+void VirtualPin::complete(const Request& request, Error error, std::size_t transferred) {
+  Overlapped& overlapped = *request.overlapped;
+  overlapped.pending = false;
+  overlapped.error = error;
+  overlapped.transferred = static_cast<std::uint32_t>(transferred);
+  if (overlapped.hEvent != nullptr) overlapped.hEvent->set();
+  done_.notify_all();
+}
+
+void VirtualPin::end_all(std::vector<Request>& requests, Error error) {
+  for (const Request& request : requests) complete(request, error, 0);
+  requests.clear();
+}
+
+void VirtualPin::hand_out_format(const Request& request) {
+  std::memcpy(request.output.data(), &format_, sizeof format_);
+  complete(request, error::kNone, sizeof format_);
+}
+
+Error VirtualPin::wait_stream(Request request) {
+  if (request.output.size() != sizeof format_) return error::kInvalidParameter;
+  begin(*request.overlapped);
+  if (streaming_) {
+    hand_out_format(request);
+    return error::kNone;
+  }
+  waiting_.push_back(request);
+  return error::kIoPending;
+}
+
+Error VirtualPin::transfer(Request request) {
+  if (!streaming_) return error::kDeviceNotConnected;
+  const std::size_t right_way = flow_ == DataFlow::capture ? request.input.size() : request.output.size();
+  if (right_way == 0 || right_way % format_.nBlockAlign != 0 || request.bytes() != right_way) {
+    return error::kInvalidParameter;
+  }
+  begin(*request.overlapped);
+  transfers_.push_back(request);
+  return error::kIoPending;
+}
+
+Error VirtualPin::feedback(const Request& request) {
+  std::int32_t value = 0;
+  if (request.input.size() != sizeof value) return error::kInvalidParameter;
+  std::memcpy(&value, request.input.data(), sizeof value);
+  if (value < -1 || value > 1) return error::kInvalidParameter;
+  begin(*request.overlapped);
+  complete(request, error::kNone, 0);
+  slip_.want(flow_ == DataFlow::capture ? value : -value);  // a faster microphone takes in more, a speaker gives more
+  return error::kNone;
+}
+
+void VirtualPin::release(std::uint32_t frames) {
+  std::scoped_lock lock(mutex_);
+  flow_ == DataFlow::capture ? record(frames) : play(frames);
+}
+
+void VirtualPin::record(std::uint32_t frames) {
+  std::size_t left = to_graph_.admitted(frames);
+  while (left != 0 && !transfers_.empty()) {
+    Request& front = transfers_.front();
+    const auto moved =
+        slip_.process(front.input.data() + front.done, (front.input.size() - front.done) / format_.nBlockAlign,
+                      scratch_.data(), std::min<std::size_t>(left, kScratchFrames));
+    to_graph_.write(scratch_.data(), moved.given);
+    left -= moved.given;
+    front.done += moved.taken * format_.nBlockAlign;
+    if (front.done == front.bytes()) finish_front();
+  }
+}
+
+void VirtualPin::play(std::uint32_t frames) {
+  if (transfers_.empty()) return from_graph_.drop(frames);
+  std::size_t left = frames;
+  while (left != 0 && !transfers_.empty()) {
+    Request& front = transfers_.front();
+    const auto there = from_graph_.front();
+    const auto moved =
+        slip_.process(there.data(), std::min(left, there.size() / format_.nBlockAlign),
+                      front.output.data() + front.done, (front.output.size() - front.done) / format_.nBlockAlign);
+    from_graph_.drop(moved.taken);
+    left -= moved.taken;
+    front.done += moved.given * format_.nBlockAlign;
+    if (front.done == front.bytes()) finish_front();
+    if (there.empty()) break;
+  }
+  if (transfers_.empty()) from_graph_.drop(left);
+}
+
+void VirtualPin::finish_front() {
+  const Request request = transfers_.front();
+  transfers_.erase(transfers_.begin());
+  complete(request, error::kNone, request.bytes());
+}
+
+}  // namespace sonivo::pipewire

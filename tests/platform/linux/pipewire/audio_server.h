@@ -1,0 +1,90 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/temporary_folder.h"
+
+namespace sonivo::test {
+
+/// Whether something comes true within ten seconds.
+inline bool comes_true(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+/// A process that ends with the object, at the latest.
+class ChildProcess {
+ public:
+  /// `environment` is added to the own one; what it writes goes to the file.
+  ChildProcess(const std::vector<std::string>& command, const std::vector<std::string>& environment,
+               const std::string& output);
+  ~ChildProcess() { end(9); }
+  ChildProcess(ChildProcess&& other) noexcept : id_(std::exchange(other.id_, 0)) {}
+  ChildProcess& operator=(ChildProcess&& other) noexcept;
+
+  void end(int signal);
+  /// Its exit status; waits for it.
+  int wait();
+  /// Without waiting.
+  bool has_ended();
+
+ private:
+  pid_t id_ = 0;
+};
+
+/// An audio server of the test's own with its session manager and bus, and a notebook's devices, none of which is real:
+/// "notebook.microphone", "notebook.speakers" and "usb.headset".
+class AudioServer {
+ public:
+  /// The programs that aren't installed; empty: the tests can run.
+  static std::string missing_programs();
+
+  AudioServer();
+
+  void start_server();
+  void kill_server();
+  void start_manager();
+  void kill_manager();
+  void plug_headset();
+  void unplug_headset();
+
+  /// Name to connect to.
+  const std::string& remote() const { return remote_; }
+  /// Runs a command beside the server to its end: what it wrote.
+  std::string run(const std::vector<std::string>& command);
+  ChildProcess start(const std::vector<std::string>& command);
+  /// Plays a file into the microphone of this name, as what it hears, until it ends or the process does.
+  ChildProcess speak_into(const std::string& microphone, const std::string& wav);
+  /// Plays a file to a sink, or records from a source (or, as it is played, from a sink) into one.
+  ChildProcess play(const std::string& sink, const std::string& wav);
+  ChildProcess record(const std::string& source, const std::string& wav, bool is_sink = false);
+  void set_default(const char* key, const std::string& node);
+  void force(const char* setting, unsigned value);
+  /// Whether this node is running, in the words of the server: "suspended", "idle", "running", or "" when it isn't
+  /// there.
+  std::string state_of(const std::string& node);
+  const TemporaryFolder& folder() const { return folder_; }
+
+ private:
+  void wait_for(const std::string& socket);
+
+  TemporaryFolder folder_;
+  std::string remote_;
+  std::vector<std::string> environment_;
+  int outputs_ = 0;
+  std::vector<ChildProcess> bus_;
+  std::vector<ChildProcess> server_;
+  std::vector<ChildProcess> manager_;
+};
+
+}  // namespace sonivo::test

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <numbers>
+#include <string>
+#include <vector>
+
+namespace sonivo::test {
+
+/// A signal in which no frame is like its neighbours: frame n of two 16-bit channels is (m, -m), m = 1 + n mod 30000.
+/// What passes unchanged goes on counting.
+using StereoFrame = std::array<std::int16_t, 2>;
+
+inline StereoFrame counting_frame(std::uint64_t n) {
+  const auto m = static_cast<std::int16_t>(1 + n % 30000);
+  return {m, static_cast<std::int16_t>(-m)};
+}
+
+inline std::vector<StereoFrame> counting_frames(std::size_t count) {
+  std::vector<StereoFrame> frames(count);
+  for (std::size_t n = 0; n < count; ++n) frames[n] = counting_frame(n);
+  return frames;
+}
+
+inline bool counts_on(const StereoFrame& frame, const StereoFrame& next) {
+  return frame[0] >= 1 && frame[0] <= 30000 && frame[1] == -frame[0] && next[0] == 1 + frame[0] % 30000 &&
+         next[1] == -next[0];
+}
+
+/// Lengths of the stretches in which frames count on, of two frames and more.
+inline std::vector<std::size_t> counting_runs(const std::vector<StereoFrame>& frames) {
+  std::vector<std::size_t> runs;
+  std::size_t run = 1;
+  for (std::size_t i = 1; i <= frames.size(); ++i) {
+    if (i < frames.size() && counts_on(frames[i - 1], frames[i])) {
+      ++run;
+      continue;
+    }
+    if (run > 1) runs.push_back(run);
+    run = 1;
+  }
+  return runs;
+}
+
+inline std::size_t longest_run(const std::vector<StereoFrame>& frames) {
+  const auto runs = counting_runs(frames);
+  return runs.empty() ? 0 : *std::max_element(runs.begin(), runs.end());
+}
+
+/// 440 Hz at this rate, with an amplitude of 10000.
+inline std::vector<StereoFrame> tone_frames(std::size_t count, std::uint32_t rate_hz = 48000) {
+  std::vector<StereoFrame> frames(count);
+  for (std::size_t n = 0; n < count; ++n) {
+    const double angle = 2 * std::numbers::pi * 440 / rate_hz * static_cast<double>(n);
+    const auto value = static_cast<std::int16_t>(std::lround(10000 * std::sin(angle)));
+    frames[n] = {value, value};
+  }
+  return frames;
+}
+
+/// Whether the latest half second is that tone without a break. A sine of w a frame has x[n+1] = 2 cos(w) x[n] -
+/// x[n-1]; each of the three is rounded, here and there twice, and a thousandth of w makes less than a tenth.
+inline bool is_clean_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
+  const std::size_t half_second = rate_hz / 2;
+  if (frames.size() < half_second) return false;
+  const double turn = 2 * std::cos(2 * std::numbers::pi * 440 / rate_hz);
+  int largest = 0;
+  for (std::size_t n = frames.size() - half_second + 1; n + 1 < frames.size(); ++n) {
+    largest = std::max<int>(largest, frames[n][0]);
+    if (std::fabs(turn * frames[n][0] - frames[n - 1][0] - frames[n + 1][0]) > 5) return false;
+  }
+  return largest > 9900;
+}
+
+/// A WAV file of 16 bits at this rate.
+inline std::string wav_of(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
+  const auto bytes = static_cast<std::uint32_t>(frames.size() * sizeof(StereoFrame));
+  struct Header {
+    char riff[4] = {'R', 'I', 'F', 'F'};
+    std::uint32_t size = 0;
+    char wave[8] = {'W', 'A', 'V', 'E', 'f', 'm', 't', ' '};
+    std::uint32_t format_size = 16;
+    std::uint16_t tag = 1;
+    std::uint16_t channels = 2;
+    std::uint32_t rate = 0;
+    std::uint32_t bytes_per_second = 0;
+    std::uint16_t block = 4;
+    std::uint16_t bits = 16;
+    char data[4] = {'d', 'a', 't', 'a'};
+    std::uint32_t data_size = 0;
+  } header;
+  static_assert(sizeof header == 44);
+  header.size = bytes + 36;
+  header.rate = rate_hz;
+  header.bytes_per_second = rate_hz * 4;
+  header.data_size = bytes;
+  std::string file(sizeof header + bytes, '\0');
+  std::memcpy(file.data(), &header, sizeof header);
+  std::memcpy(file.data() + sizeof header, frames.data(), bytes);
+  return file;
+}
+
+inline std::string counting_wav(std::size_t count) { return wav_of(counting_frames(count)); }
+
+/// The frames of such a file, whatever chunks stand before them.
+inline std::vector<StereoFrame> frames_of_wav(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  const std::string file{std::istreambuf_iterator<char>(stream), {}};
+  const std::size_t data = file.find("data");
+  if (data == file.npos || file.size() < data + 8) return {};
+  std::vector<StereoFrame> frames((file.size() - data - 8) / sizeof(StereoFrame));
+  std::memcpy(frames.data(), file.data() + data + 8, frames.size() * sizeof(StereoFrame));
+  return frames;
+}
+
+/// Packed samples of 24 bits, of which these are the upper 16, and the lowest 8 are zero.
+inline std::vector<std::byte> widened(const std::vector<StereoFrame>& frames) {
+  std::vector<std::byte> bytes;
+  for (const StereoFrame& frame : frames) {
+    for (const std::int16_t sample : frame) {
+      bytes.insert(bytes.end(),
+                   {std::byte{0}, static_cast<std::byte>(sample & 0xFF), static_cast<std::byte>(sample >> 8)});
+    }
+  }
+  return bytes;
+}
+/// The upper 16 bits of each; a sample whose lowest bits aren't zero becomes 0.
+inline std::vector<StereoFrame> narrowed(const std::vector<std::byte>& bytes) {
+  std::vector<StereoFrame> frames(bytes.size() / 6);
+  for (std::size_t i = 0; i < frames.size() * 2; ++i) {
+    const std::byte* const sample = bytes.data() + 3 * i;
+    const int value = std::to_integer<int>(sample[1]) | std::to_integer<int>(sample[2]) << 8;
+    frames[i / 2][i % 2] = sample[0] == std::byte{0} ? static_cast<std::int16_t>(value) : std::int16_t{0};
+  }
+  return frames;
+}
+
+}  // namespace sonivo::test

@@ -1,0 +1,123 @@
+#include "platform/linux/pipewire/endpoints.h"
+
+#include <gmock/gmock.h>
+
+#include "pipewire_bench.h"
+
+namespace sonivo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+
+constexpr char kMic[] = "notebook.microphone";
+constexpr char kHeadsetMic[] = "usb.headset";
+
+class PipeWireEndpointsTest : public PipeWireTest {
+ protected:
+  void SetUp() override {
+    PipeWireTest::SetUp();
+    if (half_) endpoints().register_callback(&notices_);
+  }
+  void TearDown() override {
+    if (half_) endpoints().unregister_callback(&notices_);
+  }
+
+  NoticeLog notices_;
+};
+
+TEST_F(PipeWireEndpointsTest, SourcesAndSinksAreListedByFlow) {
+  EXPECT_THAT(ids(DataFlow::capture), ElementsAre(kMic));
+  EXPECT_THAT(ids(DataFlow::render), ElementsAre("notebook.speakers"));
+}
+
+TEST_F(PipeWireEndpointsTest, AnEndpointBearsTheDescriptionOfItsNode) {
+  std::unique_ptr<PropertyStore> store;
+  ASSERT_EQ(endpoint(DataFlow::capture, kMic)->open_properties(store), kOk);
+  PropertyValue value;
+  ASSERT_EQ(store->value(PKEY_Device_FriendlyName, value), kOk);
+  EXPECT_EQ(std::get<std::string>(value), "Microphone Array (Realtek High Definition Audio)");
+  ASSERT_EQ(store->value({}, value), kOk);
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(value));
+}
+
+TEST_F(PipeWireEndpointsTest, ADeviceThatIsPluggedInIsTold) {
+  server_->plug_headset();
+  EXPECT_TRUE(notices_.has("added usb.headset"));
+  EXPECT_TRUE(notices_.has("state usb.headset 1"));
+  EXPECT_THAT(ids(DataFlow::capture), UnorderedElementsAre(kMic, kHeadsetMic));
+}
+
+TEST_F(PipeWireEndpointsTest, ADeviceThatHasGoneIsRememberedAndWorksAgainWhenItReturns) {
+  server_->plug_headset();
+  ASSERT_TRUE(notices_.has("state usb.headset 1"));
+  const auto headset = endpoint(DataFlow::capture, kHeadsetMic);
+  ASSERT_NE(headset, nullptr);
+  server_->unplug_headset();
+  EXPECT_TRUE(notices_.has("state usb.headset 4"));
+  EXPECT_THAT(ids(DataFlow::capture), ElementsAre(kMic));
+  EXPECT_THAT(ids(DataFlow::capture, kDeviceNotPresent), ElementsAre(kHeadsetMic));
+  std::unique_ptr<AudioClient> client;
+  EXPECT_TRUE(failed(headset->activate_audio_client(client)));
+  notices_.clear();
+  server_->plug_headset();
+  EXPECT_TRUE(notices_.has("state usb.headset 1"));
+  EXPECT_EQ(headset->activate_audio_client(client), kOk);
+}
+
+TEST_F(PipeWireEndpointsTest, ANewDefaultIsToldForEachRole) {
+  server_->plug_headset();
+  ASSERT_TRUE(notices_.has("state usb.headset 1"));
+  server_->set_default("default.configured.audio.source", kHeadsetMic);
+  EXPECT_TRUE(notices_.has("default capture 0 usb.headset"));
+  EXPECT_TRUE(notices_.has("default capture 1 usb.headset"));
+  EXPECT_TRUE(notices_.has("default capture 2 usb.headset"));
+  EXPECT_EQ(default_id(DataFlow::capture), kHeadsetMic);
+  EXPECT_EQ(default_id(DataFlow::render), "notebook.speakers");
+}
+
+TEST_F(PipeWireEndpointsTest, TheDefaultThatIsUnpluggedIsFollowedByTheNextBest) {
+  server_->plug_headset();
+  server_->set_default("default.configured.audio.source", kHeadsetMic);
+  ASSERT_TRUE(notices_.has("default capture 0 usb.headset"));
+  server_->unplug_headset();
+  EXPECT_TRUE(notices_.has("default capture 0 notebook.microphone"));
+}
+
+TEST_F(PipeWireEndpointsTest, AServerThatIsKilledTakesItsEndpointsAlongAndBringsThemBack) {
+  server_->kill_server();
+  EXPECT_TRUE(notices_.has("state notebook.microphone 4"));
+  EXPECT_TRUE(notices_.has("default capture 0 "));
+  EXPECT_TRUE(ids(DataFlow::capture).empty());
+  server_->kill_manager();
+  server_->start_server();
+  server_->start_manager();
+  EXPECT_TRUE(notices_.has("state notebook.microphone 1"));
+  EXPECT_TRUE(notices_.has("default capture 0 notebook.microphone"));
+  EXPECT_EQ(default_id(DataFlow::capture), kMic);
+}
+
+TEST_F(PipeWireEndpointsTest, WithoutASessionManagerThereIsNoDefaultUntilItIsBack) {
+  server_->kill_manager();
+  EXPECT_TRUE(notices_.has("default capture 0 "));
+  EXPECT_EQ(default_id(DataFlow::capture), "");
+  EXPECT_THAT(ids(DataFlow::capture), ElementsAre(kMic));
+  server_->start_manager();
+  EXPECT_TRUE(notices_.has("default capture 0 notebook.microphone"));
+}
+
+TEST_F(PipeWireEndpointsTest, AClientThatIsUnregisteredIsToldNothingMore) {
+  endpoints().unregister_callback(&notices_);
+  NoticeLog other;
+  endpoints().register_callback(&other);
+  server_->plug_headset();
+  EXPECT_TRUE(other.has("state usb.headset 1"));
+  endpoints().unregister_callback(&other);
+  endpoints().register_callback(&notices_);
+  server_->unplug_headset();
+  EXPECT_TRUE(notices_.has("state usb.headset 4"));
+  EXPECT_FALSE(testing::Test::HasFailure());
+}
+
+}  // namespace
+}  // namespace sonivo::test

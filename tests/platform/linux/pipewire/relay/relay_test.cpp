@@ -1,0 +1,236 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "counting_audio.h"
+#include "pipewire_bench.h"
+#include "platform/linux/clock.h"
+#include "platform/linux/pipewire/virtual_pair.h"
+#include "platform/sim/machine.h"
+#include "relay/audio_control.h"
+#include "support/scripted_chains.h"
+
+namespace sonivo::test {
+namespace {
+
+constexpr char kVirtualMic[] = "norvell.relay.microphone";
+constexpr char kVirtualSpeaker[] = "norvell.relay.speaker";
+constexpr std::size_t kRate = 48000;
+
+class NoOtherDevices final : public DeviceBus {
+ public:
+  std::vector<DeviceInterface> interfaces(const Guid&) override { return {}; }
+  std::shared_ptr<Device> open(const std::string&, Sharing, Completion, Error& why) override {
+    why = error::kFileNotFound;
+    return nullptr;
+  }
+  std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast&, WindowHandle) override { return nullptr; }
+  std::unique_ptr<Registration> notify_actions(const Device&, DeviceActionCallback) override { return nullptr; }
+};
+
+class OwnConsole final : public Session {
+ public:
+  bool process_session(std::uint32_t& session) override {
+    session = 1;
+    return true;
+  }
+  std::uint32_t console_session() override { return 1; }
+  std::unique_ptr<Registration> notify(WindowHandle) override { return nullptr; }
+};
+
+class NoFxProperties final : public FxProperties {
+ public:
+  Status open_user_store(Endpoint&, const Guid&, std::unique_ptr<PropertyStore>&) override { return kFail; }
+  Status policy_config(std::unique_ptr<PolicyConfig>&) override { return kFail; }
+  Error open_watch(const std::string&, std::unique_ptr<FxWatch>&) override { return error::kFileNotFound; }
+};
+
+/// The relay on the audio half of the real machine; its other seams aren't used, or know nothing.
+class PipeWireRelayTest : public PipeWireTest {
+ protected:
+  void SetUp() override {
+    PipeWireTest::SetUp();
+    if (!half_) return;
+    pair_ = std::make_unique<pipewire::VirtualPair>(half_->connection, half_->graph, half_->pacer, no_devices_);
+    ASSERT_TRUE(comes_true([&] {
+      return endpoint(DataFlow::capture, kVirtualMic) != nullptr &&
+             endpoint(DataFlow::render, kVirtualSpeaker) != nullptr;
+    }));
+    const Machine unused = unused_.seams();
+    relay_ = std::make_unique<CAudioControl>(Machine{.clock = clock_,
+                                                     .events = half_->events,
+                                                     .threads = half_->threads,
+                                                     .bus = *pair_,
+                                                     .endpoints = half_->endpoints,
+                                                     .fx_properties = no_properties_,
+                                                     .session = console_,
+                                                     .power = unused.power,
+                                                     .desktop = unused.desktop,
+                                                     .processes = unused.processes,
+                                                     .folders = unused.folders},
+                                             chains_.factory());
+    relay_->SetGenAndFunction(8, 0, 0, 0);
+    relay_->SetEndpointForce(DataFlow::capture, {});
+    relay_->SetEndpointForce(DataFlow::render, {});
+    relay_->Start();
+  }
+  void TearDown() override {
+    if (relay_) relay_->Stop();
+    relay_.reset();
+  }
+  std::string counting(std::size_t seconds) {
+    return server_->folder().write("counting.wav", counting_wav(seconds * kRate));
+  }
+  std::string path(const char* name) { return server_->folder() / name; }
+  /// Whether, from now on and within ten seconds, half a second in one piece is heard in this file.
+  bool is_heard_in(const std::string& wav) {
+    const std::size_t before = frames_of_wav(wav).size();
+    return comes_true([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      auto frames = frames_of_wav(wav);
+      if (frames.size() <= before) return false;
+      frames.erase(frames.begin(), frames.begin() + static_cast<std::ptrdiff_t>(before));
+      return longest_run(frames) >= kRate / 2;
+    });
+  }
+
+  NoOtherDevices no_devices_;
+  OwnConsole console_;
+  NoFxProperties no_properties_;
+  linux::MonotonicClock clock_;
+  sim::SimMachine unused_;
+  ScriptedChains chains_;
+  std::unique_ptr<pipewire::VirtualPair> pair_;
+  std::unique_ptr<CAudioControl> relay_;
+};
+
+TEST_F(PipeWireRelayTest, AnApplicationRecordsFromTheVirtualMicrophoneWhatTheRealOneHears) {
+  const auto voice = server_->speak_into("notebook.microphone", counting(60));
+  auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  EXPECT_TRUE(is_heard_in(path("heard.wav")));
+}
+
+TEST_F(PipeWireRelayTest, TheSpeakersPlayWhatAnApplicationPlaysToTheVirtualOne) {
+  const auto player = server_->play(kVirtualSpeaker, counting(60));
+  auto recorder = server_->record("notebook.speakers", path("heard.wav"), true);
+  EXPECT_TRUE(is_heard_in(path("heard.wav")));
+}
+
+TEST_F(PipeWireRelayTest, TheGraphChangesWhileAnApplicationRecords) {
+  const auto voice = server_->speak_into("notebook.microphone", counting(120));
+  auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  for (const unsigned quantum : {64u, 2048u, 256u, 1024u, 480u}) {
+    server_->force("clock.force-quantum", quantum);
+    EXPECT_TRUE(is_heard_in(path("heard.wav"))) << quantum;
+  }
+  server_->force("clock.force-rate", 44100);
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  server_->force("clock.force-rate", 48000);
+  EXPECT_TRUE(is_heard_in(path("heard.wav")));
+}
+
+// While the streams are drawn back to their usual distance frames are interpolated, so a tone tells what counting
+// can't.
+TEST_F(PipeWireRelayTest, TheGraphChangesWhileAnApplicationPlays) {
+  const std::string tone = server_->folder().write("tone.wav", wav_of(tone_frames(120 * kRate)));
+  const auto player = server_->play(kVirtualSpeaker, tone);
+  auto recorder = server_->record("notebook.speakers", path("heard.wav"), true);
+  for (const unsigned quantum : {64u, 2048u, 256u, 1024u, 480u}) {
+    server_->force("clock.force-quantum", quantum);
+    const std::size_t before = frames_of_wav(path("heard.wav")).size();
+    EXPECT_TRUE(comes_true([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      const auto frames = frames_of_wav(path("heard.wav"));
+      return frames.size() >= before + kRate && is_clean_tone(frames);
+    })) << quantum;
+  }
+}
+
+TEST_F(PipeWireRelayTest, TheMicrophoneRunsOnlyWhileAnApplicationRecords) {
+  EXPECT_NE(server_->state_of("notebook.microphone"), "running");
+  auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  EXPECT_TRUE(comes_true([&] { return server_->state_of("notebook.microphone") == "running"; }));
+  recorder.end(2);
+  EXPECT_TRUE(comes_true([&] { return server_->state_of("notebook.microphone") != "running"; }));
+  EXPECT_TRUE(comes_true([&] { return server_->state_of("sonivo.microphone").empty(); }));
+}
+
+// The recorder's left channel hears the microphone itself, the right one what the relay made of it.
+TEST_F(PipeWireRelayTest, TheWayThroughTheRelayTakesLessThanATenthOfASecond) {
+  for (const unsigned quantum : {256u, 1024u}) {
+    server_->force("clock.force-quantum", quantum);
+    const auto voice = server_->speak_into("notebook.microphone", counting(60));
+    const std::string wav = path(("both." + std::to_string(quantum)).c_str());
+    auto recorder =
+        server_->start({"pw-record", "--target", "0", "-P", "{ node.name = both }", "--format", "s16", wav});
+    const auto link = [&](const std::string& output, const std::string& input) {
+      return server_->run({"pw-link", output, input}).empty();
+    };
+    ASSERT_TRUE(comes_true([&] { return link("notebook.microphone:capture_FL", "both:input_FL"); }));
+    ASSERT_TRUE(link(std::string(kVirtualMic) + ":capture_FL", "both:input_FR"));
+    std::this_thread::sleep_for(std::chrono::seconds(5));
+    recorder.end(2);
+    const auto frames = frames_of_wav(wav);
+    ASSERT_GE(frames.size(), 3 * kRate);
+    const StereoFrame latest = frames[frames.size() - kRate / 10];
+    const int behind = (latest[0] - latest[1] + 30000) % 30000;
+    RecordProperty("frames_at_" + std::to_string(quantum), behind);
+    EXPECT_GT(behind, 0) << quantum;
+    EXPECT_LT(behind, static_cast<int>(kRate / 10)) << quantum;
+    ASSERT_TRUE(comes_true([&] { return server_->state_of("both").empty(); }));
+  }
+}
+
+TEST_F(PipeWireRelayTest, ANewDefaultMicrophoneIsHeard) {
+  auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  server_->plug_headset();
+  const auto voice = server_->speak_into("usb.headset", counting(60));
+  server_->set_default("default.configured.audio.source", "usb.headset");
+  EXPECT_TRUE(is_heard_in(path("heard.wav")));
+  const auto other = server_->speak_into("notebook.microphone", counting(60));
+  server_->unplug_headset();
+  EXPECT_TRUE(is_heard_in(path("heard.wav")));
+}
+
+// While no stream is in use: a manager that finds one in use at its start links nothing at all.
+TEST_F(PipeWireRelayTest, ASessionManagerThatIsKilledAndComesBackLinksTheNextApplication) {
+  server_->kill_manager();
+  ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
+  server_->start_manager();
+  ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture) == "notebook.microphone"; }));
+  const auto voice = server_->speak_into("notebook.microphone", counting(60));
+  const auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  EXPECT_TRUE(is_heard_in(path("heard.wav")));
+}
+
+TEST_F(PipeWireRelayTest, AServerThatIsKilledAndComesBackIsUsedAgain) {
+  for (const char* file : {"first.wav", "second.wav", "third.wav"}) {
+    const auto voice = server_->speak_into("notebook.microphone", counting(60));
+    auto recorder = server_->record(kVirtualMic, path(file));
+    EXPECT_TRUE(is_heard_in(path(file))) << file;
+    server_->kill_server();
+    server_->kill_manager();
+    server_->start_server();
+    server_->start_manager();
+    ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture) == "notebook.microphone"; }));
+    ASSERT_TRUE(comes_true([&] { return !server_->state_of(kVirtualMic).empty(); }));
+  }
+}
+
+TEST_F(PipeWireRelayTest, AMuteOfEitherMicrophoneReachesTheOther) {
+  std::shared_ptr<EndpointVolume> real;
+  std::shared_ptr<EndpointVolume> virtual_one;
+  ASSERT_EQ(endpoint(DataFlow::capture, "notebook.microphone")->activate_volume(real), kOk);
+  ASSERT_EQ(endpoint(DataFlow::capture, kVirtualMic)->activate_volume(virtual_one), kOk);
+  const auto is_muted = [](EndpointVolume& volume) {
+    bool muted = false;
+    return volume.mute(muted) == kOk && muted;
+  };
+  server_->run({"pw-cli", "set-param", "notebook.microphone", "Props", "{ mute: true }"});
+  EXPECT_TRUE(comes_true([&] { return is_muted(*real) && is_muted(*virtual_one); }));
+  server_->run({"pw-cli", "set-param", kVirtualMic, "Props", "{ mute: false }"});
+  EXPECT_TRUE(comes_true([&] { return !is_muted(*real) && !is_muted(*virtual_one); }));
+}
+
+}  // namespace
+}  // namespace sonivo::test

@@ -1,0 +1,278 @@
+#include "platform/linux/pipewire/virtual_pair.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <chrono>
+#include <thread>
+
+#include "counting_audio.h"
+#include "pipewire_bench.h"
+
+namespace sonivo::test {
+namespace {
+
+constexpr Guid kAudio{0x6994AD04, 0x93EF, 0x11D0, {0xA3, 0xCC, 0x00, 0xA0, 0xC9, 0x22, 0x31, 0x96}};
+constexpr char kMicPath[] = "pipewire\\VADrv\\WaveMicIn";
+constexpr char kSpeakerPath[] = "pipewire\\VADrv\\WaveSpeaker";
+constexpr char kVirtualMic[] = "norvell.relay.microphone";
+constexpr char kVirtualSpeaker[] = "norvell.relay.speaker";
+constexpr std::uint32_t kWait = 0x80000000;
+constexpr std::uint32_t kMove = 0x80000004;
+constexpr std::uint32_t kTrim = 0x80000008;
+constexpr std::size_t kTransferFrames = 480;
+constexpr std::size_t kRate = 48000;
+
+/// A bus with nothing on it.
+class EmptyBus final : public DeviceBus {
+ public:
+  std::vector<DeviceInterface> interfaces(const Guid&) override { return {{"other", "other"}}; }
+  std::shared_ptr<Device> open(const std::string&, Sharing, Completion, Error& why) override {
+    why = error::kFileNotFound;
+    return nullptr;
+  }
+  std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast&, WindowHandle) override { return nullptr; }
+  std::unique_ptr<Registration> notify_actions(const Device&, DeviceActionCallback) override { return nullptr; }
+};
+
+class VirtualPairTest : public PipeWireTest {
+ protected:
+  void SetUp() override {
+    PipeWireTest::SetUp();
+    if (!half_) return;
+    pair_ = std::make_unique<pipewire::VirtualPair>(half_->connection, half_->graph, half_->pacer, others_);
+    ASSERT_TRUE(comes_true([&] {
+      return endpoint(DataFlow::capture, kVirtualMic) != nullptr &&
+             endpoint(DataFlow::render, kVirtualSpeaker) != nullptr;
+    }));
+  }
+  std::shared_ptr<Device> open(const char* path) {
+    Error why = error::kNone;
+    auto device = pair_->open(path, Sharing::exclusive, Completion::overlapped, why);
+    EXPECT_NE(device, nullptr) << why;
+    return device;
+  }
+  /// Error of a wait for a format, and the format.
+  static Error wait_stream(Device& device, WAVEFORMATEXTENSIBLE& format) {
+    std::uint32_t transferred = 0;
+    return device.control_now(kWait, {}, std::as_writable_bytes(std::span(&format, 1)), transferred);
+  }
+
+  /// Four transfers that go round, as the relay keeps them.
+  class Transfers {
+   public:
+    Transfers(Device& device, bool writes) : device_(device), writes_(writes) {
+      for (std::size_t i = 0; i < requests_.size(); ++i) {
+        events_[i] = linux::DescriptorEvents().create(Reset::manual);
+        requests_[i].hEvent = events_[i].get();
+        memory_[i].resize(kTransferFrames * 6);
+        start(i);
+      }
+    }
+    ~Transfers() {
+      for (Overlapped& request : requests_) device_.cancel(request);
+    }
+    /// Moves so many counting frames, or as many as go, and returns what was moved.
+    std::vector<StereoFrame> move(std::size_t count) {
+      std::vector<StereoFrame> moved;
+      while (moved.size() < count) {
+        std::uint32_t transferred = 0;
+        if (outcome == error::kNone) outcome = device_.result(requests_[due_], transferred, true);
+        if (outcome != error::kNone) break;
+        const auto frames = narrowed(memory_[due_]);
+        moved.insert(moved.end(), frames.begin(), frames.end());
+        start(due_);
+        due_ = (due_ + 1) % requests_.size();
+      }
+      return moved;
+    }
+    Error outcome = error::kNone;
+
+   private:
+    void start(std::size_t i) {
+      if (writes_) {
+        std::vector<StereoFrame> frames(kTransferFrames);
+        for (StereoFrame& frame : frames) frame = counting_frame(written_++);
+        memory_[i] = widened(frames);
+      }
+      const std::span<std::byte> memory = memory_[i];
+      const std::span<std::byte> none;
+      const Error started = device_.control(kMove, writes_ ? memory : none, writes_ ? none : memory, requests_[i]);
+      if (started != error::kIoPending) outcome = started;
+    }
+    Device& device_;
+    const bool writes_;
+    std::uint64_t written_ = 0;
+    std::size_t due_ = 0;
+    std::array<Overlapped, 4> requests_;
+    std::array<std::unique_ptr<Event>, 4> events_;
+    std::array<std::vector<std::byte>, 4> memory_;
+  };
+
+  EmptyBus others_;
+  std::unique_ptr<pipewire::VirtualPair> pair_;
+};
+
+TEST_F(VirtualPairTest, ThePairIsOnTheBusAndAmongTheEndpoints) {
+  const auto there = pair_->interfaces(kAudio);
+  ASSERT_EQ(there.size(), 2u);
+  EXPECT_EQ(there[0].service, "NorvellRelay");
+  EXPECT_THAT(there[0].path, testing::EndsWith("\\wavemicin"));
+  EXPECT_THAT(there[1].path, testing::EndsWith("\\wavespeaker"));
+  EXPECT_EQ(pair_->interfaces({})[0].path, "other");
+  for (const auto& [flow, id] :
+       {std::pair(DataFlow::capture, kVirtualMic), std::pair(DataFlow::render, kVirtualSpeaker)}) {
+    std::unique_ptr<PropertyStore> store;
+    PropertyValue name;
+    ASSERT_EQ(endpoint(flow, id)->open_properties(store), kOk);
+    ASSERT_EQ(store->value(PKEY_Device_FriendlyName, name), kOk);
+    EXPECT_EQ(std::get<std::string>(name), "Norvell Audio Relay");
+  }
+  EXPECT_EQ(default_id(DataFlow::capture), "notebook.microphone");
+  EXPECT_EQ(default_id(DataFlow::render), "notebook.speakers");
+}
+
+TEST_F(VirtualPairTest, OneHandleAtATimeIsExclusive) {
+  auto device = open(kMicPath);
+  Error why = error::kNone;
+  EXPECT_EQ(pair_->open(kMicPath, Sharing::shared, Completion::overlapped, why), nullptr);
+  EXPECT_EQ(why, error::kSharingViolation);
+  EXPECT_NE(pair_->notify_removal({kDeviceTypeHandle, device.get()}, WindowHandle::none), nullptr);
+  device->close();
+  EXPECT_EQ(pair_->notify_removal({kDeviceTypeHandle, device.get()}, WindowHandle::none), nullptr);
+  EXPECT_NE(open(kMicPath), nullptr);
+  std::uint32_t transferred = 0;
+  EXPECT_EQ(device->control_now(kWait, {}, {}, transferred), error::kInvalidHandle);
+}
+
+TEST_F(VirtualPairTest, TheFormatIsToldOnceAnApplicationRecords) {
+  const auto device = open(kMicPath);
+  WAVEFORMATEXTENSIBLE format;
+  const auto done = linux::DescriptorEvents().create(Reset::manual);
+  Overlapped request{.hEvent = done.get()};
+  ASSERT_EQ(device->control(kWait, {}, std::as_writable_bytes(std::span(&format, 1)), request), error::kIoPending);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  std::uint32_t transferred = 0;
+  EXPECT_EQ(device->result(request, transferred, false), error::kIoPending);
+  const auto recorder = server_->record(kVirtualMic, server_->folder() / "heard.wav");
+  ASSERT_EQ(device->result(request, transferred, true), error::kNone);
+  EXPECT_EQ(transferred, sizeof format);
+  EXPECT_EQ(format, pcm_format(48000, 24, 2));
+}
+
+TEST_F(VirtualPairTest, AnApplicationRecordsWhatTransfersCarryWhateverTheQuantum) {
+  const auto device = open(kMicPath);
+  for (const unsigned quantum : {64u, 2048u, 480u, 1024u, 256u}) {
+    const std::string wav = server_->folder() / std::to_string(quantum);
+    server_->force("clock.force-quantum", quantum);
+    auto recorder = server_->record(kVirtualMic, wav);
+    WAVEFORMATEXTENSIBLE format;
+    ASSERT_EQ(wait_stream(*device, format), error::kNone);
+    Transfers transfers(*device, true);
+    ASSERT_GE(transfers.move(kRate).size(), kRate) << quantum << " " << transfers.outcome;
+    recorder.end(2);
+    // The recorder has no real-time priority; a busy machine makes it miss some of the shortest turns.
+    EXPECT_GE(longest_run(frames_of_wav(wav)), quantum == 64 ? kRate / 50 : kRate / 4) << quantum;
+    ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) != "running"; }));
+  }
+}
+
+TEST_F(VirtualPairTest, TransfersReceiveWhatAnApplicationPlaysWhateverTheQuantum) {
+  const auto device = open(kSpeakerPath);
+  const auto player = server_->play(kVirtualSpeaker, server_->folder().write("music.wav", counting_wav(60 * kRate)));
+  WAVEFORMATEXTENSIBLE format;
+  ASSERT_EQ(wait_stream(*device, format), error::kNone);
+  for (const unsigned quantum : {64u, 2048u, 480u, 1024u, 256u}) {
+    server_->force("clock.force-quantum", quantum);
+    Transfers transfers(*device, false);
+    EXPECT_GE(longest_run(transfers.move(kRate)), kRate / 4) << quantum << " " << transfers.outcome;
+  }
+}
+
+TEST_F(VirtualPairTest, TransfersOfALongQuantumGoEvenly) {
+  const auto device = open(kMicPath);
+  auto recorder = server_->record(kVirtualMic, server_->folder() / "heard.wav");
+  server_->force("clock.force-quantum", 2048);
+  WAVEFORMATEXTENSIBLE format;
+  ASSERT_EQ(wait_stream(*device, format), error::kNone);
+  Transfers transfers(*device, true);
+  transfers.move(kRate / 2);
+  int close = 0;
+  for (int i = 0; i < 50; ++i) {  // 10 ms apart, give or take a piece of 8.5 ms
+    const auto before = std::chrono::steady_clock::now();
+    std::vector<StereoFrame> ignored = transfers.move(1);
+    if (std::chrono::steady_clock::now() - before < std::chrono::milliseconds(1)) ++close;
+  }
+  EXPECT_LE(close, 10);
+}
+
+TEST_F(VirtualPairTest, TransfersEndWhenTheApplicationGoes) {
+  const auto device = open(kMicPath);
+  auto recorder = server_->record(kVirtualMic, server_->folder() / "heard.wav");
+  WAVEFORMATEXTENSIBLE format;
+  ASSERT_EQ(wait_stream(*device, format), error::kNone);
+  recorder.end(2);
+  Transfers transfers(*device, true);
+  transfers.move(1000 * kRate);
+  EXPECT_EQ(transfers.outcome, error::kDeviceNotConnected);
+  Overlapped request;
+  std::array<std::byte, 6> frame{};
+  EXPECT_EQ(device->control(kMove, frame, {}, request), error::kDeviceNotConnected);
+}
+
+TEST_F(VirtualPairTest, RequestsEndWithTheServerAndTheDeviceReturnsWithIt) {
+  const auto device = open(kMicPath);
+  WAVEFORMATEXTENSIBLE format;
+  std::thread killer([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    server_->kill_server();
+  });
+  EXPECT_EQ(wait_stream(*device, format), error::kDeviceNotConnected);
+  killer.join();
+  EXPECT_TRUE(comes_true([&] { return pair_->interfaces(kAudio).empty(); }));
+  EXPECT_EQ(wait_stream(*device, format), error::kDeviceNotConnected);
+  server_->kill_manager();
+  server_->start_server();
+  server_->start_manager();
+  ASSERT_TRUE(comes_true([&] { return pair_->interfaces(kAudio).size() == 2; }));
+  const auto again = open(kMicPath);
+  ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture) == "notebook.microphone"; }));
+  const auto recorder = server_->record(kVirtualMic, server_->folder() / "heard.wav");
+  EXPECT_EQ(wait_stream(*again, format), error::kNone);
+}
+
+TEST_F(VirtualPairTest, CancelledAndClosedRequestsAreAborted) {
+  const auto device = open(kSpeakerPath);
+  WAVEFORMATEXTENSIBLE format;
+  const auto bytes = std::as_writable_bytes(std::span(&format, 1));
+  Overlapped first;
+  Overlapped second;
+  ASSERT_EQ(device->control(kWait, {}, bytes, first), error::kIoPending);
+  ASSERT_EQ(device->control(kWait, {}, bytes, second), error::kIoPending);
+  device->cancel(first);
+  std::uint32_t transferred = 0;
+  EXPECT_EQ(device->result(first, transferred, false), error::kOperationAborted);
+  EXPECT_EQ(device->result(second, transferred, false), error::kIoPending);
+  device->close();
+  EXPECT_EQ(device->result(second, transferred, false), error::kOperationAborted);
+}
+
+TEST_F(VirtualPairTest, RequestsThatMakeNoSenseAreRefused) {
+  const auto device = open(kMicPath);
+  std::array<std::byte, 39> short_format{};
+  std::uint32_t transferred = 0;
+  EXPECT_EQ(device->control_now(kWait, {}, short_format, transferred), error::kInvalidParameter);
+  const std::int32_t two = 2;
+  EXPECT_EQ(device->control_now(kTrim, std::as_bytes(std::span(&two, 1)), {}, transferred), error::kInvalidParameter);
+  EXPECT_EQ(device->control_now(0x80000010, {}, {}, transferred), error::kInvalidFunction);
+  const auto recorder = server_->record(kVirtualMic, server_->folder() / "heard.wav");
+  WAVEFORMATEXTENSIBLE format;
+  ASSERT_EQ(wait_stream(*device, format), error::kNone);
+  std::array<std::byte, 7> odd{};
+  Overlapped request;
+  EXPECT_EQ(device->control(kMove, odd, {}, request), error::kInvalidParameter);
+  EXPECT_EQ(device->control(kMove, {}, std::span(odd).first(6), request), error::kInvalidParameter);
+}
+
+}  // namespace
+}  // namespace sonivo::test
