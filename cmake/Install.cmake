@@ -5,6 +5,10 @@ install(DIRECTORY "${CMAKE_BINARY_DIR}/share/sonivo/par" "${CMAKE_BINARY_DIR}/sh
         DESTINATION share/sonivo FILES_MATCHING PATTERN "*.bin")
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/share/par" DESTINATION share/sonivo
         FILES_MATCHING PATTERN "*.par" PATTERN "*.f64" PATTERN "README.md")
+install(FILES "${CMAKE_SOURCE_DIR}/share/microphones" DESTINATION share/sonivo)
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/share/man/" DESTINATION share/man/man1 FILES_MATCHING PATTERN "*.1")
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/share/man/" DESTINATION share/man/man8 FILES_MATCHING PATTERN "*.8")
+install(FILES "${CMAKE_SOURCE_DIR}/share/bash-completion/sonivo" DESTINATION share/bash-completion/completions)
 install(FILES "${CMAKE_SOURCE_DIR}/README.md" DESTINATION share/doc/sonivo)
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs" DESTINATION share/doc/sonivo FILES_MATCHING PATTERN "*.md")
 

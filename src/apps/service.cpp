@@ -1,16 +1,21 @@
-// NorvellSonivoService: the session's background process, here on the simulated notebook beside the real driver.
+// NorvellSonivoService: the session's background process, on this machine or on a simulated notebook.
 
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "apps/service/host_heartbeat.h"
+#include "apps/service/own_machine.h"
 #include "apps/service/simulated_notebook.h"
 #include "base/trace.h"
 #include "driver/listener.h"
@@ -22,11 +27,56 @@ namespace {
 
 using namespace sonivo;
 
-/// An application records from the virtual microphone and another plays to the virtual speaker, all the time.
-void run_applications(sim::SimDriver& driver) {
-  const auto format = pcm_format(48000, 16, 2);
-  driver.open_recorder(format, [](std::span<const std::byte>) {});
-  driver.open_player(format, sim::memory_source({}));
+sigset_t end_signals() {
+  sigset_t ends;
+  ::sigemptyset(&ends);
+  ::sigaddset(&ends, SIGTERM);
+  ::sigaddset(&ends, SIGINT);
+  return ends;
+}
+
+/// For the calling thread and those that it starts.
+void block_ends() {
+  const sigset_t ends = end_signals();
+  ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+}
+
+/// SIGTERM and SIGINT, blocked everywhere, end the session for as long as this lives.
+class SignalsEndSession {
+ public:
+  explicit SignalsEndSession(std::function<void()> end_session)
+      : end_session_(std::move(end_session)), thread_([this] { wait(); }) {}
+  ~SignalsEndSession() {
+    over_ = true;
+    ::kill(::getpid(), SIGTERM);
+    thread_.join();
+  }
+
+ private:
+  /// Again at each signal: the first may come before there is anybody to be told.
+  void wait() {
+    const sigset_t ends = end_signals();
+    for (int number = 0; ::sigwait(&ends, &number) == 0 && !over_;) end_session_();
+  }
+
+  const std::function<void()> end_session_;
+  std::atomic<bool> over_ = false;
+  std::thread thread_;
+};
+
+/// What is installed, and what the machine's owner adds in /etc; a table that is wrong is told of and left out.
+pipewire::FriendlyNames microphone_names() {
+  pipewire::FriendlyNames names;
+  const auto installed = linux::InstalledFolders::places().bitmaps.parent_path();
+  for (const std::filesystem::path& folder : {std::filesystem::path("/etc/sonivo"), installed}) {
+    const auto table = folder / "microphones";
+    std::error_code ignored;
+    if (!std::filesystem::exists(table, ignored)) continue;
+    if (const std::string fault = names.add_file(table); !fault.empty()) {
+      std::fprintf(stderr, "warning: %s\n", fault.c_str());
+    }
+  }
+  return names;
 }
 
 /// None when nobody watches this process.
@@ -37,49 +87,59 @@ std::unique_ptr<HostHeartbeat> start_heartbeat(HostState& host) {
                                          [] { driver::tell_service_manager("WATCHDOG=1"); });
 }
 
-int serve(const std::string& socket, const std::string& folder, bool stream) {
+int serve(const Machine& machine, ChainFactory make_chains, std::function<void()> end_session) {
+  const SignalsEndSession signals(std::move(end_session));
+  const auto host = std::make_shared<HostState>(machine, std::move(make_chains));
+  const auto heartbeat = start_heartbeat(*host);
+  driver::tell_service_manager("READY=1");
+  return RunService(*host);
+}
+
+int serve_this_machine(const std::string& socket) {
+  OwnMachine machine({.driver_socket = socket, .names = microphone_names()});
+  linux::LinuxMachine& system = machine.system();
+  return serve(machine.seams(), ChainsInRealTime([&](int priority) { return system.grant_real_time(priority); }),
+               [&] { system.end_session(); });
+}
+
+/// An application records from the virtual microphone and another plays to the virtual speaker, all the time.
+void run_applications(sim::SimDriver& driver) {
+  const auto format = pcm_format(48000, 16, 2);
+  driver.open_recorder(format, [](std::span<const std::byte>) {});
+  driver.open_player(format, sim::memory_source({}));
+}
+
+int serve_simulated_notebook(const std::string& socket, const std::string& folder, bool stream) {
   sim::Config config;
   config.schedule = sim::Schedule::free;
   config.folder = folder;
-  sigset_t ends;
-  ::sigemptyset(&ends);
-  ::sigaddset(&ends, SIGTERM);
-  ::sigaddset(&ends, SIGINT);
-  ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-
   SimulatedNotebook notebook(socket, config);
   sim::SimMachine& simulation = notebook.simulation();
   if (stream) run_applications(simulation.driver());
-  std::thread signals([&] {
-    int number = 0;
-    ::sigwait(&ends, &number);
-    simulation.session().query_end();
-  });
-  const auto host = std::make_shared<HostState>(notebook.seams());
-  const auto heartbeat = start_heartbeat(*host);
-  const int exit_code = RunService(*host);
-  ::kill(::getpid(), SIGTERM);  // for the waiting thread where the service has ended by itself
-  signals.join();
-  return exit_code;
+  return serve(notebook.seams(), MakeChains, [&] { simulation.session().query_end(); });
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
   CLI::App app(
-      "The background process of Sonivo, on a simulated notebook in real time: an application records from its "
-      "virtual\n"
-      "microphone and one plays to its virtual speaker. It talks to the driver at the socket and runs until "
+      "The background process of Sonivo: carries audio between \"Norvell Audio Relay\", which applications record "
+      "from\n"
+      "and play to, and this machine's microphones and speakers. It talks to the driver at the socket and runs until\n"
       "SIGTERM.\n\n"
-      "Example: NorvellSonivoService --socket /tmp/driver.sock --folder /tmp/notebook",
+      "Example: NorvellSonivoService --verbose",
       "NorvellSonivoService");
   std::string socket;
-  std::string folder = ".";
+  std::string notebook;
   bool stream = false;
   bool verbose = false;
   app.add_option("--socket", socket, "of the driver (default: $XDG_RUNTIME_DIR/sonivo/driver.sock)");
-  app.add_option("--folder", folder, "where the notebook's folders models, bitmaps and user lie");
-  app.add_flag("--stream", stream, "an application records from the virtual microphone, one plays to the speaker");
+  CLI::Option* simulate =
+      app.add_option("--simulate", notebook,
+                     "a notebook in real time instead of this machine, whose folders models, bitmaps and user lie in "
+                     "this folder")
+          ->type_name("FOLDER");
+  app.add_flag("--stream", stream, "with --simulate: one application records, another plays")->needs(simulate);
   app.add_flag("--verbose", verbose, "writes the traces to standard error");
   CLI11_PARSE(app, count, arguments);
   if (socket.empty()) {
@@ -96,5 +156,12 @@ int main(int count, char** arguments) {
       std::fprintf(stderr, "%.*s", static_cast<int>(text.size()), text.data());
     });
   }
-  return serve(std::filesystem::absolute(socket), folder, stream);
+  block_ends();
+  try {
+    socket = std::filesystem::absolute(socket);
+    return simulate->empty() ? serve_this_machine(socket) : serve_simulated_notebook(socket, notebook, stream);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "error: %s\n", failure.what());
+    return 1;
+  }
 }

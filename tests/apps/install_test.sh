@@ -32,7 +32,7 @@ prefix=$folder/installed
 grep -qx "ExecStart=$prefix/bin/NorvellSonivoDriver" "$prefix/lib/systemd/user/NorvellSonivoDriver.service" || fail "the units of the former prefix are installed"
 [[ $(ls -A "$prefix") == $'bin\nlib\nshare' ]] || fail "the prefix holds $(ls -A "$prefix")"
 [[ $(ls -A "$prefix/bin") == $'NorvellSonivoDriver\nNorvellSonivoService\nsonivo' ]] || fail "bin holds $(ls -A "$prefix/bin")"
-for file in par/keycancel.bin par/beamforming.bin par/keycancel.par par/beam1_mic1.f64; do has "$prefix/share/sonivo/$file"; done
+for file in par/keycancel.bin par/beamforming.bin par/keycancel.par par/beam1_mic1.f64 microphones; do has "$prefix/share/sonivo/$file"; done
 [[ $(ls "$prefix/share/sonivo/models" | wc -l) -eq 9 ]] || fail "there are not nine models"
 for file in README.md docs/driver.md; do has "$prefix/share/doc/sonivo/$file"; done
 

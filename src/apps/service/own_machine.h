@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string>
+
+#include "platform/linux/control_bus.h"
+#include "platform/linux/fx_properties.h"
+#include "platform/linux/linux_machine.h"
+#include "platform/linux/pipewire/connection.h"
+#include "platform/linux/pipewire/dispatcher.h"
+#include "platform/linux/pipewire/endpoints.h"
+#include "platform/linux/pipewire/graph.h"
+#include "platform/linux/pipewire/pacer.h"
+#include "platform/linux/pipewire/virtual_pair.h"
+
+namespace sonivo {
+
+/// The machine that this program runs on: the endpoints of its audio server with the virtual pair among them, the
+/// driver that listens at a socket, and the rest of the system.
+class OwnMachine {
+ public:
+  struct Options {
+    std::string driver_socket;
+    std::string audio_server = {};  ///< name or path; empty: the session's own
+    pipewire::FriendlyNames names = {};
+    linux::LinuxOptions system = {};
+  };
+  /// Throws std::runtime_error, with a sentence, when the audio client or its thread can't be set up.
+  explicit OwnMachine(Options options);
+  ~OwnMachine() { dispatcher_.stop(); }
+
+  Machine seams() { return machine_.seams(); }
+  linux::LinuxMachine& system() { return machine_; }
+
+ private:
+  linux::RealTime real_time_;  // of the thread that serves the streams
+  linux::ProcessThreads threads_;
+  pipewire::Pacer pacer_;
+  pipewire::Connection connection_;
+  pipewire::Dispatcher dispatcher_;
+  pipewire::Graph graph_;
+  pipewire::PipeWireEndpoints endpoints_;
+  linux::ControlBus control_;
+  pipewire::VirtualPair bus_;
+  linux::ControlFxProperties fx_properties_;
+  linux::LinuxMachine machine_;
+};
+
+}  // namespace sonivo
