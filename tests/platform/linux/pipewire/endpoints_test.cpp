@@ -65,6 +65,15 @@ TEST_F(PipeWireEndpointsTest, ADeviceThatHasGoneIsRememberedAndWorksAgainWhenItR
   EXPECT_EQ(headset->activate_audio_client(client), kOk);
 }
 
+TEST_F(PipeWireEndpointsTest, EndpointsAndDefaultsAreKnownFromTheStart) {
+  AudioHalf another(server_->remote());
+  std::vector<std::shared_ptr<Endpoint>> list;
+  EXPECT_EQ(another.endpoints.list(DataFlow::capture, kDeviceActive, list), kOk);
+  EXPECT_EQ(list.size(), 1u);
+  std::shared_ptr<Endpoint> speakers;
+  EXPECT_EQ(another.endpoints.default_endpoint(DataFlow::render, Role::console, speakers), kOk);
+}
+
 TEST_F(PipeWireEndpointsTest, ANewDefaultIsToldForEachRole) {
   server_->plug_headset();
   ASSERT_TRUE(notices_.has("state usb.headset 1"));

@@ -10,28 +10,19 @@
 
 #include "audio_server.h"
 #include "platform/linux/events.h"
-#include "platform/linux/pipewire/connection.h"
-#include "platform/linux/pipewire/dispatcher.h"
-#include "platform/linux/pipewire/endpoints.h"
-#include "platform/linux/pipewire/graph.h"
-#include "platform/linux/pipewire/pacer.h"
+#include "platform/linux/pipewire/audio_parts.h"
 #include "platform/linux/threads.h"
 
 namespace sonivo::test {
 
-/// The audio half of the machine beside a server.
-struct AudioHalf {
-  explicit AudioHalf(const std::string& remote, const pipewire::FriendlyNames& names = {})
-      : connection(remote), graph(connection, dispatcher, names), endpoints(connection, graph, pacer) {}
-  ~AudioHalf() { dispatcher.stop(); }
-
+struct ProcessHalf {
   linux::ProcessThreads threads;
   linux::DescriptorEvents events;
-  pipewire::Pacer pacer{threads};
-  pipewire::Connection connection;
-  pipewire::Dispatcher dispatcher;
-  pipewire::Graph graph;
-  pipewire::PipeWireEndpoints endpoints;
+};
+
+/// The audio half of the machine beside a server, and what of the other half it needs.
+struct AudioHalf : ProcessHalf, pipewire::AudioParts {
+  explicit AudioHalf(const std::string& remote) : AudioParts(threads, {}, remote) {}
 };
 
 /// What a client was told, a line each.
