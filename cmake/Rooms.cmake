@@ -62,12 +62,13 @@ endfunction()
 
 option(SONIVO_TESTS_IN_PARTS "Run each program of tests in four parts, not case by case" OFF)
 
-# sonivo_tests(<target> <folder> [TOGETHER] [HEADERS <precompiled>] [DEPENDS <targets>] [LABELS <labels>]
+# sonivo_tests(<target> <folder> [TOGETHER] [ALONE] [HEADERS <precompiled>] [DEPENDS <targets>] [LABELS <labels>]
 # [OPTIMISED <sources>]): one GoogleTest program of all sources in the folder. Target tests_<label> builds all programs
 # with that label. TOGETHER: no two sources name a helper alike, so that several may be compiled at a time. OPTIMISED:
-# reckon references that take longer than it takes to compile them.
+# reckon references that take longer than it takes to compile them. ALONE: what else runs would be heard in the audio of
+# a real server.
 function(sonivo_tests target folder)
-  cmake_parse_arguments(TESTS "TOGETHER" "HEADERS" "DEPENDS;LABELS;OPTIMISED" ${ARGN})
+  cmake_parse_arguments(TESTS "TOGETHER;ALONE" "HEADERS" "DEPENDS;LABELS;OPTIMISED" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
   if(NOT sources)
     return()
@@ -89,16 +90,21 @@ function(sonivo_tests target folder)
     set_source_files_properties(${TESTS_OPTIMISED} PROPERTIES COMPILE_OPTIONS -O1 SKIP_PRECOMPILE_HEADERS ON
                                 SKIP_UNITY_BUILD_INCLUSION ON)
   endif()
+  set(alone FALSE)
+  if(TESTS_ALONE)
+    set(alone TRUE)
+  endif()
   # One word, since a list of labels does not survive the discovery; ctest -L finds its parts.
   list(JOIN TESTS_LABELS "+" labels)
   if(SONIVO_TESTS_IN_PARTS)
     foreach(part RANGE 3)
       add_test(NAME ${target}.${part} COMMAND ${target} --gtest_brief=1)
-      set_tests_properties(${target}.${part} PROPERTIES TIMEOUT 600 LABELS "${labels}"
+      set_tests_properties(${target}.${part} PROPERTIES TIMEOUT 600 RUN_SERIAL ${alone} LABELS "${labels}"
                            ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${part}")
     endforeach()
   else()
-    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${labels}")
+    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 RUN_SERIAL ${alone}
+                           LABELS "${labels}")
   endif()
   foreach(label IN LISTS TESTS_LABELS)
     if(NOT TARGET tests_${label})

@@ -23,8 +23,7 @@ for unit in NorvellSonivoDriver.socket NorvellSonivoDriver.service NorvellSonivo
   ! grep -E '@[A-Z_]+@|package' "$units/$unit" || fail "$unit is not filled in"
 done
 grep -qx 'ExecStart=/opt/sonivo/bin/NorvellSonivoDriver' "$units/NorvellSonivoDriver.service" || fail "the driver's unit names another program"
-grep -q '^ExecStart=/opt/sonivo/bin/NorvellSonivoService ' "$units/NorvellSonivoService.service" || fail "the service's unit names another program"
-grep -q ' /opt/sonivo/share/sonivo/models ' "$units/NorvellSonivoService.service" || fail "the service's unit names other models"
+grep -qx 'ExecStart=/opt/sonivo/bin/NorvellSonivoService' "$units/NorvellSonivoService.service" || fail "the service's unit names another program"
 [[ $(ls -A package/opt) == sonivo ]] || fail "something is installed elsewhere"
 
 prefix=$folder/installed

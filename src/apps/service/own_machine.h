@@ -5,11 +5,7 @@
 #include "platform/linux/control_bus.h"
 #include "platform/linux/fx_properties.h"
 #include "platform/linux/linux_machine.h"
-#include "platform/linux/pipewire/connection.h"
-#include "platform/linux/pipewire/dispatcher.h"
-#include "platform/linux/pipewire/endpoints.h"
-#include "platform/linux/pipewire/graph.h"
-#include "platform/linux/pipewire/pacer.h"
+#include "platform/linux/pipewire/audio_parts.h"
 #include "platform/linux/pipewire/virtual_pair.h"
 
 namespace sonivo {
@@ -26,7 +22,6 @@ class OwnMachine {
   };
   /// Throws std::runtime_error, with a sentence, when the audio client or its thread can't be set up.
   explicit OwnMachine(Options options);
-  ~OwnMachine() { dispatcher_.stop(); }
 
   Machine seams() { return machine_.seams(); }
   linux::LinuxMachine& system() { return machine_; }
@@ -34,11 +29,7 @@ class OwnMachine {
  private:
   linux::RealTime real_time_;  // of the thread that serves the streams
   linux::ProcessThreads threads_;
-  pipewire::Pacer pacer_;
-  pipewire::Connection connection_;
-  pipewire::Dispatcher dispatcher_;
-  pipewire::Graph graph_;
-  pipewire::PipeWireEndpoints endpoints_;
+  pipewire::AudioParts audio_;
   linux::ControlBus control_;
   pipewire::VirtualPair bus_;
   linux::ControlFxProperties fx_properties_;

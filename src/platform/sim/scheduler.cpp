@@ -210,6 +210,7 @@ Participant& Scheduler::self() {
 
 void Scheduler::make_ready(Participant& participant) {
   if (participant.state != Participant::State::blocked) return;
+  if (advancing_) follow_real_time();  // whoever wakes it comes from outside
   if (schedule_ == Schedule::serial) {
     participant.state = Participant::State::ready;
     ready_.push_back(&participant);
@@ -258,13 +259,16 @@ void Scheduler::advance(Lock& lock) {
   if (realtime_) {
     sleep_until_real(lock, time);
     const bool woken_from_outside = running_ != 0 || !ready_.empty();
-    if (woken_from_outside) {
-      now_.store(std::clamp(real_now() - realtime_origin_, now(), time), std::memory_order_relaxed);
-      return;
-    }
+    if (woken_from_outside) return;
   }
   now_.store(time, std::memory_order_relaxed);
   while (!timeline_.empty() && timeline_.next_time() <= time) timeline_.run_next();
+}
+
+void Scheduler::follow_real_time() {
+  const Time real = real_now() - realtime_origin_;
+  const Time reached = timeline_.empty() ? real : std::min(real, timeline_.next_time());
+  now_.store(std::max(now(), reached), std::memory_order_relaxed);
 }
 
 void Scheduler::sleep_until_real(Lock& lock, Time time) {

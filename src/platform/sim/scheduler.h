@@ -172,6 +172,8 @@ class Scheduler final : public Clock, public Events, public Threads {
   void keep_going(Lock& lock);
   void advance(Lock& lock);
   void sleep_until_real(Lock& lock, Time time);
+  /// The clock goes to where real time is, the next timer at most.
+  void follow_real_time();
   void jitter();
   [[noreturn]] void report_stuck(const char* what);
 
