@@ -191,7 +191,7 @@ TEST_F(RealDriver, TheReportSaysWhatTheServiceDoes) {
   ASSERT_TRUE(wait_until([&] { return report().find("\"driver_ready\":true") != std::string::npos; }));
   EXPECT_THAT(report(), HasSubstr("\"chain\":\"keycancel\""));
   EXPECT_THAT(report(), HasSubstr("\"state\":\"eWaitVirtualStream\""));
-  EXPECT_THAT(report(), HasSubstr("\"last_trouble\":\"\""));
+  EXPECT_THAT(report(), HasSubstr("\"trouble\":\"\""));
 }
 
 }  // namespace
