@@ -146,7 +146,7 @@ Answer ControlDriver::send_event(std::span<const std::byte> input) {
   std::uint32_t command = 0;
   if (input.size() != sizeof command) return {.error = error::kInvalidParameter};
   std::memcpy(&command, input.data(), sizeof command);
-  if (command == 0 || command >= control::kDriverExit) return {.error = error::kInvalidParameter};
+  if (command == 0 || command >= control::NSVPLAY_CMD_EXIT) return {.error = error::kInvalidParameter};
   return {.event = command};
 }
 
@@ -157,7 +157,7 @@ void ControlDriver::cancel(ClientId client, std::uint32_t id) {
   finish({client, id}, error::kOperationAborted, {});
 }
 
-void ControlDriver::announce_exit() { events_.send_to_pending(control::kDriverExit); }
+void ControlDriver::announce_exit() { events_.send_to_pending(control::NSVPLAY_CMD_EXIT); }
 
 bool ControlDriver::finish(const PendingId& request, Error error, std::span<const std::byte> output) {
   clients_.at(request.client).pending.erase(request.id);

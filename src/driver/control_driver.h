@@ -41,7 +41,7 @@ class ControlDriver {
   void client_gone(ClientId client);
   /// False when the client breaks the rules of ids: its connection is to be closed.
   bool request(ClientId client, const control::Request& request);
-  /// Answers pending requests for events with kDriverExit.
+  /// Answers pending requests for events with NSVPLAY_CMD_EXIT.
   void announce_exit();
 
  private:

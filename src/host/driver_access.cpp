@@ -21,6 +21,12 @@ int setter_result(std::uint32_t code, Error outcome) {
   return 0;
 }
 
+void trace_event_failure(Error outcome) {
+  if (outcome == error::kNone) return;
+  trace(TraceLevel::error, "[SetEventIoControl] Notify error: unexpected DeviceIoControl error %d\n",
+        static_cast<int>(outcome));
+}
+
 }  // namespace
 
 CSonivoDriverAccess::CSonivoDriverAccess(const Machine& machine) : m_machine(machine) {}
@@ -34,10 +40,12 @@ CSonivoDriverAccess::~CSonivoDriverAccess() {
 
 int CSonivoDriverAccess::InitDriverInfo(const Guid& interface_class) {
   const std::vector<DeviceInterface> interfaces = m_machine.bus.interfaces(interface_class);
+  m_openError = error::kNone;
   if (interfaces.empty()) return 0;
   Error why = error::kNone;
   const std::string& path = interfaces.front().path;
   auto driver = m_machine.bus.open(path, Sharing::exclusive, Completion::overlapped, why);
+  if (!driver) m_openError = why;
   auto driver_sync = m_machine.bus.open(path, Sharing::exclusive, Completion::synchronous, why);
   const bool opened = driver != nullptr;
   {
@@ -55,23 +63,27 @@ void CSonivoDriverAccess::Set_CM_Register_Notification() {
   if (!driver) return;
   auto notify = m_machine.bus.notify_actions(*driver, [this](DeviceAction action) { return DeviceCallback(action); });
   const std::lock_guard lock(m_csHandles);
+  ++m_notifyNumber;
   std::swap(m_hNotify, notify);  // an earlier one ends without the lock: its callback may want it
 }
 
 void CSonivoDriverAccess::CloseDriverHandles() {
   std::shared_ptr<Device> driver;
   std::shared_ptr<Device> driver_sync;
-  std::unique_ptr<Registration> notify;
+  std::uint64_t notice = 0;
   {
-    // In one go, and all that a callback does with this object: the destructor, which may be under way elsewhere, finds
-    // either the notice or the thread that ends it, and so waits for the callback's end.
     const std::lock_guard lock(m_csHandles);
     driver = std::exchange(m_hDriver, nullptr);
     driver_sync = std::exchange(m_hDriverSync, nullptr);
-    if (m_hNotify) notify = SubmitThreadpoolWork_job(std::move(m_hNotify));
+    notice = m_notifyNumber;
   }
   if (driver) driver->close();
   if (driver_sync) driver_sync->close();
+  // The last that a callback does with this object: the destructor, which may be under way elsewhere, finds either the
+  // notice or the thread that ends it, and so waits for the callback's end.
+  std::unique_ptr<Registration> notify;
+  const std::lock_guard lock(m_csHandles);
+  if (m_hNotify && m_notifyNumber == notice) notify = SubmitThreadpoolWork_job(std::move(m_hNotify));
 }
 
 // The notification can't be ended inside its own callback, which is where the handles are closed from as a rule.
@@ -125,51 +137,52 @@ std::uint32_t CSonivoDriverAccess::DeviceCallback(DeviceAction action) {
 // ---- Events of the driver
 
 int CSonivoDriverAccess::SetEventIoControl(control::EventRecord* record) {
-  Overlapped overlapped;
-  const std::shared_ptr<Event> event = m_machine.events.create(Reset::manual);
-  overlapped.hEvent = event.get();
+  const auto request = std::make_shared<EventRequest>();
+  request->event = m_machine.events.create(Reset::manual);
+  request->overlapped.hEvent = request->event.get();
   const auto driver = GetDriverHandle();
   {
     const std::lock_guard lock(m_csHandles);
-    m_hEvent = event;
+    m_overlapped = request;
   }
   Error outcome = error::kInvalidHandle;
   if (record != nullptr && driver) {
     outcome = driver->control(control::NSV_SERVICE_EVENT_NOTIFY, {}, std::as_writable_bytes(std::span(record, 1)),
-                              overlapped);
+                              request->overlapped);
     // The start of the request has cleared the event: one that was taken away before isn't waited for.
-    if ((outcome == error::kNone || outcome == error::kIoPending) && InFlight(event)) {
-      const std::array<Event*, 1> done{event.get()};
+    if ((outcome == error::kNone || outcome == error::kIoPending) && InFlight(*request)) {
+      const std::array<Event*, 1> done{request->event.get()};
       m_machine.events.wait_any(done);  // for the driver, or for CloseOverlappedHandle
     }
-    if (outcome == error::kIoPending) outcome = Conclude(*driver, overlapped, event == nullptr);
-    if (outcome != error::kNone) {
-      trace(TraceLevel::error, "[SetEventIoControl] Notify error: unexpected DeviceIoControl error %d\n",
-            static_cast<int>(outcome));
-    }
+    if (outcome == error::kIoPending) outcome = Conclude(*driver, request->overlapped, !request->event);
+    trace_event_failure(outcome);
   }
   const std::lock_guard lock(m_csHandles);
-  if (m_hEvent == event) m_hEvent = nullptr;
+  if (m_overlapped == request) m_overlapped = nullptr;
   return outcome == error::kNone ? 1 : 0;
 }
 
-bool CSonivoDriverAccess::InFlight(const std::shared_ptr<Event>& event) const {
+bool CSonivoDriverAccess::InFlight(const EventRequest& request) const {
   const std::lock_guard lock(m_csHandles);
-  return m_hEvent == event;
+  return m_overlapped.get() == &request;
 }
 
 int CSonivoDriverAccess::SetEventIoControl_Cancel() {
-  const Error outcome = Overlap(GetDriverHandle(), control::NSV_SERVICE_EVENT_CANCEL, {}, {}, Reset::manual);
+  const auto driver = GetDriverHandle();
+  if (!driver) return 0;
+  const Error outcome = Overlap(driver, control::NSV_SERVICE_EVENT_CANCEL, {}, {}, Reset::manual);
+  trace_event_failure(outcome);
   return outcome == error::kNone ? 1 : 0;
 }
 
 void CSonivoDriverAccess::CloseOverlappedHandle() {
-  std::shared_ptr<Event> event;
+  std::shared_ptr<EventRequest> request;
   {
     const std::lock_guard lock(m_csHandles);
-    event = std::exchange(m_hEvent, nullptr);
+    request = std::exchange(m_overlapped, nullptr);
   }
-  if (event) event->set();  // and stays so for the one that still waits: nobody else will use it again
+  if (request && request->event)
+    request->event->set();  // and stays so for the one that still waits: nobody else will use it again
 }
 
 // ---- Numbers and texts

@@ -29,6 +29,9 @@ class CSonivoDriverAccess {
 
   /// Opens both handles to the first interface of this class.
   int InitDriverInfo(const Guid& interface_class);
+  /// Why the latest InitDriverInfo could not open the interface that it found; error::kNone where it could, or found
+  /// none.
+  Error OpenError() const { return m_openError; }
   void CloseDriverHandles();
   /// Lets go of both handles without closing them for those who hold them still; the last of these closes them.
   void ClearDriverHandle();
@@ -59,16 +62,16 @@ class CSonivoDriverAccess {
   }
 
   int SetAutoMuteMTG(std::uint32_t value) { return SetSync(control::SetAutoMuteMTG, value); }
-  int GetAutoMuteMTG(std::uint32_t* value) { return GetSync(control::GetAutoMuteMTG, value); }
+  int GetAutoMuteMTG(std::uint32_t* value) { return GetSync(control::NSV_GET_AUTO_MUTE_MTG, value); }
 
   int SetKeyboardCancelMTG(std::uint32_t value) { return SetSync(control::SetKeyboardCancelMTG, value); }
   int GetKeyboardCancelMTG(std::uint32_t* value) { return GetOverlapped(control::GetKeyboardCancelMTG, value); }
-  int GetKeyboardCancel_UI_MTG(std::uint32_t* value) { return GetSync(control::GetKeyboardCancel_UI_MTG, value); }
+  int GetKeyboardCancel_UI_MTG(std::uint32_t* value) { return GetSync(control::NSV_GET_KEYCANSEL_UI_MTG, value); }
 
   int SetBeamformingMTG(std::uint32_t value) { return SetSync(control::SetBeamformingMTG, value); }
   int GetBeamformingMTG(std::uint32_t* value) { return GetOverlapped(control::GetBeamformingMTG, value); }
-  int SetBeamforming_UI_MTG(std::uint32_t value) { return SetSync(control::SetBeamforming_UI_MTG, value); }
-  int GetBeamforming_UI_MTG(std::uint32_t* value) { return GetSync(control::GetBeamforming_UI_MTG, value); }
+  int SetBeamforming_UI_MTG(std::uint32_t value) { return SetSync(control::NSV_SET_BEAMFORMING_UI_MTG, value); }
+  int GetBeamforming_UI_MTG(std::uint32_t* value) { return GetSync(control::NSV_GET_BEAMFORMING_UI_MTG, value); }
 
   int SetAispeechenhanceMTG(std::uint32_t value) { return SetSync(control::SetAispeechenhanceMTG, value); }
   int GetAispeechenhanceMTG(std::uint32_t* value) { return GetOverlapped(control::GetAispeechenhanceMTG, value); }
@@ -149,8 +152,13 @@ class CSonivoDriverAccess {
   /// Outcome of a request that was pending; on demand waits for it. One without an outcome is given up: nothing touches
   /// it, its buffers or its event any more.
   static Error Conclude(Device& device, Overlapped& request, bool wait);
-  /// Whether CloseOverlappedHandle has left the event to its request.
-  bool InFlight(const std::shared_ptr<Event>& event) const;
+  /// A request for an event, with what CloseOverlappedHandle ends it by.
+  struct EventRequest {
+    std::unique_ptr<Event> event;
+    Overlapped overlapped;
+  };
+  /// Whether CloseOverlappedHandle has left it alone.
+  bool InFlight(const EventRequest& request) const;
   /// One request through the synchronous handle.
   Error Synchronous(std::uint32_t code, Bytes input, Room output) const;
   int GetSync(std::uint32_t code, std::uint32_t* value);
@@ -178,9 +186,11 @@ class CSonivoDriverAccess {
   std::string m_szDevicePath;
   std::shared_ptr<Device> m_hDriver;
   std::shared_ptr<Device> m_hDriverSync;
-  std::shared_ptr<Event> m_hEvent;  // of the event request in flight
+  std::shared_ptr<EventRequest> m_overlapped;  // in flight
   std::unique_ptr<Registration> m_hNotify;
+  std::uint64_t m_notifyNumber = 0;  // of the latest m_hNotify, as another may have come while handles were closed
   std::vector<std::unique_ptr<Thread>> m_works;  // that end registrations
+  std::atomic<Error> m_openError{error::kNone};
   std::atomic<std::uint32_t> m_mode{0};
   std::atomic<std::uint32_t> m_blaunched{0};
 };

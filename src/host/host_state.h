@@ -10,6 +10,7 @@
 #include "host/critical_section.h"
 #include "host/driver_access.h"
 #include "host/event_pair.h"
+#include "host/last_trouble.h"
 #include "platform/machine.h"
 #include "relay/audio_control.h"
 #include "relay/gates.h"
@@ -81,6 +82,8 @@ struct HostState : std::enable_shared_from_this<HostState> {
   EventPair m_hRegistryEvent;       ///< of ChangeRegistryThread: a value changed, stop
   EventPair m_hRegistryEvent_Quit;  ///< of ChangeRegistryThread_Quit
   CAudioControl m_AudioControl;     // uses the events; goes first
+
+  LastTrouble m_LastTrouble;
 
   std::filesystem::path m_szEnhanceModelFolder;  ///< of the enrolled voice model
   std::string m_szEnhanceModelPath;

@@ -131,24 +131,24 @@ void WaitForEvent(HostState& host) {
     case control::kMonitorWake:
       NudgePointer(host);
       break;
-    case control::kAutoMuteOn:
+    case control::NSVDRV_CMD_AUTOMUTE_ON:
       if (host.m_dwAutoMute != 1) host.m_dwAutoMute = 1;
       break;
-    case control::kAutoMuteOff:
+    case control::NSVDRV_CMD_AUTOMUTE_OFF:
       if (host.m_dwAutoMute == 0) break;
       host.m_dwAutoMute = 0;
       if (host.m_bAutoMuteOff == 0) HideMuteWindow(host);
       host.m_AudioControl.SetMuteAction(false);
       break;
-    case control::kCaptureEndpointChanged:
+    case control::NSVDRV_CMD_DEV_MIC:
       FollowEndpoint(host, DataFlow::capture);
       break;
-    case control::kRenderEndpointChanged:
+    case control::NSVDRV_CMD_DEV_SPK:
       FollowEndpoint(host, DataFlow::render);
       break;
     case control::kNothing:
       break;
-    case control::kDriverExit:
+    case control::NSVPLAY_CMD_EXIT:
       trace(TraceLevel::info, "[MainThread] NSVPLAY_CMD_EXIT\n");
       host.m_bDriverReady = 0;
       host.m_DriverAccess.CloseDriverHandles();

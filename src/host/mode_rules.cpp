@@ -88,6 +88,7 @@ void ApplyVoiceModel(HostState& host, bool on) {
 }
 
 void GiveUpVoiceModel(HostState& host) {
+  host.m_LastTrouble.Note("the enrolled voice model is missing", host.machine.clock.tick_ms());
   host.m_DriverAccess.SetAispeechenhanceSetAiModelMTG(0);
   host.m_DriverAccess.SetAispeechenhanceSetAiModel_UI_MTG(0);
 }

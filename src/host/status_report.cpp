@@ -74,36 +74,32 @@ JsonObject StreamReport(const CStreamInterface& stream) {
   return report;
 }
 
-const char* ChainName(const HostState& host) {
-  if (host.KeyCancel()) return "keycancel";
-  if (host.BeamForming()) return "beamforming";
-  return host.AISpeech() ? "ai" : "none";
-}
-
-std::string Trouble(const HostState& host, const CStreamInterface& capture, const CStreamInterface& render) {
-  if (host.m_bDriverReady == 0) return "the driver is not connected";
-  const auto stuck = [](const CStreamInterface& stream) { return stream.State() == StreamState::eVirtualStreaming; };
-  if (stuck(capture)) {
-    return capture.EndpointId().empty() ? "there is no microphone to record from" : "the microphone can't be opened";
+const char* ChainName(ChainKind chain) {
+  switch (chain) {
+    case ChainKind::key_cancel:
+      return "keycancel";
+    case ChainKind::beam_forming:
+      return "beamforming";
+    case ChainKind::ai_speech:
+      return "ai";
+    case ChainKind::none:
+      break;
   }
-  if (stuck(render)) {
-    return render.EndpointId().empty() ? "there is no speaker to play to" : "the speaker can't be opened";
-  }
-  return {};
+  return "none";
 }
 
 }  // namespace
 
-std::string StatusReport(HostState& host) {
+std::string StatusReport(HostState& host, const std::string& trouble) {
   const CStreamInterface& capture = host.m_AudioControl.Stream(DataFlow::capture);
   const CStreamInterface& render = host.m_AudioControl.Stream(DataFlow::render);
   JsonObject report;
-  report.whole("version", 2);
+  report.whole("version", 3);
   report.whole("generation", host.m_dwGeneration);
   report.whole("function", host.m_Function);
   report.whole("generation_mic", host.m_dwGenerationMic);
   report.whole("function_mic", host.m_FunctionMic);
-  report.text("chain", ChainName(host));
+  report.text("chain", ChainName(host.m_AudioControl.RunningChain()));
   report.flag("driver_ready", host.m_bDriverReady != 0);
   report.whole("meeting_mode", host.m_iMeetingModeCur);
   report.flag("room_correction", host.m_RoomCorrection != 0);
@@ -111,17 +107,21 @@ std::string StatusReport(HostState& host) {
   report.flag("auto_mute", host.m_dwAutoMute == 1);
   report.object("capture", StreamReport(capture));
   report.object("render", StreamReport(render));
-  report.text("last_trouble", Trouble(host, capture, render));
+  report.text("trouble", trouble);
+  const LastTrouble::Entry last = host.m_LastTrouble.Latest();
+  report.text("last_trouble", last.text);
+  report.whole("last_trouble_ms", static_cast<std::int64_t>(last.tick_ms));
   return report.str();
 }
 
 void StatusPublisher::Publish() {
+  const std::string& trouble = watch_.Look();
   const std::uint64_t now = host_.machine.clock.tick_ms();
   if (now < next_ms_) return;
   next_ms_ = now + kPeriodMs;
   const auto driver = host_.m_DriverAccess.GetDriverSyncHandle();
   if (!driver) return;
-  std::string report = StatusReport(host_);
+  std::string report = StatusReport(host_, trouble);
   if (report == published_ && driver == published_to_.lock()) return;
   if (host_.m_DriverAccess.PublishReport(report) == 0) return;
   published_ = std::move(report);

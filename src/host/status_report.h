@@ -5,21 +5,23 @@
 #include <string>
 
 #include "host/host_state.h"
+#include "host/trouble_watch.h"
 
 namespace sonivo {
 
-/// What the service tells of itself, as JSON.
-std::string StatusReport(HostState& host);
+/// What the service tells of itself, as JSON; `trouble` is what is wrong at present, empty when all is well.
+std::string StatusReport(HostState& host, const std::string& trouble);
 
 /// Gives the report to the driver, for whoever asks: at most once a second, and only when it says something new.
 class StatusPublisher {
  public:
-  explicit StatusPublisher(HostState& host) : host_(host) {}
-  /// To be called now and then.
+  explicit StatusPublisher(HostState& host) : host_(host), watch_(host) {}
+  /// To be called several times a second.
   void Publish();
 
  private:
   HostState& host_;
+  TroubleWatch watch_;
   std::uint64_t next_ms_ = 0;
   std::string published_;
   std::weak_ptr<Device> published_to_;  // the driver forgets the report with this handle

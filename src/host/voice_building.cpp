@@ -66,6 +66,9 @@ void BuildVoiceModel(HostState& host) {
 
   const std::uint32_t found = RegistrationValue(driver);
   const bool stays = found == registration::kAbort || found == registration::kLeft15 || found == registration::kLeft103;
+  if (result != 0 && !stays) {
+    host.m_LastTrouble.Note("the enrolment failed: result " + std::to_string(result), host.machine.clock.tick_ms());
+  }
   driver.SetAispeechenhanceRegistrationMTG(stays ? found : static_cast<std::uint32_t>(result));
 }
 

@@ -35,18 +35,18 @@ inline constexpr std::uint32_t GetRenderEndpointId = 0x8000E14C;
 inline constexpr std::uint32_t SetCaptureEndpointId = 0x8000E150;
 inline constexpr std::uint32_t GetCaptureEndpointId = 0x8000E154;
 inline constexpr std::uint32_t SetAutoMuteMTG = 0x8000E158;
-inline constexpr std::uint32_t GetAutoMuteMTG = 0x8000E15C;
+inline constexpr std::uint32_t NSV_GET_AUTO_MUTE_MTG = 0x8000E15C;
 inline constexpr std::uint32_t NSV_SET_ALL_HP_MTG = 0x8000E160;
 inline constexpr std::uint32_t GetFunctionMic = 0x8000E164;
 inline constexpr std::uint32_t GetGenerationMic = 0x8000E168;
 inline constexpr std::uint32_t NSV_SET_MODE_MTG = 0x8000E16C;  ///< the mode of speaker and headphones at once
 inline constexpr std::uint32_t SetKeyboardCancelMTG = 0x8000E17C;
 inline constexpr std::uint32_t GetKeyboardCancelMTG = 0x8000E180;
-inline constexpr std::uint32_t GetKeyboardCancel_UI_MTG = 0x8000E188;
+inline constexpr std::uint32_t NSV_GET_KEYCANSEL_UI_MTG = 0x8000E188;
 inline constexpr std::uint32_t SetBeamformingMTG = 0x8000E18C;
 inline constexpr std::uint32_t GetBeamformingMTG = 0x8000E190;
-inline constexpr std::uint32_t SetBeamforming_UI_MTG = 0x8000E194;
-inline constexpr std::uint32_t GetBeamforming_UI_MTG = 0x8000E198;
+inline constexpr std::uint32_t NSV_SET_BEAMFORMING_UI_MTG = 0x8000E194;
+inline constexpr std::uint32_t NSV_GET_BEAMFORMING_UI_MTG = 0x8000E198;
 inline constexpr std::uint32_t SetAispeechenhanceMTG = 0x8000E1A4;
 inline constexpr std::uint32_t GetAispeechenhanceMTG = 0x8000E1A8;
 inline constexpr std::uint32_t SetAispeechenhanceWavFileMTG = 0x8000E1AC;
@@ -87,7 +87,7 @@ inline constexpr std::uint32_t NSV_OBSERVE_EVENTS = 0x8000E0EC;
 /// text withdraws it. From any process but the one of NSV_SERVICE_EVENT_NOTIFY it is error::kAccessDenied.
 inline constexpr std::uint32_t NSV_PUBLISH_REPORT = 0x8000E0F0;
 inline constexpr std::uint32_t NSV_READ_REPORT = 0x8000E0F4;  ///< that text out; error::kNotFound without one
-inline constexpr std::uint32_t NSV_SEND_EVENT = 0x8000E0F8;   ///< u32 in: command of an event, below kDriverExit
+inline constexpr std::uint32_t NSV_SEND_EVENT = 0x8000E0F8;   ///< u32 in: command of an event, below NSVPLAY_CMD_EXIT
 inline constexpr std::size_t kMaxReportBytes = 8192;
 
 /// What NSV_SERVICE_EVENT_NOTIFY answers. The caller zeroes it.
@@ -101,11 +101,11 @@ static_assert(sizeof(EventRecord) == 1044);
 inline constexpr std::uint32_t kPlayerIsOn = 1;
 inline constexpr std::uint32_t kPlayerIsOff = 2;
 inline constexpr std::uint32_t kMonitorWake = 3;
-inline constexpr std::uint32_t kAutoMuteOn = 12;
-inline constexpr std::uint32_t kAutoMuteOff = 13;
-inline constexpr std::uint32_t kCaptureEndpointChanged = 14;
-inline constexpr std::uint32_t kRenderEndpointChanged = 15;
+inline constexpr std::uint32_t NSVDRV_CMD_AUTOMUTE_ON = 12;
+inline constexpr std::uint32_t NSVDRV_CMD_AUTOMUTE_OFF = 13;
+inline constexpr std::uint32_t NSVDRV_CMD_DEV_MIC = 14;
+inline constexpr std::uint32_t NSVDRV_CMD_DEV_SPK = 15;
 inline constexpr std::uint32_t kNothing = 16;
-inline constexpr std::uint32_t kDriverExit = 99;
+inline constexpr std::uint32_t NSVPLAY_CMD_EXIT = 99;
 
 }  // namespace sonivo::control

@@ -26,14 +26,14 @@ constexpr std::array kSettings{
     Setting{"function", kNumber, GetFunction, SetFunction},
     Setting{"render-endpoint", kText, GetRenderEndpointId, SetRenderEndpointId},
     Setting{"capture-endpoint", kText, GetCaptureEndpointId, SetCaptureEndpointId},
-    flag("auto-mute", GetAutoMuteMTG, SetAutoMuteMTG, 0),
+    flag("auto-mute", NSV_GET_AUTO_MUTE_MTG, SetAutoMuteMTG, 0),
     Setting{"function-mic", kNumber, GetFunctionMic, SetFunctionMic},
     Setting{"generation-mic", kNumber, GetGenerationMic, SetGenerationMic},
     Setting{"headphone-mode", kNumber, NSV_GET_ALL_HP_MTG, NSV_SET_ALL_HP_MTG, 0, 0, kHighestMode},
     flag("keyboard-cancel", GetKeyboardCancelMTG, SetKeyboardCancelMTG, 1),
-    flag("keyboard-cancel-user", GetKeyboardCancel_UI_MTG, SetKeyboardCancel_UI_MTG, 1),
+    flag("keyboard-cancel-user", NSV_GET_KEYCANSEL_UI_MTG, SetKeyboardCancel_UI_MTG, 1),
     flag("beamforming", GetBeamformingMTG, SetBeamformingMTG, 1),
-    flag("beamforming-user", GetBeamforming_UI_MTG, SetBeamforming_UI_MTG, 1),
+    flag("beamforming-user", NSV_GET_BEAMFORMING_UI_MTG, NSV_SET_BEAMFORMING_UI_MTG, 1),
     flag("speech-enhance", GetAispeechenhanceMTG, SetAispeechenhanceMTG, 1),
     Setting{"enrolment-file", kText, GetAispeechenhanceWavFileMTG, SetAispeechenhanceWavFileMTG},
     Setting{"enrolment-folder", kText, GetAispeechenhanceWavFolderMTG, SetAispeechenhanceWavFolderMTG},
@@ -73,12 +73,12 @@ std::optional<std::u16string> read_text(std::span<const std::byte> input) {
 
 std::optional<std::uint32_t> event_of(const Setting& setting, std::uint32_t number) {
   switch (setting.get_code) {
-    case GetAutoMuteMTG:
-      return number == 1 ? kAutoMuteOn : kAutoMuteOff;
+    case NSV_GET_AUTO_MUTE_MTG:
+      return number == 1 ? NSVDRV_CMD_AUTOMUTE_ON : NSVDRV_CMD_AUTOMUTE_OFF;
     case GetCaptureEndpointId:
-      return kCaptureEndpointChanged;
+      return NSVDRV_CMD_DEV_MIC;
     case GetRenderEndpointId:
-      return kRenderEndpointChanged;
+      return NSVDRV_CMD_DEV_SPK;
     default:
       return std::nullopt;
   }

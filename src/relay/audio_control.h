@@ -105,6 +105,8 @@ class CAudioControl final : public IMMNotificationClient {
   CStreamInterface& Stream(DataFlow flow);
   StreamStatistics CaptureStatistics() const { return m_Capture.Statistics(); }
   StreamStatistics RenderStatistics() const { return m_Render.Statistics(); }
+  ChainKind RunningChain() const { return m_Capture.RunningChain(); }
+  ChainFault LatestChainFault() const { return m_Capture.LatestChainFault(); }
   RegNotifyStatus RegNotifyResult() const { return m_regNotifyStatus; }
 
  private:

@@ -21,6 +21,11 @@ std::uint16_t active(bool on) { return on ? 1 : 0; }
 
 }  // namespace
 
+Status CCaptureInterface::NoteChainFault(ChainFault fault) {
+  m_chainFault = fault;
+  return kFail;
+}
+
 Status CCaptureInterface::ReadParameters(Chain& chain, const PropertyKey& key, std::size_t flag_bytes, bool& readable) {
   std::uint32_t size = 0;
   if (chain.GetParamSize(&size) != 0) return kFail;
@@ -48,30 +53,44 @@ Status CCaptureInterface::SetBlockShape(Chain& chain) {
 Status CCaptureInterface::OpenKeyCancel() {
   KeyCancelChain& chain = *m_chains.key_cancel;
   bool readable = false;
-  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_KC_Param, kKeyCancelFlags, readable))) return kFail;
-  if (!readable) return kOk;
+  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_KC_Param, kKeyCancelFlags, readable))) {
+    return NoteChainFault(ChainFault::not_opened);
+  }
+  if (!readable) {
+    m_chainFault = ChainFault::no_parameters;
+    return kOk;  // the blocks pass unprocessed
+  }
   m_bKeyCancelOpen = chain.Open(m_params.data(), static_cast<float>(m_format.nSamplesPerSec), m_format.nChannels,
                                 static_cast<std::uint16_t>(FramesOfMs(kBlockMs))) == 0 &&
                      !failed(SetBlockShape(chain)) &&
                      chain.SetKeyReductionActive(active(m_paramFlags[0] != std::byte{0})) == 0 &&
                      chain.SetNoiseReductionActive(active(m_paramFlags[1] != std::byte{0})) == 0;
-  if (m_bKeyCancelOpen) NoteLatency(chain);
-  return m_bKeyCancelOpen ? kOk : kFail;
+  if (!m_bKeyCancelOpen) return NoteChainFault(ChainFault::not_opened);
+  m_chainFault = ChainFault::none;
+  NoteLatency(chain);
+  return kOk;
 }
 
 Status CCaptureInterface::OpenBeamForming() {
   BeamFormingChain& chain = *m_chains.beam_forming;
   bool readable = false;
-  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable))) return kFail;
-  if (!readable) return kOk;
+  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable))) {
+    return NoteChainFault(ChainFault::not_opened);
+  }
+  if (!readable) {
+    m_chainFault = ChainFault::no_parameters;
+    return kOk;  // the blocks pass unprocessed
+  }
   const std::uint16_t reduction = active(m_BeamFormingkeyCancelState.State());
   m_bBeamFormingKeyCancelOpen = chain.Open(m_params.data(), static_cast<float>(m_format.nSamplesPerSec),
                                            m_format.nChannels, static_cast<std::uint16_t>(FramesOfMs(kBlockMs))) == 0 &&
                                 !failed(SetBlockShape(chain)) && chain.SetKeyReductionActive(reduction) == 0 &&
                                 chain.SetNoiseReductionActive(reduction) == 0 &&
                                 chain.SetBeamFormingActive(active(m_BeamFormingState.State())) == 0;
-  if (m_bBeamFormingKeyCancelOpen) NoteLatency(chain);
-  return m_bBeamFormingKeyCancelOpen ? kOk : kFail;
+  if (!m_bBeamFormingKeyCancelOpen) return NoteChainFault(ChainFault::not_opened);
+  m_chainFault = ChainFault::none;
+  NoteLatency(chain);
+  return kOk;
 }
 
 Status CCaptureInterface::StartAISpeech() {
@@ -79,14 +98,15 @@ Status CCaptureInterface::StartAISpeech() {
   const std::lock_guard lock(m_csAIOpen);
   if (!m_AISpeechEnhanceIsOpen) {
     trace(TraceLevel::error, "[cap] PhysicalEndpointOpen::m_AISpeechEnhanceIsOpen = false.\n");
-    return kFail;
+    return kFail;  // whoever tried to open it has noted why
   }
   const std::uint16_t reduction = active(m_AISpeechEnhanceKeyCancelState.State());
   const bool started = !failed(SetBlockShape(chain)) && chain.SetKeyReductionActive(reduction) == 0 &&
                        chain.SetNoiseReductionActive(reduction) == 0 &&
                        chain.SetBeamFormingActive(active(m_AISpeechEnhanceBeamFormingState.State())) == 0 &&
                        chain.SetAISpeechEnhanceActive(active(m_AISpeechEnhanceState.State())) == 0 && chain.Run() == 0;
-  if (!started) return kFail;
+  if (!started) return NoteChainFault(ChainFault::not_opened);
+  m_chainFault = ChainFault::none;
   NoteLatency(chain);
   m_bAISpeechEnhanceRunning = true;
   m_bAISpeechEnhanceReady = true;
@@ -132,13 +152,16 @@ void CCaptureInterface::ReopenAISpeech() {
 Status CCaptureInterface::OpenAISpeech(const std::string& model) {
   AISpeechChain& chain = *m_chains.ai_speech;
   bool readable = false;
-  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable)) || !readable) {
-    return kFail;
+  if (failed(ReadParameters(chain, PKEY_NVC_MTGMIC_BF_KC_Param, kBeamFormingFlags, readable))) {
+    return NoteChainFault(ChainFault::not_opened);
   }
+  if (!readable) return NoteChainFault(ChainFault::no_parameters);
   m_AISpeechEnhanceSetAiModelName = model;
   const int status = chain.Open(m_params.data(), m_AISpeechEnhanceSetAiModelName.c_str(), kAIRate, kAIChannels,
                                 kAIFrames, kAIAddBuffMs, kAIAddBuffMs);
-  return status == 0 ? kOk : kFail;
+  if (status != 0) return NoteChainFault(IsExistingFile(model) ? ChainFault::not_opened : ChainFault::no_model);
+  m_chainFault = ChainFault::none;
+  return kOk;
 }
 
 float CCaptureInterface::ReadStrength() {

@@ -48,6 +48,17 @@ bool CCaptureInterface::GateKC() const { return GateKeyCancel(m_FunctionMic, m_d
 bool CCaptureInterface::GateBF() const { return GateBeamForming(m_FunctionMic, m_dwGenerationMic); }
 bool CCaptureInterface::GateAI() const { return GateAISpeech(m_FunctionMic, m_dwGenerationMic); }
 
+ChainKind CCaptureInterface::RunningChain() const {
+  if (State() != StreamState::ePhysicalStreaming) return ChainKind::none;
+  if (GateKC() && m_bKeyCancelOpen) return ChainKind::key_cancel;
+  if (GateBF() && m_bBeamFormingKeyCancelOpen) return ChainKind::beam_forming;
+  return GateAI() && m_bAISpeechEnhanceReady ? ChainKind::ai_speech : ChainKind::none;
+}
+
+ChainFault CCaptureInterface::LatestChainFault() const {
+  return GateKC() || GateBF() || GateAI() ? m_chainFault.load() : ChainFault::none;
+}
+
 // The enhancer is trained on the full level; the classic chains keep some head room.
 float CCaptureInterface::PhysicalLevel() const { return GateAI() ? 1.0f : 0.9f; }
 

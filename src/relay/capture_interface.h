@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/properties.h"
+#include "relay/chain_status.h"
 #include "relay/chains.h"
 #include "relay/echo_filter.h"
 #include "relay/model_table.h"
@@ -74,6 +75,11 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   int MakeAISpeechEnhanceModel(bool);
   int QuitAISpeechEnhanceModel();
 
+  /// Any thread: the chain that the blocks of the running stream go through.
+  ChainKind RunningChain() const;
+  /// Any thread: none where no chain is called for.
+  ChainFault LatestChainFault() const;
+
  private:
   float PhysicalLevel() const override;
   Status PhysicalEndpointOpen() override;
@@ -108,6 +114,8 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   /// their size; `readable` is false where the store has none.
   Status ReadParameters(Chain& chain, const PropertyKey& key, std::size_t flag_bytes, bool& readable);
   Status SetBlockShape(Chain& chain);
+  /// Answers a failed status.
+  Status NoteChainFault(ChainFault fault);
 
   ModelRow CurrentModelRow();
   float ReadStrength();
@@ -128,12 +136,14 @@ class CCaptureInterface final : public CStreamInterface, public IVolumeControl {
   std::vector<std::byte> m_paramFlags;
   std::vector<std::uint16_t> m_params;  // of the open chain, which goes on using them
 
-  bool m_bKeyCancelOpen = false;
+  std::atomic<ChainFault> m_chainFault{ChainFault::none};
+
+  std::atomic<bool> m_bKeyCancelOpen{false};
   WantedState m_KeyCancelState{true};
   float m_fKCSelTarget = 1.0f;
   float m_fKCSel = 1.0f;
 
-  bool m_bBeamFormingKeyCancelOpen = false;
+  std::atomic<bool> m_bBeamFormingKeyCancelOpen{false};
   WantedState m_BeamFormingkeyCancelState{true};
   float m_fBeamFormingKCSel2 = 1.0f;
   WantedState m_BeamFormingState{false};

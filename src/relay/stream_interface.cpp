@@ -65,6 +65,7 @@ void CStreamInterface::Stop() {
 // Both copies change under one lock: of two callers, one has its way in both.
 Status CStreamInterface::SetEndpointId(const std::string& id) {
   const std::lock_guard lock(m_csEndpointId);
+  if (id != m_endpointId) m_bOpeningFailed = false;
   m_endpointId = id;
   return m_physical.SetEndpoint(id);
 }
@@ -204,6 +205,7 @@ StreamState CStreamInterface::WaitVirtualStream() {
 
 StreamState CStreamInterface::VirtualStreaming() {
   const auto give_up = [this] {
+    m_bOpeningFailed = true;
     m_physical.ClearState();
     m_machine.clock.sleep_ms(kRetryPauseMs);
     return StreamState::eWaitVirtualDriver;
@@ -212,6 +214,7 @@ StreamState CStreamInterface::VirtualStreaming() {
   m_savedVolume = kNoSavedVolume;
   if (EndpointId().empty()) {
     trace(TraceLevel::info, "%s eWaitVirtualDriver. no endpoint id\n", Prefix());
+    m_bOpeningFailed = true;
     m_machine.clock.sleep_ms(kRetryPauseMs);
     return StreamState::eWaitVirtualDriver;
   }
@@ -231,6 +234,7 @@ StreamState CStreamInterface::VirtualStreaming() {
     trace(TraceLevel::error, "%s eWaitVirtualDriver FindWindow error!!\n", Prefix());
   }
   InitMuteState();
+  m_bOpeningFailed = false;
   return StreamState::ePhysicalStreaming;
 }
 

@@ -60,6 +60,8 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
 
   void SetMuteWindow(WindowHandle window) { m_hWnd = window; }
   StreamState State() const { return m_streamState; }
+  /// Whether the latest opening of the present physical endpoint failed.
+  bool OpeningFailed() const { return m_bOpeningFailed; }
   StreamStatistics Statistics() const;
   /// Of the present stream, or of the last one; 0 before there was any.
   std::uint32_t SampleRate() const { return Format().nSamplesPerSec; }
@@ -141,6 +143,7 @@ class CStreamInterface : public IMultiAudioEndpointVolumeCallback {
   std::atomic<bool> m_bStop{true};
   std::unique_ptr<Thread> m_hThread;
   std::atomic<StreamState> m_streamState{StreamState::eWaitVirtualDriver};
+  std::atomic<bool> m_bOpeningFailed{false};
   std::unique_ptr<Event> m_hStopEvent;
 
   mutable std::mutex m_csDevice;  // the thread opens and closes, others close

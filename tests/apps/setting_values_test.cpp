@@ -102,8 +102,8 @@ TEST(SettingValues, HaveNumbersForWords) {
 
 TEST(SettingValues, GoIntoBothLayersOfAFunction) {
   const std::vector<std::pair<std::uint32_t, std::uint32_t>> layers{
-      {control::GetKeyboardCancelMTG, control::GetKeyboardCancel_UI_MTG},
-      {control::GetBeamformingMTG, control::GetBeamforming_UI_MTG},
+      {control::GetKeyboardCancelMTG, control::NSV_GET_KEYCANSEL_UI_MTG},
+      {control::GetBeamformingMTG, control::NSV_GET_BEAMFORMING_UI_MTG},
       {control::GetAispeechenhanceMTG, control::GetAispeechenhance_UI_MTG},
       {control::GetAispeechenhanceSetAiModelMTG, control::GetAispeechenhanceSetAiModel_UI_MTG}};
   const std::vector<std::string> names{"keyboard-cancel", "beamforming", "speech-enhance", "voice-model"};
@@ -167,7 +167,7 @@ TEST(SettingValues, ThatMakeNoSenseAreRefused) {
 
 TEST(SettingValues, AreShownAsNumbersWhereThereIsNoWord) {
   Store store;
-  store.set_number(control::GetAutoMuteMTG, 7);
+  store.set_number(control::NSV_GET_AUTO_MUTE_MTG, 7);
   store.set_number(control::GetAispeechenhanceModelNoMTG, 9);
   EXPECT_EQ(value_text(store, *find_setting("auto-mute")), "7");
   EXPECT_EQ(value_json(store, *find_setting("auto-mute")), 7);

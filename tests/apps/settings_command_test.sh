@@ -193,7 +193,7 @@ expect "a driver without a service" 3 \
 expect "the same as JSON" 3 '"health": "no service",.*"mode_threads": true.*"service": null,' '^$' status --json --socket "$socket"
 stream='{"state":"ePhysicalStreaming","endpoint":"mic","streams":1,"underruns":0,"overruns":0,"feedback":0,"fill_mean_ms":20,"fill_min_ms":10,"blocks":0,"silenced":0,"unenhanced":0,"chain_latency_ms":12.5,"execute_mean_us":0,"execute_max_us":0,"load":0}'
 report() { # DRIVER_READY TROUBLE
-  echo '{"version":2,"generation":8,"function":0,"generation_mic":3,"function_mic":2,"chain":"beamforming","driver_ready":'"$1"',"meeting_mode":0,"room_correction":false,"headphones":false,"auto_mute":false,"capture":'"$stream"',"render":'"$stream"',"last_trouble":"'"$2"'"}'
+  echo '{"version":3,"generation":8,"function":0,"generation_mic":3,"function_mic":2,"chain":"beamforming","driver_ready":'"$1"',"meeting_mode":0,"room_correction":false,"headphones":false,"auto_mute":false,"capture":'"$stream"',"render":'"$stream"',"trouble":"'"$2"'","last_trouble":"an earlier one","last_trouble_ms":0}'
 }
 with_report() { # REPORT NAME EXIT_CODE OUTPUT_PATTERN [OPTION]
   coproc "$python" "$publish" "$socket"
@@ -205,10 +205,10 @@ with_report() { # REPORT NAME EXIT_CODE OUTPUT_PATTERN [OPTION]
   exec {out}>&-
   wait "$helper"
 }
-with_report "$(report true '')" "a healthy machine" 0 $'\nservice +runs\n.*\nchain +beamforming\n.*\ntrouble +none$'
+with_report "$(report true '')" "a healthy machine" 0 $'\nservice +runs\n.*\nchain +beamforming\n.*\ntrouble +none\nlast trouble +an earlier one, [0-9]+ s ago$'
 with_report "$(report true '')" "a healthy machine as JSON" 0 '"health": "healthy",.*"chain": "beamforming",' --json
 with_report "$(report false '')" "a service that is not ready" 4 $'\nservice +runs, but is not ready with the driver\n'
-with_report "$(report true "there is no microphone")" "a service in trouble" 4 $'\ntrouble +there is no microphone$'
+with_report "$(report true "there is no microphone")" "a service in trouble" 4 $'\ntrouble +there is no microphone\n'
 with_report '{"version":1}' "a report of another version" 4 $'\nservice +runs, but its report can\'t be relied on: it is of version 1, '
 with_report 'hello' "a report that is none" 4 $'\nservice +runs, but its report can\'t be relied on: it is no JSON object\n'
 expect "a service that went" 3 $'\nservice +does not run; ' '^$' status --socket "$socket"

@@ -35,7 +35,7 @@ json stream_json(int first) {
 }
 
 json report_json() {
-  return {{"version", 2},
+  return {{"version", 3},
           {"generation", 8},
           {"function", 2},
           {"generation_mic", 5},
@@ -48,7 +48,9 @@ json report_json() {
           {"auto_mute", false},
           {"capture", stream_json(100)},
           {"render", stream_json(200)},
-          {"last_trouble", ""}};
+          {"trouble", ""},
+          {"last_trouble", "the speaker can't be opened"},
+          {"last_trouble_ms", 301}};
 }
 
 std::string fault_of(const std::string& report) {
@@ -72,7 +74,9 @@ TEST(ServiceReport, HasWhatTheJsonTells) {
   EXPECT_TRUE(report.room_correction);
   EXPECT_TRUE(report.headphones);
   EXPECT_FALSE(report.auto_mute);
-  EXPECT_EQ(report.last_trouble, "");
+  EXPECT_EQ(report.trouble, "");
+  EXPECT_EQ(report.last_trouble, "the speaker can't be opened");
+  EXPECT_EQ(report.last_trouble_ms, 301u);
   EXPECT_EQ(report.capture.endpoint, "endpoint-100");
   EXPECT_EQ(report.render.state, "ePhysicalStreaming");
   EXPECT_EQ(report.render.endpoint, "endpoint-200");
@@ -91,12 +95,12 @@ TEST(ServiceReport, HasWhatTheJsonTells) {
   EXPECT_EQ(report.render.load, 0.125);
 }
 
-TEST(ServiceReport, IsHealthyWhenItIsReadyAndHasNoTrouble) {
+TEST(ServiceReport, IsHealthyWhenItIsReadyAndHasNoTroubleNow) {
   json report = report_json();
   EXPECT_TRUE(read_service_report(report.dump()).is_healthy());
-  report["last_trouble"] = "x";
+  report["trouble"] = "x";
   EXPECT_FALSE(read_service_report(report.dump()).is_healthy());
-  report["last_trouble"] = "";
+  report["trouble"] = "";
   report["driver_ready"] = false;
   EXPECT_FALSE(read_service_report(report.dump()).is_healthy());
 }
@@ -155,11 +159,11 @@ TEST(ServiceReport, NeedsValuesThatMakeSense) {
 }
 
 TEST(ServiceReport, OfAnotherVersionIsNotTrusted) {
-  const std::string advice = ", and this program knows version 2; install a service and a sonivo of the same version";
+  const std::string advice = ", and this program knows version 3; install a service and a sonivo of the same version";
   json report = report_json();
   report["version"] = 1;
   EXPECT_EQ(fault_of(report.dump()), "it is of version 1" + advice);
-  report["version"] = "2";
+  report["version"] = "3";
   EXPECT_EQ(fault_of(report.dump()), "it is of version unknown" + advice);
   EXPECT_EQ(fault_of("{}"), "it lacks version");
 }
@@ -192,7 +196,7 @@ control::Store made_settings() {
 }
 
 TEST(Status, ShowsWhatDriverAndServiceTell) {
-  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), report_json().dump())),
+  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), report_json().dump(), 7302)),
             "driver            answers at /run/driver.sock\n"
             "service           runs\n"
             "machine           generation 8, function 2; microphone generation 5, function 9\n"
@@ -221,7 +225,23 @@ TEST(Status, ShowsWhatDriverAndServiceTell) {
             "  blocks          206, silenced 207, unenhanced 208\n"
             "  latency         211.2 ms of the chain, 204.2 ms of the ring\n"
             "  load            12.5 % of real time; a block takes 209.5 us, at most 210.5 us\n"
-            "trouble           none\n");
+            "trouble           none\n"
+            "last trouble      the speaker can't be opened, 7 s ago\n");
+}
+
+TEST(Status, ShowsTheChainThatRunsAndTheOneThatTheGatesCallFor) {
+  json report = report_json();
+  report["chain"] = "none";
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())),
+              HasSubstr("\nchain             none now, ai by the gates\n"));
+}
+
+TEST(Status, ShowsPresentTroubleAndThatThereWasNone) {
+  json report = report_json();
+  report["trouble"] = "the driver is not connected";
+  report["last_trouble"] = "";
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), 9000)),
+              HasSubstr("\ntrouble           the driver is not connected\nlast trouble      none\n"));
 }
 
 TEST(Status, TellsWhatTheServiceWouldFind) {
@@ -275,7 +295,8 @@ TEST(Status, LeavesOutBlocksWhereThereAreNone) {
 TEST(Status, WritesOutControlCharactersOfTheReport) {
   json report = report_json();
   report["last_trouble"] = "a\n\x1b[2Jb";
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())), HasSubstr("trouble           a\\n\\x1b[2Jb\n"));
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())),
+              HasSubstr("last trouble      a\\n\\x1b[2Jb, 0 s ago\n"));
 }
 
 TEST(Status, HasAnExitCodeForEachHealth) {
@@ -286,7 +307,7 @@ TEST(Status, HasAnExitCodeForEachHealth) {
   report["driver_ready"] = false;
   EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
   report["driver_ready"] = true;
-  report["last_trouble"] = "the microphone can't be opened";
+  report["trouble"] = "the microphone can't be opened";
   EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
 }
 

@@ -99,7 +99,7 @@ TEST_F(ControlDriverTest, AnEventRequestPendsUntilASettingChangesThatHasAnEvent)
   EXPECT_EQ(told[1].head.id, 7u);
   EXPECT_EQ(told[1].head.error, error::kNone);
   EXPECT_THAT(told[1].output, SizeIs(1044));
-  EXPECT_EQ(test::number_in(told[1].output), control::kAutoMuteOn);
+  EXPECT_EQ(test::number_in(told[1].output), control::NSVDRV_CMD_AUTOMUTE_ON);
   EXPECT_THAT(ask(2, 1, control::SetAutoMuteMTG, bytes_of(1u)), SizeIs(1));
 }
 
@@ -172,14 +172,14 @@ TEST_F(ControlDriverTest, AnEventIsNotLostWithAConnectionThatIsGone) {
 TEST_F(ControlDriverTest, AnEventWhoseRequestIsCancelledTooLateIsTheNextOne) {
   wait_for_event(1, 7);
   EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake)), SizeIs(2));
-  EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(control::kAutoMuteOn)), SizeIs(1));
+  EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(control::NSVDRV_CMD_AUTOMUTE_ON)), SizeIs(1));
   ASSERT_TRUE(driver_.request(1, {control::cancel_of(7), {}}));
   EXPECT_THAT(taken(), IsEmpty());
   EXPECT_EQ(test::number_in(wait_for_event(1, 8).at(0).output), control::kMonitorWake);
   // The same id again means the new request.
   EXPECT_THAT(ask(1, 8, control::GetFunction, {}, 4), SizeIs(1));
   ASSERT_TRUE(driver_.request(1, {control::cancel_of(8), {}}));
-  EXPECT_EQ(test::number_in(wait_for_event(1, 9).at(0).output), control::kAutoMuteOn);
+  EXPECT_EQ(test::number_in(wait_for_event(1, 9).at(0).output), control::NSVDRV_CMD_AUTOMUTE_ON);
 }
 
 TEST_F(ControlDriverTest, EventsAreKeptForOneWhoCancelledRequestsBeforeMakingAny) {
@@ -244,7 +244,7 @@ TEST_F(ControlDriverTest, TheExitIsAnnouncedToAllWhoWaitForEvents) {
   driver_.announce_exit();
   const auto told = taken();
   ASSERT_THAT(told, SizeIs(2));
-  for (const Told& each : told) EXPECT_EQ(test::number_in(each.output), control::kDriverExit);
+  for (const Told& each : told) EXPECT_EQ(test::number_in(each.output), control::NSVPLAY_CMD_EXIT);
 }
 
 Bytes property_input(std::uint32_t value) {

@@ -93,7 +93,7 @@ TEST_F(ServerTest, WhatIsNoRequestEndsThatConnectionAlone) {
   ASSERT_EQ(connect().set(control::SetAutoMuteMTG, 1), error::kNone);
   const auto event = other.receive();
   ASSERT_TRUE(event);
-  EXPECT_EQ(test::number_in(event->output), control::kAutoMuteOn);
+  EXPECT_EQ(test::number_in(event->output), control::NSVDRV_CMD_AUTOMUTE_ON);
 }
 
 TEST_F(ServerTest, ClientsBeyondTheLimitAreClosedUntilAnotherGoes) {
@@ -200,8 +200,8 @@ TEST_F(ServerTest, AnEventReachesServiceAndOnlookersAndTheCancelRequestTheServic
   EXPECT_EQ(service.receive().value().head.id, 4u);
   ASSERT_TRUE(service.ask_for_event(5));
   ASSERT_EQ(connect().ask(control::SetCaptureEndpointId, test::wire_text(u"mic")).value().head.error, error::kNone);
-  EXPECT_EQ(test::number_in(onlooker.receive().value().output), control::kCaptureEndpointChanged);
-  EXPECT_EQ(test::number_in(service.receive().value().output), control::kCaptureEndpointChanged);
+  EXPECT_EQ(test::number_in(onlooker.receive().value().output), control::NSVDRV_CMD_DEV_MIC);
+  EXPECT_EQ(test::number_in(service.receive().value().output), control::NSVDRV_CMD_DEV_MIC);
 }
 
 TEST_F(ServerTest, TheEndIsAnnouncedAndClosesEveryConnection) {
@@ -216,7 +216,7 @@ TEST_F(ServerTest, TheEndIsAnnouncedAndClosesEveryConnection) {
   stop();
   const auto exit = service.receive();
   ASSERT_TRUE(exit);
-  EXPECT_EQ(test::number_in(exit->output), control::kDriverExit);
+  EXPECT_EQ(test::number_in(exit->output), control::NSVPLAY_CMD_EXIT);
   EXPECT_TRUE(service.ends());
   EXPECT_TRUE(idle.ends());
 }
@@ -238,7 +238,7 @@ TEST_F(ServerTest, TheEndWaitsForAClientThatReadsLate) {
     reply = late.receive();
     ASSERT_TRUE(reply);
   } while (reply->head.id != kUnread);
-  EXPECT_EQ(test::number_in(reply->output), control::kDriverExit);
+  EXPECT_EQ(test::number_in(reply->output), control::NSVPLAY_CMD_EXIT);
   EXPECT_TRUE(late.ends());
   stopping.get();
 }

@@ -109,7 +109,7 @@ TEST_F(KeptSettings, ANumberThatMeansNothingIsRefusedAndTheValueStays) {
                        {control::NSV_SET_ALL_HP_MTG, control::NSV_GET_ALL_HP_MTG, 0, 4},
                        {control::NSV_SET_MODE_MTG, control::NSV_GET_ALL_SP_MTG, 0, 4},
                        {control::SetKeyboardCancelMTG, control::GetKeyboardCancelMTG, 0, 1},
-                       {control::SetBeamforming_UI_MTG, control::GetBeamforming_UI_MTG, 0, 1},
+                       {control::NSV_SET_BEAMFORMING_UI_MTG, control::NSV_GET_BEAMFORMING_UI_MTG, 0, 1},
                        {control::SetAispeechenhanceModelNoMTG, control::GetAispeechenhanceModelNoMTG, 1, 3}};
   for (const Range& each : ranges) {
     for (const std::uint32_t good : {each.lowest, each.highest}) {
@@ -159,15 +159,15 @@ TEST_F(KeptSettings, AChangeThatCanNotBeWrittenFailsAndTheValueStays) {
   EXPECT_EQ(refused.error, error::kDiskFull);
   EXPECT_FALSE(refused.changed);
   EXPECT_FALSE(refused.event);
-  EXPECT_EQ(number(control::GetAutoMuteMTG), 0u);
+  EXPECT_EQ(number(control::NSV_GET_AUTO_MUTE_MTG), 0u);
   EXPECT_EQ(number(control::GetFunction), 2u);
   EXPECT_EQ(number(control::GetHeadphone), 1u);
   EXPECT_THAT(log_, ElementsAre(HasSubstr("settings can't be written: No space left on device")));
 
   disk_.fail_at = 0;
-  EXPECT_EQ(set(control::SetAutoMuteMTG, 1).event, control::kAutoMuteOn);
+  EXPECT_EQ(set(control::SetAutoMuteMTG, 1).event, control::NSVDRV_CMD_AUTOMUTE_ON);
   start();
-  EXPECT_EQ(number(control::GetAutoMuteMTG), 1u);
+  EXPECT_EQ(number(control::NSV_GET_AUTO_MUTE_MTG), 1u);
 }
 
 TEST_F(KeptSettings, AFailureAtTheVeryLastStepIsRepairedByTheNextChange) {

@@ -190,7 +190,7 @@ TEST_F(ControlStoreEvents, TellOfEndpoints) {
 
 TEST_F(ControlStoreEvents, TellOfNothingElse) {
   for (const Setting& each : settings()) {
-    if (each.get_code == GetAutoMuteMTG || each.get_code == GetCaptureEndpointId ||
+    if (each.get_code == NSV_GET_AUTO_MUTE_MTG || each.get_code == GetCaptureEndpointId ||
         each.get_code == GetRenderEndpointId) {
       continue;
     }

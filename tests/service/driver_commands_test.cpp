@@ -35,13 +35,13 @@ class RealDriverCommands : public RealDriver {
  private:
   Error cause_one(std::uint32_t command) {
     switch (command) {
-      case c::kAutoMuteOn:
+      case c::NSVDRV_CMD_AUTOMUTE_ON:
         return set(c::SetAutoMuteMTG, 1);
-      case c::kAutoMuteOff:
+      case c::NSVDRV_CMD_AUTOMUTE_OFF:
         return set(c::SetAutoMuteMTG, 0);
-      case c::kCaptureEndpointChanged:
+      case c::NSVDRV_CMD_DEV_MIC:
         return set_text(c::SetCaptureEndpointId, sim::kHeadsetMic);
-      case c::kRenderEndpointChanged:
+      case c::NSVDRV_CMD_DEV_SPK:
         return set_text(c::SetRenderEndpointId, sim::kHeadphones);
       default:
         return set(c::NSV_SEND_EVENT, command);
@@ -98,9 +98,14 @@ class RealDriverChannel : public RealDriverCommands {
 };
 
 TEST_F(RealDriverChannel, RecordsComeWholeAndInTheirOrder) {
-  const std::vector<std::uint32_t> commands{
-      c::kMonitorWake,           c::kAutoMuteOn, c::kAutoMuteOff, c::kCaptureEndpointChanged,
-      c::kRenderEndpointChanged, c::kNothing,    c::kPlayerIsOn,  c::kPlayerIsOff};
+  const std::vector<std::uint32_t> commands{c::kMonitorWake,
+                                            c::NSVDRV_CMD_AUTOMUTE_ON,
+                                            c::NSVDRV_CMD_AUTOMUTE_OFF,
+                                            c::NSVDRV_CMD_DEV_MIC,
+                                            c::NSVDRV_CMD_DEV_SPK,
+                                            c::kNothing,
+                                            c::kPlayerIsOn,
+                                            c::kPlayerIsOff};
   CSonivoDriverAccess access(machine());
   ASSERT_NE(access.InitDriverInfo(c::kControlInterface), 0);
   ASSERT_NE(access.SetEventIoControl_Cancel(), 0);  // from here on events are kept for this process
@@ -120,10 +125,10 @@ TEST_F(RealDriverChannel, TheIdsThatHaveChangedCanBeReadAtTheCommand) {
   CSonivoDriverAccess access(machine());
   ASSERT_NE(access.InitDriverInfo(c::kControlInterface), 0);
   ASSERT_NE(access.SetEventIoControl_Cancel(), 0);
-  cause({c::kCaptureEndpointChanged, c::kRenderEndpointChanged});
+  cause({c::NSVDRV_CMD_DEV_MIC, c::NSVDRV_CMD_DEV_SPK});
   c::EventRecord record;
   ASSERT_NE(access.SetEventIoControl(&record), 0);
-  ASSERT_EQ(record.command, c::kCaptureEndpointChanged);
+  ASSERT_EQ(record.command, c::NSVDRV_CMD_DEV_MIC);
   c::WireText id{};
   std::uint32_t bytes = 0;
   ASSERT_NE(access.GetCaptureEndpointId(id, &bytes), 0);
@@ -142,7 +147,7 @@ TEST_F(RealDriverChannel, TheExitOfTheDriverIsTheLastCommand) {
   for (int i = 0; i < 2; ++i) get(c::GetFunction);       // the driver has read all that was sent before the second
   driver->end(SIGTERM);
   ASSERT_NE(asked.get(), 0);
-  EXPECT_EQ(record.command, c::kDriverExit);
+  EXPECT_EQ(record.command, c::NSVPLAY_CMD_EXIT);
   EXPECT_THAT(record.unused, Each(std::byte{0}));
   EXPECT_EQ(access.SetEventIoControl(&record), 0);
 }
@@ -171,12 +176,12 @@ TEST_F(RealDriverService, WakesTheDisplay) {
 }
 
 TEST_F(RealDriverService, FollowsAutoMute) {
-  cause({c::kAutoMuteOn});
+  cause({c::NSVDRV_CMD_AUTOMUTE_ON});
   EXPECT_TRUE(wait_until([&] { return host->m_dwAutoMute == 1; }));
   sim::EndpointModel& microphone = simulation.endpoint(sim::kMicArray);
   microphone.volume().set_mute(true);
   const std::uint64_t hidden = count(sim::Step::window_hide);
-  cause({c::kAutoMuteOff});
+  cause({c::NSVDRV_CMD_AUTOMUTE_OFF});
   EXPECT_TRUE(wait_until([&] { return host->m_dwAutoMute == 0 && !microphone.volume().muted(); }));
   EXPECT_EQ(count(sim::Step::window_hide), hidden + 1);
 }
@@ -184,10 +189,10 @@ TEST_F(RealDriverService, FollowsAutoMute) {
 TEST_F(RealDriverService, FollowsTheEndpointsEachByItsOwnCommand) {
   ASSERT_EQ(endpoint(DataFlow::capture), sim::kMicArray);
   ASSERT_EQ(endpoint(DataFlow::render), sim::kSpeakers);
-  cause({c::kCaptureEndpointChanged});
+  cause({c::NSVDRV_CMD_DEV_MIC});
   EXPECT_TRUE(wait_until([&] { return endpoint(DataFlow::capture) == sim::kHeadsetMic; }));
   EXPECT_EQ(endpoint(DataFlow::render), sim::kSpeakers);
-  cause({c::kRenderEndpointChanged});
+  cause({c::NSVDRV_CMD_DEV_SPK});
   EXPECT_TRUE(wait_until([&] { return endpoint(DataFlow::render) == sim::kHeadphones; }));
 }
 

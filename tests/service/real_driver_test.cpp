@@ -96,7 +96,7 @@ class ChainBesideRealDriver : public RealDriver {
       slowest = std::max(slowest, seconds_now() - start);
     }
     std::printf("slowest way of a setting to %s: %.0f ms\n", call.c_str(), slowest * 1e3);
-#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+#if !defined(SONIVO_ASAN) && !defined(SONIVO_TSAN)  // which take their own time
     EXPECT_LT(slowest, 0.3);
 #endif
   }
@@ -191,7 +191,7 @@ TEST_F(RealDriver, TheReportSaysWhatTheServiceDoes) {
   ASSERT_TRUE(wait_until([&] { return report().find("\"driver_ready\":true") != std::string::npos; }));
   EXPECT_THAT(report(), HasSubstr("\"chain\":\"keycancel\""));
   EXPECT_THAT(report(), HasSubstr("\"state\":\"eWaitVirtualStream\""));
-  EXPECT_THAT(report(), HasSubstr("\"last_trouble\":\"\""));
+  EXPECT_THAT(report(), HasSubstr("\"trouble\":\"\""));
 }
 
 }  // namespace

@@ -88,17 +88,17 @@ std::string event_name(std::uint32_t command) {
       return "player off";
     case control::kMonitorWake:
       return "wake the display";
-    case control::kAutoMuteOn:
+    case control::NSVDRV_CMD_AUTOMUTE_ON:
       return "auto mute on";
-    case control::kAutoMuteOff:
+    case control::NSVDRV_CMD_AUTOMUTE_OFF:
       return "auto mute off";
-    case control::kCaptureEndpointChanged:
+    case control::NSVDRV_CMD_DEV_MIC:
       return "capture endpoint changed";
-    case control::kRenderEndpointChanged:
+    case control::NSVDRV_CMD_DEV_SPK:
       return "render endpoint changed";
     case control::kNothing:
       return "nothing";
-    case control::kDriverExit:
+    case control::NSVPLAY_CMD_EXIT:
       return "driver exits";
     default:
       return "unknown";
@@ -131,7 +131,7 @@ void run_events_command(const EventsOptions& options, std::ostream& output) {
     control::EventRecord record;
     if (!driver.wait_for(control::NSV_OBSERVE_EVENTS, std::as_writable_bytes(std::span(&record, 1)), *quit)) return;
     print_event(output, options.json, record.command);
-    if (record.command == control::kDriverExit) return;
+    if (record.command == control::NSVPLAY_CMD_EXIT) return;
   }
 }
 

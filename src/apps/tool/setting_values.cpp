@@ -38,8 +38,8 @@ struct Layers {
   std::uint32_t user;
 };
 constexpr std::array kLayers{
-    Layers{control::GetKeyboardCancelMTG, control::GetKeyboardCancel_UI_MTG},
-    Layers{control::GetBeamformingMTG, control::GetBeamforming_UI_MTG},
+    Layers{control::GetKeyboardCancelMTG, control::NSV_GET_KEYCANSEL_UI_MTG},
+    Layers{control::GetBeamformingMTG, control::NSV_GET_BEAMFORMING_UI_MTG},
     Layers{control::GetAispeechenhanceMTG, control::GetAispeechenhance_UI_MTG},
     Layers{control::GetAispeechenhanceSetAiModelMTG, control::GetAispeechenhanceSetAiModel_UI_MTG}};
 

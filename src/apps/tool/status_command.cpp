@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <chrono>
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -99,6 +100,17 @@ std::string driver_meeting_text(const Store& settings) {
   return launched > 2 ? meeting_text(launched - 2, true) : meeting_text(launched, false);
 }
 
+std::string last_trouble_text(const ServiceReport& report, std::uint64_t now_ms) {
+  if (report.last_trouble.empty()) return "none";
+  const std::uint64_t age_ms = now_ms > report.last_trouble_ms ? now_ms - report.last_trouble_ms : 0;
+  return report.last_trouble + ", " + std::to_string(age_ms / 1000) + " s ago";
+}
+
+/// What runs and, where that is another one, what the gates call for.
+std::string chain_text(const std::string& runs, const std::string& expected) {
+  return runs == expected ? runs : runs + " now, " + expected + " by the gates";
+}
+
 /// A table of a name and a value a line.
 class StatusTable {
  public:
@@ -125,7 +137,9 @@ class StatusTable {
     row("enrolment", value("enrolment"));
     print_stream("microphone", "capture-endpoint", service ? &service->capture : nullptr);
     print_stream("speaker", "render-endpoint", service ? &service->render : nullptr);
-    if (service) row("trouble", service->last_trouble.empty() ? "none" : service->last_trouble);
+    if (!service) return;
+    row("trouble", service->trouble.empty() ? "none" : service->trouble);
+    row("last trouble", last_trouble_text(*service, status_.now_ms));
   }
 
  private:
@@ -152,7 +166,7 @@ class StatusTable {
       const ServiceReport& report = *status_.service;
       row("machine", words(report.generation, report.function, report.generation_mic, report.function_mic));
       row("gates", gates_text(gates));
-      row("chain", report.chain);
+      row("chain", chain_text(report.chain, expected_chain(gates)));
     } else {
       const auto number = [&](std::uint32_t get_code) { return status_.settings.number(get_code); };
       row("machine", words(number(control::GetSonivoDrvGeneration), number(control::GetFunction),
@@ -204,6 +218,13 @@ std::string health_text(const MachineStatus& status) {
   }
 }
 
+/// The clock that the service tells times of.
+std::uint64_t monotonic_ms() {
+  using std::chrono::milliseconds;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(std::chrono::duration_cast<milliseconds>(now).count());
+}
+
 /// Empty without one.
 std::string published_report(DriverConnection& driver) {
   std::array<char, control::kMaxReportBytes> report{};
@@ -219,8 +240,8 @@ std::string published_report(DriverConnection& driver) {
 
 }  // namespace
 
-MachineStatus machine_status(std::string socket, control::Store settings, std::string report) {
-  MachineStatus status{std::move(socket), std::move(settings), std::move(report), std::nullopt, {}};
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report, std::uint64_t now_ms) {
+  MachineStatus status{std::move(socket), std::move(settings), std::move(report), std::nullopt, {}, now_ms};
   if (status.report.empty()) return status;
   try {
     status.service = read_service_report(status.report);
@@ -266,7 +287,7 @@ CLI::App* add_status_command(CLI::App& app, StatusOptions& options) {
 int run_status_command(const StatusOptions& options, std::ostream& output) {
   DriverConnection driver(options.socket);
   const Store settings = driver.settings();
-  const MachineStatus status = machine_status(driver.path(), settings, published_report(driver));
+  const MachineStatus status = machine_status(driver.path(), settings, published_report(driver), monotonic_ms());
   if (options.json) {
     print_status_json(output, status);
   } else {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -33,9 +34,10 @@ struct MachineStatus {
   std::string report;  ///< as the service gave it; empty without one
   std::optional<ServiceReport> service;
   std::string report_fault;  ///< why there is no `service` in spite of a report
+  std::uint64_t now_ms = 0;  ///< on the machine's monotonic clock
 };
 
-MachineStatus machine_status(std::string socket, control::Store settings, std::string report);
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report, std::uint64_t now_ms = 0);
 
 inline constexpr int kHealthy = 0;
 inline constexpr int kNoService = 3;

@@ -14,7 +14,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::uint64_t kReportVersion = 2;
+constexpr std::uint64_t kReportVersion = 3;
 constexpr std::array<const char*, 4> kReportedStates{"eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
                                                      "ePhysicalStreaming"};
 constexpr std::array<const char*, 4> kReportedChains{"none", "keycancel", "beamforming", "ai"};
@@ -124,7 +124,9 @@ ServiceReport read_service_report(std::string_view text) {
   report.auto_mute = reader.flag("auto_mute");
   report.capture = read_stream(reader.object("capture"));
   report.render = read_stream(reader.object("render"));
+  report.trouble = reader.text("trouble");
   report.last_trouble = reader.text("last_trouble");
+  report.last_trouble_ms = reader.count("last_trouble_ms");
   return report;
 }
 

@@ -32,7 +32,7 @@ struct ServiceReport {
   std::uint32_t function = 0;
   std::uint32_t generation_mic = 0;
   std::uint32_t function_mic = 0;
-  std::string chain;  ///< one of none, keycancel, beamforming, ai
+  std::string chain;  ///< that runs now, one of none, keycancel, beamforming, ai
   bool driver_ready = false;
   std::uint32_t meeting_mode = 0;
   bool room_correction = false;
@@ -40,9 +40,11 @@ struct ServiceReport {
   bool auto_mute = false;
   StreamReport capture;
   StreamReport render;
-  std::string last_trouble;
+  std::string trouble;                ///< what is wrong now; empty: nothing
+  std::string last_trouble;           ///< also what is over; empty: there was none
+  std::uint64_t last_trouble_ms = 0;  ///< when it was noted, on the machine's monotonic clock
 
-  bool is_healthy() const { return driver_ready && last_trouble.empty(); }
+  bool is_healthy() const { return driver_ready && trouble.empty(); }
 };
 
 /// A report that can't be relied on; the text says why.
@@ -51,7 +53,7 @@ class ReportFault : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Reads the JSON of a report of version 2, in which each member must be there and be of its kind. Throws ReportFault.
+/// Reads the JSON of a report of version 3, in which each member must be there and be of its kind. Throws ReportFault.
 ServiceReport read_service_report(std::string_view json);
 
 }  // namespace sonivo::tool

@@ -98,7 +98,7 @@ TEST(MainThreadSynchronise, CancelsFirstAndAsksInOrder) {
   EXPECT_THAT(bench.all_codes(),
               ElementsAre(c::NSV_SERVICE_EVENT_CANCEL, c::GetSonivoDrvGeneration, c::GetFunction, c::GetGenerationMic,
                           c::GetFunctionMic, c::GetCaptureEndpointId, c::GetRenderEndpointId, c::GetKeyboardCancelMTG,
-                          c::GetBeamformingMTG, c::GetAutoMuteMTG, c::NSV_SERVICE_EVENT_NOTIFY));
+                          c::GetBeamformingMTG, c::NSV_GET_AUTO_MUTE_MTG, c::NSV_SERVICE_EVENT_NOTIFY));
   EXPECT_TRUE(bench.log.has("[MainThread] First NSV_SERVICE_EVENT_CANCEL\n"));
   EXPECT_EQ(bench.host->m_bDriverReady, 1u);
   EXPECT_EQ(bench.host->m_bMicDeviceDirty, 1u);
@@ -108,9 +108,10 @@ TEST(MainThreadSynchronise, AsksForTheOtherChains) {
   MainThreadBench key_cancel(kKeyCancel);
   key_cancel.open();
   key_cancel.start_thread();
-  EXPECT_THAT(key_cancel.driver().codes(),
-              ElementsAre(c::GetSonivoDrvGeneration, c::GetFunction, c::GetGenerationMic, c::GetFunctionMic,
-                          c::GetCaptureEndpointId, c::GetRenderEndpointId, c::GetKeyboardCancelMTG, c::GetAutoMuteMTG));
+  EXPECT_THAT(
+      key_cancel.driver().codes(),
+      ElementsAre(c::GetSonivoDrvGeneration, c::GetFunction, c::GetGenerationMic, c::GetFunctionMic,
+                  c::GetCaptureEndpointId, c::GetRenderEndpointId, c::GetKeyboardCancelMTG, c::NSV_GET_AUTO_MUTE_MTG));
   EXPECT_EQ(key_cancel.host->m_bMicDeviceDirty, 0u);
 
   MainThreadBench speech(kAISpeech);
@@ -119,7 +120,7 @@ TEST(MainThreadSynchronise, AsksForTheOtherChains) {
   EXPECT_THAT(speech.driver().codes(),
               ElementsAre(c::GetSonivoDrvGeneration, c::GetFunction, c::GetGenerationMic, c::GetFunctionMic,
                           c::GetCaptureEndpointId, c::GetRenderEndpointId, c::GetAispeechenhanceMTG,
-                          c::GetAispeechenhanceSetAiModelMTG, c::GetAutoMuteMTG));
+                          c::GetAispeechenhanceSetAiModelMTG, c::NSV_GET_AUTO_MUTE_MTG));
   EXPECT_EQ(speech.host->m_bMicDeviceDirty, 1u);
 }
 
@@ -128,7 +129,7 @@ TEST(MainThreadSynchronise, NothingIsAskedOfGenerationNine) {
   bench.open();
   bench.start_thread();
   EXPECT_THAT(bench.driver().codes(), ElementsAre(c::GetSonivoDrvGeneration, c::GetCaptureEndpointId,
-                                                  c::GetRenderEndpointId, c::GetAutoMuteMTG));
+                                                  c::GetRenderEndpointId, c::NSV_GET_AUTO_MUTE_MTG));
 }
 
 TEST(MainThreadSynchronise, FailingGettersLeaveZero) {
@@ -168,7 +169,7 @@ TEST(MainThreadSynchronise, AnyOtherAutoMuteThanOneUnmutes) {
   bench.host->m_AudioControl.SetEndpointForce(DataFlow::capture, sim::kMicArray);
   bench.machine.endpoint(sim::kMicArray).volume().set_mute(true);
   bench.host->m_dwAutoMute = 1;
-  bench.driver().set_number(c::GetAutoMuteMTG, 2);
+  bench.driver().set_number(c::NSV_GET_AUTO_MUTE_MTG, 2);
   bench.start_thread();
   EXPECT_EQ(bench.host->m_dwAutoMute, 2u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
@@ -190,7 +191,7 @@ TEST(MainThreadSynchronise, AMissingVoiceModelIsTakenBackInBothLayers) {
 TEST(MainThreadSynchronise, AutoMuteIsTakenUpWhenItDiffers) {
   MainThreadBench bench;
   bench.open();
-  bench.driver().set_number(c::GetAutoMuteMTG, 1);
+  bench.driver().set_number(c::NSV_GET_AUTO_MUTE_MTG, 1);
   bench.start_thread();
   EXPECT_EQ(bench.host->m_dwAutoMute, 1u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 0u);
@@ -205,7 +206,7 @@ TEST(MainThreadSynchronise, AutoMuteIsTakenUpWhenItDiffers) {
   MainThreadBench failing;
   failing.open();
   failing.host->m_dwAutoMute = 1;
-  failing.driver().fail(c::GetAutoMuteMTG, error::kAccessDenied);
+  failing.driver().fail(c::NSV_GET_AUTO_MUTE_MTG, error::kAccessDenied);
   failing.start_thread();
   EXPECT_EQ(failing.host->m_dwAutoMute, 1u);
 }
@@ -225,16 +226,16 @@ TEST(MainThreadEvents, EndpointCommandsMoveTheirStream) {
   bench.start_thread();
   bench.driver().set_text(c::GetCaptureEndpointId, to_utf16(sim::kHeadsetMic));
   bench.driver().set_text(c::GetRenderEndpointId, to_utf16(sim::kHeadphones));
-  bench.send(c::kCaptureEndpointChanged);
+  bench.send(c::NSVDRV_CMD_DEV_MIC);
   EXPECT_EQ(bench.host->m_AudioControl.Stream(DataFlow::capture).EndpointId(), sim::kHeadsetMic);
   EXPECT_EQ(bench.host->m_AudioControl.Stream(DataFlow::render).EndpointId(), sim::kSpeakers);
-  bench.send(c::kRenderEndpointChanged);
+  bench.send(c::NSVDRV_CMD_DEV_SPK);
   EXPECT_EQ(bench.host->m_AudioControl.Stream(DataFlow::render).EndpointId(), sim::kHeadphones);
   bench.driver().set_text(c::GetCaptureEndpointId, u"");
-  bench.send(c::kCaptureEndpointChanged);  // an empty one follows the default
+  bench.send(c::NSVDRV_CMD_DEV_MIC);  // an empty one follows the default
   EXPECT_EQ(bench.host->m_AudioControl.Stream(DataFlow::capture).EndpointId(), sim::kMicArray);
   bench.driver().fail(c::GetRenderEndpointId, error::kAccessDenied);
-  bench.send(c::kRenderEndpointChanged);
+  bench.send(c::NSVDRV_CMD_DEV_SPK);
   EXPECT_EQ(bench.host->m_AudioControl.Stream(DataFlow::render).EndpointId(), sim::kSpeakers);
 }
 
@@ -242,18 +243,18 @@ TEST(MainThreadEvents, AutoMuteCommands) {
   MainThreadBench bench;
   bench.open();
   bench.start_thread();
-  bench.send(c::kAutoMuteOn);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_ON);
   EXPECT_EQ(bench.host->m_dwAutoMute, 1u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 0u);
-  bench.send(c::kAutoMuteOff);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_OFF);
   EXPECT_EQ(bench.host->m_dwAutoMute, 0u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
-  bench.send(c::kAutoMuteOff);  // off already: nothing
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_OFF);  // off already: nothing
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
-  bench.send(c::kAutoMuteOn);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_ON);
   bench.host->m_bAutoMuteOff = 1;  // the window hides by its own timer
   bench.machine.endpoint(sim::kMicArray).volume().set_mute(true);
-  bench.send(c::kAutoMuteOff);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_OFF);
   EXPECT_EQ(bench.host->m_dwAutoMute, 0u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
   EXPECT_FALSE(bench.machine.endpoint(sim::kMicArray).volume().muted());
@@ -264,8 +265,8 @@ TEST(MainThreadEvents, AutoMuteOffUnmutesTheMicrophone) {
   bench.open();
   bench.start_thread();
   bench.machine.endpoint(sim::kMicArray).volume().set_mute(true);
-  bench.send(c::kAutoMuteOn);
-  bench.send(c::kAutoMuteOff);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_ON);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_OFF);
   EXPECT_FALSE(bench.machine.endpoint(sim::kMicArray).volume().muted());
 }
 
@@ -301,7 +302,7 @@ TEST(MainThreadEvents, ExitClosesTheDriverAndPausesForItToUnload) {
   MainThreadBench bench;
   bench.open();
   bench.start_thread();
-  bench.send(c::kDriverExit);
+  bench.send(c::NSVPLAY_CMD_EXIT);
   EXPECT_TRUE(bench.log.has("[MainThread] NSVPLAY_CMD_EXIT\n"));
   EXPECT_EQ(bench.driver().open_handles(), 0u);
   EXPECT_EQ(bench.host->m_bDriverReady, 0u);

@@ -198,8 +198,8 @@ TEST(Connected, EndpointIdsAreReadUnderTheDriversLock) {
   bench.run_for(100);
   EXPECT_THAT(bench.driver().codes(), AllOf(Contains(c::GetCaptureEndpointId), Contains(c::GetRenderEndpointId)));
 
-  for (const auto& [command, code] : {std::pair{c::kCaptureEndpointChanged, c::GetCaptureEndpointId},
-                                      std::pair{c::kRenderEndpointChanged, c::GetRenderEndpointId}}) {
+  for (const auto& [command, code] : {std::pair{c::NSVDRV_CMD_DEV_MIC, c::GetCaptureEndpointId},
+                                      std::pair{c::NSVDRV_CMD_DEV_SPK, c::GetRenderEndpointId}}) {
     bench.driver().forget_requests();
     bench.host->m_csDriver.lock();
     bench.send(command);
@@ -213,7 +213,7 @@ TEST(Connected, EndpointIdsAreReadUnderTheDriversLock) {
 TEST(Connected, AutoMuteDuringARecordingShowsNoWindow) {
   MainThreadBench bench;
   bench.open();
-  bench.driver().set_number(c::GetAutoMuteMTG, 1);
+  bench.driver().set_number(c::NSV_GET_AUTO_MUTE_MTG, 1);
   bench.host->m_bRecording = 1;
   bench.start_thread();
   EXPECT_EQ(bench.host->m_dwAutoMute, 1u);
@@ -234,12 +234,12 @@ TEST(Connected, AnEndpointThatIsNamedAgainLeavesItsStreamRunning) {
   bench.send(c::kNothing);  // the next round synchronises
   bench.run_for(1000);
   EXPECT_EQ(bench.host->m_bDriverReady, 1u);
-  bench.send(c::kCaptureEndpointChanged);
+  bench.send(c::NSVDRV_CMD_DEV_MIC);
   bench.run_for(1000);
   EXPECT_EQ(opened(), before);
 
   bench.driver().set_text(c::GetCaptureEndpointId, to_utf16(sim::kHeadsetMic));
-  bench.send(c::kCaptureEndpointChanged);
+  bench.send(c::NSVDRV_CMD_DEV_MIC);
   bench.run_for(1000);
   EXPECT_GT(opened(), before);
 }

@@ -54,6 +54,13 @@ TEST_F(BeamFormingNameChange, PassesKeyCancelAndBeamformingOnForEachBuiltInMicro
   }
 }
 
+TEST_F(BeamFormingNameChange, LeavesTheDriverLockFree) {
+  use_microphone(kBuiltIn);
+  EXPECT_EQ(held_during([this] { deviceNameChange(host); }), (Held{{control::GetKeyboardCancelMTG, false},
+                                                                   {control::GetBeamformingMTG, false},
+                                                                   {control::GetBeamformingMTG, false}}));
+}
+
 class BeamFormingMicrophone : public BeamFormingNameChange, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(BeamFormingMicrophone, IsBuiltInAndGetsWhatTheDriverHas) {
@@ -78,6 +85,13 @@ TEST_P(BeamFormingMicrophone, GetsBothWhereTheDriverCantBeRead) {
   host.m_AudioControl.ChangeBeamFormingKeyCancelState(false);
   change_to(GetParam());
   EXPECT_THAT(opening(), AllOf(Contains("SetKeyReductionActive(1)"), Contains("SetBeamFormingActive(1)")));
+}
+
+TEST_P(BeamFormingMicrophone, GetsBeamformingWhereTheSecondReadFailsThoughTheFirstFoundNone) {
+  device.set_number(control::GetBeamformingMTG, 0);
+  script.fail(Step::control_request, 31, 3);
+  change_to(GetParam());
+  EXPECT_THAT(opening(), Contains("SetBeamFormingActive(1)"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, BeamFormingMicrophone, ::testing::Values(kBuiltIn, kIntel, kIntelEnglish));
@@ -211,6 +225,7 @@ TEST_P(IntelSpeechMicrophone, ClearsBothSettingsOfAVoiceModelThatIsMissing) {
   EXPECT_THAT(written(), ElementsAre(Asked{control::SetAispeechenhanceSetAiModelMTG, 0},
                                      Asked{control::SetAispeechenhanceSetAiModel_UI_MTG, 0}))
       << "once: the state of the second time is no change";
+  EXPECT_EQ(host.m_LastTrouble.Latest().text, "the enrolled voice model is missing");
 }
 
 TEST_P(IntelSpeechMicrophone, GetsBeamformingThenTheModelThenTheEnhancement) {
@@ -236,6 +251,32 @@ TEST_P(IntelSpeechMicrophone, GetsBeamformingThenTheModelThenTheEnhancement) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, IntelSpeechMicrophone, ::testing::Values(kIntel, kIntelEnglish));
+
+/// A microphone that gets the enhancement before the model, and the request by which a missing model is given up.
+struct LastSteps {
+  const char* name;
+  std::uint64_t request;
+};
+class OtherSpeechMicrophone : public SpeechNameChange, public ::testing::WithParamInterface<LastSteps> {};
+
+TEST_P(OtherSpeechMicrophone, GetsTheEnhancementThenTheModel) {
+  std::filesystem::remove(enrolled());
+  use_microphone(GetParam().name);
+  record();
+  machine.run_for(100);
+  chains.ai_speech->clear();
+  std::size_t enhancement = 77;
+  script.before(Step::control_request, GetParam().request, [&] {
+    machine.run_for(100);  // the stream takes up what it has been told so far
+    enhancement = chains.ai_speech->count("SetAISpeechEnhanceActive(1)");
+  });
+  asked();
+  deviceNameChange(host);
+  EXPECT_EQ(asked().at(GetParam().request - 1), (Asked{control::SetAispeechenhanceSetAiModelMTG, 0}));
+  EXPECT_EQ(enhancement, 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, OtherSpeechMicrophone, ::testing::Values(LastSteps{kBuiltIn, 6}, LastSteps{kOther, 5}));
 
 TEST_F(SpeechNameChange, LeavesTheThirdChainsBeamformingAloneForTheFirstName) {
   host.m_bMicDeviceDirty = 1;

@@ -90,6 +90,41 @@ TEST_F(DriverHandles, CloseWithTheirNotice) {
   EXPECT_EQ(machine.leaks().threads, 0u);
 }
 
+TEST_F(DriverHandles, CloseBothBeforeTheirNoticeEnds) {
+  init();
+  std::vector<Step> steps;
+  script.before(Step::control_close, 1, [&] { steps.push_back(Step::control_close); });
+  script.before(Step::control_close, 2, [&] { steps.push_back(Step::control_close); });
+  script.before(Step::thread_start, 1, [&] { steps.push_back(Step::thread_start); });
+  script.before(Step::control_notify_end, 1, [&] { steps.push_back(Step::control_notify_end); });
+  driver.CloseDriverHandles();
+  machine.run_for(1);
+  EXPECT_THAT(steps,
+              ElementsAre(Step::control_close, Step::control_close, Step::thread_start, Step::control_notify_end));
+}
+
+TEST_F(DriverHandles, KeepTheNoticeOfOnesThatOpenWhileTheFormerClose) {
+  init();
+  script.before(Step::control_close, 1, [this] { init(); });
+  driver.CloseDriverHandles();
+  machine.run_for(1);
+  EXPECT_NE(driver.GetDriverHandle(), nullptr);
+  EXPECT_EQ(device.action_notices(), 1u);
+}
+
+TEST_F(DriverHandles, TellWhyTheInterfaceCantBeOpened) {
+  script.fail(Step::control_open, error::kAccessDenied, 1);
+  init();
+  EXPECT_EQ(driver.OpenError(), error::kAccessDenied);
+  init();
+  EXPECT_EQ(driver.OpenError(), error::kNone);
+  script.fail(Step::control_open, error::kAccessDenied, 1);
+  init();
+  device.set_present(false);
+  init();
+  EXPECT_EQ(driver.OpenError(), error::kNone) << "there is none to open";
+}
+
 TEST_F(DriverHandles, MayBeClosedTwice) {
   init();
   driver.CloseDriverHandles();

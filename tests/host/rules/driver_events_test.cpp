@@ -169,10 +169,13 @@ TEST_F(DriverEvents, AreCancelledWithoutBuffersThroughTheOverlappedHandle) {
 TEST_F(DriverEvents, CantBeCancelledWithoutAHandleOrByADriverThatRefuses) {
   device.fail(control::NSV_SERVICE_EVENT_CANCEL, 31);
   EXPECT_EQ(driver.SetEventIoControl_Cancel(), 0);
+  EXPECT_THAT(log.traces(), ElementsAre(notify_error(31)));
+  log.clear();
   driver.CloseDriverHandles();
   device.forget_requests();
   EXPECT_EQ(driver.SetEventIoControl_Cancel(), 0);
   EXPECT_THAT(device.requests(), IsEmpty());
+  EXPECT_THAT(log.traces(), IsEmpty());
 }
 
 class DriverEventsAtOnce : public RulesBench, public ::testing::Test {

@@ -202,6 +202,77 @@ TEST_P(NumberSetterTest, IsRefusedWithoutItsHandle) {
 
 INSTANTIATE_TEST_SUITE_P(Rows, NumberSetterTest, ValuesIn(kNumberSetters), row_name<NumberSetter>);
 
+// ---- The meeting mode's
+
+/// Requests of the meeting mode in the form that carries each, by the call that sends them.
+struct MeetingRequests {
+  const char* name;
+  std::function<int(CSonivoDriverAccess&)> call;
+  std::vector<std::uint32_t> codes;
+  std::uint32_t sent = 0;        ///< by each setter, of codes[i] the ith byte
+  bool launched_before = false;  ///< with mode 1
+};
+void PrintTo(const MeetingRequests& row, std::ostream* out) { *out << row.name; }
+
+const MeetingRequests kMeetingRequests[] = {
+    {"GetLaunchedMTG",
+     [](Access& driver) {
+       std::uint32_t mode = 0;
+       return driver.GetLaunchedMTG(&mode);
+     },
+     {0x8000E128, 0x8000E130},
+     0,
+     true},
+    {"GetLaunchedMTGMode",
+     [](Access& driver) {
+       std::uint32_t mode = 0;
+       return driver.GetLaunchedMTGMode(&mode);
+     },
+     {0x8000E130}},
+    {"SetLaunchedMTGOfNone", [](Access& driver) { return driver.SetLaunchedMTG(3); }, {0x8000E16C, 0x8000E124}, 0x0103},
+    {"SetLaunchedMTGOfAnother",
+     [](Access& driver) { return driver.SetLaunchedMTG(3); },
+     {0x8000E12C, 0x8000E160},
+     0x0303,
+     true},
+    {"SetLaunchedMTGOff",
+     [](Access& driver) { return driver.SetLaunchedMTGOff(true); },
+     {0x8000E16C, 0x8000E124},
+     0x0002,
+     true},
+    {"SetLaunchedMTGOff2", [](Access& driver) { return driver.SetLaunchedMTGOff2(); }, {0x8000E124}, 0, true},
+};
+
+class MeetingRequestTest : public RulesBench, public ::testing::TestWithParam<MeetingRequests> {
+ protected:
+  MeetingRequestTest() {
+    if (GetParam().launched_before) driver.SetLaunchedMTG(1);
+    device.forget_requests();
+  }
+  static bool is_getter(std::uint32_t code) { return code == 0x8000E128 || code == 0x8000E130; }
+};
+
+TEST_P(MeetingRequestTest, CarryFourBytesThroughTheSynchronousHandle) {
+  EXPECT_NE(GetParam().call(driver), 0);
+  const auto requests = device.requests();
+  ASSERT_EQ(requests.size(), GetParam().codes.size());
+  for (std::size_t i = 0; i < requests.size(); ++i) {
+    const std::uint32_t code = GetParam().codes[i];
+    expect_form(requests[i], code, Channel::S);
+    const std::vector<std::byte> sent = wire_numbers({(GetParam().sent >> (8 * i)) & 0xFF});
+    EXPECT_EQ(requests[i].input, is_getter(code) ? std::vector<std::byte>{} : sent);
+    EXPECT_EQ(requests[i].output_bytes, is_getter(code) ? 4u : 0u);
+  }
+}
+
+TEST_P(MeetingRequestTest, AreRefusedWithoutTheirHandle) {
+  driver.CloseDriverHandles();
+  EXPECT_EQ(GetParam().call(driver), 0);
+  EXPECT_THAT(device.requests(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, MeetingRequestTest, ValuesIn(kMeetingRequests), row_name<MeetingRequests>);
+
 // ---- Texts
 
 struct TextPair {

@@ -109,7 +109,7 @@ class HeadphoneUpdate : public RulesBench, public ::testing::TestWithParam<Headp
 TEST_P(HeadphoneUpdate, SetsBeamformingUnderTheSecondGate) {
   for (const std::uint32_t users : {0u, 1u, 2u}) {
     prepare(Notebook::beam_forming);
-    device.set_number(control::GetBeamforming_UI_MTG, users);
+    device.set_number(control::NSV_GET_BEAMFORMING_UI_MTG, users);
     EXPECT_EQ(headphoneUpdate(host), GetParam().headphone);
     EXPECT_EQ(written(), beamforming(users == 1 ? 1 : 0)) << users;
   }
@@ -126,7 +126,7 @@ TEST_P(HeadphoneUpdate, SetsEnhancementAndVoiceModelUnderTheThirdGate) {
 }
 
 TEST_P(HeadphoneUpdate, TakesAUsersSettingThatCantBeReadForOn) {
-  for (const auto code : {control::GetBeamforming_UI_MTG, control::GetAispeechenhance_UI_MTG,
+  for (const auto code : {control::NSV_GET_BEAMFORMING_UI_MTG, control::GetAispeechenhance_UI_MTG,
                           control::GetAispeechenhanceSetAiModel_UI_MTG}) {
     device.set_number(code, 0);
     device.fail(code, 31);
@@ -165,6 +165,19 @@ TEST_P(HeadphoneUpdate, LeavesTheVariablesOfTheHost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, HeadphoneUpdate, ::testing::ValuesIn(kHeadphoneRows));
+
+class HeadphoneUpdateLock : public RulesBench, public ::testing::Test {};
+
+TEST_F(HeadphoneUpdateLock, IsHeldForTheTwoReadsAlone) {
+  set_notebook(Notebook::beam_forming);
+  device.set_number(control::GetHeadphone, 1);
+  driver.SetLaunchedMTG(0);
+  EXPECT_EQ(held_during([this] { headphoneUpdate(host); }), (Held{{control::NSV_GET_LAUNCHED_MTG, true},
+                                                                  {control::NSV_GET_ALL_SP_MTG, true},
+                                                                  {control::GetHeadphone, true},
+                                                                  {control::NSV_GET_BEAMFORMING_UI_MTG, false},
+                                                                  {control::SetBeamformingMTG, false}}));
+}
 
 class HeadphoneReads : public RulesBench, public ::testing::Test {
  protected:

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -122,6 +124,32 @@ struct RulesBench {
     std::vector<Asked> setters = asked();
     std::erase_if(setters, [](const Asked& each) { return !each.number; });
     return setters;
+  }
+
+  /// Code of a request, and whether somebody held the driver lock while it was made.
+  using Held = std::vector<std::pair<std::uint32_t, bool>>;
+  /// Of the requests that the action leads to, without those of reports; at most 32.
+  Held held_during(const std::function<void()>& action) {
+    device.forget_requests();
+    std::vector<bool> held;
+    for (std::uint64_t nth = 1; nth <= 32; ++nth) {
+      script.before(Step::control_request, nth, [&] {
+        std::thread([&] {  // the lock is free to the thread that has it
+          const bool is_free = host.m_csDriver.try_lock();
+          if (is_free) host.m_csDriver.unlock();
+          held.push_back(!is_free);
+        })
+            .join();
+      });
+    }
+    action();
+    script.clear_faults();
+    Held all;
+    const auto requests = device.requests();
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+      if (requests[i].code != control::NSV_PUBLISH_REPORT) all.emplace_back(requests[i].code, held.at(i));
+    }
+    return all;
   }
 
   TraceLog log;

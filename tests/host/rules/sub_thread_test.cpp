@@ -106,8 +106,8 @@ TEST_P(ChosenPosition, SetsTheModeAloneUnderTheFirstGateAndWithoutAny) {
 
 TEST_P(ChosenPosition, SetsKeyCancelAndBeamformingUnderTheSecondGate) {
   for (const std::uint32_t users : {0u, 1u, 2u}) {
-    device.set_number(control::GetKeyboardCancel_UI_MTG, users);
-    device.set_number(control::GetBeamforming_UI_MTG, users);
+    device.set_number(control::NSV_GET_KEYCANSEL_UI_MTG, users);
+    device.set_number(control::NSV_GET_BEAMFORMING_UI_MTG, users);
     prepare(Notebook::beam_forming);
     auto all = expected();
     expect_key(all, users);
@@ -120,8 +120,8 @@ TEST_P(ChosenPosition, SetsKeyCancelAndBeamformingUnderTheSecondGate) {
 }
 
 TEST_P(ChosenPosition, TakesAUsersSettingThatCantBeReadForOn) {
-  device.fail(control::GetKeyboardCancel_UI_MTG, 31);
-  device.fail(control::GetBeamforming_UI_MTG, 31);
+  device.fail(control::NSV_GET_KEYCANSEL_UI_MTG, 31);
+  device.fail(control::NSV_GET_BEAMFORMING_UI_MTG, 31);
   prepare(Notebook::beam_forming);
   auto all = expected();
   expect_key(all, 1);
@@ -225,6 +225,55 @@ TEST_F(ModeChange, ReadsTheModeUnderTheDriverLock) {
   machine.run_for(1);
   EXPECT_EQ(asked().front(), Asked{control::NSV_GET_ALL_SP_MTG});
   EXPECT_EQ(host.m_bModeChangeRequest, 0u);
+}
+
+TEST_F(ModeChange, KeepsAChoiceThatIsMadeWhileAnEarlierOneIsSet) {
+  start();
+  device.set_delay(control::NSV_SET_MODE_MTG, 20);
+  host.m_iMeetingModeTmp = 1;
+  host.m_bModeChangeRequest = 1;
+  machine.after(209, [this] {  // while the first of the two requests is under way
+    host.m_iMeetingModeTmp = 2;
+    host.m_bModeChangeRequest = 1;
+  });
+  machine.run_for(300);
+  EXPECT_EQ(written(), launch(1));
+  EXPECT_EQ(host.m_bModeChangeRequest, 1u);
+  machine.run_for(200);
+  EXPECT_THAT(written(), ElementsAre(Asked{control::NSV_SET_ALL_SP_MTG, 1}, Asked{control::NSV_SET_ALL_HP_MTG, 1}));
+  EXPECT_EQ(host.m_bModeChangeRequest, 0u);
+}
+
+TEST_F(ModeChange, TakesThePositionThatHoldsOnceTheRequestIsCleared) {
+  start();
+  script.before(Step::control_request, 1, [this] { host.m_iMeetingModeTmp = 2; });  // the mode is read
+  EXPECT_EQ(choose(1), launch(2));
+}
+
+TEST_F(ModeChange, ComesBeforeHeadphonesAndKeyCancelOfItsRound) {
+  set_notebook(Notebook::key_cancel);
+  show_panel();
+  host.m_iMeetingModeTmp = 1;
+  host.m_bModeChangeRequest = 1;
+  start();
+  EXPECT_THAT(asked(), ElementsAre(Asked{control::NSV_GET_ALL_SP_MTG}, Asked{control::NSV_SET_MODE_MTG, 0},
+                                   Asked{control::NSV_SET_LAUNCHED_MTG, 1}, Asked{control::GetHeadphone},
+                                   Asked{control::GetKeyboardCancelMTG}));
+}
+
+TEST_F(ModeChange, HoldsTheDriverLockForTheModeAloneNotForTheSettings) {
+  set_notebook(Notebook::beam_forming);
+  host.m_Function = 2;
+  start();
+  host.m_iMeetingModeTmp = 1;
+  host.m_bModeChangeRequest = 1;
+  EXPECT_EQ(held_during([this] { machine.run_for(200); }), (Held{{control::NSV_GET_ALL_SP_MTG, true},
+                                                                 {control::NSV_SET_MODE_MTG, true},
+                                                                 {control::NSV_SET_LAUNCHED_MTG, true},
+                                                                 {control::NSV_GET_KEYCANSEL_UI_MTG, false},
+                                                                 {control::SetKeyboardCancelMTG, false},
+                                                                 {control::NSV_GET_BEAMFORMING_UI_MTG, false},
+                                                                 {control::SetBeamformingMTG, false}}));
 }
 
 TEST_F(ModeChange, HappensOnceForEachRequest) {
@@ -366,6 +415,11 @@ TEST_F(KeyCancelPoll, FollowsTheDriverFiveTimesASecond) {
   asked();
   machine.run_for(1000);
   EXPECT_EQ(asked(), std::vector<Asked>(5, Asked{control::GetKeyboardCancelMTG}));
+}
+
+TEST_F(KeyCancelPoll, LeavesTheDriverLockFree) {
+  start();
+  EXPECT_EQ(held_during([this] { machine.run_for(200); }), (Held{{control::GetKeyboardCancelMTG, false}}));
 }
 
 TEST_F(KeyCancelPoll, PassesOnThatItIsOff) {

@@ -50,6 +50,7 @@ TEST_F(VoiceBuilding, MakesAModelOfTheRecordingThatTheDriverNames) {
   EXPECT_EQ(written(), build_writes(1, 0));
   EXPECT_EQ(text_of(published()), "enrolled voice");
   EXPECT_EQ(text_of(enrolled()), "enrolled voice");
+  EXPECT_EQ(host.m_LastTrouble.Latest().text, "");
 }
 
 TEST_F(VoiceBuilding, AsksTheDriverInItsOrder) {
@@ -105,6 +106,7 @@ TEST_P(FailedVoiceBuilding, TakesTheCopyAwaySwitchesTheModelOffAndReports) {
   build();
   EXPECT_EQ(written(), build_writes(0, static_cast<std::uint32_t>(GetParam())));
   EXPECT_FALSE(std::filesystem::exists(published()));
+  EXPECT_EQ(host.m_LastTrouble.Latest().text, "the enrolment failed: result " + std::to_string(GetParam()));
 }
 
 // Of the warnings, 103 says that the enrolment was quit.
@@ -294,6 +296,7 @@ TEST_F(RunningBuild, IsQuitByTheOtherThreadWhoseStatusStays) {
   EXPECT_FALSE(std::filesystem::exists(published()));
   EXPECT_EQ(quits(), 1u);
   EXPECT_EQ(device.number(control::GetAispeechenhanceSetAiModelMTG), 0u);
+  EXPECT_EQ(host.m_LastTrouble.Latest().text, "") << "this was wanted";
 }
 
 TEST_F(RunningBuild, ReportsItsOwnStatusAfterAQuitThatSucceeded) {

@@ -131,9 +131,9 @@ TEST_F(ControlBusTest, AnOverlappedRequestSetsItsEventWhenItIsDone) {
   EXPECT_TRUE(is_set(*done_));
   EXPECT_EQ(device->result(request, transferred, false), error::kNone);
   EXPECT_EQ(transferred, 1044u);
-  EXPECT_EQ(record_.command, control::kAutoMuteOn);
+  EXPECT_EQ(record_.command, control::NSVDRV_CMD_AUTOMUTE_ON);
 
-  ASSERT_EQ(device->control(control::GetAutoMuteMTG, {}, std::as_writable_bytes(std::span(&value, 1)), request),
+  ASSERT_EQ(device->control(control::NSV_GET_AUTO_MUTE_MTG, {}, std::as_writable_bytes(std::span(&value, 1)), request),
             error::kIoPending);
   EXPECT_EQ(device->result(request, transferred, true), error::kNone);
   EXPECT_EQ(transferred, 4u);
@@ -260,7 +260,7 @@ TEST_F(ControlBusTest, ADriverThatGoesEndsEverythingAndIsTold) {
   EXPECT_EQ(told.get_future().get(), DeviceAction::remove_pending);
   std::uint32_t transferred = 0;
   EXPECT_EQ(device->result(request, transferred, true), error::kNone);
-  EXPECT_EQ(record_.command, control::kDriverExit);
+  EXPECT_EQ(record_.command, control::NSVPLAY_CMD_EXIT);
   EXPECT_EQ(device->control(control::NSV_SERVICE_EVENT_NOTIFY, {}, std::as_writable_bytes(std::span(&second_record, 1)),
                             second),
             error::kDeviceNotConnected);
