@@ -1,5 +1,6 @@
 #include "driver/connection.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
@@ -54,6 +55,11 @@ bool Connection::flush() {
     queue_.pop_front();
   }
   return true;
+}
+
+bool Connection::has_received() const {
+  pollfd polled{number(), POLLIN, 0};
+  return ::poll(&polled, 1, 0) != 0;
 }
 
 Connection::Received Connection::receive(std::span<std::byte> buffer, std::span<const std::byte>& frame) {

@@ -34,6 +34,8 @@ class Connection {
   bool flush();
   bool has_queued() const { return !queue_.empty(); }
 
+  /// Whether a packet waits to be taken, or the end.
+  bool has_received() const;
   enum class Received { frame, nothing, end };
   /// The next packet, in `buffer`; one that doesn't fit is larger than any frame, and comes out as an empty one.
   Received receive(std::span<std::byte> buffer, std::span<const std::byte>& frame);

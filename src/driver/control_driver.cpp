@@ -15,11 +15,7 @@ ControlDriver::ControlDriver(Settings& settings, EffectProperties& properties, R
     : settings_(settings),
       properties_(properties),
       reply_(std::move(reply)),
-      events_([this](const PendingId& request, std::uint32_t command) {
-        EventRecord record;
-        record.command = command;
-        return finish(request, error::kNone, std::as_bytes(std::span(&record, 1)));
-      }),
+      events_([this](const PendingId& request, std::uint32_t command) { return deliver(request, command); }),
       watches_(properties, [this](const PendingId& request, std::uint64_t change) {
         finish(request, error::kNone, std::as_bytes(std::span(&change, 1)));
       }) {}
@@ -29,11 +25,33 @@ void ControlDriver::client_came(ClientId client, ProcessId process) { clients_[c
 void ControlDriver::client_gone(ClientId client) {
   events_.drop(client);
   watches_.drop(client);
+  std::erase_if(waiting_, [&](const PendingId& each) { return each.client == client; });
   clients_.erase(client);
+  if (reporter_ == client) report_.clear();
   const bool served = std::any_of(clients_.begin(), clients_.end(),
                                   [this](const auto& each) { return each.second.process == service_; });
-  if (!served) service_.reset();
-  if (reporter_ == client) report_.clear();
+  if (!served) choose_next_service();
+}
+
+void ControlDriver::choose_next_service() {
+  service_.reset();
+  if (waiting_.empty()) return;
+  service_ = clients_.at(waiting_.front().client).process;
+  for (const PendingId& each : drop_waiting_of(*service_)) events_.wait_as_service(each);
+  const bool auto_mute = settings_.number(control::GetAutoMuteMTG) == 1;
+  for (const std::uint32_t command : {auto_mute ? control::kAutoMuteOn : control::kAutoMuteOff,
+                                      control::kCaptureEndpointChanged, control::kRenderEndpointChanged}) {
+    events_.send_to_service(command);
+  }
+}
+
+std::vector<PendingId> ControlDriver::drop_waiting_of(ProcessId process) {
+  const auto others = std::stable_partition(waiting_.begin(), waiting_.end(), [&](const PendingId& each) {
+    return clients_.at(each.client).process != process;
+  });
+  const std::vector<PendingId> its(others, waiting_.end());
+  waiting_.erase(others, waiting_.end());
+  return its;
 }
 
 bool ControlDriver::request(ClientId client, const control::Request& request) {
@@ -109,8 +127,11 @@ ControlDriver::Outcome ControlDriver::start_event(const PendingId& request, bool
     return Answer{.error = error::kInvalidParameter};
   }
   if (service) {
-    if (!become_service(request.client)) return Answer{.error = error::kBusy};
-    events_.wait_as_service(request);
+    if (become_service(request.client)) {
+      events_.wait_as_service(request);
+    } else {
+      waiting_.push_back(request);
+    }
   } else {
     events_.wait_as_onlooker(request);
   }
@@ -119,9 +140,14 @@ ControlDriver::Outcome ControlDriver::start_event(const PendingId& request, bool
 
 Answer ControlDriver::cancel_events(ClientId client, const control::Request& request) {
   if (!request.input.empty()) return {.error = error::kInvalidParameter};
-  if (!become_service(client)) return {};
-  events_.greet_service(client);
-  for (const PendingId& each : events_.drop_service_requests()) finish(each, error::kOperationAborted, {});
+  std::vector<PendingId> dropped;
+  if (become_service(client)) {
+    events_.greet_service(client);
+    dropped = events_.drop_service_requests();
+  } else {
+    dropped = drop_waiting_of(clients_.at(client).process);
+  }
+  for (const PendingId& each : dropped) finish(each, error::kOperationAborted, {});
   return {};
 }
 
@@ -154,10 +180,20 @@ void ControlDriver::cancel(ClientId client, std::uint32_t id) {
   if (!clients_.at(client).pending.contains(id)) return events_.give_back({client, id});
   events_.drop(PendingId{client, id});
   watches_.drop(PendingId{client, id});
+  std::erase(waiting_, PendingId{client, id});
   finish({client, id}, error::kOperationAborted, {});
 }
 
-void ControlDriver::announce_exit() { events_.send_to_pending(control::NSVPLAY_CMD_EXIT); }
+void ControlDriver::announce_exit() {
+  events_.send_to_pending(control::NSVPLAY_CMD_EXIT);
+  for (const PendingId& each : std::exchange(waiting_, {})) deliver(each, control::NSVPLAY_CMD_EXIT);
+}
+
+bool ControlDriver::deliver(const PendingId& request, std::uint32_t command) {
+  EventRecord record;
+  record.command = command;
+  return finish(request, error::kNone, std::as_bytes(std::span(&record, 1)));
+}
 
 bool ControlDriver::finish(const PendingId& request, Error error, std::span<const std::byte> output) {
   clients_.at(request.client).pending.erase(request.id);

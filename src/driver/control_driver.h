@@ -22,9 +22,10 @@ namespace sonivo::driver {
 /// What the driver answers to requests, whatever brings them. One thread.
 ///
 /// One process at a time is the service: the first that asks for its events (NSV_SERVICE_EVENT_NOTIFY) or cancels such
-/// requests (NSV_SERVICE_EVENT_CANCEL), until its last connection ends. To another one the former is error::kBusy, and
-/// the latter does nothing. Only the service may publish a report (NSV_PUBLISH_REPORT); another one's is
-/// error::kAccessDenied.
+/// requests (NSV_SERVICE_EVENT_CANCEL), until its last connection ends. Requests of others for its events pend until
+/// then; the one with the oldest of them is the service next, and is told of auto mute and endpoints, whose changes it
+/// has missed. Each process cancels its own requests. Only the service may publish
+/// a report (NSV_PUBLISH_REPORT); another one's is error::kAccessDenied.
 class ControlDriver {
  public:
   /// Requests of one client that may be pending; more are refused with error::kBusy.
@@ -60,7 +61,10 @@ class ControlDriver {
   control::Answer cancel_events(ClientId client, const control::Request& request);
   void cancel(ClientId client, std::uint32_t id);
   bool become_service(ClientId client);
+  void choose_next_service();
+  std::vector<PendingId> drop_waiting_of(ProcessId process);
   bool is_of_service(ClientId client) const;
+  bool deliver(const PendingId& request, std::uint32_t command);
   bool finish(const PendingId& request, Error error, std::span<const std::byte> output);
 
   Settings& settings_;
@@ -70,6 +74,7 @@ class ControlDriver {
   PropertyWatches watches_;
   std::map<ClientId, Client> clients_;
   std::optional<ProcessId> service_;
+  std::vector<PendingId> waiting_;  // requests for events of those who aren't the service, the oldest first
   std::string report_;
   ClientId reporter_ = 0;
   std::vector<std::byte> output_;

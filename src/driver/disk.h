@@ -10,6 +10,8 @@ namespace sonivo::driver {
 class Disk {
  public:
   virtual ~Disk() = default;
+  /// A new file of mode 0600, for writing; fails where something has the name.
+  virtual int create(int folder, const char* name);
   virtual ssize_t write(int file, const void* bytes, std::size_t count);
   virtual int sync(int file);
   /// Both names in one folder.

@@ -30,9 +30,13 @@ void EventChannel::wait_as_onlooker(const PendingId& request) {
   match(onlooker);
 }
 
-void EventChannel::send(std::uint32_t command) {
+void EventChannel::send_to_service(std::uint32_t command) {
   if (!service_.empty()) keep(events_, command);
   match_service();
+}
+
+void EventChannel::send(std::uint32_t command) {
+  send_to_service(command);
   for (auto& [client, onlooker] : onlookers_) {
     keep(onlooker.events, command);
     match(onlooker);

@@ -40,6 +40,7 @@ class EventChannel {
   void wait_as_service(const PendingId& request);
   void wait_as_onlooker(const PendingId& request);
   void send(std::uint32_t command);
+  void send_to_service(std::uint32_t command);
   /// To every pending request, and to nobody else.
   void send_to_pending(std::uint32_t command);
 

@@ -137,6 +137,10 @@ bool Server::accept_one() {
   }
   auto process = processes_.of(socket.number(), peer.pid);
   if (!has_place_for(*process)) return true;
+  if (clients_.size() >= limits_.clients && !drop_silent_client()) {
+    trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", process->number, clients_.size());
+    return true;
+  }
   const ClientId client = next_client_++;
   if (!watch(poll_.number(), EPOLL_CTL_ADD, socket.number(), EPOLLIN, client)) return true;
   driver_.client_came(client, process->id);
@@ -164,15 +168,23 @@ bool Server::wait_after_failure(int number) {
 }
 
 bool Server::has_place_for(const PeerProcess& process) const {
-  if (clients_.size() >= limits_.clients) {
-    trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", process.number, clients_.size());
-    return false;
-  }
   const auto its = static_cast<std::size_t>(std::count_if(
       clients_.begin(), clients_.end(), [&](const auto& each) { return each.second.process.get() == &process; }));
   if (its < limits_.of_process) return true;
   trace(TraceLevel::warning, "process %d is refused: it has %zu connections\n", process.number, its);
   return false;
+}
+
+/// Of those who hold a place and never made use of it, the one that has it longest.
+bool Server::drop_silent_client() {
+  const auto found = std::find_if(clients_.begin(), clients_.end(), [](const auto& each) {
+    return !each.second.asked && !each.second.connection.has_received();
+  });
+  if (found == clients_.end()) return false;
+  trace(TraceLevel::warning, "client %llu is closed: it has asked for nothing, and others wait\n",
+        static_cast<unsigned long long>(found->first));
+  close(found->first);
+  return true;
 }
 
 void Server::refuse_for_want_of_descriptors() {
@@ -194,7 +206,7 @@ void Server::serve(ClientId client, std::uint32_t ready) {
 }
 
 void Server::read(ClientId client) {
-  Connection& connection = clients_.at(client).connection;
+  auto& [connection, process, asked] = clients_.at(client);
   for (int i = 0; i < kFramesPerTurn && !doomed_.contains(client); ++i) {
     std::span<const std::byte> frame;
     switch (connection.receive(buffer_, frame)) {
@@ -205,6 +217,7 @@ void Server::read(ClientId client) {
       case Connection::Received::frame:
         break;
     }
+    asked = true;
     const auto request = control::read_request(frame);
     if (!request || !driver_.request(client, *request)) return doom(client, "it sent what is no request");
   }
@@ -234,12 +247,16 @@ void Server::doom(ClientId client, const char* why) {
   }
 }
 
+void Server::close(ClientId client) {
+  driver_.client_gone(client);
+  clients_.erase(client);
+  doomed_.erase(client);
+}
+
 void Server::close_doomed() {
-  for (const ClientId client : doomed_) {
-    driver_.client_gone(client);
-    clients_.erase(client);
+  while (!doomed_.empty()) {  // the end of one may bring an event to another who doesn't read
+    close(*doomed_.begin());
   }
-  doomed_.clear();
 }
 
 }  // namespace sonivo::driver

@@ -19,7 +19,7 @@
 namespace sonivo::driver {
 
 struct ServerLimits {
-  std::size_t clients = 64;     ///< further ones are closed at once
+  std::size_t clients = 64;     ///< a further one takes the place of the oldest that never asked, or is closed at once
   std::size_t of_process = 16;  ///< likewise; processes of other pid namespaces count as one
   QueueLimits queue = {};
   std::chrono::milliseconds leave{500};  ///< how long the end waits for clients to read that it comes
@@ -52,6 +52,8 @@ class Server {
   bool accept_one();
   bool wait_after_failure(int number);
   bool has_place_for(const PeerProcess& process) const;
+  bool drop_silent_client();
+  void close(ClientId client);
   void refuse_for_want_of_descriptors();
   void serve(ClientId client, std::uint32_t ready);
   void read(ClientId client);
@@ -70,6 +72,7 @@ class Server {
   struct Client {
     Connection connection;
     std::shared_ptr<const PeerProcess> process;
+    bool asked = false;
   };
   std::map<ClientId, Client> clients_;
   std::set<ClientId> doomed_;

@@ -22,6 +22,8 @@ class Settings {
   /// the next request that sets one, be it the old one, is written.
   control::Answer answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output);
 
+  std::uint32_t number(std::uint32_t get_code) const { return store_.number(get_code); }
+
  private:
   StateFolder& folder_;
   control::Store store_;

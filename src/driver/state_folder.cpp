@@ -48,6 +48,11 @@ std::string checksum(std::string_view text) {
   return digits;
 }
 
+/// With a higher number the later it was set aside.
+std::string damaged_name(const std::string& name, int number) {
+  return name + ".damaged" + (number == 1 ? "" : "." + std::to_string(number));
+}
+
 constexpr std::string_view kChecksum = "checksum ";
 
 /// The lines of a file's content without title and checksum; none, with the reason, when it is damaged.
@@ -135,8 +140,7 @@ int StateFolder::write_new(const std::string& name, std::string_view content) {
     return why;
   };
   ::unlinkat(folder_.number(), new_name.c_str(), 0);  // whatever has the name isn't written to, nor waited for
-  const Descriptor file(
-      ::openat(folder_.number(), new_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  const Descriptor file(disk_.create(folder_.number(), new_name.c_str()));
   if (!file.is_open()) return errno;
   while (!content.empty()) {
     const ssize_t count = disk_.write(file.number(), content.data(), content.size());
@@ -150,15 +154,26 @@ int StateFolder::write_new(const std::string& name, std::string_view content) {
 }
 
 void StateFolder::set_aside(const std::string& name, const std::string& why) {
-  std::string now = "it can't be renamed";
-  for (int number = 1; number <= kMaxDamaged; ++number) {
-    const std::string aside = name + ".damaged" + (number == 1 ? "" : "." + std::to_string(number));
-    if (::renameat2(folder_.number(), name.c_str(), folder_.number(), aside.c_str(), RENAME_NOREPLACE) != 0) continue;
-    now = "it is now called " + aside;
-    break;
+  const auto move = [this](const std::string& from, const std::string& to, unsigned flags) {
+    return ::renameat2(folder_.number(), from.c_str(), folder_.number(), to.c_str(), flags) == 0;
+  };
+  std::string aside;
+  bool moved = false;
+  for (int number = 1; number <= kMaxDamaged && !moved; ++number) {
+    aside = damaged_name(name, number);
+    moved = move(name, aside, RENAME_NOREPLACE);
   }
-  trace(TraceLevel::warning, "%s is damaged: %s; %s, and defaults apply\n", (path_ / name).c_str(), why.c_str(),
-        now.c_str());
+  if (!moved && errno == EEXIST) {
+    moved = true;
+    for (int number = 2; number <= kMaxDamaged && moved; ++number) {
+      moved = move(damaged_name(name, number), damaged_name(name, number - 1), 0);
+    }
+    moved = moved && move(name, aside, RENAME_NOREPLACE);
+  }
+  const std::string file = (path_ / name).string();
+  if (!moved) throw path_failure(file + " is damaged (" + why + ") and can't be set aside as", path_ / aside, errno);
+  trace(TraceLevel::warning, "%s is damaged: %s; it is now called %s, and defaults apply\n", file.c_str(), why.c_str(),
+        aside.c_str());
 }
 
 std::string escaped(std::u16string_view text) {

@@ -32,7 +32,8 @@ class StateFolder {
   Error save(const std::string& name, std::string_view title, const std::vector<std::string>& lines);
 
   /// Renames a file to "<name>.damaged", or with a number up to kMaxDamaged behind it when there are such already, and
-  /// says why in the log. When there are all, it stays, and the next save() replaces it.
+  /// says why in the log. When there are all, the oldest goes and the others move up. std::runtime_error when it can't
+  /// be renamed: it may be the only copy of what it holds, and nothing is written over it.
   void set_aside(const std::string& name, const std::string& why);
 
  private:

@@ -17,12 +17,13 @@ inline constexpr std::size_t kTextCharacters = 260;
 inline constexpr std::size_t kTextBytes = kTextCharacters * sizeof(char16_t);
 using WireText = std::array<char16_t, kTextCharacters>;
 
-inline constexpr std::uint32_t GetHeadphone = 0x8000E03C;  ///< 4 bytes of zero in, 8 out; the first u32 counts
+inline constexpr std::uint32_t GetHeadphone =
+    0x8000E03C;  ///< 4 bytes in, which count for nothing, 8 out; the first u32 counts
 inline constexpr std::uint32_t GetSonivoDrvGeneration = 0x8000E048;
 /// EventRecord out, once there is an event. For one process at a time, the first that sends this or the next one, until
-/// its last connection ends: another's is error::kBusy.
+/// its last connection ends: another's waits for that, too.
 inline constexpr std::uint32_t NSV_SERVICE_EVENT_NOTIFY = 0x8000E0E4;
-/// Ends that process's pending NSV_SERVICE_EVENT_NOTIFY; of another process it does nothing.
+/// Ends all pending NSV_SERVICE_EVENT_NOTIFY of the process that sends it.
 inline constexpr std::uint32_t NSV_SERVICE_EVENT_CANCEL = 0x8000E0E8;
 inline constexpr std::uint32_t NSV_SET_LAUNCHED_MTG = 0x8000E124;
 inline constexpr std::uint32_t NSV_GET_LAUNCHED_MTG = 0x8000E128;

@@ -21,6 +21,8 @@ GET_FUNCTION = 0x8000E13C
 SET_FUNCTION = 0x8000E140
 SET_TEXT_1 = 0x8000E1BC
 GET_TEXT_1 = 0x8000E1C0
+SET_ENROLMENT = 0x8000E1D4
+OBSERVE_EVENTS = 0x8000E0EC
 EVENT_NOTIFY = 0x8000E0E4
 DISK_FULL = 112
 DRIVER_EXIT = 99
@@ -90,6 +92,24 @@ class DriverProgram(unittest.TestCase):
         client = Client(self.path)
         self.addCleanup(client.close)
         return client
+
+    def connect_for_a_while(self):
+        for _ in range(1000):  # while there are those of before who are still to be taken leave of
+            client = Client(self.path)
+            try:
+                client.get()
+                return client
+            except (ConnectionError, OSError):
+                client.close()
+        self.fail("there is no place")
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+
+    def memory(self):
+        """What is resident, in bytes."""
+        with open(f"/proc/{self.process.pid}/statm", encoding="ascii") as numbers:
+            return int(numbers.read().split()[1]) * resource.getpagesize()
 
     def kill(self):
         if self.process is not None:
@@ -194,6 +214,33 @@ class DriverProgram(unittest.TestCase):
             client.close()
         self.assertEqual(self.connect().get(), 0)
         self.assertLess(self.kill().count("\n"), 300)
+
+    def test_thousands_of_clients_leave_neither_descriptors_nor_memory(self):
+        # A sanitizer keeps what is freed for a while.
+        self.start(env={**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1:thread_local_quarantine_size_kb=16"})
+        idle = self.descriptors()
+
+        def visit(count):
+            for i in range(count):
+                client = self.connect_for_a_while()
+                client.send(EVENT_NOTIFY, output=1044)
+                client.send(OBSERVE_EVENTS, output=1044)
+                self.assertEqual(client.ask(GET_FUNCTION, output=4)[0], 0)
+                client.send(SET_ENROLMENT, struct.pack("<I", i))
+                for _ in range(10):
+                    client.send(GET_TEXT_1, output=520)
+                client.close()
+            end = time.monotonic() + 20
+            while self.descriptors() != idle and time.monotonic() < end:
+                time.sleep(0.01)
+            self.assertEqual(self.descriptors(), idle)
+
+        visit(500)
+        before = self.memory()
+        visit(4000)
+        growth = self.memory() - before
+        print(f"4000 clients more: {growth} bytes more")
+        self.assertLess(growth, 200_000)
 
     def test_a_full_disk_fails_the_request_and_nothing_else(self):
         file = os.path.join(self.state, "settings")

@@ -24,6 +24,23 @@ for unit in NorvellSonivoDriver.socket NorvellSonivoDriver.service NorvellSonivo
 done
 grep -qx 'ExecStart=/opt/sonivo/bin/NorvellSonivoDriver' "$units/NorvellSonivoDriver.service" || fail "the driver's unit names another program"
 grep -qx 'ExecStart=/opt/sonivo/bin/NorvellSonivoService' "$units/NorvellSonivoService.service" || fail "the service's unit names another program"
+keys() { # UNIT LINES...
+  local unit=$1 line
+  shift
+  for line; do grep -qxF "$line" "$units/$unit" || fail "$unit is without $line"; done
+}
+keys NorvellSonivoDriver.socket '[Socket]' ListenSequentialPacket=%t/sonivo/driver.sock SocketMode=0600 DirectoryMode=0700 \
+  RemoveOnStop=yes WantedBy=sockets.target
+keys NorvellSonivoDriver.service Type=notify Requires=NorvellSonivoDriver.socket After=NorvellSonivoDriver.socket \
+  WatchdogSec=60 Restart=on-failure UMask=0077 LimitCORE=0 NoNewPrivileges=yes RestrictAddressFamilies=AF_UNIX \
+  'ReadWritePaths=%h %t' Also=NorvellSonivoDriver.socket
+keys NorvellSonivoService.service Type=notify "Wants=NorvellSonivoDriver.socket pipewire.service" "After=NorvellSonivoDriver.socket pipewire.service" \
+  WatchdogSec=30 Restart=on-failure UMask=0077 LimitCORE=0 NoNewPrivileges=yes WantedBy=default.target
+# A restart that comes too often is given up on; what RestartSec allows is not too often.
+for unit in NorvellSonivoDriver.service NorvellSonivoService.service; do
+  number() { sed -n "s/^$1=//p" "$units/$unit"; }
+  (($(number RestartSec) * $(number StartLimitBurst) > $(number StartLimitIntervalSec))) || fail "$unit is given up on"
+done
 [[ $(ls -A package/opt) == sonivo ]] || fail "something is installed elsewhere"
 
 prefix=$folder/installed

@@ -113,6 +113,9 @@ check "enrolment" enrolment
 machine() { set_to --machine generation-mic 5 function-mic 8 headphone on && [[ $(value generation-mic) == 5 && $(value headphone) == on ]]; }
 check "what the machine sets" machine
 expect "a value as JSON" 0 $'^\\{\n  "headphone": true\n\\}$' '^$' settings get --json headphone --socket "$socket"
+expect "what was set as JSON" 0 $'^\\{\n  "model": "medium",\n  "auto-mute": true\n\\}$' '^$' settings set --socket "$socket" --json model medium auto-mute on
+expect "what was set as JSON, asked for at the end" 0 $'^\\{\n  "model": "small"\n\\}$' '^$' settings set --socket "$socket" model small --json
+set_here "the former values" 0 '^$' auto-mute off
 expect "all values as JSON" 0 $'"generation": 8,\n *"meeting-mode": 0,.*"capture-endpoint": "",.*"keyboard-cancel": false,\n *"keyboard-cancel-user": true,.*"model": "small"' '^$' \
   settings list --json --socket "$socket"
 expect "a value that is none" 2 '^$' "^error: no setting is called 'Model'; did you mean 'model'\?\$" settings get Model --socket "$socket"

@@ -89,6 +89,17 @@ TEST_F(ControlDriverTest, WhatTheStoreRefusesIsAnsweredWithItsError) {
   EXPECT_EQ(ask(1, 1, control::GetFunction, {}, 3)[0].head.error, error::kInsufficientBuffer);
 }
 
+TEST_F(ControlDriverTest, AGettersQuestionMayHoldAnythingAndItsRoomBeLarger) {
+  ask(1, 1, control::SetHeadphone, bytes_of(1u));
+  const auto headphone = ask(1, 2, control::GetHeadphone, bytes_of(0xFFFFFFFFu), 100).at(0);
+  EXPECT_EQ(headphone.head.error, error::kNone);
+  EXPECT_EQ(headphone.head.transferred, 8u);
+  EXPECT_THAT(headphone.output, SizeIs(8));
+  EXPECT_EQ(test::number_in(headphone.output), 1u);
+  EXPECT_EQ(ask(1, 3, control::GetSonivoDrvGeneration, {}, control::kMaxPayload).at(0).output, bytes_of(8u));
+  EXPECT_THAT(ask(1, 4, control::GetRenderEndpointId, {}, control::kMaxPayload).at(0).output, SizeIs(520));
+}
+
 TEST_F(ControlDriverTest, AnEventRequestPendsUntilASettingChangesThatHasAnEvent) {
   EXPECT_THAT(wait_for_event(1, 7), IsEmpty());
   EXPECT_THAT(ask(2, 1, control::SetFunction, bytes_of(2u)), SizeIs(1));
@@ -127,36 +138,81 @@ TEST_F(ControlDriverTest, TheCancelRequestEndsTheServicesRequestsOfAllConnection
   EXPECT_EQ(ask(3, 1, control::NSV_SERVICE_EVENT_CANCEL, Bytes(1))[0].head.error, error::kInvalidParameter);
 }
 
-TEST_F(ControlDriverTest, OneProcessAtATimeIsTheService) {
+TEST_F(ControlDriverTest, OneProcessAtATimeIsTheServiceAndTheNextOneWaits) {
   driver_.client_came(4, 200);
   driver_.client_came(5, 100);
   EXPECT_THAT(wait_for_event(1, 7), IsEmpty());
-  const auto refused = wait_for_event(4, 1);
-  ASSERT_THAT(refused, SizeIs(1));
-  EXPECT_EQ(refused[0].head.error, error::kBusy);
-  const auto cancelled = ask(4, 1, control::NSV_SERVICE_EVENT_CANCEL);
-  ASSERT_THAT(cancelled, SizeIs(1));
-  EXPECT_EQ(cancelled[0].client, 4u);
-  EXPECT_EQ(cancelled[0].head.error, error::kNone);
-  EXPECT_THAT(wait_for_event(4, 2, control::NSV_OBSERVE_EVENTS), IsEmpty());
-  EXPECT_THAT(wait_for_event(2, 8), IsEmpty());
+  EXPECT_THAT(wait_for_event(4, 1), IsEmpty());
   const auto told = ask(3, 1, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake));
-  ASSERT_THAT(told, SizeIs(3));
+  ASSERT_THAT(told, SizeIs(2));
   EXPECT_EQ(told[1].client, 1u);
-  EXPECT_EQ(told[2].client, 4u);
+  EXPECT_THAT(ask(3, 1, control::NSV_SEND_EVENT, bytes_of(control::kMonitorWake)), SizeIs(1));
 
   for (const ClientId each : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_gone(each);
-  EXPECT_EQ(wait_for_event(4, 3)[0].head.error, error::kBusy);
+  EXPECT_THAT(taken(), IsEmpty());
   driver_.client_gone(5);
+  const auto first = taken();
+  ASSERT_THAT(first, SizeIs(1));
+  EXPECT_EQ(first[0].client, 4u);
+  EXPECT_EQ(first[0].head.id, 1u);
+}
+
+TEST_F(ControlDriverTest, TheNextServiceIsToldOfWhatItHasMissed) {
+  driver_.client_came(4, 200);
+  driver_.client_came(5, 300);
+  wait_for_event(1, 7);
+  wait_for_event(4, 1);
+  ask(5, 1, control::SetAutoMuteMTG, bytes_of(1u));
+  for (const ClientId each : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_gone(each);
+  EXPECT_EQ(test::number_in(taken().back().output), control::kAutoMuteOn);
+  EXPECT_EQ(test::number_in(wait_for_event(4, 2).at(0).output), control::kCaptureEndpointChanged);
+  EXPECT_EQ(test::number_in(wait_for_event(4, 3).at(0).output), control::kRenderEndpointChanged);
   EXPECT_THAT(wait_for_event(4, 4), IsEmpty());
-  driver_.client_came(6, 100);
-  EXPECT_EQ(wait_for_event(6, 1)[0].head.error, error::kBusy);
+}
+
+TEST_F(ControlDriverTest, OfThoseWhoWaitTheFirstIsTheNextService) {
+  driver_.client_came(4, 200);
+  driver_.client_came(5, 300);
+  driver_.client_came(6, 200);
+  wait_for_event(1, 7);
+  wait_for_event(5, 1);
+  wait_for_event(4, 2);
+  wait_for_event(6, 3);
+  driver_.client_gone(5);
+  for (const ClientId each : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_gone(each);
+  const auto told = taken();
+  ASSERT_THAT(told, SizeIs(2));  // both connections of the same process
+  EXPECT_EQ(told[0].client, 4u);
+  EXPECT_EQ(told[1].client, 6u);
+}
+
+TEST_F(ControlDriverTest, EachProcessCancelsItsOwnRequests) {
+  driver_.client_came(4, 200);
+  driver_.client_came(5, 200);
+  driver_.client_came(6, 300);
+  wait_for_event(1, 7);
+  wait_for_event(4, 8);
+  wait_for_event(6, 9);
+  const auto told = ask(5, 1, control::NSV_SERVICE_EVENT_CANCEL);
+  ASSERT_THAT(told, SizeIs(2));
+  EXPECT_EQ(told[0].client, 4u);
+  EXPECT_EQ(told[0].head.id, 8u);
+  EXPECT_EQ(told[0].head.error, error::kOperationAborted);
+  EXPECT_EQ(told[1].head.error, error::kNone);
+  ASSERT_TRUE(driver_.request(6, {control::cancel_of(9), {}}));
+  const auto single = taken();
+  ASSERT_THAT(single, SizeIs(1));
+  EXPECT_EQ(single[0].head.id, 9u);
+  EXPECT_EQ(single[0].head.error, error::kOperationAborted);
+  for (const ClientId each : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_gone(each);
+  EXPECT_THAT(taken(), IsEmpty());
 }
 
 TEST_F(ControlDriverTest, OneWhoCancelsRequestsFirstIsTheService) {
   driver_.client_came(4, 200);
   ask(1, 1, control::NSV_SERVICE_EVENT_CANCEL);
-  EXPECT_EQ(wait_for_event(4, 1)[0].head.error, error::kBusy);
+  EXPECT_THAT(wait_for_event(4, 1), IsEmpty());
+  EXPECT_EQ(ask(4, 2, control::NSV_PUBLISH_REPORT, bytes_of_text("mine"))[0].head.error, error::kAccessDenied);
 }
 
 TEST_F(ControlDriverTest, AnEventIsNotLostWithAConnectionThatIsGone) {
@@ -239,11 +295,13 @@ TEST_F(ControlDriverTest, OnlyEventsBelowTheExitCanBeSent) {
 }
 
 TEST_F(ControlDriverTest, TheExitIsAnnouncedToAllWhoWaitForEvents) {
+  driver_.client_came(4, 200);
   wait_for_event(1, 7);
   wait_for_event(2, 8, control::NSV_OBSERVE_EVENTS);
+  wait_for_event(4, 9);  // of another process
   driver_.announce_exit();
   const auto told = taken();
-  ASSERT_THAT(told, SizeIs(2));
+  ASSERT_THAT(told, SizeIs(3));
   for (const Told& each : told) EXPECT_EQ(test::number_in(each.output), control::NSVPLAY_CMD_EXIT);
 }
 

@@ -84,17 +84,24 @@ TEST_F(EffectPropertiesTest, ValuesOutliveTheDriver) {
   EXPECT_THAT(log_, IsEmpty());
 }
 
-TEST_F(EffectPropertiesTest, WhatCanNotBeWrittenIsNotChanged) {
+TEST_F(EffectPropertiesTest, WhicheverStepOfWritingFailsNothingIsChanged) {
   ASSERT_EQ(set(address_of(), 11, Bytes(1)), error::kNone);
-  const std::uint64_t before = properties_->latest_change(u"mic");
-  disk_.steps = 0;
-  disk_.fail_at = 1;
-  EXPECT_EQ(set(address_of(), 11, Bytes(2)), error::kDiskFull);
-  EXPECT_EQ(get(address_of()), joined({}, 11, Bytes(1)));
-  disk_.steps = 0;
-  EXPECT_EQ(properties_->remove(address_of()).error, error::kDiskFull);
-  EXPECT_EQ(get(address_of()), joined({}, 11, Bytes(1)));
-  EXPECT_EQ(properties_->latest_change(u"mic"), before);
+  const int steps = disk_.steps;
+  ASSERT_EQ(steps, 5);  // new file, write, sync, rename, sync of the folder
+  for (int step = 1; step <= steps; ++step) {
+    const std::uint64_t before = properties_->latest_change(u"mic");
+    disk_.steps = 0;
+    disk_.fail_at = step;
+    EXPECT_EQ(set(address_of(), 11, Bytes(2)), error::kDiskFull) << step;
+    EXPECT_EQ(get(address_of()), joined({}, 11, Bytes(1))) << step;
+    disk_.steps = 0;
+    EXPECT_EQ(properties_->remove(address_of()).error, error::kDiskFull) << step;
+    EXPECT_EQ(get(address_of()), joined({}, 11, Bytes(1))) << step;
+    EXPECT_EQ(properties_->latest_change(u"mic"), before) << step;
+    disk_.fail_at = 0;
+    if (step < steps) start();  // the file has what was answered
+    EXPECT_EQ(get(address_of()), joined({}, 11, Bytes(1))) << step;
+  }
 }
 
 TEST_F(EffectPropertiesTest, TheOldStateAskedForAgainRepairsAFailureAtTheVeryLastStep) {

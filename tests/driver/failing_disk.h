@@ -12,7 +12,7 @@
 namespace sonivo::test {
 
 /// A disk that doesn't take its time to sync, and on which the step with this number fails, counted from 1 over all
-/// writes, syncs and renames. A failing write writes half of it before.
+/// new files, writes, syncs and renames. A failing write writes half of it before.
 class FailingDisk final : public driver::Disk {
  public:
   int fail_at = 0;
@@ -20,6 +20,7 @@ class FailingDisk final : public driver::Disk {
   int steps = 0;
   std::size_t part = 1 << 20;  ///< most bytes of one write
 
+  int create(int folder, const char* name) override { return fails() ? -1 : Disk::create(folder, name); }
   ssize_t write(int file, const void* bytes, std::size_t count) override {
     if (!fails()) return Disk::write(file, bytes, std::min(count, part));
     if (Disk::write(file, bytes, count / 2) < 0) return -1;

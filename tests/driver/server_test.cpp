@@ -112,6 +112,28 @@ TEST_F(ServerTest, ClientsBeyondTheLimitAreClosedUntilAnotherGoes) {
   FAIL() << "no place became free";
 }
 
+TEST_F(ServerTest, ThePlaceOfTheOldestClientThatNeverAskedIsFree) {
+  start(::geteuid(), {.clients = 3});
+  RawClient asked = connect();
+  ASSERT_EQ(asked.get(control::GetSonivoDrvGeneration), 8u);
+  RawClient silent = connect();
+  RawClient later = connect();
+  EXPECT_TRUE(serves());
+  EXPECT_TRUE(silent.ends());
+  EXPECT_EQ(later.get(control::GetSonivoDrvGeneration), 8u);
+  EXPECT_EQ(asked.get(control::GetSonivoDrvGeneration), 8u);
+}
+
+TEST_F(ServerTest, AServiceFindsAPlaceAmongSilentClients) {
+  start(::geteuid(), {.of_process = 1000});
+  std::vector<RawClient> silent;
+  for (int i = 0; i < 200; ++i) silent.push_back(connect());
+  RawClient service = connect();
+  ASSERT_EQ(service.get(control::GetSonivoDrvGeneration), 8u);
+  for (int i = 0; i < 200; ++i) silent.push_back(connect());
+  EXPECT_EQ(service.get(control::GetSonivoDrvGeneration), 8u);
+}
+
 TEST_F(ServerTest, ConnectionsOfAProcessBeyondItsLimitAreClosedUntilAnotherGoes) {
   start(::geteuid(), {.clients = 3, .of_process = 2});
   RawClient first = connect();
@@ -159,6 +181,44 @@ TEST_F(ServerTest, AFloodOfOneClientLetsOthersHaveTheirTurn) {
   }
   enough = true;
   flood.join();
+}
+
+// Both have sent all before the driver starts, so that it finds either in the state that is worst for the other.
+TEST_F(ServerTest, OneWhoSentMuchAtOnceIsNotServedWhollyBeforeOthers) {
+  constexpr std::uint32_t kMany = 200;
+  RawClient flood = connect();
+  for (std::uint32_t id = 1; id <= kMany; ++id) {
+    ASSERT_TRUE(flood.send(id, control::SetAispeechenhanceRegistrationMTG, bytes_of(id)));
+  }
+  RawClient other = connect();
+  ASSERT_TRUE(other.send(1, control::GetAispeechenhanceRegistrationMTG, {}, 4));
+  start();
+  const auto reply = other.receive();
+  ASSERT_TRUE(reply);
+  const std::uint32_t served = test::number_in(reply->output);
+  EXPECT_GT(served, 0u);
+  EXPECT_LT(served, kMany);
+}
+
+TEST_F(ServerTest, AMillionFramesOfOneWhoReadsNothingHoldNobodyUp) {
+  start();
+  constexpr std::uint32_t kFrames = 1'000'000;
+  RawClient flood = connect();
+  const Bytes unanswered = test::frame_of(control::cancel_of(1));
+  auto sent = std::async(std::launch::async, [&] {
+    std::uint32_t count = 0;
+    while (count < kFrames && flood.send(unanswered)) ++count;
+    return count;
+  });
+  RawClient client = connect();
+  int round_trips = 0;
+  do {
+    ASSERT_EQ(client.get(control::GetSonivoDrvGeneration), 8u);
+    ++round_trips;
+  } while (sent.wait_for(std::chrono::seconds(0)) != std::future_status::ready);
+  EXPECT_EQ(sent.get(), kFrames);
+  EXPECT_GT(round_trips, 100);
+  EXPECT_EQ(flood.get(control::GetSonivoDrvGeneration), 8u);
 }
 
 TEST_F(ServerTest, ClientsThatComeAndGoInTheMiddleOfRequestsLeaveNothing) {
@@ -301,6 +361,13 @@ TEST_F(ServerTest, AnotherUserIsClosedAtOnce) {
   ASSERT_TRUE(stranger->is_connected());
   EXPECT_TRUE(stranger->ends());
   EXPECT_TRUE(serves());
+}
+
+TEST_F(ServerTest, OneWhoIsNotTheOwnerIsClosedAtOnce) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root is served by everybody's driver";
+  start(::geteuid() + 1);
+  EXPECT_TRUE(connect().ends());
+  EXPECT_FALSE(connect().ask(control::GetSonivoDrvGeneration, {}, 4));
 }
 
 TEST_F(ServerTest, RootIsServedWhoeverOwnsTheDriver) {

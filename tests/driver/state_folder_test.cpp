@@ -65,7 +65,7 @@ TEST_F(StateFolderTest, WhicheverStepFailsTheFormerFileIsLoadedAndNothingIsLeftB
   StateFolder folder(path_, disk_);
   ASSERT_EQ(folder.save("numbers", kTitle, {"former"}), error::kNone);
   const int steps = disk_.steps;
-  ASSERT_EQ(steps, 4);  // write, sync, rename, sync of the folder
+  ASSERT_EQ(steps, 5);  // new file, write, sync, rename, sync of the folder
   for (int step = 1; step < steps; ++step) {
     disk_.steps = 0;
     disk_.fail_at = step;
@@ -76,7 +76,7 @@ TEST_F(StateFolderTest, WhicheverStepFailsTheFormerFileIsLoadedAndNothingIsLeftB
   disk_.steps = 0;
   disk_.fail_at = steps;
   EXPECT_EQ(folder.save("numbers", kTitle, {"next"}), error::kDiskFull);
-  EXPECT_EQ(log_.size(), 4u);
+  EXPECT_EQ(log_.size(), 5u);
   disk_.fail_at = 0;
   EXPECT_EQ(folder.save("numbers", kTitle, {"after"}), error::kNone);
   EXPECT_THAT(folder.load("numbers", kTitle), ElementsAre("after"));
@@ -88,8 +88,8 @@ TEST_F(StateFolderTest, ADiskThatTakesAFileInPartsGetsItWhole) {
   const Lines lines(20, "a line");
   ASSERT_EQ(folder.save("numbers", kTitle, lines), error::kNone);
   EXPECT_EQ(folder.load("numbers", kTitle), lines);
-  // Title, lines and checksum, each with its end, in parts of 7; two syncs and the renaming.
-  EXPECT_EQ(disk_.steps, (10 + 20 * 7 + 26 + 6) / 7 + 3);
+  // Title, lines and checksum, each with its end, in parts of 7; the new file, two syncs and the renaming.
+  EXPECT_EQ(disk_.steps, (10 + 20 * 7 + 26 + 6) / 7 + 4);
 }
 
 TEST_F(StateFolderTest, WhyTheDiskFailedIsTold) {
@@ -133,21 +133,45 @@ TEST_F(StateFolderTest, AFileCutAnywhereOrWithAnyByteChangedIsSetAside) {
               HasSubstr("state/numbers is damaged: its checksum is wrong; it is now called numbers.damaged"));
 }
 
-TEST_F(StateFolderTest, OfDamagedFilesTheFirstFiveAreKept) {
+TEST_F(StateFolderTest, OfDamagedFilesTheLatestFiveAreKept) {
   may_log_ = true;
   StateFolder folder(path_, disk_);
   const std::string file = path_ + "/numbers";
-  for (const char* const content : {"1", "2", "3", "4", "5", "6"}) {
+  for (const char* const content : {"1", "2", "3", "4", "5", "6", "7"}) {
     std::ofstream(file, std::ios::binary) << content;
     EXPECT_THAT(folder.load("numbers", kTitle), IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists(file)) << content;
   }
-  EXPECT_EQ(content_of(file + ".damaged"), "1");
-  for (const char* const each : {"2", "3", "4", "5"}) EXPECT_EQ(content_of(file + ".damaged." + each), each);
-  EXPECT_EQ(content_of(file), "6");
-  EXPECT_THAT(log_[4], HasSubstr("it is now called numbers.damaged.5, and defaults apply"));
-  EXPECT_THAT(log_[5], HasSubstr("it can't be renamed, and defaults apply"));
-  EXPECT_EQ(folder.save("numbers", kTitle, {"one"}), error::kNone);
-  EXPECT_THAT(folder.load("numbers", kTitle), ElementsAre("one"));
+  EXPECT_EQ(content_of(file + ".damaged"), "3");
+  const std::string numbers = "2345";
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    EXPECT_EQ(content_of(file + ".damaged." + numbers[i]), std::string(1, "4567"[i]));
+  }
+  const std::filesystem::directory_iterator kept(path_);
+  EXPECT_EQ(std::distance(begin(kept), end(kept)), 5);
+  for (const std::size_t i : {4u, 5u, 6u}) {
+    EXPECT_THAT(log_[i], HasSubstr("it is now called numbers.damaged.5, and defaults apply"));
+  }
+}
+
+TEST_F(StateFolderTest, ADamagedFileThatCanNotBeSetAsideStaysAndIsTold) {
+  StateFolder folder(path_, disk_);
+  const std::string file = path_ + "/numbers";
+  for (const char* const end : {"", ".2", ".3", ".4", ".5"}) {
+    std::filesystem::create_directories(file + ".damaged" + end + "/mine");
+  }
+  std::ofstream(file, std::ios::binary) << "1";
+  try {
+    folder.load("numbers", kTitle);
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()), file + " is damaged (its last line has no end) and can't be set aside as " +
+                                             file + ".damaged.5: Directory not empty");
+  }
+  EXPECT_EQ(content_of(file), "1");
+  for (const char* const end : {"", ".2", ".3", ".4", ".5"}) {
+    EXPECT_TRUE(std::filesystem::exists(file + ".damaged" + end + "/mine"));
+  }
 }
 
 TEST_F(StateFolderTest, AFileWithAnotherTitleIsDamaged) {

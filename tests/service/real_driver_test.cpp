@@ -4,10 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
+#include <thread>
+#include <vector>
 
 #include "other_process.h"
 #include "platform/fx_requests.h"
@@ -131,7 +135,28 @@ TEST_F(ChainBesideRealDriver, ParametersThatAnotherProcessWritesAreTakenUp) {
   expect_new_parameters(chain);
 }
 
-TEST_F(RealDriver, KillsAtRandomMomentsAreSurvivedAndSettingsKept) {
+/// What a client knows of a setting beside a driver that may end at any moment: the last value that was acknowledged,
+/// and one whose request got no answer.
+struct KnownSetting {
+  std::uint32_t set_code;
+  std::uint32_t get_code;
+  std::uint32_t values;  ///< how many, from the least one
+  std::uint32_t least = 0;
+  std::uint32_t acknowledged = 0;
+  std::vector<std::uint32_t> unanswered = {};
+
+  bool may_be(std::uint32_t value) const {
+    return value == acknowledged || std::find(unanswered.begin(), unanswered.end(), value) != unanswered.end();
+  }
+  void is(std::uint32_t value) {
+    acknowledged = value;
+    unanswered.clear();
+  }
+};
+
+/// The driver is killed a while after its start: in it, while the service opens it, in the middle of requests, or later
+/// than all of these; and is started again at once or after a while.
+TEST_F(RealDriver, KillsAtAnyMomentAreSurvivedAndSettingsKept) {
   auto driver = start_driver();
   make_key_cancel_machine();
   start_service();
@@ -140,20 +165,56 @@ TEST_F(RealDriver, KillsAtRandomMomentsAreSurvivedAndSettingsKept) {
   const std::size_t descriptors = open_descriptors();
   const std::size_t threads = simulation.scheduler().live_threads();
 
-  std::mt19937 dice(7);
-  for (int kill = 0; kill < kills(); ++kill) {
-    const auto value = static_cast<std::uint32_t>(dice() % 1000);
-    ASSERT_EQ(set(c::SetFunction, value), error::kNone);  // acknowledged: it has to be there again
-    simulation.run_for(static_cast<std::uint32_t>(dice() % 50));
-    simulation.scheduler().outside([&] { driver->end(SIGKILL); });
-    ASSERT_TRUE(wait_until([&] { return !ready(); }));
-    driver = start_driver();
-    ASSERT_TRUE(wait_until([&] { return ready(); })) << "after kill " << kill;
-    EXPECT_EQ(get(c::GetFunction), value);
+  std::array settings_known{KnownSetting{c::SetFunction, c::GetFunction, 1000},
+                            KnownSetting{c::SetAutoExit, c::GetAutoExit, 2},
+                            KnownSetting{c::SetAispeechenhanceModelNoMTG, c::GetAispeechenhanceModelNoMTG, 3, 1, 3},
+                            KnownSetting{c::NSV_SET_ALL_HP_MTG, c::NSV_GET_ALL_HP_MTG, 5}};
+  std::atomic<bool> over = false;
+  std::thread killer([&] {
+    std::mt19937 chance(7);
+    const auto pause = [&chance](unsigned longest_ms) {
+      std::this_thread::sleep_for(std::chrono::microseconds(chance() % (1000 * longest_ms)));
+    };
+    for (int kill = 0; kill < kills(); ++kill) {
+      pause(kill % 2 == 0 ? 50 : 2500);  // it takes the service up to 2 s to open it anew
+      driver->end(SIGKILL);
+      if (kill % 3 == 0) pause(300);
+      driver = std::make_unique<DriverProcess>(socket(), state());
+    }
+    over = true;
+  });
+  std::mt19937 dice(8);
+  std::size_t answered = 0;
+  std::size_t failed = 0;
+  while (!over) {
+    KnownSetting& each = settings_known[dice() % settings_known.size()];
+    const std::uint32_t value = each.least + static_cast<std::uint32_t>(dice()) % each.values;
+    if (set(each.set_code, value) == error::kNone) {
+      each.is(value);
+      ++answered;
+    } else {
+      each.unanswered.push_back(value);
+      ++failed;
+    }
+    simulation.run_for(static_cast<std::uint32_t>(dice() % 3));
   }
+  killer.join();
+  ASSERT_TRUE(wait_until([&] { return get(c::GetSonivoDrvGeneration) == 8; }));
+  for (const KnownSetting& each : settings_known) {
+    const std::uint32_t value = get(each.get_code);
+    EXPECT_TRUE(each.may_be(value)) << std::hex << each.get_code << " is " << value;
+  }
+  EXPECT_TRUE(wait_until([&] { return ready(); }));
+  std::printf("%d kills, %zu requests answered, %zu not\n", kills(), answered, failed);
+  EXPECT_GT(answered, 0u);
   wait_until([&] { return open_descriptors() == descriptors && simulation.scheduler().live_threads() == threads; });
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_EQ(simulation.scheduler().live_threads(), threads);
+  const auto names = std::filesystem::directory_iterator(state());
+  EXPECT_TRUE(std::none_of(begin(names), end(names), [](const auto& file) {
+    return file.path().string().find(".damaged") != std::string::npos;
+  }));
+  driver->end(SIGKILL);
 }
 
 TEST_F(RealDriver, ADriverThatIsStoppedHoldsNobodyUpAndIsTakenUpAgain) {

@@ -66,7 +66,17 @@ std::vector<SetRequest> checked_requests(const SettingsOptions& options) {
   return requests;
 }
 
-void set_settings(const SettingsOptions& options) {
+/// The settings that were named, as the driver holds them now.
+nlohmann::ordered_json named_settings_json(const SettingsOptions& options, const Store& store) {
+  nlohmann::ordered_json json;
+  json[options.name] = value_json(store, setting_named(options.name));
+  for (std::size_t i = 0; i < options.more.size(); i += 2) {
+    json[options.more[i]] = value_json(store, setting_named(options.more[i]));
+  }
+  return json;
+}
+
+void set_settings(const SettingsOptions& options, std::ostream& output) {
   const std::vector<SetRequest> requests = checked_requests(options);
   DriverConnection driver(options.socket);
   for (const SetRequest& each : requests) {
@@ -76,6 +86,7 @@ void set_settings(const SettingsOptions& options) {
       driver.set_text(each.code, std::get<std::u16string>(each.value), each.name);
     }
   }
+  if (options.json) write_json(output, named_settings_json(options, driver.settings()));
 }
 
 constexpr const char* kSetDescription =
@@ -102,6 +113,7 @@ void add_set_command(CLI::App& command, SettingsOptions& options) {
       "  sonivo settings set keyboard-cancel on model small\n"
       "  sonivo settings set capture-endpoint default\n");
   add_socket_option(*set, options.socket);
+  add_json_option(*set, options.json);
   set->add_flag("--machine", options.machine, "set what tells the state of the machine, too");
   set->add_option("NAME", options.name, "name of a setting; more names and values may follow the first ones")
       ->type_name("TEXT")
@@ -152,7 +164,7 @@ void run_settings_command(const SettingsOptions& options, std::ostream& output) 
     case SettingsOptions::Action::get:
       return get_setting(options, output);
     case SettingsOptions::Action::set:
-      return set_settings(options);
+      return set_settings(options, output);
   }
 }
 

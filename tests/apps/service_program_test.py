@@ -1,0 +1,224 @@
+"""Drives NorvellSonivoService beside NorvellSonivoDriver: audio, settings, a driver that goes and comes, its end.
+
+Usage: service_program_test.py SERVICE DRIVER SONIVO
+"""
+
+import json
+import os
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import uuid
+
+SERVICE, DRIVER, SONIVO = (os.path.realpath(sys.argv.pop(1)) for _ in range(3))
+NOTEBOOK = "--folder"  # the option with the folder of the simulated notebook
+
+LIMIT = 60  # seconds, for what is waited for
+IDLE = 4  # seconds
+MOST_IDLE_LOAD = 0.02  # of a core; a tenth of that is what it should take, but others use the machine, too
+NO_SERVICE = 3
+
+MICROPHONE = "{0.0.1.00000000}.{1f6a0c2e-3b57-4d1c-9a60-5c0d7e2b8a02}"  # of the simulated notebook
+SET_FX_PROPERTY = 0x8000E204
+ENDPOINT_GUID = uuid.UUID("1da5d803-d492-4edd-8c23-e0c0ffee7f0e"), 4
+TEXT = 31
+
+
+def cpu_seconds(process):
+    """Of all its threads, to the nanosecond; those of stat are in ticks of 10 ms."""
+    nanoseconds = 0
+    tasks = f"/proc/{process.pid}/task"
+    for task in os.listdir(tasks):
+        with open(f"{tasks}/{task}/schedstat", encoding="ascii") as numbers:
+            nanoseconds += int(numbers.read().split()[0])
+    return nanoseconds / 1e9
+
+
+class ServiceProgram(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.path = os.path.join(self.folder, "driver.sock")
+        self.state = os.path.join(self.folder, "state")
+
+    def start(self, arguments, **options):
+        process = subprocess.Popen(arguments, stderr=subprocess.PIPE, text=True, **options)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def start_driver(self):
+        driver = self.start([DRIVER, "--socket", self.path, "--state", self.state])
+        self.wait_until(lambda: self.told("settings", "get", "generation").returncode == 0)
+        return driver
+
+    def start_service(self, *options, name="notebook", **environment):
+        notebook = os.path.join(self.folder, name)
+        os.makedirs(os.path.join(notebook, "user"), exist_ok=True)
+        return self.start([SERVICE, "--socket", self.path, NOTEBOOK, notebook, *options],
+                          env={**os.environ, **environment})
+
+    def wait_until(self, condition):
+        end = time.monotonic() + LIMIT
+        while not condition():
+            self.assertLess(time.monotonic(), end, "it doesn't come")
+            time.sleep(0.02)
+
+    def told(self, *words):
+        return subprocess.run([SONIVO, *words, "--socket", self.path], capture_output=True, text=True, timeout=LIMIT)
+
+    def set(self, *words):
+        run = self.told("settings", "set", *words)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+
+    def register_microphone(self):
+        """As the system does it; the driver tells of no changes to endpoints it doesn't know."""
+        kind, number = ENDPOINT_GUID
+        with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as client:
+            client.connect(self.path)
+            for home in range(2):
+                data = struct.pack("<2I", home, number) + kind.bytes_le
+                data += MICROPHONE.encode("utf-16-le").ljust(520, b"\0") + struct.pack("<I", TEXT)
+                data += MICROPHONE.rpartition(".")[2].encode()
+                client.send(struct.pack("<5I", home, 1, SET_FX_PROPERTY, len(data), 0) + data)
+                self.assertEqual(client.recv(100), struct.pack("<3I", home, 0, 0))
+
+    def status(self):
+        run = self.told("status", "--json")
+        return json.loads(run.stdout) if run.stdout else {"service": None}
+
+    def is_ready(self):
+        service = self.status()["service"]
+        return service is not None and service["driver_ready"]
+
+    def setting(self, name):
+        return self.status()["driver"]["settings"][name]
+
+    def test_terminate_and_interrupt_end_it(self):
+        self.start_driver()
+        for number in (signal.SIGTERM, signal.SIGINT):
+            service = self.start_service()
+            self.wait_until(self.is_ready)
+            service.send_signal(number)
+            self.assertEqual(service.wait(LIMIT), 0)
+            self.assertEqual(self.told("status").returncode, NO_SERVICE)
+
+    def test_audio_streams_in_both_directions(self):
+        self.start_driver()
+        service = self.start_service("--stream")
+        self.wait_until(lambda: self.is_ready() and all(
+            self.status()["service"][way]["state"] == "ePhysicalStreaming" for way in ("capture", "render")))
+        before = self.status()["service"]["capture"]["blocks"]
+        self.wait_until(lambda: self.status()["service"]["capture"]["blocks"] >= before + 100)
+        self.assertEqual(self.told("status").returncode, 0)
+        service.terminate()
+        self.assertEqual(service.wait(LIMIT), 0)
+
+    def test_what_the_user_sets_takes_effect(self):
+        self.start_driver()
+        self.set("--machine", "generation-mic", "5", "function-mic", "8")
+        self.register_microphone()
+        self.start_service()
+        self.wait_until(self.is_ready)
+        self.assertEqual(self.status()["service"]["chain"], "ai")
+        for value in ("on", "off"):
+            self.set("auto-mute", value)
+            self.wait_until(lambda: self.status()["service"]["auto_mute"] == (value == "on"))
+        # Without a meeting mode headphones end the enhancement, with one what the user wants is in effect.
+        self.assertTrue(self.setting("speech-enhance"))
+        self.set("--machine", "headphone", "on")
+        self.wait_until(lambda: self.status()["service"]["headphones"] and not self.setting("speech-enhance"))
+        self.assertTrue(self.setting("speech-enhance-user"))
+        self.set("meeting-mode", "1")
+        self.set("--machine", "headphone", "off")
+        self.wait_until(lambda: not self.status()["service"]["headphones"] and self.setting("speech-enhance"))
+
+    def test_it_waits_for_a_driver_and_survives_those_that_are_killed(self):
+        service = self.start_service()
+        time.sleep(0.5)
+        self.assertIsNone(service.poll())
+        for _ in range(3):
+            driver = self.start_driver()
+            self.wait_until(self.is_ready)
+            driver.kill()
+            driver.wait()
+        self.start_driver()
+        self.wait_until(self.is_ready)
+        service.terminate()
+        self.assertEqual(service.wait(LIMIT), 0)
+
+    def test_a_service_that_is_killed_makes_room_for_the_next(self):
+        driver = self.start_driver()
+        first = self.start_service()
+        self.wait_until(self.is_ready)
+        first.kill()
+        first.wait()
+        self.assertEqual(self.told("status").returncode, NO_SERVICE)
+        self.start_service()
+        self.wait_until(self.is_ready)
+        self.assertIsNone(driver.poll())
+
+    def test_a_second_service_waits_for_the_end_of_the_first_and_burns_nothing(self):
+        self.start_driver()
+        first = self.start_service()
+        self.wait_until(self.is_ready)
+        second = self.start_service(name="other")
+        time.sleep(1)
+        before = cpu_seconds(second)
+        time.sleep(2)
+        self.assertLess((cpu_seconds(second) - before) / 2, 0.2)
+        self.assertIsNone(second.poll())
+        first.kill()
+        first.wait()
+        self.wait_until(self.is_ready)
+        second.terminate()
+        self.assertEqual(second.wait(LIMIT), 0)
+
+    def test_a_second_service_ends_while_it_waits(self):
+        self.start_driver()
+        first = self.start_service()
+        self.wait_until(self.is_ready)
+        second = self.start_service(name="other")
+        time.sleep(1)
+        second.terminate()
+        self.assertEqual(second.wait(LIMIT), 0)
+        self.assertTrue(self.is_ready())
+        self.assertIsNone(first.poll())
+
+    def test_an_idle_service_and_its_driver_take_next_to_nothing(self):
+        programs = [self.start_driver(), self.start_service()]
+        self.wait_until(self.is_ready)
+        time.sleep(1)
+        before = [cpu_seconds(each) for each in programs]
+        start = time.monotonic()
+        time.sleep(IDLE)
+        seconds = time.monotonic() - start
+        loads = [(cpu_seconds(each) - was) / seconds for each, was in zip(programs, before)]
+        print("idle: driver {:.2%}, service {:.2%} of a core".format(*loads))
+        self.assertLess(sum(loads), MOST_IDLE_LOAD)
+
+    def test_a_service_manager_that_watches_it_hears_of_it_until_it_hangs(self):
+        manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(manager.close)
+        manager.settimeout(LIMIT)
+        manager.bind(os.path.join(self.folder, "notify"))
+        self.start_driver()
+        service = self.start_service(NOTIFY_SOCKET=manager.getsockname(), WATCHDOG_USEC="1000000")
+        for _ in range(3):
+            self.assertEqual(manager.recv(100), b"WATCHDOG=1")
+        service.send_signal(signal.SIGSTOP)
+        manager.settimeout(2)
+        with self.assertRaises(TimeoutError):
+            while True:
+                self.assertEqual(manager.recv(100), b"WATCHDOG=1")
+
+
+if __name__ == "__main__":
+    unittest.main()
