@@ -138,7 +138,8 @@ int main(int count, char** arguments) {
       app.add_option("--simulate", notebook,
                      "a notebook in real time instead of this machine, whose folders models, bitmaps and user lie in "
                      "this folder")
-          ->type_name("FOLDER");
+          ->type_name("FOLDER")
+          ->check(CLI::ExistingDirectory);
   app.add_flag("--stream", stream, "with --simulate: one application records, another plays")->needs(simulate);
   app.add_flag("--verbose", verbose, "writes the traces to standard error");
   CLI11_PARSE(app, count, arguments);

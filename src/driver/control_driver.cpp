@@ -39,7 +39,7 @@ void ControlDriver::choose_next_service() {
   service_ = clients_.at(waiting_.front().client).process;
   for (const PendingId& each : drop_waiting_of(*service_)) events_.wait_as_service(each);
   const bool auto_mute = settings_.number(control::GetAutoMuteMTG) == 1;
-  for (const std::uint32_t command : {auto_mute ? control::kAutoMuteOn : control::kAutoMuteOff,
+  for (const std::uint32_t command : {auto_mute ? control::NSVDRV_CMD_AUTOMUTE_ON : control::NSVDRV_CMD_AUTOMUTE_OFF,
                                       control::kCaptureEndpointChanged, control::kRenderEndpointChanged}) {
     events_.send_to_service(command);
   }

@@ -16,7 +16,7 @@ import unittest
 import uuid
 
 SERVICE, DRIVER, SONIVO = (os.path.realpath(sys.argv.pop(1)) for _ in range(3))
-NOTEBOOK = "--folder"  # the option with the folder of the simulated notebook
+NOTEBOOK = "--simulate"  # the option with the folder of the simulated notebook
 
 LIMIT = 60  # seconds, for what is waited for
 IDLE = 4  # seconds
