@@ -38,9 +38,9 @@ void ControlDriver::choose_next_service() {
   if (waiting_.empty()) return;
   service_ = clients_.at(waiting_.front().client).process;
   for (const PendingId& each : drop_waiting_of(*service_)) events_.wait_as_service(each);
-  const bool auto_mute = settings_.number(control::GetAutoMuteMTG) == 1;
+  const bool auto_mute = settings_.number(control::NSV_GET_AUTO_MUTE_MTG) == 1;
   for (const std::uint32_t command : {auto_mute ? control::NSVDRV_CMD_AUTOMUTE_ON : control::NSVDRV_CMD_AUTOMUTE_OFF,
-                                      control::kCaptureEndpointChanged, control::kRenderEndpointChanged}) {
+                                      control::NSVDRV_CMD_DEV_MIC, control::NSVDRV_CMD_DEV_SPK}) {
     events_.send_to_service(command);
   }
 }

@@ -165,8 +165,8 @@ TEST_F(ControlDriverTest, TheNextServiceIsToldOfWhatItHasMissed) {
   ask(5, 1, control::SetAutoMuteMTG, bytes_of(1u));
   for (const ClientId each : {ClientId{1}, ClientId{2}, ClientId{3}}) driver_.client_gone(each);
   EXPECT_EQ(test::number_in(taken().back().output), control::NSVDRV_CMD_AUTOMUTE_ON);
-  EXPECT_EQ(test::number_in(wait_for_event(4, 2).at(0).output), control::kCaptureEndpointChanged);
-  EXPECT_EQ(test::number_in(wait_for_event(4, 3).at(0).output), control::kRenderEndpointChanged);
+  EXPECT_EQ(test::number_in(wait_for_event(4, 2).at(0).output), control::NSVDRV_CMD_DEV_MIC);
+  EXPECT_EQ(test::number_in(wait_for_event(4, 3).at(0).output), control::NSVDRV_CMD_DEV_SPK);
   EXPECT_THAT(wait_for_event(4, 4), IsEmpty());
 }
 

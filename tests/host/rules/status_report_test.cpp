@@ -137,8 +137,10 @@ TEST_F(ReportOfService, CountsBlocksThatAChainSilencedOrLetPass) {
 
 class ReportedChain : public ReportOfService {
  protected:
+  using Chains = std::pair<std::string, std::string>;
+
   /// Before an application records, and while it does.
-  std::pair<std::string, std::string> chain_of(Notebook notebook) {
+  Chains chain_of(Notebook notebook) {
     set_notebook(notebook);
     store_key_cancel_parameters();
     store_parameters();
@@ -151,10 +153,10 @@ class ReportedChain : public ReportOfService {
   }
 };
 
-TEST_F(ReportedChain, IsNoneOnAPlainNotebook) { EXPECT_EQ(chain_of(Notebook::plain), std::pair("none", "none")); }
-TEST_F(ReportedChain, IsTheFirst) { EXPECT_EQ(chain_of(Notebook::key_cancel), std::pair("none", "keycancel")); }
-TEST_F(ReportedChain, IsTheSecond) { EXPECT_EQ(chain_of(Notebook::beam_forming), std::pair("none", "beamforming")); }
-TEST_F(ReportedChain, IsTheThird) { EXPECT_EQ(chain_of(Notebook::ai_speech), std::pair("none", "ai")); }
+TEST_F(ReportedChain, IsNoneOnAPlainNotebook) { EXPECT_EQ(chain_of(Notebook::plain), Chains("none", "none")); }
+TEST_F(ReportedChain, IsTheFirst) { EXPECT_EQ(chain_of(Notebook::key_cancel), Chains("none", "keycancel")); }
+TEST_F(ReportedChain, IsTheSecond) { EXPECT_EQ(chain_of(Notebook::beam_forming), Chains("none", "beamforming")); }
+TEST_F(ReportedChain, IsTheThird) { EXPECT_EQ(chain_of(Notebook::ai_speech), Chains("none", "ai")); }
 
 TEST_F(ReportedChain, IsNoneWhereItsParametersAreMissing) {
   set_notebook(Notebook::key_cancel);
