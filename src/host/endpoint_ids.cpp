@@ -1,6 +1,7 @@
 #include "host/endpoint_ids.h"
 
 #include "base/text.h"
+#include "base/trace.h"
 
 namespace sonivo {
 
@@ -11,6 +12,15 @@ std::string ReadEndpointId(HostState& host, DataFlow flow) {
   const int read = flow == DataFlow::capture ? host.m_DriverAccess.GetCaptureEndpointId(id, &bytes)
                                              : host.m_DriverAccess.GetRenderEndpointId(id, &bytes);
   return read != 0 ? to_utf8({id.data(), bytes / sizeof(char16_t)}) : std::string();
+}
+
+std::string FindEndpointId(HostState& host, DataFlow flow) {
+  std::string id = ReadEndpointId(host, flow);
+  if (!id.empty()) return id;
+  const bool capture = flow == DataFlow::capture;
+  trace(TraceLevel::warning,
+        capture ? "[cap] capture endpoint id was not found.\n" : "[ren] render endpoint id was not found.\n");
+  return id;
 }
 
 }  // namespace sonivo

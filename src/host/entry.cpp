@@ -47,7 +47,7 @@ void RegisterPower(HostState& host) {
   PowerCapabilities capabilities;
   if (power.capabilities(capabilities) && capabilities.AoAc) {
     host.m_bModernStandby = 1;
-    if (auto newer = power.register_setting(host.m_hWnd, kConsoleDisplayState)) host.m_hPowerSetting = std::move(newer);
+    host.m_hPowerSetting = power.register_setting(host.m_hWnd, kConsoleDisplayState);
   }
 }
 
@@ -56,12 +56,8 @@ void TellAudioControl(HostState& host) {
   audio.SetGenAndFunction(host.m_dwGeneration, host.m_Function, host.m_dwGenerationMic, host.m_FunctionMic);
   audio.SetMuteWindow(host.m_hMuteWnd);
 
-  const std::string capture = ReadEndpointId(host, DataFlow::capture);
-  if (capture.empty()) trace(TraceLevel::warning, "[cap] capture endpoint id was not found.\n");
-  audio.SetEndpointForce(DataFlow::capture, capture);
-  const std::string render = ReadEndpointId(host, DataFlow::render);
-  if (render.empty()) trace(TraceLevel::warning, "[ren] render endpoint id was not found.\n");
-  audio.SetEndpointForce(DataFlow::render, render);
+  audio.SetEndpointForce(DataFlow::capture, FindEndpointId(host, DataFlow::capture));
+  audio.SetEndpointForce(DataFlow::render, FindEndpointId(host, DataFlow::render));
 
   if (host.KeyCancel()) audio.ChangeKeyCancelState(true);
   if (host.BeamForming()) {

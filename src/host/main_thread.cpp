@@ -23,7 +23,9 @@ void Reconnect(HostState& host) {
     trace(TraceLevel::error, "[MainThread] ProcessIdToSessionId err.\n");
     return;  // with the lock: this thread enters it again, nobody else ever does
   }
-  if (session == SessionState::active && !host.m_DriverAccess.GetDriverHandle()) {
+  // Who stops the threads sets the lock before closing the driver: it isn't opened again behind that.
+  const bool held = host.m_bSonivoServiceLock != 0;
+  if (session == SessionState::active && !held && !host.m_DriverAccess.GetDriverHandle()) {
     host.m_DriverAccess.InitDriverInfo(control::kControlInterface);
     trace(TraceLevel::info, "[MainThread] m_hDriver.InitDriverInfo.\n");
   }
@@ -101,8 +103,8 @@ void Synchronise(HostState& host) {
     trace(TraceLevel::info, "[MainThread] First NSV_SERVICE_EVENT_CANCEL\n");
   }
   ReadGeneration(host);
-  const std::string capture = ReadEndpointId(host, DataFlow::capture);
-  const std::string render = ReadEndpointId(host, DataFlow::render);
+  const std::string capture = FindEndpointId(host, DataFlow::capture);
+  const std::string render = FindEndpointId(host, DataFlow::render);
   host.m_AudioControl.SetEndpoint(DataFlow::capture, capture);
   host.m_AudioControl.SetEndpoint(DataFlow::render, render);
   ReadEffectiveSettings(host);

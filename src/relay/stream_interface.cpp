@@ -335,7 +335,8 @@ void CStreamInterface::UpdateFeedback() {
 
 void CStreamInterface::PostRecordingState(bool on) {
   const WindowHandle window = m_hWnd;
-  if (window != WindowHandle::none) m_machine.desktop.post_message(window, WM_MIC_REC_ON, on ? 1 : 0);
+  if (window == WindowHandle::none) return;
+  m_machine.desktop.post_message(window, on ? WM_MIC_REC_ON : WM_MIC_REC_OFF, on ? 1 : 0);
 }
 
 }  // namespace sonivo

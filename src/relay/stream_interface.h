@@ -21,7 +21,8 @@ constexpr std::int64_t kPeriod100ns = 100000;  ///< 10 ms: of the physical strea
 
 /// Messages to the mute window.
 inline constexpr std::uint32_t WM_MIC_MUTE_STATE = 0x8000;  ///< wParam 1 muted, 0 not
-inline constexpr std::uint32_t WM_MIC_REC_ON = 0x8001;      ///< wParam 1 physical streaming began, 0 ended
+inline constexpr std::uint32_t WM_MIC_REC_ON = 0x8001;      ///< wParam 1: physical streaming began
+inline constexpr std::uint32_t WM_MIC_REC_OFF = 0x8001;     ///< wParam 0: it ended; the number is the same
 
 enum class StreamState {
   eWaitVirtualDriver,  ///< find and open the virtual device

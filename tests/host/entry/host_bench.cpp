@@ -75,6 +75,16 @@ std::vector<std::string> HostBench::steps() {
   return names;
 }
 
+bool HostBench::driver_lock_is_free() {
+  bool free = false;
+  const auto other = machine.scheduler().start("other", [&] {
+    free = host->m_csDriver.try_lock();
+    if (free) host->m_csDriver.unlock();
+  });
+  other->join();
+  return free;
+}
+
 std::vector<std::string> HostBench::threads() {
   std::vector<std::string> names;
   for (const sim::ThreadInfo& thread : machine.scheduler().threads()) {

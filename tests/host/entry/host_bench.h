@@ -51,6 +51,8 @@ class HostBench {
   void post_any() { post(0x0400); }
   /// Steps of the machine so far, from the trace, without their times.
   std::vector<std::string> steps();
+  /// Whether a thread other than the calling one could have the driver's lock now.
+  bool driver_lock_is_free();
   /// Names of the host's threads that run.
   std::vector<std::string> threads();
 

@@ -44,7 +44,7 @@ TEST(MainThreadReconnect, ExitAndServiceLockCutTheWaitShort) {
   locked.driver().set_present(false);
   locked.start_thread(300);
   locked.host->m_bSonivoServiceLock = 1;
-  locked.machine.script().before(sim::Step::bus_interfaces, 1, [&] { locked.host->m_bSonivoServiceLock = 0; });
+  locked.machine.script().before(sim::Step::process_session, 1, [&] { locked.host->m_bSonivoServiceLock = 0; });
   locked.run_for(200);
   EXPECT_EQ(locked.machine.script().count(sim::Step::bus_interfaces), 1u);
 }

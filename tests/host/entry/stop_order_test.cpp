@@ -19,17 +19,6 @@ namespace c = control;
 
 // ---- The threads
 
-/// Whether another thread could have the driver's lock now.
-bool lock_is_free(HostBench& bench) {
-  bool free = false;
-  const auto other = bench.machine.scheduler().start("other", [&] {
-    free = bench.host->m_csDriver.try_lock();
-    if (free) bench.host->m_csDriver.unlock();
-  });
-  other->join();
-  return free;
-}
-
 TEST(StoppingThreads, TheRequestIsGivenUpBeforeTheDriverIsAskedToEndIt) {
   MainThreadBench bench;
   bench.open();
@@ -42,7 +31,7 @@ TEST(StoppingThreads, TheRequestIsGivenUpBeforeTheDriverIsAskedToEndIt) {
     EXPECT_EQ(bench.host->m_bThreadExit, 1u);
     EXPECT_EQ(bench.host->m_bDriverReady, 1u);
     EXPECT_EQ(bench.driver().open_handles(), 2u);
-    EXPECT_FALSE(lock_is_free(bench));
+    EXPECT_FALSE(bench.driver_lock_is_free());
     bench.run_for(1);  // the thread that waited goes on
     EXPECT_EQ(bench.driver().pending_requests(), 0u);
   });
@@ -60,12 +49,12 @@ TEST(StoppingThreads, TheHandlesCloseLastUnderTheLock) {
     closed = true;
     EXPECT_EQ(bench.host->m_bDriverReady, 0u);
     EXPECT_EQ(bench.all_codes().back(), c::NSV_SERVICE_EVENT_CANCEL);
-    EXPECT_FALSE(lock_is_free(bench));
+    EXPECT_FALSE(bench.driver_lock_is_free());
   });
   StopDriverThreads(*bench.host);
   EXPECT_TRUE(closed);
   EXPECT_EQ(bench.driver().open_handles(), 0u);
-  EXPECT_TRUE(lock_is_free(bench));
+  EXPECT_TRUE(bench.driver_lock_is_free());
 }
 
 TEST(StoppingThreads, TheFlagsDoNotWaitForTheDriversLock) {
