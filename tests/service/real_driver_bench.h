@@ -24,6 +24,9 @@ inline double seconds_now() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+/// In place of a number of the driver's.
+inline constexpr std::uint32_t kNoAnswer = 0xFFFF;
+
 /// The host on simulated endpoints, in real time, beside the real driver.
 class RealDriver : public testing::Test {
  protected:
@@ -83,7 +86,7 @@ class RealDriver : public testing::Test {
       linux::ControlBus bus(socket());
       Error why = error::kNone;
       const auto device = bus.open(socket(), Sharing::shared, Completion::synchronous, why);
-      std::uint32_t value = 0xFFFF;
+      std::uint32_t value = kNoAnswer;
       std::uint32_t bytes = 0;
       if (device) device->control_now(code, {}, std::as_writable_bytes(std::span(&value, 1)), bytes);
       return value;
