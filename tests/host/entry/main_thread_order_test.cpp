@@ -97,7 +97,7 @@ TEST(ConnectedEndpoints, AreSetWithoutTheDriversLock) {
   note_next(2);
   bench.start_thread();
   EXPECT_THAT(free, ElementsAre(true, true));
-  for (const std::uint32_t command : {c::kCaptureEndpointChanged, c::kRenderEndpointChanged}) {
+  for (const std::uint32_t command : {c::NSVDRV_CMD_DEV_MIC, c::NSVDRV_CMD_DEV_SPK}) {
     free.clear();
     note_next(1);
     bench.send(command);
@@ -121,12 +121,12 @@ TEST(ConnectedEndpoints, LeaveAPlayerThatUsesTheNamedOnePlaying) {
   bench.send(c::kNothing);  // the next round synchronises
   bench.run_for(1000);
   EXPECT_EQ(bench.host->m_bDriverReady, 1u);
-  bench.send(c::kRenderEndpointChanged);
+  bench.send(c::NSVDRV_CMD_DEV_SPK);
   bench.run_for(1000);
   EXPECT_EQ(opened(), before);
 
   bench.driver().set_text(c::GetRenderEndpointId, to_utf16(sim::kHeadphones));
-  bench.send(c::kRenderEndpointChanged);
+  bench.send(c::NSVDRV_CMD_DEV_SPK);
   bench.run_for(1000);
   EXPECT_GT(opened(), before);
 }
@@ -215,9 +215,9 @@ TEST(AutoMuteGoesOff, WithTheConnectionHidesTheMuteWindowAndThenUnmutes) {
 TEST(AutoMuteGoesOff, WithItsCommandHidesTheMuteWindowAndThenUnmutes) {
   AutoMuteBench bench;
   bench.start_thread();
-  bench.send(c::kAutoMuteOn);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_ON);
   bench.note_hidden_at_unmute();
-  bench.send(c::kAutoMuteOff);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_OFF);
   EXPECT_TRUE(bench.only_the_mute_window_is_hidden());
   EXPECT_EQ(bench.hidden_at_unmute, true);
   EXPECT_FALSE(bench.muted());
@@ -226,13 +226,13 @@ TEST(AutoMuteGoesOff, WithItsCommandHidesTheMuteWindowAndThenUnmutes) {
 TEST(AutoMuteStays, OffAndTheCommandLeavesTheMute) {
   AutoMuteBench bench;
   bench.start_thread();
-  bench.send(c::kAutoMuteOff);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_OFF);
   EXPECT_TRUE(bench.muted());
 }
 
 TEST(AutoMuteGoesOn, WithTheConnectionAndLeavesTheMute) {
   AutoMuteBench bench;
-  bench.driver().set_number(c::GetAutoMuteMTG, 1);
+  bench.driver().set_number(c::NSV_GET_AUTO_MUTE_MTG, 1);
   bench.start_thread();
   EXPECT_EQ(bench.host->m_dwAutoMute, 1u);
   EXPECT_TRUE(bench.muted());
@@ -241,7 +241,7 @@ TEST(AutoMuteGoesOn, WithTheConnectionAndLeavesTheMute) {
 TEST(AutoMuteGoesOn, WithItsCommandAndLeavesTheMute) {
   AutoMuteBench bench;
   bench.start_thread();
-  bench.send(c::kAutoMuteOn);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_ON);
   EXPECT_EQ(bench.host->m_dwAutoMute, 1u);
   EXPECT_TRUE(bench.muted());
 }

@@ -72,8 +72,8 @@ TEST(DriverLock, IsHeldForTheModeAndNotForTheSecondChainsSettings) {
   bench.host.m_Function = 2;
   EXPECT_THAT(bench.choose(1),
               ElementsAre(Locking{c::NSV_GET_ALL_SP_MTG, false}, Locking{c::NSV_SET_MODE_MTG, false},
-                          Locking{c::NSV_SET_LAUNCHED_MTG, false}, Locking{c::GetKeyboardCancel_UI_MTG, true},
-                          Locking{c::SetKeyboardCancelMTG, true}, Locking{c::GetBeamforming_UI_MTG, true},
+                          Locking{c::NSV_SET_LAUNCHED_MTG, false}, Locking{c::NSV_GET_KEYCANSEL_UI_MTG, true},
+                          Locking{c::SetKeyboardCancelMTG, true}, Locking{c::NSV_GET_BEAMFORMING_UI_MTG, true},
                           Locking{c::SetBeamformingMTG, true}));
 }
 
