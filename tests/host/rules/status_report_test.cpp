@@ -98,12 +98,15 @@ TEST_F(ReportOfService, HasWhatTheMicrophoneDidWithFramesInMilliseconds) {
   host.m_AudioControl.Start();
   machine.driver().open_recorder(pcm_format(44100, 16, 2));
   machine.run_for(200);
-  script.before(Step::capture_get_buffer, 1, [this] { machine.scheduler().sleep_ms(60); });  // the ring runs empty
+  for (const std::uint64_t packet : {1u, 2u}) {  // the ring runs empty
+    script.before(Step::capture_get_buffer, packet, [this] { machine.scheduler().sleep_ms(60); });
+  }
   machine.run_for(1800);
   const StreamStatistics did = host.m_AudioControl.CaptureStatistics();
   const tool::StreamReport told = report().capture;
   EXPECT_EQ(told.streams, 1u);
-  EXPECT_EQ(told.underruns, 1u);
+  EXPECT_EQ(told.underruns, did.underruns);
+  EXPECT_GT(told.underruns, 0u);
   EXPECT_EQ(told.overruns, did.overruns);
   EXPECT_EQ(told.feedback, did.feedback);
   EXPECT_EQ(told.blocks, did.blocks);
@@ -138,7 +141,8 @@ TEST_F(ReportOfService, CountsBlocksThatAChainSilencedOrLetPass) {
 class ReportedChain : public ReportOfService {
  protected:
   /// Before an application records, and while it does.
-  std::pair<std::string, std::string> chain_of(Notebook notebook) {
+  using Names = std::pair<std::string, std::string>;
+  Names chain_of(Notebook notebook) {
     set_notebook(notebook);
     store_key_cancel_parameters();
     store_parameters();
@@ -151,10 +155,10 @@ class ReportedChain : public ReportOfService {
   }
 };
 
-TEST_F(ReportedChain, IsNoneOnAPlainNotebook) { EXPECT_EQ(chain_of(Notebook::plain), std::pair("none", "none")); }
-TEST_F(ReportedChain, IsTheFirst) { EXPECT_EQ(chain_of(Notebook::key_cancel), std::pair("none", "keycancel")); }
-TEST_F(ReportedChain, IsTheSecond) { EXPECT_EQ(chain_of(Notebook::beam_forming), std::pair("none", "beamforming")); }
-TEST_F(ReportedChain, IsTheThird) { EXPECT_EQ(chain_of(Notebook::ai_speech), std::pair("none", "ai")); }
+TEST_F(ReportedChain, IsNoneOnAPlainNotebook) { EXPECT_EQ(chain_of(Notebook::plain), Names("none", "none")); }
+TEST_F(ReportedChain, IsTheFirst) { EXPECT_EQ(chain_of(Notebook::key_cancel), Names("none", "keycancel")); }
+TEST_F(ReportedChain, IsTheSecond) { EXPECT_EQ(chain_of(Notebook::beam_forming), Names("none", "beamforming")); }
+TEST_F(ReportedChain, IsTheThird) { EXPECT_EQ(chain_of(Notebook::ai_speech), Names("none", "ai")); }
 
 TEST_F(ReportedChain, IsNoneWhereItsParametersAreMissing) {
   set_notebook(Notebook::key_cancel);
