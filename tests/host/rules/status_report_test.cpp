@@ -98,12 +98,15 @@ TEST_F(ReportOfService, HasWhatTheMicrophoneDidWithFramesInMilliseconds) {
   host.m_AudioControl.Start();
   machine.driver().open_recorder(pcm_format(44100, 16, 2));
   machine.run_for(200);
-  script.before(Step::capture_get_buffer, 1, [this] { machine.scheduler().sleep_ms(60); });  // the ring runs empty
+  for (const std::uint64_t packet : {1u, 2u}) {  // the ring runs empty
+    script.before(Step::capture_get_buffer, packet, [this] { machine.scheduler().sleep_ms(60); });
+  }
   machine.run_for(1800);
   const StreamStatistics did = host.m_AudioControl.CaptureStatistics();
   const tool::StreamReport told = report().capture;
   EXPECT_EQ(told.streams, 1u);
-  EXPECT_EQ(told.underruns, 1u);
+  EXPECT_EQ(told.underruns, did.underruns);
+  EXPECT_GT(told.underruns, 0u);
   EXPECT_EQ(told.overruns, did.overruns);
   EXPECT_EQ(told.feedback, did.feedback);
   EXPECT_EQ(told.blocks, did.blocks);
