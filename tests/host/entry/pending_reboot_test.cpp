@@ -62,8 +62,11 @@ TEST(SuspendDuringStartUp, DoesNotKeepTheThreadsFromRunning) {
   HostBench bench;
   bench.machine.script().before(sim::Step::session_register, 1,
                                 [&] { DeviceNotifyCallbackRoutine(*bench.host, kPowerSuspend); });
+  std::uint32_t exit_at_their_start = 77;
+  bench.machine.script().before(sim::Step::thread_start, 6,  // service, driver's notice, reg-notify, render, capture
+                                [&] { exit_at_their_start = bench.host->m_bThreadExit; });
   bench.start(3000);
-  EXPECT_EQ(bench.host->m_bThreadExit, 0u);
+  EXPECT_EQ(exit_at_their_start, 0u);
   EXPECT_EQ(bench.host->m_bDriverReady, 1u);
   EXPECT_EQ(bench.driver().open_handles(), 2u);
   EXPECT_THAT(bench.threads(), ElementsAre("MainThread", "SubThread"));

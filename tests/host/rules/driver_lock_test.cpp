@@ -128,6 +128,7 @@ TEST(DriverLockOfAnother, LeavesABuildGoingOnAsFarAsTheHeadphones) {
   bench.host.m_csDriver.lock();
   bench.touch(registration::kBuild);
   const auto asked = bench.asked();
+  ASSERT_FALSE(asked.empty());
   EXPECT_THAT(asked, IsSupersetOf({Asked{c::SetAispeechenhanceRegistrationMTG, registration::kRunning},
                                    Asked{c::SetAispeechenhanceSetAiModelMTG, 1},
                                    Asked{c::SetAispeechenhanceRegistrationMTG, 0}}));
