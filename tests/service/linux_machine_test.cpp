@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "../platform/linux/mocked_bus.h"
-#include "driver_process.h"
+#include "support/driver_process.h"
 #include "host/entry.h"
 #include "platform/control_requests.h"
 #include "platform/linux/control_bus.h"
