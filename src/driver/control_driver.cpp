@@ -49,7 +49,7 @@ std::vector<PendingId> ControlDriver::drop_waiting_of(ProcessId process) {
   const auto others = std::stable_partition(waiting_.begin(), waiting_.end(), [&](const PendingId& each) {
     return clients_.at(each.client).process != process;
   });
-  const std::vector<PendingId> its(others, waiting_.end());
+  std::vector<PendingId> its(others, waiting_.end());
   waiting_.erase(others, waiting_.end());
   return its;
 }
