@@ -103,6 +103,10 @@ class DriverProgram(unittest.TestCase):
                 client.close()
         self.fail("there is no place")
 
+    def open_files(self):
+        folder = f"/proc/{self.process.pid}/fd"
+        return [os.readlink(f"{folder}/{name}") for name in os.listdir(folder)]
+
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
@@ -217,7 +221,8 @@ class DriverProgram(unittest.TestCase):
 
     def test_thousands_of_clients_leave_neither_descriptors_nor_memory(self):
         # A sanitizer keeps what is freed for a while.
-        self.start(env={**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1:thread_local_quarantine_size_kb=16"})
+        client = self.start(env={**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1:thread_local_quarantine_size_kb=16"})
+        client.get()  # it is taken in
         idle = self.descriptors()
 
         def visit(count):
@@ -233,7 +238,7 @@ class DriverProgram(unittest.TestCase):
             end = time.monotonic() + 20
             while self.descriptors() != idle and time.monotonic() < end:
                 time.sleep(0.01)
-            self.assertEqual(self.descriptors(), idle)
+            self.assertEqual(self.descriptors(), idle, self.open_files())
 
         visit(500)
         before = self.memory()
