@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "../platform/linux/mocked_bus.h"
-#include "support/driver_process.h"
 #include "host/entry.h"
 #include "platform/control_requests.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/fx_properties.h"
+#include "support/driver_process.h"
 #include "support/scripted_chains.h"
 #include "support/temporary_folder.h"
 
