@@ -217,7 +217,8 @@ class DriverProgram(unittest.TestCase):
 
     def test_thousands_of_clients_leave_neither_descriptors_nor_memory(self):
         # A sanitizer keeps what is freed for a while.
-        self.start(env={**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1:thread_local_quarantine_size_kb=16"})
+        variables = {**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1:thread_local_quarantine_size_kb=16"}
+        self.start(env=variables).get()  # the driver has taken it
         idle = self.descriptors()
 
         def visit(count):
