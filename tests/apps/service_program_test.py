@@ -127,7 +127,8 @@ class ServiceProgram(unittest.TestCase):
         self.register_microphone()
         self.start_service()
         self.wait_until(self.is_ready)
-        self.assertEqual(self.status()["service"]["chain"], "ai")
+        self.assertEqual(self.status()["service"]["function_mic"], 8)
+        self.assertEqual(self.status()["service"]["chain"], "none", "before an application records")
         for value in ("on", "off"):
             self.set("auto-mute", value)
             self.wait_until(lambda: self.status()["service"]["auto_mute"] == (value == "on"))
@@ -211,6 +212,7 @@ class ServiceProgram(unittest.TestCase):
         manager.bind(os.path.join(self.folder, "notify"))
         self.start_driver()
         service = self.start_service(NOTIFY_SOCKET=manager.getsockname(), WATCHDOG_USEC="1000000")
+        self.assertEqual(manager.recv(100), b"READY=1")
         for _ in range(3):
             self.assertEqual(manager.recv(100), b"WATCHDOG=1")
         service.send_signal(signal.SIGSTOP)
