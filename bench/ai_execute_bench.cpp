@@ -1,0 +1,157 @@
+// How long the ai chain holds the audio thread up for a block, at worst: a block every 10 ms while the network runs on
+// its own thread. After each the same thread reads the clock, and nothing else, for as long as a block takes on
+// average: what such a loop is late, the machine is. Give both real-time priority: chrt -f 50 ai_execute_bench IN.wav
+
+#include <sched.h>
+#include <sys/resource.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <iomanip>
+#include <iostream>
+#include <numeric>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "apps/tool/failure.h"
+#include "apps/tool/param_blob.h"
+#include "apps/tool/share_folder.h"
+#include "apps/tool/wav_file.h"
+#include "enhance/ai_speech_enhance.h"
+#include "relay/model_table.h"
+
+namespace {
+
+using namespace sonivo;
+using Clock = std::chrono::steady_clock;
+using std::chrono::nanoseconds;
+
+constexpr std::size_t kBlockFrames = 480;
+constexpr std::chrono::milliseconds kBlock{10};
+constexpr std::size_t kWarmUpBlocks = 200;
+constexpr nanoseconds kLate{1'000'000};  // what a block may take at most
+
+/// What the calling thread went through.
+struct Thread {
+  long waits, preemptions, faults;
+
+  static Thread now() {
+    rusage usage{};
+    ::getrusage(RUSAGE_THREAD, &usage);
+    return {.waits = usage.ru_nvcsw, .preemptions = usage.ru_nivcsw, .faults = usage.ru_minflt + usage.ru_majflt};
+  }
+};
+
+struct Measured {
+  std::vector<nanoseconds> taken;
+  long waits = 0, preemptions = 0, faults = 0;
+
+  template <class Work>
+  void measure(Work work) {
+    const Thread before = Thread::now();
+    const auto start = Clock::now();
+    work();
+    taken.push_back(Clock::now() - start);
+    const Thread after = Thread::now();
+    waits += after.waits - before.waits;
+    preemptions += after.preemptions - before.preemptions;
+    faults += after.faults - before.faults;
+  }
+  void forget() {
+    taken.clear();
+    waits = preemptions = faults = 0;
+  }
+  nanoseconds mean() const {
+    return std::accumulate(taken.begin(), taken.end(), nanoseconds{}) / static_cast<std::int64_t>(taken.size());
+  }
+  /// Of all but that share of them the longest.
+  nanoseconds longest_without(double share) {
+    std::sort(taken.begin(), taken.end());
+    const auto left_out = static_cast<std::size_t>(share * static_cast<double>(taken.size()));
+    return taken[taken.size() - 1 - left_out];
+  }
+  std::ptrdiff_t late() const {
+    return std::count_if(taken.begin(), taken.end(), [](auto t) { return t > kLate; });
+  }
+};
+
+void print(const char* name, Measured& measured) {
+  const auto ms = [](nanoseconds time) { return static_cast<double>(time.count()) / 1e6; };
+  std::cout << std::left << std::setw(18) << name << std::right << std::fixed << std::setprecision(3)  //
+            << std::setw(9) << ms(measured.mean()) << std::setw(9) << ms(measured.longest_without(0.001))
+            << std::setw(9) << ms(measured.longest_without(0.0)) << std::setw(9) << measured.late()  //
+            << std::setw(9) << measured.waits << std::setw(13) << measured.preemptions << std::setw(9)
+            << measured.faults << '\n';
+}
+
+void run(const std::string& input, double minutes) {
+  const tool::FloatAudio audio = tool::read_wav_float(input);
+  if (audio.rate_hz != 48000 || audio.frames() < kBlockFrames) {
+    throw tool::Failure("'" + input + "' is not a recording at 48000 Hz");
+  }
+  CAISpeechEnhance chain;
+  std::uint32_t size = 0;
+  chain.GetParamSize(&size);
+  const auto params = tool::read_param_blob({}, "beamforming", size);
+  const std::string model = GetModelRow(tool::share_folder() / "models", kLastModelNo).speech_enhancement;
+  if (chain.Open(reinterpret_cast<const std::uint16_t*>(params.data()), model.c_str(), 48000.0f, audio.channels,
+                 kBlockFrames, 20, 20) != 0 ||
+      chain.Run() != 0) {
+    throw tool::Failure("the ai chain does not open");
+  }
+  if (::sched_getscheduler(0) != SCHED_FIFO) std::cout << "without real-time priority: others come first\n";
+
+  const auto blocks = kWarmUpBlocks + static_cast<std::size_t>(minutes * 6000);
+  Measured execute, reading;
+  execute.taken.reserve(blocks);
+  reading.taken.reserve(blocks);
+  std::vector<float> block(kBlockFrames * audio.channels);
+  std::size_t place = 0;
+  int bad = 0;
+  auto due = Clock::now();
+  nanoseconds total{};
+  for (std::size_t n = 0; n < blocks; ++n) {
+    if (n == kWarmUpBlocks) {
+      execute.forget();
+      reading.forget();
+      total = {};
+    }
+    std::this_thread::sleep_until(due += kBlock);
+    if (place + block.size() > audio.samples.size()) place = 0;
+    std::copy_n(audio.samples.begin() + static_cast<std::ptrdiff_t>(place), block.size(), block.begin());
+    place += block.size();
+    execute.measure([&] { bad += chain.Execute(block.data()) != 0; });
+    total += execute.taken.back();
+    const nanoseconds mean = total / static_cast<std::int64_t>(execute.taken.size());
+    reading.measure([&] {
+      const auto end = Clock::now() + mean;
+      while (Clock::now() < end) {
+      }
+    });
+  }
+  std::cout << blocks - kWarmUpBlocks << " blocks of 10 ms, ms a block:\n"
+            << "                       mean   99.9 %  highest   > 1 ms    waits  preemptions   faults\n";
+  print("ai chain", execute);
+  print("reading the clock", reading);
+  std::cout << bad << " blocks without the enhancement\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("How long the ai chain holds the audio thread up for a block at worst");
+  std::string input;
+  double minutes = 1;
+  app.add_option("IN", input, "what the microphones hear, over and over: WAV at 48000 Hz")->required();
+  app.add_option("--minutes", minutes, "how long; 1 unless given")->check(CLI::Range(0.01, 1440.0));
+  CLI11_PARSE(app, argc, argv);
+  try {
+    run(input, minutes);
+  } catch (const std::exception& error) {
+    std::cerr << "error: " << error.what() << '\n';
+    return 1;
+  }
+  return 0;
+}
