@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
+
+#include "driver/monotonic_time.h"
 
 namespace sonivo::driver {
 
@@ -15,8 +16,6 @@ class LineLog {
   static constexpr int kBurst = 60;       ///< lines at once
   static constexpr int kPerSecond = 5;    ///< lines on the average
   static constexpr int kMaxBytes = 4096;  ///< of a line; the rest is cut off
-
-  using Now = std::function<std::uint64_t()>;  ///< milliseconds that only grow
 
   /// `name` stands before each line. The descriptor stays the caller's.
   LineLog(int file, std::string name, Now now);

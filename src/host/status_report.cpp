@@ -6,6 +6,7 @@ namespace sonivo {
 namespace {
 
 constexpr std::uint64_t kPeriodMs = 1000;
+constexpr std::uint64_t kRepeatMs = 5000;
 constexpr double kBlockNs = 10e6;
 
 /// Text in quotes, with what JSON doesn't take as it is.
@@ -122,10 +123,11 @@ void StatusPublisher::Publish() {
   const auto driver = host_.m_DriverAccess.GetDriverSyncHandle();
   if (!driver) return;
   std::string report = StatusReport(host_, trouble);
-  if (report == published_ && driver == published_to_.lock()) return;
+  if (report == published_ && driver == published_to_.lock() && now < repeat_ms_) return;
   if (host_.m_DriverAccess.PublishReport(report) == 0) return;
   published_ = std::move(report);
   published_to_ = driver;
+  repeat_ms_ = now + kRepeatMs;
 }
 
 }  // namespace sonivo

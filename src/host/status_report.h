@@ -12,7 +12,8 @@ namespace sonivo {
 /// What the service tells of itself, as JSON; `trouble` is what is wrong at present, empty when all is well.
 std::string StatusReport(HostState& host, const std::string& trouble);
 
-/// Gives the report to the driver, for whoever asks: at most once a second, and only when it says something new.
+/// Gives the report to the driver, for whoever asks: at most once a second when it says something new, else every five
+/// seconds, from which others see that the service goes on.
 class StatusPublisher {
  public:
   explicit StatusPublisher(HostState& host) : host_(host), watch_(host) {}
@@ -23,6 +24,7 @@ class StatusPublisher {
   HostState& host_;
   TroubleWatch watch_;
   std::uint64_t next_ms_ = 0;
+  std::uint64_t repeat_ms_ = 0;
   std::string published_;
   std::weak_ptr<Device> published_to_;  // the driver forgets the report with this handle
 };

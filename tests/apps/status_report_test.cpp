@@ -178,10 +178,19 @@ TEST(ServiceReport, ThatIsNoJsonIsNotTrusted) {
   EXPECT_EQ(fault_of(std::string(8192, '[')), "it is no JSON object");
 }
 
+constexpr control::Ages kFresh{.driver_ms = 100'000, .report_ms = 700};
+constexpr control::Ages kNoReport{.driver_ms = 100'000};
+
 std::string table_of(const MachineStatus& status) {
   std::ostringstream table;
   print_status(table, status);
   return table.str();
+}
+
+json json_of(const MachineStatus& status) {
+  std::ostringstream text;
+  print_status_json(text, status);
+  return json::parse(text.str());
 }
 
 control::Store made_settings() {
@@ -196,7 +205,7 @@ control::Store made_settings() {
 }
 
 TEST(Status, ShowsWhatDriverAndServiceTell) {
-  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), report_json().dump(), 7302)),
+  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), report_json().dump(), kFresh, 7302)),
             "driver            answers at /run/driver.sock\n"
             "service           runs\n"
             "machine           generation 8, function 2; microphone generation 5, function 9\n"
@@ -232,7 +241,7 @@ TEST(Status, ShowsWhatDriverAndServiceTell) {
 TEST(Status, ShowsTheChainThatRunsAndTheOneThatTheGatesCallFor) {
   json report = report_json();
   report["chain"] = "none";
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())),
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh)),
               HasSubstr("\nchain             none now, ai by the gates\n"));
 }
 
@@ -240,12 +249,12 @@ TEST(Status, ShowsPresentTroubleAndThatThereWasNone) {
   json report = report_json();
   report["trouble"] = "the driver is not connected";
   report["last_trouble"] = "";
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), 9000)),
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh, 9000)),
               HasSubstr("\ntrouble           the driver is not connected\nlast trouble      none\n"));
 }
 
 TEST(Status, TellsWhatTheServiceWouldFind) {
-  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), "")),
+  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), "", kNoReport)),
             "driver            answers at /run/driver.sock\n"
             "service           does not run; start NorvellSonivoService\n"
             "machine           generation 8, function 0; microphone generation 5, function 8\n"
@@ -268,17 +277,18 @@ TEST(Status, FindsNoGateOnGenerationsWithoutMicrophoneFunctions) {
   control::Store settings = made_settings();
   for (const std::uint32_t generation : {7u, 9u}) {
     settings.set_number(control::GetSonivoDrvGeneration, generation);
-    EXPECT_THAT(table_of(machine_status("s", settings, "")), HasSubstr("\ngates             none\n"));
+    EXPECT_THAT(table_of(machine_status("s", settings, "", kNoReport)), HasSubstr("\ngates             none\n"));
   }
   settings.set_number(control::GetSonivoDrvGeneration, 10);
-  EXPECT_THAT(table_of(machine_status("s", settings, "")), HasSubstr("\ngates             AI speech, mode threads\n"));
+  EXPECT_THAT(table_of(machine_status("s", settings, "", kNoReport)),
+              HasSubstr("\ngates             AI speech, mode threads\n"));
 }
 
 TEST(Status, ShowsStatesInWords) {
   const auto row_of = [](const char* state) {
     json report = report_json();
     report["render"]["state"] = state;
-    return table_of(machine_status("s", {}, report.dump()));
+    return table_of(machine_status("s", {}, report.dump(), kFresh));
   };
   EXPECT_THAT(row_of("eWaitVirtualDriver"), HasSubstr("looks for the virtual device (eWaitVirtualDriver); "));
   EXPECT_THAT(row_of("eWaitVirtualStream"), HasSubstr("waits for an application (eWaitVirtualStream); "));
@@ -289,36 +299,44 @@ TEST(Status, LeavesOutBlocksWhereThereAreNone) {
   json report = report_json();
   report["capture"]["blocks"] = 0;
   report["render"]["blocks"] = 0;
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())), Not(HasSubstr("load")));
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh)), Not(HasSubstr("load")));
 }
 
 TEST(Status, WritesOutControlCharactersOfTheReport) {
   json report = report_json();
   report["last_trouble"] = "a\n\x1b[2Jb";
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())),
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh)),
               HasSubstr("last trouble      a\\n\\x1b[2Jb, 0 s ago\n"));
+}
+
+TEST(Status, TellsOfAServiceThatHangsOrIsStopped) {
+  const auto status_after = [](std::uint64_t age_ms) {
+    return machine_status("s", {}, report_json().dump(), {.driver_ms = 100'000, .report_ms = age_ms});
+  };
+  EXPECT_THAT(table_of(status_after(12'000)), HasSubstr("\nservice           runs\n"));
+  EXPECT_EQ(status_exit_code(status_after(12'000)), 0) << "it publishes every 5 s";
+  EXPECT_THAT(table_of(status_after(17'900)),
+              HasSubstr("\nservice           has not answered for 17 s; restart it: systemctl --user restart "
+                        "NorvellSonivoService\n"));
+  EXPECT_EQ(status_exit_code(status_after(12'001)), 4);
+  EXPECT_EQ(json_of(status_after(17'900))["health"], "trouble");
+  EXPECT_EQ(json_of(status_after(17'900))["report_age_ms"], 17'900);
 }
 
 TEST(Status, HasAnExitCodeForEachHealth) {
   json report = report_json();
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 0);
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, "")), 3);
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, "nothing")), 4);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump(), kFresh)), 0);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, "", kNoReport)), 3);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, "nothing", kFresh)), 4);
   report["driver_ready"] = false;
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump(), kFresh)), 4);
   report["driver_ready"] = true;
   report["trouble"] = "the microphone can't be opened";
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
-}
-
-json json_of(const MachineStatus& status) {
-  std::ostringstream text;
-  print_status_json(text, status);
-  return json::parse(text.str());
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump(), kFresh)), 4);
 }
 
 TEST(Status, IsJsonOnDemand) {
-  const json status = json_of(machine_status("/run/driver.sock", made_settings(), report_json().dump()));
+  const json status = json_of(machine_status("/run/driver.sock", made_settings(), report_json().dump(), kFresh));
   EXPECT_EQ(status["health"], "healthy");
   EXPECT_EQ(status["driver"]["socket"], "/run/driver.sock");
   EXPECT_EQ(status["driver"]["settings"]["beamforming"], false);
@@ -328,10 +346,12 @@ TEST(Status, IsJsonOnDemand) {
             json({{"key_cancel", false}, {"beamforming", false}, {"ai_speech", true}, {"mode_threads", true}}));
   EXPECT_EQ(status["service"], report_json());
   EXPECT_EQ(status["report_fault"], "");
+  EXPECT_EQ(status["report_age_ms"], 700);
 
-  EXPECT_EQ(json_of(machine_status("s", {}, ""))["service"], nullptr);
-  EXPECT_EQ(json_of(machine_status("s", {}, ""))["health"], "no service");
-  const json strange = json_of(machine_status("s", {}, "{\"version\":7}"));
+  EXPECT_EQ(json_of(machine_status("s", {}, "", kNoReport))["service"], nullptr);
+  EXPECT_EQ(json_of(machine_status("s", {}, "", kNoReport))["health"], "no service");
+  EXPECT_EQ(json_of(machine_status("s", {}, "", kNoReport))["report_age_ms"], nullptr);
+  const json strange = json_of(machine_status("s", {}, "{\"version\":7}", kFresh));
   EXPECT_EQ(strange["health"], "trouble");
   EXPECT_EQ(strange["service"], nullptr);
   EXPECT_THAT(strange["report_fault"], HasSubstr("version 7"));

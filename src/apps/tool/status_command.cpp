@@ -30,7 +30,7 @@ constexpr const char* kStatusDescription =
     "  1  the driver can't be reached\n"
     "  2  the arguments make no sense\n"
     "  3  the driver answers, but the service does not run\n"
-    "  4  the service tells of trouble, or what can't be understood";
+    "  4  the service tells of trouble, or what can't be understood, or does not answer";
 
 struct Gates {
   bool key_cancel = false;
@@ -65,6 +65,10 @@ const char* expected_chain(const Gates& gates) {
 }
 
 std::string service_text(const MachineStatus& status) {
+  if (status.is_silent()) {
+    return "has not answered for " + std::to_string(status.ages.report_ms / 1000) +
+           " s; restart it: systemctl --user restart NorvellSonivoService";
+  }
   if (status.service) return status.service->driver_ready ? "runs" : "runs, but is not ready with the driver";
   if (status.report.empty()) return "does not run; start NorvellSonivoService";
   return "runs, but its report can't be relied on: " + status.report_fault;
@@ -238,10 +242,24 @@ std::string published_report(DriverConnection& driver) {
   return {report.data(), transferred};
 }
 
+control::Ages ages_at(DriverConnection& driver) {
+  control::Ages ages;
+  std::uint32_t transferred = 0;
+  const Error refused =
+      driver.request(control::NSV_READ_AGES, {}, std::as_writable_bytes(std::span(&ages, 1)), transferred);
+  if (refused != error::kNone || transferred != sizeof ages) {
+    throw Failure(
+        "the driver does not tell how old the service's report is: install a driver and a sonivo of the same "
+        "version");
+  }
+  return ages;
+}
+
 }  // namespace
 
-MachineStatus machine_status(std::string socket, control::Store settings, std::string report, std::uint64_t now_ms) {
-  MachineStatus status{std::move(socket), std::move(settings), std::move(report), std::nullopt, {}, now_ms};
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report, const control::Ages& ages,
+                             std::uint64_t now_ms) {
+  MachineStatus status{std::move(socket), std::move(settings), std::move(report), std::nullopt, {}, ages, now_ms};
   if (status.report.empty()) return status;
   try {
     status.service = read_service_report(status.report);
@@ -253,7 +271,7 @@ MachineStatus machine_status(std::string socket, control::Store settings, std::s
 
 int status_exit_code(const MachineStatus& status) {
   if (status.report.empty()) return kNoService;
-  return status.service && status.service->is_healthy() ? kHealthy : kTrouble;
+  return status.service && status.service->is_healthy() && !status.is_silent() ? kHealthy : kTrouble;
 }
 
 void print_status(std::ostream& output, const MachineStatus& status) { StatusTable(output, status).print(); }
@@ -273,6 +291,8 @@ void print_status_json(std::ostream& output, const MachineStatus& status) {
     json["service"] = nullptr;
   }
   json["report_fault"] = status.report_fault;
+  json["report_age_ms"] = nullptr;
+  if (status.ages.report_ms != control::Ages::kNone) json["report_age_ms"] = status.ages.report_ms;
   output << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
@@ -287,7 +307,8 @@ CLI::App* add_status_command(CLI::App& app, StatusOptions& options) {
 int run_status_command(const StatusOptions& options, std::ostream& output) {
   DriverConnection driver(options.socket);
   const Store settings = driver.settings();
-  const MachineStatus status = machine_status(driver.path(), settings, published_report(driver), monotonic_ms());
+  const std::string report = published_report(driver);
+  const MachineStatus status = machine_status(driver.path(), settings, report, ages_at(driver), monotonic_ms());
   if (options.json) {
     print_status_json(output, status);
   } else {

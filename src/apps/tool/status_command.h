@@ -34,10 +34,18 @@ struct MachineStatus {
   std::string report;  ///< as the service gave it; empty without one
   std::optional<ServiceReport> service;
   std::string report_fault;  ///< why there is no `service` in spite of a report
+  control::Ages ages;
   std::uint64_t now_ms = 0;  ///< on the machine's monotonic clock
+
+  /// The service publishes its report every five seconds: it hangs, or is stopped.
+  bool is_silent() const { return ages.report_ms != control::Ages::kNone && ages.report_ms > kSilentMs; }
+
+ private:
+  static constexpr std::uint64_t kSilentMs = 12'000;
 };
 
-MachineStatus machine_status(std::string socket, control::Store settings, std::string report, std::uint64_t now_ms = 0);
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report, const control::Ages& ages,
+                             std::uint64_t now_ms = 0);
 
 inline constexpr int kHealthy = 0;
 inline constexpr int kNoService = 3;

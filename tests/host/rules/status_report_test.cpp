@@ -211,10 +211,14 @@ TEST_F(PublishedReport, ComesOnceASecondAtMost) {
   EXPECT_TRUE(tool::read_service_report(device.report()).headphones);
 }
 
-TEST_F(PublishedReport, IsNotRepeated) {
+TEST_F(PublishedReport, IsRepeatedEveryFiveSecondsWhenNothingChanges) {
   host.m_AudioControl.Start();
   for (int second = 0; second < 5; ++second) publish_after(1000);
   EXPECT_EQ(published(), 1u);
+  publish_after(1000);
+  EXPECT_EQ(published(), 2u);
+  for (int second = 0; second < 10; ++second) publish_after(1000);
+  EXPECT_EQ(published(), 4u);
 }
 
 TEST_F(PublishedReport, IsRepeatedToADriverThatIsConnectedAnew) {
