@@ -43,6 +43,8 @@ class ControlDriver {
   void client_gone(ClientId client);
   /// False when the client breaks the rules of ids: its connection is to be closed.
   bool request(ClientId client, const control::Request& request);
+  /// Whether requests of the client are pending.
+  bool waits(ClientId client) const { return !clients_.at(client).pending.empty(); }
   /// Answers pending requests for events with NSVPLAY_CMD_EXIT.
   void announce_exit();
 
