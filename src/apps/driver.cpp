@@ -11,6 +11,7 @@
 #include <string>
 
 #include "base/trace.h"
+#include "daemon_options.h"
 #include "driver/effect_properties.h"
 #include "driver/line_log.h"
 #include "driver/listener.h"
@@ -96,12 +97,7 @@ int main(int count, char** arguments) {
   app.add_option("--state", state,
                  "folder of the settings, to which nobody else may write (default: $XDG_STATE_HOME/sonivo, else "
                  "~/.local/state/sonivo)");
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::ParseError& error) {
-    const int code = app.exit(error);
-    return code == 0 ? 0 : 2;
-  }
+  if (const auto code = parse_options(app, count, arguments)) return *code;
   // A log that nobody reads and a limit on the size of files are no reason to end.
   ::signal(SIGPIPE, SIG_IGN);
   ::signal(SIGXFSZ, SIG_IGN);
