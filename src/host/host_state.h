@@ -9,6 +9,7 @@
 
 #include "host/critical_section.h"
 #include "host/driver_access.h"
+#include "host/driver_notes.h"
 #include "host/event_pair.h"
 #include "host/last_trouble.h"
 #include "platform/machine.h"
@@ -84,6 +85,7 @@ struct HostState : std::enable_shared_from_this<HostState> {
   CAudioControl m_AudioControl;     // uses the events; goes first
 
   LastTrouble m_LastTrouble;
+  DriverNotes m_DriverNotes;
 
   std::filesystem::path m_szEnhanceModelFolder;  ///< of the enrolled voice model
   std::string m_szEnhanceModelPath;

@@ -39,9 +39,13 @@ struct MachineStatus {
 
   /// The service publishes its report every five seconds: it hangs, or is stopped.
   bool is_silent() const { return ages.report_ms != control::Ages::kNone && ages.report_ms > kSilentMs; }
+  /// It takes the service two seconds to connect to a driver that came back, and seven where the former one told it of
+  /// its end.
+  bool has_new_driver() const { return report.empty() && ages.driver_ms < kConnectMs; }
 
  private:
   static constexpr std::uint64_t kSilentMs = 12'000;
+  static constexpr std::uint64_t kConnectMs = 8000;
 };
 
 MachineStatus machine_status(std::string socket, control::Store settings, std::string report, const control::Ages& ages,
