@@ -14,6 +14,7 @@
 #include "host/last_trouble.h"
 #include "platform/machine.h"
 #include "relay/audio_control.h"
+#include "relay/console_session.h"
 #include "relay/gates.h"
 
 namespace sonivo {
@@ -122,14 +123,6 @@ inline std::int32_t NormaliseLaunched(HostState& host, std::uint32_t launched) {
   if (launched == 0) return 0;
   host.m_RoomCorrection = launched > 2 ? 1 : 0;
   return static_cast<std::int32_t>(launched > 2 ? launched - 2 : launched);
-}
-
-/// Whether this process belongs to the session on the console; unknown when the machine can't tell to which it belongs.
-enum class SessionState { unknown, inactive, active };
-inline SessionState ConsoleSession(const Machine& machine) {
-  std::uint32_t session = 0;
-  if (!machine.session.process_session(session)) return SessionState::unknown;
-  return session == machine.session.console_session() ? SessionState::active : SessionState::inactive;
 }
 
 }  // namespace sonivo
