@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <chrono>
-#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <optional>
@@ -13,9 +11,11 @@
 #include <string>
 
 #include "base/trace.h"
+#include "daemon_options.h"
 #include "driver/effect_properties.h"
 #include "driver/line_log.h"
 #include "driver/listener.h"
+#include "driver/monotonic_time.h"
 #include "driver/server.h"
 #include "driver/service_manager.h"
 #include "driver/settings.h"
@@ -28,11 +28,6 @@ using namespace sonivo;
 driver::Server* serving = nullptr;
 
 void end(int) { serving->stop(); }
-
-std::uint64_t monotonic_ms() {
-  using namespace std::chrono;
-  return static_cast<std::uint64_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
-}
 
 std::filesystem::path chosen(const std::string& option, const std::optional<std::filesystem::path>& usual,
                              const char* what) {
@@ -102,16 +97,11 @@ int main(int count, char** arguments) {
   app.add_option("--state", state,
                  "folder of the settings, to which nobody else may write (default: $XDG_STATE_HOME/sonivo, else "
                  "~/.local/state/sonivo)");
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::ParseError& error) {
-    const int code = app.exit(error);
-    return code == 0 ? 0 : 2;
-  }
+  if (const auto code = parse_options(app, count, arguments)) return *code;
   // A log that nobody reads and a limit on the size of files are no reason to end.
   ::signal(SIGPIPE, SIG_IGN);
   ::signal(SIGXFSZ, SIG_IGN);
-  driver::LineLog lines(STDERR_FILENO, "NorvellSonivoDriver", monotonic_ms);
+  driver::LineLog lines(STDERR_FILENO, "NorvellSonivoDriver", driver::monotonic_ms);
   const ScopedTraceSink log([&lines](TraceLevel level, std::string_view text) {
     if (level != TraceLevel::debug) lines.write(text);
   });

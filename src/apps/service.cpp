@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -18,10 +19,12 @@
 #include "apps/service/own_machine.h"
 #include "apps/service/simulated_notebook.h"
 #include "base/trace.h"
+#include "daemon_options.h"
 #include "driver/listener.h"
 #include "driver/service_manager.h"
 #include "host/entry.h"
 #include "host/host_state.h"
+#include "platform/linux/control_socket.h"
 
 namespace {
 
@@ -87,9 +90,13 @@ std::unique_ptr<HostHeartbeat> start_heartbeat(HostState& host) {
                                          [] { driver::tell_service_manager("WATCHDOG=1"); });
 }
 
-int serve(const Machine& machine, ChainFactory make_chains, std::function<void()> end_session) {
+int serve(const Machine& machine, ChainFactory make_chains, const std::string& socket,
+          std::function<void()> end_session) {
   const SignalsEndSession signals(std::move(end_session));
   const auto host = std::make_shared<HostState>(machine, std::move(make_chains));
+  host->m_DriverNotes.SetWriter([socket](const std::string& line) {
+    std::fprintf(stderr, "NorvellSonivoService: %s (socket %s)\n", line.c_str(), socket.c_str());
+  });
   const auto heartbeat = start_heartbeat(*host);
   driver::tell_service_manager("READY=1");
   return RunService(*host);
@@ -99,7 +106,7 @@ int serve_this_machine(const std::string& socket) {
   OwnMachine machine({.driver_socket = socket, .names = microphone_names()});
   linux::LinuxMachine& system = machine.system();
   return serve(machine.seams(), ChainsInRealTime([&](int priority) { return system.grant_real_time(priority); }),
-               [&] { system.end_session(); });
+               socket, [&] { system.end_session(); });
 }
 
 /// An application records from the virtual microphone and another plays to the virtual speaker, all the time.
@@ -116,7 +123,7 @@ int serve_simulated_notebook(const std::string& socket, const std::string& folde
   SimulatedNotebook notebook(socket, config);
   sim::SimMachine& simulation = notebook.simulation();
   if (stream) run_applications(simulation.driver());
-  return serve(notebook.seams(), MakeChains, [&] { simulation.session().query_end(); });
+  return serve(notebook.seams(), MakeChains, socket, [&] { simulation.session().query_end(); });
 }
 
 }  // namespace
@@ -142,7 +149,7 @@ int main(int count, char** arguments) {
           ->check(CLI::ExistingDirectory);
   app.add_flag("--stream", stream, "with --simulate: one application records, another plays")->needs(simulate);
   app.add_flag("--verbose", verbose, "writes the traces to standard error");
-  CLI11_PARSE(app, count, arguments);
+  if (const auto code = parse_options(app, count, arguments)) return *code;
   if (socket.empty()) {
     const auto usual = driver::default_socket_path();
     if (!usual) {
@@ -160,6 +167,7 @@ int main(int count, char** arguments) {
   block_ends();
   try {
     socket = std::filesystem::absolute(socket);
+    if (const std::string fault = linux::path_fault(socket); !fault.empty()) throw std::runtime_error(fault);
     return simulate->empty() ? serve_this_machine(socket) : serve_simulated_notebook(socket, notebook, stream);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "error: %s\n", failure.what());

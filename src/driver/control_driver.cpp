@@ -11,10 +11,11 @@ namespace sonivo::driver {
 using control::Answer;
 using control::EventRecord;
 
-ControlDriver::ControlDriver(Settings& settings, EffectProperties& properties, Reply reply)
+ControlDriver::ControlDriver(Settings& settings, EffectProperties& properties, Reply reply, Now now)
     : settings_(settings),
       properties_(properties),
       reply_(std::move(reply)),
+      now_(std::move(now)),
       events_([this](const PendingId& request, std::uint32_t command) { return deliver(request, command); }),
       watches_(properties, [this](const PendingId& request, std::uint64_t change) {
         finish(request, error::kNone, std::as_bytes(std::span(&change, 1)));
@@ -89,6 +90,8 @@ ControlDriver::Outcome ControlDriver::start(ClientId client, const control::Requ
       return publish(client, request.input);
     case control::NSV_READ_REPORT:
       return read_report(output);
+    case control::NSV_READ_AGES:
+      return read_ages(request.input, output);
     case control::NSV_SEND_EVENT:
       return send_event(request.input);
     case control::NSV_GET_FX_PROPERTY:
@@ -158,6 +161,7 @@ Answer ControlDriver::publish(ClientId client, std::span<const std::byte> text) 
   if (to_utf8(to_utf16(report)) != report) return {.error = error::kInvalidParameter};
   report_ = std::move(report);
   reporter_ = client;
+  reported_ms_ = now_();
   return {};
 }
 
@@ -166,6 +170,15 @@ Answer ControlDriver::read_report(std::span<std::byte> output) const {
   if (output.size() < report_.size()) return {.error = error::kInsufficientBuffer};
   std::memcpy(output.data(), report_.data(), report_.size());
   return {.transferred = static_cast<std::uint32_t>(report_.size())};
+}
+
+Answer ControlDriver::read_ages(std::span<const std::byte> input, std::span<std::byte> output) const {
+  if (!input.empty()) return {.error = error::kInvalidParameter};
+  const std::uint64_t now = now_();
+  const control::Ages ages{now - started_ms_, report_.empty() ? control::Ages::kNone : now - reported_ms_};
+  if (output.size() < sizeof ages) return {.error = error::kInsufficientBuffer};
+  std::memcpy(output.data(), &ages, sizeof ages);
+  return {.transferred = sizeof ages};
 }
 
 Answer ControlDriver::send_event(std::span<const std::byte> input) {

@@ -12,6 +12,7 @@
 
 #include "driver/effect_properties.h"
 #include "driver/event_channel.h"
+#include "driver/monotonic_time.h"
 #include "driver/peer_processes.h"
 #include "driver/property_watches.h"
 #include "driver/settings.h"
@@ -34,7 +35,7 @@ class ControlDriver {
   /// The output is valid during the call, which must not call back. False when the client is gone.
   using Reply = std::function<bool(ClientId client, const control::Reply& reply)>;
 
-  ControlDriver(Settings& settings, EffectProperties& properties, Reply reply);
+  ControlDriver(Settings& settings, EffectProperties& properties, Reply reply, Now now = monotonic_ms);
 
   /// `process`: who is at the other end; connections of one process belong together.
   void client_came(ClientId client, ProcessId process);
@@ -42,6 +43,8 @@ class ControlDriver {
   void client_gone(ClientId client);
   /// False when the client breaks the rules of ids: its connection is to be closed.
   bool request(ClientId client, const control::Request& request);
+  /// Whether requests of the client are pending.
+  bool waits(ClientId client) const { return !clients_.at(client).pending.empty(); }
   /// Answers pending requests for events with NSVPLAY_CMD_EXIT.
   void announce_exit();
 
@@ -57,6 +60,7 @@ class ControlDriver {
   Outcome watch(const PendingId& request, const control::Request& frame);
   control::Answer publish(ClientId client, std::span<const std::byte> text);
   control::Answer read_report(std::span<std::byte> output) const;
+  control::Answer read_ages(std::span<const std::byte> input, std::span<std::byte> output) const;
   control::Answer send_event(std::span<const std::byte> input);
   control::Answer cancel_events(ClientId client, const control::Request& request);
   void cancel(ClientId client, std::uint32_t id);
@@ -70,6 +74,8 @@ class ControlDriver {
   Settings& settings_;
   EffectProperties& properties_;
   Reply reply_;
+  Now now_;
+  const std::uint64_t started_ms_ = now_();
   EventChannel events_;
   PropertyWatches watches_;
   std::map<ClientId, Client> clients_;
@@ -77,6 +83,7 @@ class ControlDriver {
   std::vector<PendingId> waiting_;  // requests for events of those who aren't the service, the oldest first
   std::string report_;
   ClientId reporter_ = 0;
+  std::uint64_t reported_ms_ = 0;
   std::vector<std::byte> output_;
 };
 

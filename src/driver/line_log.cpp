@@ -11,12 +11,43 @@ namespace {
 
 constexpr std::uint64_t kMsPerLine = 1000 / LineLog::kPerSecond;
 
+constexpr std::uint64_t kKindLastsMs = 60'000;
+constexpr std::size_t kMostKinds = 64;
+
+std::string without_digits(std::string_view line) {
+  std::string kind(line);
+  std::erase_if(kind, [](char each) { return each >= '0' && each <= '9'; });
+  return kind;
+}
+
+bool is_power_of_ten(std::uint64_t number) {
+  while (number % 10 == 0) number /= 10;
+  return number == 1;
+}
+
 }  // namespace
 
 LineLog::LineLog(int file, std::string name, Now now)
     : file_(file), name_(std::move(name)), now_(std::move(now)), filled_at_(now_()) {}
 
 void LineLog::write(std::string_view line) {
+  const std::uint64_t number = count(line);
+  if (number == 1) return limit(line);
+  if (!is_power_of_ten(number)) return;
+  limit(std::string(line.substr(0, line.find('\n'))) + " (" + std::to_string(number) + " times by now)\n");
+}
+
+std::uint64_t LineLog::count(std::string_view line) {
+  const std::uint64_t now = now_();
+  std::erase_if(kinds_, [&](const auto& each) { return now - each.second.latest_ms >= kKindLastsMs; });
+  std::string name = without_digits(line);
+  if (kinds_.size() == kMostKinds && !kinds_.contains(name)) return 1;
+  Kind& kind = kinds_[std::move(name)];
+  kind.latest_ms = now;
+  return ++kind.count;
+}
+
+void LineLog::limit(std::string_view line) {
   if (!may_write()) {
     ++dropped_;
     return;

@@ -137,14 +137,15 @@ bool Server::accept_one() {
   }
   auto process = processes_.of(socket.number(), peer.pid);
   if (!has_place_for(*process)) return true;
-  if (clients_.size() >= limits_.clients && !drop_silent_client()) {
+  const bool brief = places_taken() >= limits_.clients && !drop_silent_client();
+  if (brief && !make_brief_place()) {
     trace(TraceLevel::warning, "process %d is refused: there are %zu clients\n", process->number, clients_.size());
     return true;
   }
   const ClientId client = next_client_++;
   if (!watch(poll_.number(), EPOLL_CTL_ADD, socket.number(), EPOLLIN, client)) return true;
   driver_.client_came(client, process->id);
-  clients_.emplace(client, Client{Connection(std::move(socket), limits_.queue), std::move(process)});
+  clients_.emplace(client, Client{Connection(std::move(socket), limits_.queue), std::move(process), brief});
   return true;
 }
 
@@ -175,10 +176,32 @@ bool Server::has_place_for(const PeerProcess& process) const {
   return false;
 }
 
+std::size_t Server::places_taken() const {
+  return static_cast<std::size_t>(
+      std::count_if(clients_.begin(), clients_.end(), [](const auto& each) { return !each.second.brief; }));
+}
+
+/// False when there are no such places at all.
+bool Server::make_brief_place() {
+  if (clients_.size() - places_taken() < limits_.brief) return true;
+  const auto oldest =
+      std::find_if(clients_.begin(), clients_.end(), [](const auto& each) { return each.second.brief; });
+  if (oldest == clients_.end()) return false;
+  close(oldest->first);
+  return true;
+}
+
+/// Whether the client may have a request that stays pending.
+bool Server::may_wait(ClientId client) {
+  bool& brief = clients_.at(client).brief;
+  brief = brief && places_taken() >= limits_.clients;
+  return !brief;
+}
+
 /// Of those who hold a place and never made use of it, the one that has it longest.
 bool Server::drop_silent_client() {
   const auto found = std::find_if(clients_.begin(), clients_.end(), [](const auto& each) {
-    return !each.second.asked && !each.second.connection.has_received();
+    return !each.second.brief && !each.second.asked && !each.second.connection.has_received();
   });
   if (found == clients_.end()) return false;
   trace(TraceLevel::warning, "client %llu is closed: it has asked for nothing, and others wait\n",
@@ -206,7 +229,7 @@ void Server::serve(ClientId client, std::uint32_t ready) {
 }
 
 void Server::read(ClientId client) {
-  auto& [connection, process, asked] = clients_.at(client);
+  auto& [connection, process, brief, asked] = clients_.at(client);
   for (int i = 0; i < kFramesPerTurn && !doomed_.contains(client); ++i) {
     std::span<const std::byte> frame;
     switch (connection.receive(buffer_, frame)) {
@@ -220,6 +243,7 @@ void Server::read(ClientId client) {
     asked = true;
     const auto request = control::read_request(frame);
     if (!request || !driver_.request(client, *request)) return doom(client, "it sent what is no request");
+    if (driver_.waits(client) && !may_wait(client)) return doom(client, "it waits, and all places to wait are taken");
   }
 }
 

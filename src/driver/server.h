@@ -19,7 +19,11 @@
 namespace sonivo::driver {
 
 struct ServerLimits {
-  std::size_t clients = 64;     ///< a further one takes the place of the oldest that never asked, or is closed at once
+  std::size_t clients = 64;  ///< a further one takes the place of the oldest that never asked, or one of `brief`
+  /// Places beyond these for short requests, so that tools find one beside clients that all wait for something: who
+  /// asks for something to wait for is closed, unless another place is free by then, and the oldest gives way to a
+  /// further one.
+  std::size_t brief = 2;
   std::size_t of_process = 16;  ///< likewise; processes of other pid namespaces count as one
   QueueLimits queue = {};
   std::chrono::milliseconds leave{500};  ///< how long the end waits for clients to read that it comes
@@ -52,7 +56,10 @@ class Server {
   bool accept_one();
   bool wait_after_failure(int number);
   bool has_place_for(const PeerProcess& process) const;
+  std::size_t places_taken() const;
   bool drop_silent_client();
+  bool make_brief_place();
+  bool may_wait(ClientId client);
   void close(ClientId client);
   void refuse_for_want_of_descriptors();
   void serve(ClientId client, std::uint32_t ready);
@@ -72,6 +79,7 @@ class Server {
   struct Client {
     Connection connection;
     std::shared_ptr<const PeerProcess> process;
+    bool brief = false;  // has a place for short requests
     bool asked = false;
   };
   std::map<ClientId, Client> clients_;

@@ -30,13 +30,21 @@ Error write_error(int number) {
     case EDQUOT:
     case EFBIG:
       return error::kDiskFull;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-      return error::kAccessDenied;
     default:
       return error::kWriteFault;
   }
+}
+
+/// What the links of this name lead to.
+std::filesystem::path followed(std::filesystem::path path) {
+  constexpr int kMostLinks = 40;
+  for (int links = 0; links < kMostLinks; ++links) {
+    std::error_code is_no_link;
+    const std::filesystem::path target = std::filesystem::read_symlink(path, is_no_link);
+    if (is_no_link) return path;
+    path = path.parent_path() / target;
+  }
+  throw path_failure("can't follow the links of", path, ELOOP);
 }
 
 /// FNV-1a of 64 bits, in hexadecimal.
@@ -93,21 +101,30 @@ StateFolder::StateFolder(std::filesystem::path folder, Disk& disk) : path_(std::
   throw path_failure("can't lock the folder", path_, errno);
 }
 
+StateFolder::Place StateFolder::place_of(const std::string& name) const {
+  const std::filesystem::path target = followed(path_ / name);
+  if (target == path_ / name) return {{}, folder_.number(), name, target};
+  Descriptor elsewhere = open_own_folder(target.parent_path());
+  const int folder = elsewhere.number();
+  return {std::move(elsewhere), folder, target.filename(), target};
+}
+
 std::vector<std::string> StateFolder::load(const std::string& name, std::string_view title) {
+  const Place place = place_of(name);
   // Without O_NONBLOCK a FIFO of that name would be waited for.
-  const Descriptor file(::openat(folder_.number(), name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const Descriptor file(::openat(place.folder, place.name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!file.is_open()) {
     if (errno == ENOENT) return {};
-    throw path_failure("can't open", path_ / name, errno);
+    throw path_failure("can't open", place.path, errno);
   }
   struct stat there {};
-  if (::fstat(file.number(), &there) != 0) throw path_failure("can't read", path_ / name, errno);
-  if (!S_ISREG(there.st_mode)) throw std::runtime_error((path_ / name).string() + " is no regular file");
+  if (::fstat(file.number(), &there) != 0) throw path_failure("can't read", place.path, errno);
+  if (!S_ISREG(there.st_mode)) throw std::runtime_error(place.path.string() + " is no regular file");
   std::string content;
   for (char part[4096];;) {
     const ssize_t count = ::read(file.number(), part, sizeof part);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw path_failure("can't read", path_ / name, errno);
+    if (count < 0) throw path_failure("can't read", place.path, errno);
     if (count == 0) break;
     content.append(part, static_cast<std::size_t>(count));
     if (content.size() > kMaxFileBytes) break;
@@ -124,23 +141,29 @@ Error StateFolder::save(const std::string& name, std::string_view title, const s
   std::string content = std::string(title) + '\n';
   for (const std::string& line : lines) content += line + '\n';
   content += std::string(kChecksum) + checksum(content) + '\n';
-  const int reason = write_new(name, content);
-  const Error outcome = reason == 0 ? error::kNone : write_error(reason);
-  if (outcome != error::kNone) {
-    trace(TraceLevel::error, "%s can't be written: %s\n", (path_ / name).c_str(), std::strerror(reason));
+  try {
+    const Place place = place_of(name);
+    const int reason = write_new(place, content);
+    return reason == 0 ? error::kNone : failed_save(place.path, write_error(reason), std::strerror(reason));
+  } catch (const std::runtime_error& no_place) {
+    return failed_save(path_ / name, error::kWriteFault, no_place.what());
   }
-  return outcome;
 }
 
-int StateFolder::write_new(const std::string& name, std::string_view content) {
-  const std::string new_name = name + ".new";
+Error StateFolder::failed_save(const std::filesystem::path& path, Error error, const char* why) const {
+  trace(TraceLevel::error, "%s can't be written: %s\n", path.c_str(), why);
+  return error;
+}
+
+int StateFolder::write_new(const Place& place, std::string_view content) {
+  const std::string new_name = place.name + ".new";
   const auto give_up = [&] {
     const int why = errno;
-    ::unlinkat(folder_.number(), new_name.c_str(), 0);
+    ::unlinkat(place.folder, new_name.c_str(), 0);
     return why;
   };
-  ::unlinkat(folder_.number(), new_name.c_str(), 0);  // whatever has the name isn't written to, nor waited for
-  const Descriptor file(disk_.create(folder_.number(), new_name.c_str()));
+  ::unlinkat(place.folder, new_name.c_str(), 0);  // whatever has the name isn't written to, nor waited for
+  const Descriptor file(disk_.create(place.folder, new_name.c_str()));
   if (!file.is_open()) return errno;
   while (!content.empty()) {
     const ssize_t count = disk_.write(file.number(), content.data(), content.size());
@@ -149,29 +172,33 @@ int StateFolder::write_new(const std::string& name, std::string_view content) {
     content.remove_prefix(static_cast<std::size_t>(count));
   }
   if (disk_.sync(file.number()) != 0) return give_up();
-  if (disk_.rename(folder_.number(), new_name.c_str(), name.c_str()) != 0) return give_up();
-  return disk_.sync(folder_.number()) == 0 ? 0 : errno;
+  if (disk_.rename(place.folder, new_name.c_str(), place.name.c_str()) != 0) return give_up();
+  return disk_.sync(place.folder) == 0 ? 0 : errno;
 }
 
 void StateFolder::set_aside(const std::string& name, const std::string& why) {
-  const auto move = [this](const std::string& from, const std::string& to, unsigned flags) {
-    return ::renameat2(folder_.number(), from.c_str(), folder_.number(), to.c_str(), flags) == 0;
+  const Place place = place_of(name);
+  const auto move = [&place](const std::string& from, const std::string& to, unsigned flags) {
+    return ::renameat2(place.folder, from.c_str(), place.folder, to.c_str(), flags) == 0;
   };
   std::string aside;
   bool moved = false;
   for (int number = 1; number <= kMaxDamaged && !moved; ++number) {
-    aside = damaged_name(name, number);
-    moved = move(name, aside, RENAME_NOREPLACE);
+    aside = damaged_name(place.name, number);
+    moved = move(place.name, aside, RENAME_NOREPLACE);
   }
   if (!moved && errno == EEXIST) {
     moved = true;
     for (int number = 2; number <= kMaxDamaged && moved; ++number) {
-      moved = move(damaged_name(name, number), damaged_name(name, number - 1), 0);
+      moved = move(damaged_name(place.name, number), damaged_name(place.name, number - 1), 0);
     }
-    moved = moved && move(name, aside, RENAME_NOREPLACE);
+    moved = moved && move(place.name, aside, RENAME_NOREPLACE);
   }
-  const std::string file = (path_ / name).string();
-  if (!moved) throw path_failure(file + " is damaged (" + why + ") and can't be set aside as", path_ / aside, errno);
+  const std::string file = place.path.string();
+  if (!moved) {
+    throw path_failure(file + " is damaged (" + why + ") and can't be set aside as", place.path.parent_path() / aside,
+                       errno);
+  }
   trace(TraceLevel::warning, "%s is damaged: %s; it is now called %s, and defaults apply\n", file.c_str(), why.c_str(),
         aside.c_str());
 }

@@ -16,7 +16,8 @@ namespace sonivo::driver {
 /// driver at a time: std::runtime_error when that is another one, or when there can be no such folder.
 ///
 /// A file of lines in it starts with a title, which tells what it is and how it is written, and ends with a checksum of
-/// all before. It is replaced whole, so that a driver that ends at any moment leaves the former or the next one.
+/// all before. It is replaced whole, so that a driver that ends at any moment leaves the former or the next one. Where
+/// its name is a link, all of that goes for what the link leads to, in a folder that open_own_folder() takes, too.
 class StateFolder {
  public:
   static constexpr int kMaxDamaged = 5;
@@ -37,8 +38,18 @@ class StateFolder {
   void set_aside(const std::string& name, const std::string& why);
 
  private:
+  /// Where a file lies.
+  struct Place {
+    Descriptor elsewhere;  ///< open where that is another folder
+    int folder;
+    std::string name;
+    std::filesystem::path path;
+  };
+  /// std::runtime_error when links lead to no folder of this user.
+  Place place_of(const std::string& name) const;
   /// 0, or the errno of what failed.
-  int write_new(const std::string& name, std::string_view content);
+  int write_new(const Place& place, std::string_view content);
+  Error failed_save(const std::filesystem::path& path, Error error, const char* why) const;
 
   std::filesystem::path path_;
   Disk& disk_;

@@ -254,8 +254,8 @@ int CSonivoDriverAccess::GetHeadphone(std::uint32_t* plugged) {
   return done ? 1 : 0;
 }
 
-int CSonivoDriverAccess::PublishReport(const std::string& text) {
-  return Synchronous(control::NSV_PUBLISH_REPORT, std::as_bytes(std::span(text)), {}) == error::kNone ? 1 : 0;
+Error CSonivoDriverAccess::PublishReport(const std::string& text) {
+  return Synchronous(control::NSV_PUBLISH_REPORT, std::as_bytes(std::span(text)), {});
 }
 
 // ---- Meeting mode

@@ -140,8 +140,9 @@ class CSonivoDriverAccess {
   /// Off without a change of the mode.
   int SetLaunchedMTGOff2() { return SetSync(control::NSV_SET_LAUNCHED_MTG, 0); }
 
-  /// What the service tells of itself, to whoever asks the driver; it is forgotten with the handle.
-  int PublishReport(const std::string& text);
+  /// What the service tells of itself, to whoever asks the driver; it is forgotten with the handle. The driver's
+  /// answer: error::kAccessDenied while another process is its service.
+  Error PublishReport(const std::string& text);
 
  private:
   using Bytes = std::span<const std::byte>;

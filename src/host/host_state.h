@@ -9,10 +9,12 @@
 
 #include "host/critical_section.h"
 #include "host/driver_access.h"
+#include "host/driver_notes.h"
 #include "host/event_pair.h"
 #include "host/last_trouble.h"
 #include "platform/machine.h"
 #include "relay/audio_control.h"
+#include "relay/console_session.h"
 #include "relay/gates.h"
 
 namespace sonivo {
@@ -84,6 +86,7 @@ struct HostState : std::enable_shared_from_this<HostState> {
   CAudioControl m_AudioControl;     // uses the events; goes first
 
   LastTrouble m_LastTrouble;
+  DriverNotes m_DriverNotes;
 
   std::filesystem::path m_szEnhanceModelFolder;  ///< of the enrolled voice model
   std::string m_szEnhanceModelPath;
@@ -120,14 +123,6 @@ inline std::int32_t NormaliseLaunched(HostState& host, std::uint32_t launched) {
   if (launched == 0) return 0;
   host.m_RoomCorrection = launched > 2 ? 1 : 0;
   return static_cast<std::int32_t>(launched > 2 ? launched - 2 : launched);
-}
-
-/// Whether this process belongs to the session on the console; unknown when the machine can't tell to which it belongs.
-enum class SessionState { unknown, inactive, active };
-inline SessionState ConsoleSession(const Machine& machine) {
-  std::uint32_t session = 0;
-  if (!machine.session.process_session(session)) return SessionState::unknown;
-  return session == machine.session.console_session() ? SessionState::active : SessionState::inactive;
 }
 
 }  // namespace sonivo

@@ -12,7 +12,9 @@ namespace sonivo {
 /// What the service tells of itself, as JSON; `trouble` is what is wrong at present, empty when all is well.
 std::string StatusReport(HostState& host, const std::string& trouble);
 
-/// Gives the report to the driver, for whoever asks: at most once a second, and only when it says something new.
+/// Gives the report to the driver, for whoever asks: at once to one that is connected anew, at most once a second when
+/// it says something new, else every five seconds, from which others see that the service goes on. Notes what keeps the
+/// service from its driver.
 class StatusPublisher {
  public:
   explicit StatusPublisher(HostState& host) : host_(host), watch_(host) {}
@@ -20,9 +22,17 @@ class StatusPublisher {
   void Publish();
 
  private:
+  void Offer(const std::string& trouble, std::uint64_t now_ms);
+  void NoteObstacle(std::uint64_t now_ms);
+
   HostState& host_;
   TroubleWatch watch_;
+  static constexpr std::uint32_t kWaitingMs = 1000;  // more than it takes to become the service
+
   std::uint64_t next_ms_ = 0;
+  std::uint64_t repeat_ms_ = 0;
+  bool refused_ = false;  // as another process is the driver's service
+  Standing waiting_{kWaitingMs};
   std::string published_;
   std::weak_ptr<Device> published_to_;  // the driver forgets the report with this handle
 };

@@ -42,19 +42,19 @@ std::string TroubleWatch::Present(std::uint64_t now_ms) {
   const CStreamInterface& capture = host_.m_AudioControl.Stream(DataFlow::capture);
   const CStreamInterface& render = host_.m_AudioControl.Stream(DataFlow::render);
   // Each is looked at each time, for what it measures.
-  const std::string driver = DriverTrouble(now_ms);
+  driver_trouble_ = LookAtDriver(now_ms);
   const std::string virtual_microphone = VirtualTrouble(capture_, capture, now_ms);
   const std::string virtual_speaker = VirtualTrouble(render_, render, now_ms);
   const std::string chain = ChainTrouble(host_.m_AudioControl.LatestChainFault());
   const std::string microphone = PhysicalTrouble(capture_, capture, now_ms);
   const std::string speaker = PhysicalTrouble(render_, render, now_ms);
-  for (const std::string& each : {driver, virtual_microphone, virtual_speaker, chain, microphone, speaker}) {
+  for (const std::string& each : {driver_trouble_, virtual_microphone, virtual_speaker, chain, microphone, speaker}) {
     if (!each.empty()) return each;
   }
   return {};
 }
 
-std::string TroubleWatch::DriverTrouble(std::uint64_t now_ms) {
+std::string TroubleWatch::LookAtDriver(std::uint64_t now_ms) {
   if (!not_ready_.Since(host_.m_bDriverReady == 0, now_ms)) return {};
   const Error refused = host_.m_DriverAccess.OpenError();
   if (refused == error::kNone) return "the driver is not connected";

@@ -26,6 +26,8 @@ class TroubleWatch {
   explicit TroubleWatch(HostState& host) : host_(host) {}
   /// To be called several times a second; empty when all is well.
   const std::string& Look();
+  /// What keeps the service from its driver, as of the latest Look(); empty: nothing.
+  const std::string& DriverTrouble() const { return driver_trouble_; }
 
  private:
   struct Direction {
@@ -36,7 +38,7 @@ class TroubleWatch {
     std::uint64_t underruns = 0;
   };
   std::string Present(std::uint64_t now_ms);
-  std::string DriverTrouble(std::uint64_t now_ms);
+  std::string LookAtDriver(std::uint64_t now_ms);
   std::string VirtualTrouble(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms);
   std::string PhysicalTrouble(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms);
   void NoteUnderruns(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms);
@@ -49,6 +51,7 @@ class TroubleWatch {
   Direction capture_{"microphone", Standing(kMomentMs), Standing(kMomentMs)};
   Direction render_{"speaker", Standing(kMomentMs), Standing(kMomentMs)};
   std::string present_;
+  std::string driver_trouble_;
 };
 
 }  // namespace sonivo

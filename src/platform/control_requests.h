@@ -89,7 +89,16 @@ inline constexpr std::uint32_t NSV_OBSERVE_EVENTS = 0x8000E0EC;
 inline constexpr std::uint32_t NSV_PUBLISH_REPORT = 0x8000E0F0;
 inline constexpr std::uint32_t NSV_READ_REPORT = 0x8000E0F4;  ///< that text out; error::kNotFound without one
 inline constexpr std::uint32_t NSV_SEND_EVENT = 0x8000E0F8;   ///< u32 in: command of an event, below NSVPLAY_CMD_EXIT
+inline constexpr std::uint32_t NSV_READ_AGES = 0x8000E0FC;    ///< Ages out
 inline constexpr std::size_t kMaxReportBytes = 8192;
+
+/// What NSV_READ_AGES answers. The time that the machine sleeps doesn't count.
+struct Ages {
+  static constexpr std::uint64_t kNone = ~std::uint64_t{0};
+  std::uint64_t driver_ms = 0;      ///< since the driver's start
+  std::uint64_t report_ms = kNone;  ///< since the service published its report; kNone without one
+};
+static_assert(sizeof(Ages) == 16);
 
 /// What NSV_SERVICE_EVENT_NOTIFY answers. The caller zeroes it.
 struct EventRecord {

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/trace.h"
+#include "relay/console_session.h"
 #include "relay/endpoint_names.h"
 #include "relay/feedback.h"
 #include "relay/virtual_device.h"
@@ -131,16 +132,10 @@ std::optional<StreamState> CStreamInterface::WaitVirtualDriver() {
 }
 
 bool CStreamInterface::IsConsoleSession() {
-  std::uint32_t session = 0;
-  if (!m_machine.session.process_session(session)) {
-    trace(TraceLevel::error, "%s ProcessIdToSessionId err.\n", Prefix());
-    return false;
-  }
-  if (session != m_machine.session.console_session()) {
-    trace(TraceLevel::info, "%s Not active session\n", Prefix());
-    return false;
-  }
-  return true;
+  const SessionState session = ConsoleSession(m_machine);
+  if (session == SessionState::unknown) trace(TraceLevel::error, "%s ProcessIdToSessionId err.\n", Prefix());
+  if (session == SessionState::inactive) trace(TraceLevel::info, "%s Not active session\n", Prefix());
+  return session == SessionState::active;
 }
 
 bool CStreamInterface::OpenVirtualDevice() {

@@ -128,7 +128,8 @@ class DriverProgram(unittest.TestCase):
         variables = {"PATH": os.environ["PATH"], **environment}
         run = subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, env=variables, timeout=20)
         self.assertEqual(run.returncode, code, run.stderr)
-        self.assertIn(message, run.stderr)
+        self.assertEqual(run.stderr[:len(message)], message)
+        self.assertEqual(run.stdout, "")
 
     def test_help_has_an_example(self):
         run = subprocess.run([PROGRAM, "--help"], capture_output=True, text=True)
@@ -136,7 +137,8 @@ class DriverProgram(unittest.TestCase):
         self.assertIn("Example:", run.stdout)
 
     def test_wrong_usage_and_missing_folders_are_told(self):
-        self.fails(2, "--unknown", "--unknown")
+        self.fails(2, "error: The following argument was not expected: --unknown\n", "--unknown")
+        self.fails(2, "error: --state: 1 required TEXT missing\n", "--state")
         self.fails(1, "error: there is no home folder; give --state FOLDER\n")
         self.fails(1, "error: XDG_RUNTIME_DIR is not set; give --socket PATH\n", "--state", self.state)
 

@@ -46,6 +46,10 @@ done
 prefix=$folder/installed
 "$cmake" --install "$build" --prefix "$prefix" >/dev/null
 grep -qx "ExecStart=$prefix/bin/NorvellSonivoDriver" "$prefix/lib/systemd/user/NorvellSonivoDriver.service" || fail "the units of the former prefix are installed"
+if command -v systemd-analyze >/dev/null; then
+  verdict=$(XDG_RUNTIME_DIR=$folder systemd-analyze --user verify "$prefix"/lib/systemd/user/NorvellSonivo* 2>&1) || fail "the units are refused: $verdict"
+  [[ -z $verdict ]] || fail "the units are warned of: $verdict"
+fi
 [[ $(ls -A "$prefix") == $'bin\nlib\nshare' ]] || fail "the prefix holds $(ls -A "$prefix")"
 [[ $(ls -A "$prefix/bin") == $'NorvellSonivoDriver\nNorvellSonivoService\nsonivo' ]] || fail "bin holds $(ls -A "$prefix/bin")"
 for file in par/keycancel.bin par/beamforming.bin par/keycancel.par par/beam1_mic1.f64 microphones; do has "$prefix/share/sonivo/$file"; done

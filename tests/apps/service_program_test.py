@@ -65,6 +65,9 @@ class ServiceProgram(unittest.TestCase):
         return self.start([SERVICE, "--socket", self.path, NOTEBOOK, notebook, *options],
                           env={**os.environ, **environment})
 
+    def line(self, text):
+        return f"NorvellSonivoService: {text} (socket {self.path})\n"
+
     def wait_until(self, condition):
         end = time.monotonic() + LIMIT
         while not condition():
@@ -181,6 +184,30 @@ class ServiceProgram(unittest.TestCase):
         self.wait_until(self.is_ready)
         second.terminate()
         self.assertEqual(second.wait(LIMIT), 0)
+        self.assertEqual(second.stderr.read(), self.line("another service has the driver; this one waits for its end") +
+                         self.line("the driver is connected"))
+
+    def test_it_tells_once_that_there_is_no_driver_and_that_there_is_one(self):
+        service = self.start_service()
+        self.assertEqual(service.stderr.readline(), self.line("the driver is not connected"))
+        self.start_driver()
+        self.wait_until(self.is_ready)
+        service.terminate()
+        self.assertEqual(service.wait(LIMIT), 0)
+        self.assertEqual(service.stderr.read(), self.line("the driver is connected"))
+
+    def test_wrong_usage_is_told(self):
+        for arguments, message in ((["--stream"], "--stream requires --simulate"),
+                                   (["--unknown"], "The following argument was not expected: --unknown")):
+            service = self.start([SERVICE, *arguments])
+            self.assertEqual((service.wait(LIMIT), service.stderr.read()), (2, f"error: {message}\n"))
+
+    def test_it_refuses_a_path_that_is_too_long_for_a_socket(self):
+        path = "/" + 107 * "x"
+        service = self.start([SERVICE, "--socket", path, NOTEBOOK, self.folder])
+        self.assertEqual(service.wait(LIMIT), 1)
+        self.assertEqual(service.stderr.read(), f"error: the path '{path}' is too long for a socket: "
+                                                "it has 108 bytes, and there is room for 107\n")
 
     def test_a_second_service_ends_while_it_waits(self):
         self.start_driver()

@@ -50,11 +50,23 @@ std::string text_after(const std::string& name, const std::string& value) {
   return value_text(after(name, value), *find_setting(name));
 }
 
+TEST(SettingValues, AMeetingModeIsShownAsItIsTakenWhateverModeTheDriverHolds) {
+  const control::Setting& mode = setting_named("speaker-mode");
+  ASSERT_FALSE(mode.takes(5));
+  for (std::uint32_t number = 0; mode.takes(number); ++number) {
+    Store store;
+    store.set_number(control::NSV_GET_LAUNCHED_MTG, 1);
+    store.set_number(control::NSV_GET_ALL_SP_MTG, number);
+    const std::string shown = value_text(store, setting_named("meeting-mode"));
+    EXPECT_EQ(after("meeting-mode", shown).number(control::NSV_GET_ALL_SP_MTG), number) << shown;
+  }
+}
+
 TEST(SettingValues, AreTakenInTheFormThatTheyAreShownIn) {
   const std::vector<std::pair<std::string, std::string>> values{{"headphone", "on"},
                                                                 {"generation", "10"},
                                                                 {"meeting-mode", "off"},
-                                                                {"meeting-mode", "4"},
+                                                                {"meeting-mode", "5"},
                                                                 {"speaker-mode", "4"},
                                                                 {"auto-exit", "on"},
                                                                 {"function", "4294967295"},
@@ -155,8 +167,8 @@ TEST(SettingValues, ThatMakeNoSenseAreRefused) {
   for (const std::string value : {"yes", "2", "", "ON", " on"}) {
     EXPECT_EQ(complaint_about("auto-mute", value), "auto-mute takes on or off, not '" + value + "'");
   }
-  EXPECT_EQ(complaint_about("meeting-mode", "5"), "meeting-mode takes off or 1 to 4, not '5'");
-  EXPECT_EQ(complaint_about("meeting-mode", "on"), "meeting-mode takes off or 1 to 4, not 'on'");
+  EXPECT_EQ(complaint_about("meeting-mode", "6"), "meeting-mode takes off or 1 to 5, not '6'");
+  EXPECT_EQ(complaint_about("meeting-mode", "on"), "meeting-mode takes off or 1 to 5, not 'on'");
   EXPECT_EQ(complaint_about("speaker-mode", "5"), "speaker-mode takes 0 to 4, not '5'");
   EXPECT_EQ(complaint_about("headphone-mode", "off"), "headphone-mode takes 0 to 4, not 'off'");
   EXPECT_EQ(complaint_about("model", "0"), "model takes small, medium or large, not '0'");

@@ -41,6 +41,15 @@ expect "no driver" 1 '^$' \
   "^error: the driver is not running: nothing listens at '$socket'; start it: systemctl --user start NorvellSonivoDriver.socket\$" \
   settings list --socket "$socket"
 expect "no driver to look at" 1 '^$' '^error: the driver is not running: ' status --socket "$socket"
+expect "no driver as JSON" 1 \
+  $'^\\{\n  "health": "no driver",\n  "driver": \\{\n    "socket": "'"$socket"$'",\n    "running_ms": null,\n    "settings": null,\n    "fault": "the driver is not running: .*"gates": null,\n  "service": null,\n  "report_fault": "",\n  "report_age_ms": null\n\\}$' \
+  '^error: the driver is not running: ' status --json --socket "$socket"
+no_socket_as_json() { ! env -u XDG_RUNTIME_DIR "$sonivo" status --json >.output 2>.errors && [[ $(cat .output) == *'"socket": "",'* ]] && says 'XDG_RUNTIME_DIR is not set'; }
+check "no socket as JSON" no_socket_as_json
+long_path=/$(printf 'x%.0s' {1..107})
+expect "a path that is too long" 1 '^$' \
+  "^error: the path '$long_path' is too long for a socket: it has 108 bytes, and there is room for 107; give a shorter one\$" \
+  status --socket "$long_path"
 expect "no driver to wait for" 1 '^$' '^error: the driver is not running: ' events --socket "$socket"
 runtime_folder_is_taken() {
   ! XDG_RUNTIME_DIR=$folder/gone "$sonivo" status >.output 2>.errors &&
@@ -60,7 +69,7 @@ expect "a word too many" 2 '^$' '^error: [^'$'\n'']+$' settings get model model
 set_here "a name that is none" 2 "^error: no setting is called 'keybord-cancel'; did you mean 'keyboard-cancel'\?\$" keybord-cancel on
 set_here "a name that is like none" 2 "^error: no setting is called 'volume'; there are headphone, generation, meeting-mode, " volume 3
 set_here "a flag" 2 "^error: beamforming takes on or off, not 'yes'\$" beamforming yes
-set_here "a position" 2 "^error: meeting-mode takes off or 1 to 4, not '5'\$" meeting-mode 5
+set_here "a position" 2 "^error: meeting-mode takes off or 1 to 5, not '6'\$" meeting-mode 6
 set_here "a mode" 2 "^error: speaker-mode takes 0 to 4, not '5'\$" speaker-mode 5
 set_here "a model" 2 "^error: model takes small, medium or large, not 'huge'\$" model huge
 set_here "a number" 2 "^error: function takes a whole number, not '-1'\$" --machine function -1
@@ -191,22 +200,30 @@ check "a driver that is killed" killed_driver
 start_driver
 set_to --machine generation-mic 3 function-mic 2
 expect "a driver without a service" 3 \
-  $'\nservice +does not run; start NorvellSonivoService\nmachine +generation 8, function 0; microphone generation 3, function 2\ngates +beamforming, mode threads\nchain +beamforming, once the service runs\n' \
+  $'\nservice +has not connected yet: the driver started [0-7] s ago\nmachine +generation 8, function 0; microphone generation 3, function 2\ngates +beamforming, mode threads\nchain +beamforming, once the service runs\n' \
   '^$' status --socket "$socket"
 expect "the same as JSON" 3 '"health": "no service",.*"mode_threads": true.*"service": null,' '^$' status --json --socket "$socket"
-stream='{"state":"ePhysicalStreaming","endpoint":"mic","streams":1,"underruns":0,"overruns":0,"feedback":0,"fill_mean_ms":20,"fill_min_ms":10,"blocks":0,"silenced":0,"unenhanced":0,"chain_latency_ms":12.5,"execute_mean_us":0,"execute_max_us":0,"load":0}'
+stream='"state":"ePhysicalStreaming","endpoint":"mic","streams":1,"underruns":0,"overruns":0,"feedback":0,"fill_mean_ms":20,"fill_min_ms":10'
+chain='"blocks":0,"silenced":0,"unenhanced":0,"chain_latency_ms":12.5,"execute_mean_us":0,"execute_max_us":0,"load":0'
 report() { # DRIVER_READY TROUBLE
-  echo '{"version":3,"generation":8,"function":0,"generation_mic":3,"function_mic":2,"chain":"beamforming","driver_ready":'"$1"',"meeting_mode":0,"room_correction":false,"headphones":false,"auto_mute":false,"capture":'"$stream"',"render":'"$stream"',"trouble":"'"$2"'","last_trouble":"an earlier one","last_trouble_ms":0}'
+  echo '{"version":4,"generation":8,"function":0,"generation_mic":3,"function_mic":2,"chain":"beamforming","driver_ready":'"$1"',"meeting_mode":0,"room_correction":false,"headphones":false,"auto_mute":false,"capture":{'"$stream,$chain"',"endpoints":["mic"]},"render":{'"$stream"',"endpoints":[]},"trouble":"'"$2"'","last_trouble":"an earlier one","last_trouble_ms":0}'
 }
-with_report() { # REPORT NAME EXIT_CODE OUTPUT_PATTERN [OPTION]
+publish() { # REPORT; until withdraw
   coproc "$python" "$publish" "$socket"
-  local helper=$COPROC_PID in=${COPROC[0]} out=${COPROC[1]} error
+  helper=$COPROC_PID out=${COPROC[1]}
+  local error
   echo "$1" >&"$out"
-  read -r error <&"$in"
+  read -r error <&"${COPROC[0]}"
   [[ $error == 0 ]] || echo "the driver takes no report: $error"
-  expect "$2" "$3" "$4" '^$' status --socket "$socket" ${5:+"$5"}
+}
+withdraw() {
   exec {out}>&-
   wait "$helper"
+}
+with_report() { # REPORT NAME EXIT_CODE OUTPUT_PATTERN [OPTION]
+  publish "$1"
+  expect "$2" "$3" "$4" '^$' status --socket "$socket" ${5:+"$5"}
+  withdraw
 }
 with_report "$(report true '')" "a healthy machine" 0 $'\nservice +runs\n.*\nchain +beamforming\n.*\ntrouble +none\nlast trouble +an earlier one, [0-9]+ s ago$'
 with_report "$(report true '')" "a healthy machine as JSON" 0 '"health": "healthy",.*"chain": "beamforming",' --json
@@ -214,7 +231,16 @@ with_report "$(report false '')" "a service that is not ready" 4 $'\nservice +ru
 with_report "$(report true "there is no microphone")" "a service in trouble" 4 $'\ntrouble +there is no microphone\n'
 with_report '{"version":1}' "a report of another version" 4 $'\nservice +runs, but its report can\'t be relied on: it is of version 1, '
 with_report 'hello' "a report that is none" 4 $'\nservice +runs, but its report can\'t be relied on: it is no JSON object\n'
-expect "a service that went" 3 $'\nservice +does not run; ' '^$' status --socket "$socket"
+publish "$(report true '')"
+set_here "an endpoint that is there" 0 '^$' capture-endpoint mic
+set_here "an endpoint that is not there" 0 "^warning: there is no endpoint 'nothere' at present; capture-endpoint is set to it all the same\$" capture-endpoint nothere
+set_all_the_same() { [[ $(value capture-endpoint) == nothere ]]; }
+check "that it is set" set_all_the_same
+set_here "the default endpoint" 0 '^$' capture-endpoint default
+set_here "an endpoint of a direction that the service tells nothing of" 0 '^$' render-endpoint nothere
+withdraw
+set_here "an endpoint without a service" 0 '^$' capture-endpoint nothere
+expect "a service that went" 3 $'\nservice +(does not run; |has not connected yet: )' '^$' status --socket "$socket"
 nobody_gets_the_status() { ! "$sonivo" status --socket "$socket" >/dev/full 2>.errors && says 'cannot write the table to standard output; '; }
 check "a status that nobody gets" nobody_gets_the_status
 

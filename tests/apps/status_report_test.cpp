@@ -19,23 +19,29 @@ using testing::Not;
 json stream_json(int first) {
   return {{"state", "ePhysicalStreaming"},
           {"endpoint", "endpoint-" + std::to_string(first)},
+          {"endpoints", {"endpoint-" + std::to_string(first), "other-" + std::to_string(first)}},
           {"streams", first + 1},
           {"underruns", first + 2},
           {"overruns", first + 3},
           {"feedback", 1},
           {"fill_mean_ms", first + 4.25},
-          {"fill_min_ms", first + 5.5},
-          {"blocks", first + 6},
-          {"silenced", first + 7},
-          {"unenhanced", first + 8},
-          {"chain_latency_ms", first + 11.25},
-          {"execute_mean_us", first + 9.5},
-          {"execute_max_us", first + 10.5},
-          {"load", 0.125}};
+          {"fill_min_ms", first + 5.5}};
+}
+
+json capture_json() {
+  json capture = stream_json(100);
+  capture.update({{"blocks", 106},
+                  {"silenced", 107},
+                  {"unenhanced", 108},
+                  {"chain_latency_ms", 111.25},
+                  {"execute_mean_us", 109.5},
+                  {"execute_max_us", 110.5},
+                  {"load", 0.125}});
+  return capture;
 }
 
 json report_json() {
-  return {{"version", 3},
+  return {{"version", 4},
           {"generation", 8},
           {"function", 2},
           {"generation_mic", 5},
@@ -46,7 +52,7 @@ json report_json() {
           {"room_correction", true},
           {"headphones", true},
           {"auto_mute", false},
-          {"capture", stream_json(100)},
+          {"capture", capture_json()},
           {"render", stream_json(200)},
           {"trouble", ""},
           {"last_trouble", "the speaker can't be opened"},
@@ -86,13 +92,14 @@ TEST(ServiceReport, HasWhatTheJsonTells) {
   EXPECT_EQ(report.render.feedback, 1);
   EXPECT_EQ(report.render.fill_mean_ms, 204.25);
   EXPECT_EQ(report.render.fill_min_ms, 205.5);
-  EXPECT_EQ(report.render.blocks, 206u);
-  EXPECT_EQ(report.render.silenced, 207u);
-  EXPECT_EQ(report.render.unenhanced, 208u);
-  EXPECT_EQ(report.render.chain_latency_ms, 211.25);
-  EXPECT_EQ(report.render.execute_mean_us, 209.5);
-  EXPECT_EQ(report.render.execute_max_us, 210.5);
-  EXPECT_EQ(report.render.load, 0.125);
+  EXPECT_EQ(report.render.endpoints, (std::vector<std::string>{"endpoint-200", "other-200"}));
+  EXPECT_EQ(report.capture.blocks, 106u);
+  EXPECT_EQ(report.capture.silenced, 107u);
+  EXPECT_EQ(report.capture.unenhanced, 108u);
+  EXPECT_EQ(report.capture.chain_latency_ms, 111.25);
+  EXPECT_EQ(report.capture.execute_mean_us, 109.5);
+  EXPECT_EQ(report.capture.execute_max_us, 110.5);
+  EXPECT_EQ(report.capture.load, 0.125);
 }
 
 TEST(ServiceReport, IsHealthyWhenItIsReadyAndHasNoTroubleNow) {
@@ -113,7 +120,7 @@ TEST(ServiceReport, NeedsEachOfItsMembers) {
     EXPECT_EQ(fault_of(report.dump()), "it lacks " + member.key());
   }
   for (const std::string direction : {"capture", "render"}) {
-    const json stream = stream_json(0);
+    const json stream = report_json()[direction];
     for (const auto& member : stream.items()) {
       json report = report_json();
       report[direction].erase(member.key());
@@ -130,11 +137,11 @@ TEST(ServiceReport, NeedsMembersOfTheirKind) {
     report[member.key()] = nullptr;
     EXPECT_EQ(fault_of(report.dump()), "what it gives as " + member.key() + " makes no sense");
   }
-  const json stream = stream_json(0);
-  for (const auto& member : stream.items()) {
+  const json capture = capture_json();
+  for (const auto& member : capture.items()) {
     json report = report_json();
-    report["render"][member.key()] = json::array();
-    EXPECT_EQ(fault_of(report.dump()), "what it gives as render." + member.key() + " makes no sense");
+    report["capture"][member.key()] = json::array({1});
+    EXPECT_EQ(fault_of(report.dump()), "what it gives as capture." + member.key() + " makes no sense");
   }
 }
 
@@ -154,16 +161,16 @@ TEST(ServiceReport, NeedsValuesThatMakeSense) {
   EXPECT_EQ(with("/render/feedback", 2), "what it gives as render.feedback makes no sense");
   EXPECT_EQ(with("/render/feedback", -2), "what it gives as render.feedback makes no sense");
   EXPECT_EQ(with("/render/feedback", 18446744073709551615u), "what it gives as render.feedback makes no sense");
-  EXPECT_EQ(with("/render/load", -0.5), "what it gives as render.load makes no sense");
-  EXPECT_EQ(with("/render/load", 3), "none");
+  EXPECT_EQ(with("/capture/load", -0.5), "what it gives as capture.load makes no sense");
+  EXPECT_EQ(with("/capture/load", 3), "none");
 }
 
 TEST(ServiceReport, OfAnotherVersionIsNotTrusted) {
-  const std::string advice = ", and this program knows version 3; install a service and a sonivo of the same version";
+  const std::string advice = ", and this program knows version 4; install a service and a sonivo of the same version";
   json report = report_json();
   report["version"] = 1;
   EXPECT_EQ(fault_of(report.dump()), "it is of version 1" + advice);
-  report["version"] = "3";
+  report["version"] = "4";
   EXPECT_EQ(fault_of(report.dump()), "it is of version unknown" + advice);
   EXPECT_EQ(fault_of("{}"), "it lacks version");
 }
@@ -178,10 +185,19 @@ TEST(ServiceReport, ThatIsNoJsonIsNotTrusted) {
   EXPECT_EQ(fault_of(std::string(8192, '[')), "it is no JSON object");
 }
 
+constexpr control::Ages kFresh{.driver_ms = 100'000, .report_ms = 700};
+constexpr control::Ages kNoReport{.driver_ms = 100'000};
+
 std::string table_of(const MachineStatus& status) {
   std::ostringstream table;
   print_status(table, status);
   return table.str();
+}
+
+json json_of(const MachineStatus& status) {
+  std::ostringstream text;
+  print_status_json(text, status);
+  return json::parse(text.str());
 }
 
 control::Store made_settings() {
@@ -196,7 +212,7 @@ control::Store made_settings() {
 }
 
 TEST(Status, ShowsWhatDriverAndServiceTell) {
-  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), report_json().dump(), 7302)),
+  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), report_json().dump(), kFresh, 7302)),
             "driver            answers at /run/driver.sock\n"
             "service           runs\n"
             "machine           generation 8, function 2; microphone generation 5, function 9\n"
@@ -222,9 +238,6 @@ TEST(Status, ShowsWhatDriverAndServiceTell) {
             "  state           streams (ePhysicalStreaming); streams so far: 201\n"
             "  ring fill       204.2 ms mean, 205.5 ms lowest; the virtual clock runs faster\n"
             "  underruns       202, overruns 203\n"
-            "  blocks          206, silenced 207, unenhanced 208\n"
-            "  latency         211.2 ms of the chain, 204.2 ms of the ring\n"
-            "  load            12.5 % of real time; a block takes 209.5 us, at most 210.5 us\n"
             "trouble           none\n"
             "last trouble      the speaker can't be opened, 7 s ago\n");
 }
@@ -232,7 +245,7 @@ TEST(Status, ShowsWhatDriverAndServiceTell) {
 TEST(Status, ShowsTheChainThatRunsAndTheOneThatTheGatesCallFor) {
   json report = report_json();
   report["chain"] = "none";
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())),
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh)),
               HasSubstr("\nchain             none now, ai by the gates\n"));
 }
 
@@ -240,12 +253,12 @@ TEST(Status, ShowsPresentTroubleAndThatThereWasNone) {
   json report = report_json();
   report["trouble"] = "the driver is not connected";
   report["last_trouble"] = "";
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), 9000)),
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh, 9000)),
               HasSubstr("\ntrouble           the driver is not connected\nlast trouble      none\n"));
 }
 
 TEST(Status, TellsWhatTheServiceWouldFind) {
-  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), "")),
+  EXPECT_EQ(table_of(machine_status("/run/driver.sock", made_settings(), "", kNoReport)),
             "driver            answers at /run/driver.sock\n"
             "service           does not run; start NorvellSonivoService\n"
             "machine           generation 8, function 0; microphone generation 5, function 8\n"
@@ -268,17 +281,18 @@ TEST(Status, FindsNoGateOnGenerationsWithoutMicrophoneFunctions) {
   control::Store settings = made_settings();
   for (const std::uint32_t generation : {7u, 9u}) {
     settings.set_number(control::GetSonivoDrvGeneration, generation);
-    EXPECT_THAT(table_of(machine_status("s", settings, "")), HasSubstr("\ngates             none\n"));
+    EXPECT_THAT(table_of(machine_status("s", settings, "", kNoReport)), HasSubstr("\ngates             none\n"));
   }
   settings.set_number(control::GetSonivoDrvGeneration, 10);
-  EXPECT_THAT(table_of(machine_status("s", settings, "")), HasSubstr("\ngates             AI speech, mode threads\n"));
+  EXPECT_THAT(table_of(machine_status("s", settings, "", kNoReport)),
+              HasSubstr("\ngates             AI speech, mode threads\n"));
 }
 
 TEST(Status, ShowsStatesInWords) {
   const auto row_of = [](const char* state) {
     json report = report_json();
     report["render"]["state"] = state;
-    return table_of(machine_status("s", {}, report.dump()));
+    return table_of(machine_status("s", {}, report.dump(), kFresh));
   };
   EXPECT_THAT(row_of("eWaitVirtualDriver"), HasSubstr("looks for the virtual device (eWaitVirtualDriver); "));
   EXPECT_THAT(row_of("eWaitVirtualStream"), HasSubstr("waits for an application (eWaitVirtualStream); "));
@@ -288,37 +302,58 @@ TEST(Status, ShowsStatesInWords) {
 TEST(Status, LeavesOutBlocksWhereThereAreNone) {
   json report = report_json();
   report["capture"]["blocks"] = 0;
-  report["render"]["blocks"] = 0;
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())), Not(HasSubstr("load")));
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh)), Not(HasSubstr("load")));
 }
 
 TEST(Status, WritesOutControlCharactersOfTheReport) {
   json report = report_json();
   report["last_trouble"] = "a\n\x1b[2Jb";
-  EXPECT_THAT(table_of(machine_status("s", {}, report.dump())),
+  EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh)),
               HasSubstr("last trouble      a\\n\\x1b[2Jb, 0 s ago\n"));
+}
+
+TEST(Status, TellsThatTheDriverHasJustStarted) {
+  const auto status_after = [](std::uint64_t driver_ms) {
+    return machine_status("s", {}, "", {.driver_ms = driver_ms});
+  };
+  EXPECT_THAT(table_of(status_after(1900)),
+              HasSubstr("\nservice           has not connected yet: the driver started 1 s ago\n"));
+  EXPECT_EQ(status_exit_code(status_after(1900)), 3);
+  EXPECT_EQ(json_of(status_after(1900))["driver"]["running_ms"], 1900);
+  EXPECT_THAT(table_of(status_after(8000)),
+              HasSubstr("\nservice           does not run; start NorvellSonivoService\n"));
+  EXPECT_THAT(table_of(machine_status("s", {}, report_json().dump(), {.driver_ms = 1900, .report_ms = 0})),
+              HasSubstr("\nservice           runs\n"));
+}
+
+TEST(Status, TellsOfAServiceThatHangsOrIsStopped) {
+  const auto status_after = [](std::uint64_t age_ms) {
+    return machine_status("s", {}, report_json().dump(), {.driver_ms = 100'000, .report_ms = age_ms});
+  };
+  EXPECT_THAT(table_of(status_after(12'000)), HasSubstr("\nservice           runs\n"));
+  EXPECT_EQ(status_exit_code(status_after(12'000)), 0) << "it publishes every 5 s";
+  EXPECT_THAT(table_of(status_after(17'900)),
+              HasSubstr("\nservice           has not answered for 17 s; restart it: systemctl --user restart "
+                        "NorvellSonivoService\n"));
+  EXPECT_EQ(status_exit_code(status_after(12'001)), 4);
+  EXPECT_EQ(json_of(status_after(17'900))["health"], "trouble");
+  EXPECT_EQ(json_of(status_after(17'900))["report_age_ms"], 17'900);
 }
 
 TEST(Status, HasAnExitCodeForEachHealth) {
   json report = report_json();
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 0);
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, "")), 3);
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, "nothing")), 4);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump(), kFresh)), 0);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, "", kNoReport)), 3);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, "nothing", kFresh)), 4);
   report["driver_ready"] = false;
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump(), kFresh)), 4);
   report["driver_ready"] = true;
   report["trouble"] = "the microphone can't be opened";
-  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump())), 4);
-}
-
-json json_of(const MachineStatus& status) {
-  std::ostringstream text;
-  print_status_json(text, status);
-  return json::parse(text.str());
+  EXPECT_EQ(status_exit_code(machine_status("s", {}, report.dump(), kFresh)), 4);
 }
 
 TEST(Status, IsJsonOnDemand) {
-  const json status = json_of(machine_status("/run/driver.sock", made_settings(), report_json().dump()));
+  const json status = json_of(machine_status("/run/driver.sock", made_settings(), report_json().dump(), kFresh));
   EXPECT_EQ(status["health"], "healthy");
   EXPECT_EQ(status["driver"]["socket"], "/run/driver.sock");
   EXPECT_EQ(status["driver"]["settings"]["beamforming"], false);
@@ -328,10 +363,12 @@ TEST(Status, IsJsonOnDemand) {
             json({{"key_cancel", false}, {"beamforming", false}, {"ai_speech", true}, {"mode_threads", true}}));
   EXPECT_EQ(status["service"], report_json());
   EXPECT_EQ(status["report_fault"], "");
+  EXPECT_EQ(status["report_age_ms"], 700);
 
-  EXPECT_EQ(json_of(machine_status("s", {}, ""))["service"], nullptr);
-  EXPECT_EQ(json_of(machine_status("s", {}, ""))["health"], "no service");
-  const json strange = json_of(machine_status("s", {}, "{\"version\":7}"));
+  EXPECT_EQ(json_of(machine_status("s", {}, "", kNoReport))["service"], nullptr);
+  EXPECT_EQ(json_of(machine_status("s", {}, "", kNoReport))["health"], "no service");
+  EXPECT_EQ(json_of(machine_status("s", {}, "", kNoReport))["report_age_ms"], nullptr);
+  const json strange = json_of(machine_status("s", {}, "{\"version\":7}", kFresh));
   EXPECT_EQ(strange["health"], "trouble");
   EXPECT_EQ(strange["service"], nullptr);
   EXPECT_THAT(strange["report_fault"], HasSubstr("version 7"));

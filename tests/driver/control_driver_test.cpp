@@ -41,6 +41,12 @@ class ControlDriverTest : public testing::Test {
     return ask(client, id, code, {}, sizeof(control::EventRecord));
   }
   std::vector<Told> taken() { return std::exchange(told_, {}); }
+  control::Ages ages() {
+    const auto told = ask(3, 1, control::NSV_READ_AGES, {}, sizeof(control::Ages));
+    control::Ages ages{1, 1};
+    if (told[0].output.size() == sizeof ages) std::memcpy(&ages, told[0].output.data(), sizeof ages);
+    return ages;
+  }
 
   static std::string text_of(const Bytes& bytes) {
     std::string text;
@@ -63,11 +69,14 @@ class ControlDriverTest : public testing::Test {
 
  protected:
   ClientId gone_ = 0;
-  ControlDriver driver_{settings_, properties_, [this](ClientId client, const control::Reply& reply) {
+  std::uint64_t now_ms_ = 5000;
+  ControlDriver driver_{settings_, properties_,
+                        [this](ClientId client, const control::Reply& reply) {
                           if (client == gone_) return false;
                           told_.push_back({client, reply.head, {reply.output.begin(), reply.output.end()}});
                           return true;
-                        }};
+                        },
+                        [this] { return now_ms_; }};
 };
 
 TEST_F(ControlDriverTest, ASettingIsSetByOneAndReadByAnother) {
@@ -434,6 +443,29 @@ TEST_F(ServiceReports, AReportThatIsTooLongOrNoUtf8ChangesNothing) {
   EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("\xff"))[0].head.error, error::kInvalidParameter);
   EXPECT_EQ(text_of(ask(1, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), "one");
   EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, Bytes(8192, std::byte{'x'}))[0].head.error, error::kNone);
+}
+
+TEST_F(ControlDriverTest, ItTellsHowOldItAndTheReportAre) {
+  now_ms_ += 700;
+  EXPECT_EQ(ages().driver_ms, 700u);
+  EXPECT_EQ(ages().report_ms, control::Ages::kNone);
+  wait_for_event(1, 9);
+  for (int i = 0; i < 2; ++i) {  // the same text counts as new
+    ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("same"));
+    EXPECT_EQ(ages().report_ms, 0u);
+    now_ms_ += 12'345;
+    EXPECT_EQ(ages().report_ms, 12'345u);
+  }
+  EXPECT_EQ(ages().driver_ms, 700u + 2 * 12'345);
+  ask(1, 1, control::NSV_PUBLISH_REPORT, Bytes(8193, std::byte{'x'}));
+  EXPECT_EQ(ages().report_ms, 12'345u) << "one that is refused is none";
+  driver_.client_gone(1);
+  EXPECT_EQ(ages().report_ms, control::Ages::kNone);
+}
+
+TEST_F(ControlDriverTest, AgesHaveTheirSize) {
+  EXPECT_EQ(ask(1, 1, control::NSV_READ_AGES, {}, 15)[0].head.error, error::kInsufficientBuffer);
+  EXPECT_EQ(ask(1, 1, control::NSV_READ_AGES, Bytes(1), 16)[0].head.error, error::kInvalidParameter);
 }
 
 }  // namespace

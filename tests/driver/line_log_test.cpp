@@ -34,6 +34,13 @@ class LineLogTest : public testing::Test {
     return all;
   }
 
+  /// Another word for each number.
+  static std::string letters(int number) {
+    std::string word;
+    for (; number > 0; number /= 26) word += static_cast<char>('a' + number % 26);
+    return word;
+  }
+
   static std::array<int, 2> pipe_ends() {
     std::array<int, 2> ends{};
     EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
@@ -54,7 +61,7 @@ TEST_F(LineLogTest, ALineComesWithTheNameBeforeIt) {
 }
 
 TEST_F(LineLogTest, OfAFloodSixtyLinesAreWrittenAndThenFiveASecond) {
-  for (int i = 0; i < 1000; ++i) log_.write("flood\n");
+  for (int i = 0; i < 1000; ++i) log_.write("flood of " + letters(i) + '\n');
   EXPECT_EQ(lines().size(), 60u);
   now_ms_ += 199;
   log_.write("too soon\n");
@@ -63,18 +70,32 @@ TEST_F(LineLogTest, OfAFloodSixtyLinesAreWrittenAndThenFiveASecond) {
   log_.write("in time\n");
   EXPECT_THAT(lines(), ElementsAre("driver: 941 lines were dropped", "driver: in time"));
   now_ms_ += 1000;
-  for (int i = 0; i < 10; ++i) log_.write("later\n");
+  for (int i = 0; i < 10; ++i) log_.write("later " + letters(i) + '\n');
   EXPECT_EQ(lines().size(), 5u);
   now_ms_ += 1'000'000;
-  for (int i = 0; i < 100; ++i) log_.write("much later\n");
+  for (int i = 0; i < 100; ++i) log_.write("much later " + letters(i) + '\n');
   EXPECT_EQ(lines().size(), 61u);  // one of them tells of the five
 }
 
+TEST_F(LineLogTest, LinesThatDifferByNumbersAloneAreCounted) {
+  for (int i = 0; i < 1234; ++i) {
+    log_.write("process " + std::to_string(i) + " is refused\n");
+    if (i == 500) log_.write("another line\n");
+    now_ms_ += 2000;
+  }
+  EXPECT_THAT(lines(), ElementsAre("driver: process 0 is refused", "driver: process 9 is refused (10 times by now)",
+                                   "driver: process 99 is refused (100 times by now)", "driver: another line",
+                                   "driver: process 999 is refused (1000 times by now)"));
+  now_ms_ += 60'000;
+  log_.write("process 7 is refused\n");
+  EXPECT_THAT(lines(), ElementsAre("driver: process 7 is refused"));
+}
+
 TEST_F(LineLogTest, APipeThatNobodyReadsHoldsNobodyUp) {
-  const std::string page = std::string(4000, 'x') + '\n';
+  const std::string page(4000, 'x');
   for (int i = 0; i < 10'000; ++i) {
     now_ms_ += 1000;
-    log_.write(page);
+    log_.write(page + letters(i) + '\n');
   }
   const std::size_t taken = lines().size();
   EXPECT_GT(taken, 0u);

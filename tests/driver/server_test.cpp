@@ -97,7 +97,7 @@ TEST_F(ServerTest, WhatIsNoRequestEndsThatConnectionAlone) {
 }
 
 TEST_F(ServerTest, ClientsBeyondTheLimitAreClosedUntilAnotherGoes) {
-  start(::geteuid(), {.clients = 3});
+  start(::geteuid(), {.clients = 3, .brief = 0});
   std::vector<RawClient> clients;
   for (int i = 0; i < 3; ++i) {
     clients.push_back(connect());
@@ -110,6 +110,57 @@ TEST_F(ServerTest, ClientsBeyondTheLimitAreClosedUntilAnotherGoes) {
     if (next.send(1, control::GetFunction, {}, 4) && next.receive()) return;
   }
   FAIL() << "no place became free";
+}
+
+/// A driver whose places are all taken by clients that wait for events.
+class FullServer : public ServerTest {
+ protected:
+  FullServer() {
+    start(::geteuid(), {.clients = 3, .brief = 2});
+    for (int i = 0; i < 3; ++i) {
+      waiting_.push_back(connect());
+      EXPECT_TRUE(waiting_.back().ask_for_event(1, control::NSV_OBSERVE_EVENTS));
+      EXPECT_EQ(waiting_.back().get(control::GetSonivoDrvGeneration), 8u);
+    }
+  }
+  std::vector<RawClient> waiting_;
+};
+
+TEST_F(FullServer, ServesShortRequestsAndLosesNoEvent) {
+  for (int i = 0; i < 20; ++i) EXPECT_TRUE(serves());
+  EXPECT_EQ(connect().set(control::SetAutoMuteMTG, 1), error::kNone);
+  for (RawClient& each : waiting_) {
+    EXPECT_EQ(test::number_in(each.receive().value().output), control::NSVDRV_CMD_AUTOMUTE_ON);
+  }
+}
+
+TEST_F(FullServer, ClosesAFurtherClientThatWantsToWait) {
+  for (const std::uint32_t code : {control::NSV_OBSERVE_EVENTS, control::NSV_SERVICE_EVENT_NOTIFY}) {
+    RawClient further = connect();
+    ASSERT_EQ(further.get(control::GetSonivoDrvGeneration), 8u);
+    ASSERT_TRUE(further.ask_for_event(1, code));
+    EXPECT_TRUE(further.ends());
+  }
+}
+
+TEST_F(FullServer, LetsAFurtherClientWaitOnceAPlaceIsFree) {
+  RawClient further = connect();
+  ASSERT_EQ(further.get(control::GetSonivoDrvGeneration), 8u);
+  waiting_[1].close();
+  ASSERT_TRUE(serves());  // by then the driver has noticed
+  ASSERT_TRUE(further.ask_for_event(1, control::NSV_OBSERVE_EVENTS));
+  EXPECT_EQ(further.get(control::GetSonivoDrvGeneration), 8u);
+}
+
+TEST_F(FullServer, HasTheOldestOfFurtherClientsGiveWay) {
+  RawClient first = connect();
+  ASSERT_EQ(first.get(control::GetSonivoDrvGeneration), 8u);
+  RawClient second = connect();
+  ASSERT_EQ(second.get(control::GetSonivoDrvGeneration), 8u);
+  RawClient third = connect();
+  ASSERT_EQ(third.get(control::GetSonivoDrvGeneration), 8u);
+  EXPECT_TRUE(first.ends());
+  EXPECT_EQ(second.get(control::GetSonivoDrvGeneration), 8u);
 }
 
 TEST_F(ServerTest, ThePlaceOfTheOldestClientThatNeverAskedIsFree) {

@@ -95,8 +95,11 @@ TEST_F(StateFolderTest, ADiskThatTakesAFileInPartsGetsItWhole) {
 TEST_F(StateFolderTest, WhyTheDiskFailedIsTold) {
   may_log_ = true;
   StateFolder folder(path_, disk_);
-  const std::pair<int, Error> cases[]{
-      {ENOSPC, error::kDiskFull}, {EDQUOT, error::kDiskFull}, {EROFS, error::kAccessDenied}, {EIO, error::kWriteFault}};
+  const std::pair<int, Error> cases[]{{ENOSPC, error::kDiskFull},
+                                      {EDQUOT, error::kDiskFull},
+                                      {EROFS, error::kWriteFault},
+                                      {EACCES, error::kWriteFault},
+                                      {EIO, error::kWriteFault}};
   for (const auto& [number, expected] : cases) {
     disk_.steps = 0;
     disk_.fail_at = 1;
@@ -219,6 +222,60 @@ TEST_F(StateFolderTest, ALinkWithTheNameOfTheNextFileIsNotFollowed) {
   EXPECT_EQ(folder.save("numbers", kTitle, {"one"}), error::kNone);
   EXPECT_EQ(content_of(home_ / "elsewhere"), "mine");
   EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(path_ + "/numbers")));
+}
+
+/// "numbers" is a link to "mine/kept" beside the folder.
+class LinkedFile : public StateFolderTest {
+ protected:
+  LinkedFile() {
+    std::filesystem::create_directories(path_);
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+    ::mkdir(mine_.c_str(), 0700);
+    std::filesystem::create_symlink("../mine/kept", path_ + "/numbers");
+  }
+  bool is_still_a_link() const { return std::filesystem::is_symlink(path_ + "/numbers"); }
+
+  const std::string mine_ = home_ / "mine";
+};
+
+TEST_F(LinkedFile, IsReplacedWholeWhereTheLinkLeads) {
+  StateFolder folder(path_, disk_);
+  for (const char* const line : {"first", "second"}) {  // at first the link leads to nothing
+    EXPECT_EQ(folder.save("numbers", kTitle, {line}), error::kNone);
+    EXPECT_TRUE(is_still_a_link());
+    EXPECT_THAT(content_of(mine_ + "/kept"), HasSubstr(line));
+    EXPECT_THAT(folder.load("numbers", kTitle), ElementsAre(line));
+  }
+  may_log_ = true;
+  disk_.steps = 0;
+  disk_.fail_at = 2;
+  EXPECT_EQ(folder.save("numbers", kTitle, {"third"}), error::kDiskFull);
+  EXPECT_THAT(folder.load("numbers", kTitle), ElementsAre("second"));
+  EXPECT_FALSE(std::filesystem::exists(mine_ + "/kept.new"));
+}
+
+TEST_F(LinkedFile, IsSetAsideWhereTheLinkLeads) {
+  may_log_ = true;
+  StateFolder folder(path_, disk_);
+  std::ofstream(mine_ + "/kept") << "damaged";
+  EXPECT_THAT(folder.load("numbers", kTitle), IsEmpty());
+  EXPECT_EQ(content_of(mine_ + "/kept.damaged"), "damaged");
+  EXPECT_TRUE(is_still_a_link());
+}
+
+TEST_F(LinkedFile, IsNotWrittenWhereOthersMayWrite) {
+  may_log_ = true;
+  StateFolder folder(path_, disk_);
+  ::chmod(mine_.c_str(), 0777);
+  EXPECT_EQ(folder.save("numbers", kTitle, {"one"}), error::kWriteFault);
+  EXPECT_THAT(log_, ElementsAre(HasSubstr("numbers can't be written: others may write to the folder ")));
+  EXPECT_TRUE(std::filesystem::is_empty(mine_));
+}
+
+TEST_F(StateFolderTest, LinksThatLeadNowhereAreTold) {
+  StateFolder folder(path_, disk_);
+  std::filesystem::create_symlink("numbers", path_ + "/numbers");
+  EXPECT_THROW(folder.load("numbers", kTitle), std::runtime_error);
 }
 
 TEST_F(StateFolderTest, ASecondDriverIsRefused) {

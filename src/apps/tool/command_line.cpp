@@ -77,7 +77,7 @@ int parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostrea
   run_nn_command(nn, output, errors);
   if (features_command->parsed()) run_features_command(features, errors);
   run_model_command(model, output);
-  run_settings_command(settings, output);
+  run_settings_command(settings, output, errors);
   if (events_command->parsed()) run_events_command(events, output);
   return status_command->parsed() ? run_status_command(status, output) : kSuccess;
 }

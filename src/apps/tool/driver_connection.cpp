@@ -14,13 +14,6 @@ namespace {
 
 constexpr std::uint32_t kDriverPatienceMs = 2000;
 
-std::string driver_socket(const std::string& path) {
-  if (!path.empty()) return path;
-  const auto usual = driver::default_socket_path();
-  if (!usual) throw Failure("XDG_RUNTIME_DIR is not set, so that the driver's socket is unknown; give --socket PATH");
-  return *usual;
-}
-
 Failure no_connection(const std::string& path, Error why) {
   const std::string driver = "the driver at '" + path + "' ";
   switch (why) {
@@ -62,9 +55,17 @@ void add_socket_option(CLI::App& command, std::string& path) {
 
 void add_json_option(CLI::App& command, bool& json) { command.add_flag("--json", json, "print JSON, for programs"); }
 
-DriverConnection::DriverConnection(const std::string& path)
-    : path_(driver_socket(path)), done_(events_.create(Reset::manual)), bus_(path_) {
+std::string driver_socket(const std::string& given) {
+  if (!given.empty()) return given;
+  const auto usual = driver::default_socket_path();
+  if (!usual) throw Failure("XDG_RUNTIME_DIR is not set, so that the driver's socket is unknown; give --socket PATH");
+  return *usual;
+}
+
+DriverConnection::DriverConnection(const std::string& given)
+    : path_(driver_socket(given)), done_(events_.create(Reset::manual)), bus_(path_) {
   if (!done_) throw Failure("there are no file descriptors left; close something");
+  if (const std::string fault = linux::path_fault(path_); !fault.empty()) throw Failure(fault + "; give a shorter one");
   Error why = error::kNone;
   device_ = bus_.open(path_, Sharing::shared, Completion::overlapped, why);
   if (!device_) throw no_connection(path_, why);
@@ -158,6 +159,15 @@ control::Store DriverConnection::settings() {
     }
   }
   return store;
+}
+
+std::string DriverConnection::report() {
+  std::array<char, control::kMaxReportBytes> report{};
+  std::uint32_t transferred = 0;
+  const Error refused = request(control::NSV_READ_REPORT, {}, std::as_writable_bytes(std::span(report)), transferred);
+  if (refused == error::kNotFound) return {};
+  if (refused != error::kNone) throw Failure("the driver does not give the service's report: " + refusal_text(refused));
+  return {report.data(), transferred};
 }
 
 }  // namespace sonivo::tool

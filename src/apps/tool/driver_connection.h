@@ -22,12 +22,15 @@ void add_socket_option(CLI::App& command, std::string& path);
 /// Declares `--json`. Parsing fills `json`, which must outlive it.
 void add_json_option(CLI::App& command, bool& json);
 
+/// Where the driver listens: the path that an option gave, else the usual one. Throws Failure when there is none.
+std::string driver_socket(const std::string& given);
+
 /// A connection to the driver of this user. Its requests throw Failure, in words that say what to do, when the driver
 /// is gone or doesn't answer within two seconds.
 class DriverConnection {
  public:
-  /// `path`: of the driver's socket; the usual one when empty. Throws Failure when nobody listens there.
-  explicit DriverConnection(const std::string& path);
+  /// `given`: as of driver_socket(). Throws Failure when nobody listens there.
+  explicit DriverConnection(const std::string& given);
 
   const std::string& path() const { return path_; }
   Events& events() { return events_; }
@@ -47,6 +50,8 @@ class DriverConnection {
   void set_text(std::uint32_t code, std::u16string_view value, const std::string& name);
   /// All values.
   control::Store settings();
+  /// What the service tells of itself; empty without one.
+  std::string report();
 
  private:
   struct Outcome {

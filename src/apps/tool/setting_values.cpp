@@ -21,8 +21,8 @@ using control::Store;
 
 enum class ValueKind { flag, number, position, mode, model, enrolment, text, endpoint };
 
-constexpr std::uint32_t kHighestPosition = 4;
 constexpr std::uint32_t kHighestMode = 4;
+constexpr std::uint32_t kHighestPosition = kHighestMode + 1;
 
 struct NamedNumber {
   const char* name;
@@ -104,7 +104,7 @@ std::uint32_t parse_number(const Setting& setting, ValueKind kind, const std::st
     case ValueKind::flag:
       return number_from(setting, value, kFlagNames, 0, 1, "on or off");
     case ValueKind::position:
-      return number_from(setting, value, std::span(kFlagNames).first(1), 0, kHighestPosition, "off or 1 to 4");
+      return number_from(setting, value, std::span(kFlagNames).first(1), 0, kHighestPosition, "off or 1 to 5");
     case ValueKind::mode:
       return number_from(setting, value, {}, 0, kHighestMode, "0 to 4");
     case ValueKind::model:

@@ -13,7 +13,7 @@ namespace sonivo::tool {
 /// The driver's values in the words of people.
 ///
 ///   flags                         on, off
-///   meeting-mode                  off, or the position 1 to 4: 3 and 4 are 1 and 2 with room correction
+///   meeting-mode                  off, or the position 1 to 5: 3 to 5 are 1 to 3 with room correction
 ///   speaker-mode, headphone-mode  0 to 4
 ///   model                         small, medium, large, or the row 3, 2, 1
 ///   enrolment                     start, running, abort, or a result

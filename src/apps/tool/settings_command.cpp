@@ -1,15 +1,20 @@
 #include "apps/tool/settings_command.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <span>
 #include <variant>
 
 #include "apps/tool/driver_connection.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/json_output.h"
 #include "apps/tool/printable.h"
 #include "apps/tool/setting_values.h"
+#include "apps/tool/status_report.h"
+#include "base/text.h"
 
 namespace sonivo::tool {
 
@@ -19,11 +24,6 @@ using control::Setting;
 using control::Store;
 
 constexpr int kNameWidth = 18;
-constexpr int kJsonIndent = 2;
-
-void write_json(std::ostream& output, const nlohmann::ordered_json& json) {
-  output << json.dump(kJsonIndent, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
 
 void list_settings(const SettingsOptions& options, std::ostream& output) {
   const Store store = DriverConnection(options.socket).settings();
@@ -76,7 +76,29 @@ nlohmann::ordered_json named_settings_json(const SettingsOptions& options, const
   return json;
 }
 
-void set_settings(const SettingsOptions& options, std::ostream& output) {
+/// The endpoints that the service knows; none when it doesn't tell.
+std::vector<std::string> known_endpoints(const std::string& report, std::uint32_t set_code) {
+  try {
+    const ServiceReport told = read_service_report(report);
+    return set_code == control::SetCaptureEndpointId ? told.capture.endpoints : told.render.endpoints;
+  } catch (const ReportFault&) {  // there is no service, or one of another version
+    return {};
+  }
+}
+
+void warn_of_unknown_endpoints(std::span<const SetRequest> requests, DriverConnection& driver, std::ostream& errors) {
+  for (const SetRequest& each : requests) {
+    if (each.code != control::SetCaptureEndpointId && each.code != control::SetRenderEndpointId) continue;
+    const std::string id = to_utf8(std::get<std::u16string>(each.value));
+    if (id.empty()) continue;  // the default one
+    const std::vector<std::string> known = known_endpoints(driver.report(), each.code);
+    if (known.empty() || std::find(known.begin(), known.end(), id) != known.end()) continue;
+    errors << "warning: there is no endpoint '" << printable(id) << "' at present; " << each.name
+           << " is set to it all the same\n";
+  }
+}
+
+void set_settings(const SettingsOptions& options, std::ostream& output, std::ostream& errors) {
   const std::vector<SetRequest> requests = checked_requests(options);
   DriverConnection driver(options.socket);
   for (const SetRequest& each : requests) {
@@ -86,6 +108,7 @@ void set_settings(const SettingsOptions& options, std::ostream& output) {
       driver.set_text(each.code, std::get<std::u16string>(each.value), each.name);
     }
   }
+  warn_of_unknown_endpoints(requests, driver, errors);
   if (options.json) write_json(output, named_settings_json(options, driver.settings()));
 }
 
@@ -95,7 +118,7 @@ constexpr const char* kSetDescription =
     "  keyboard-cancel, beamforming,            on or off, as a settings application does it: what the\n"
     "  speech-enhance, voice-model              user wants and what is in effect, both; followed by\n"
     "                                           -user the one layer that the user's wish is kept in\n"
-    "  meeting-mode                             off or a position, 1 to 4: sets speaker-mode and\n"
+    "  meeting-mode                             off or a position, 1 to 5: sets speaker-mode and\n"
     "                                           headphone-mode, too\n"
     "  speaker-mode, headphone-mode             0 to 4\n"
     "  model                                    small, medium or large\n"
@@ -155,7 +178,7 @@ void add_settings_commands(CLI::App& command, SettingsOptions& options) {
   add_set_command(command, options);
 }
 
-void run_settings_command(const SettingsOptions& options, std::ostream& output) {
+void run_settings_command(const SettingsOptions& options, std::ostream& output, std::ostream& errors) {
   switch (options.action) {
     case SettingsOptions::Action::none:
       break;
@@ -164,7 +187,7 @@ void run_settings_command(const SettingsOptions& options, std::ostream& output) 
     case SettingsOptions::Action::get:
       return get_setting(options, output);
     case SettingsOptions::Action::set:
-      return set_settings(options, output);
+      return set_settings(options, output, errors);
   }
 }
 

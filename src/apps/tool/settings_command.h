@@ -24,7 +24,8 @@ struct SettingsOptions {
 /// Declares `sonivo settings list`, `get` and `set`. Parsing fills `options`, which must outlive it.
 void add_settings_commands(CLI::App& command, SettingsOptions& options);
 
-/// Lists, reads or changes what the driver holds. Throws UsageError before anything is sent, and Failure.
-void run_settings_command(const SettingsOptions& options, std::ostream& output);
+/// Lists, reads or changes what the driver holds. An endpoint that the service doesn't know is set all the same, with a
+/// line on `errors`. Throws UsageError before anything is sent, and Failure.
+void run_settings_command(const SettingsOptions& options, std::ostream& output, std::ostream& errors);
 
 }  // namespace sonivo::tool

@@ -1,7 +1,6 @@
 #include "apps/tool/status_command.h"
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <chrono>
 #include <iomanip>
 #include <nlohmann/json.hpp>
@@ -12,6 +11,7 @@
 
 #include "apps/tool/driver_connection.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/json_output.h"
 #include "apps/tool/printable.h"
 #include "apps/tool/setting_values.h"
 #include "relay/gates.h"
@@ -30,7 +30,7 @@ constexpr const char* kStatusDescription =
     "  1  the driver can't be reached\n"
     "  2  the arguments make no sense\n"
     "  3  the driver answers, but the service does not run\n"
-    "  4  the service tells of trouble, or what can't be understood";
+    "  4  the service tells of trouble, or what can't be understood, or does not answer";
 
 struct Gates {
   bool key_cancel = false;
@@ -65,7 +65,14 @@ const char* expected_chain(const Gates& gates) {
 }
 
 std::string service_text(const MachineStatus& status) {
+  if (status.is_silent()) {
+    return "has not answered for " + std::to_string(status.ages.report_ms / 1000) +
+           " s; restart it: systemctl --user restart NorvellSonivoService";
+  }
   if (status.service) return status.service->driver_ready ? "runs" : "runs, but is not ready with the driver";
+  if (status.has_new_driver()) {
+    return "has not connected yet: the driver started " + std::to_string(status.ages.driver_ms / 1000) + " s ago";
+  }
   if (status.report.empty()) return "does not run; start NorvellSonivoService";
   return "runs, but its report can't be relied on: " + status.report_fault;
 }
@@ -136,6 +143,7 @@ class StatusTable {
     row("model", value("model"));
     row("enrolment", value("enrolment"));
     print_stream("microphone", "capture-endpoint", service ? &service->capture : nullptr);
+    if (service && service->capture.blocks != 0) print_chain(service->capture);
     print_stream("speaker", "render-endpoint", service ? &service->render : nullptr);
     if (!service) return;
     row("trouble", service->trouble.empty() ? "none" : service->trouble);
@@ -191,15 +199,18 @@ class StatusTable {
          << " ms lowest; the virtual clock runs " << clock_text(stream->feedback);
     row("  ring fill", text.str());
     row("  underruns", std::to_string(stream->underruns) + ", overruns " + std::to_string(stream->overruns));
-    if (stream->blocks == 0) return;
-    row("  blocks", std::to_string(stream->blocks) + ", silenced " + std::to_string(stream->silenced) +
-                        ", unenhanced " + std::to_string(stream->unenhanced));
-    text.str("");
-    text << stream->chain_latency_ms << " ms of the chain, " << stream->fill_mean_ms << " ms of the ring";
+  }
+
+  void print_chain(const CaptureReport& capture) {
+    row("  blocks", std::to_string(capture.blocks) + ", silenced " + std::to_string(capture.silenced) +
+                        ", unenhanced " + std::to_string(capture.unenhanced));
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(1) << capture.chain_latency_ms << " ms of the chain, "
+         << capture.fill_mean_ms << " ms of the ring";
     row("  latency", text.str());
     text.str("");
-    text << 100 * stream->load << " % of real time; a block takes " << stream->execute_mean_us << " us, at most "
-         << stream->execute_max_us << " us";
+    text << 100 * capture.load << " % of real time; a block takes " << capture.execute_mean_us << " us, at most "
+         << capture.execute_max_us << " us";
     row("  load", text.str());
   }
 
@@ -225,23 +236,42 @@ std::uint64_t monotonic_ms() {
   return static_cast<std::uint64_t>(std::chrono::duration_cast<milliseconds>(now).count());
 }
 
-/// Empty without one.
-std::string published_report(DriverConnection& driver) {
-  std::array<char, control::kMaxReportBytes> report{};
+/// The members of the object that print_status_json() makes, as far as they are known without a driver.
+void print_failure_json(std::ostream& output, const std::string& socket, const std::string& fault) {
+  nlohmann::ordered_json json;
+  json["health"] = "no driver";
+  json["driver"] = {{"socket", socket}, {"running_ms", nullptr}, {"settings", nullptr}, {"fault", fault}};
+  for (const char* const unknown : {"gates", "service"}) json[unknown] = nullptr;
+  json["report_fault"] = "";
+  json["report_age_ms"] = nullptr;
+  write_json(output, json);
+}
+
+control::Ages ages_at(DriverConnection& driver) {
+  control::Ages ages;
   std::uint32_t transferred = 0;
   const Error refused =
-      driver.request(control::NSV_READ_REPORT, {}, std::as_writable_bytes(std::span(report)), transferred);
-  if (refused == error::kNotFound) return {};
-  if (refused != error::kNone) {
-    throw Failure("the driver does not give the service's report: error " + std::to_string(refused));
+      driver.request(control::NSV_READ_AGES, {}, std::as_writable_bytes(std::span(&ages, 1)), transferred);
+  if (refused != error::kNone || transferred != sizeof ages) {
+    throw Failure(
+        "the driver does not tell how old the service's report is: install a driver and a sonivo of the same "
+        "version");
   }
-  return {report.data(), transferred};
+  return ages;
+}
+
+MachineStatus read_status(const std::string& socket) {
+  DriverConnection driver(socket);
+  const Store settings = driver.settings();
+  const std::string report = driver.report();
+  return machine_status(socket, settings, report, ages_at(driver), monotonic_ms());
 }
 
 }  // namespace
 
-MachineStatus machine_status(std::string socket, control::Store settings, std::string report, std::uint64_t now_ms) {
-  MachineStatus status{std::move(socket), std::move(settings), std::move(report), std::nullopt, {}, now_ms};
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report, const control::Ages& ages,
+                             std::uint64_t now_ms) {
+  MachineStatus status{std::move(socket), std::move(settings), std::move(report), std::nullopt, {}, ages, now_ms};
   if (status.report.empty()) return status;
   try {
     status.service = read_service_report(status.report);
@@ -253,7 +283,7 @@ MachineStatus machine_status(std::string socket, control::Store settings, std::s
 
 int status_exit_code(const MachineStatus& status) {
   if (status.report.empty()) return kNoService;
-  return status.service && status.service->is_healthy() ? kHealthy : kTrouble;
+  return status.service && status.service->is_healthy() && !status.is_silent() ? kHealthy : kTrouble;
 }
 
 void print_status(std::ostream& output, const MachineStatus& status) { StatusTable(output, status).print(); }
@@ -262,7 +292,10 @@ void print_status_json(std::ostream& output, const MachineStatus& status) {
   const Gates gates = gates_of(status);
   nlohmann::ordered_json json;
   json["health"] = health_text(status);
-  json["driver"] = {{"socket", status.socket}, {"settings", settings_json(status.settings)}};
+  json["driver"] = {{"socket", status.socket},
+                    {"running_ms", status.ages.driver_ms},
+                    {"settings", settings_json(status.settings)},
+                    {"fault", ""}};
   json["gates"] = {{"key_cancel", gates.key_cancel},
                    {"beamforming", gates.beamforming},
                    {"ai_speech", gates.ai_speech},
@@ -273,7 +306,9 @@ void print_status_json(std::ostream& output, const MachineStatus& status) {
     json["service"] = nullptr;
   }
   json["report_fault"] = status.report_fault;
-  output << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  json["report_age_ms"] = nullptr;
+  if (status.ages.report_ms != control::Ages::kNone) json["report_age_ms"] = status.ages.report_ms;
+  write_json(output, json);
 }
 
 CLI::App* add_status_command(CLI::App& app, StatusOptions& options) {
@@ -285,15 +320,16 @@ CLI::App* add_status_command(CLI::App& app, StatusOptions& options) {
 }
 
 int run_status_command(const StatusOptions& options, std::ostream& output) {
-  DriverConnection driver(options.socket);
-  const Store settings = driver.settings();
-  const MachineStatus status = machine_status(driver.path(), settings, published_report(driver), monotonic_ms());
-  if (options.json) {
-    print_status_json(output, status);
-  } else {
-    print_status(output, status);
+  std::string socket = options.socket;
+  try {
+    socket = driver_socket(socket);
+    const MachineStatus status = read_status(socket);
+    options.json ? print_status_json(output, status) : print_status(output, status);
+    return status_exit_code(status);
+  } catch (const Failure& failure) {
+    if (options.json) print_failure_json(output, socket, failure.what());
+    throw;
   }
-  return status_exit_code(status);
 }
 
 }  // namespace sonivo::tool

@@ -34,10 +34,22 @@ struct MachineStatus {
   std::string report;  ///< as the service gave it; empty without one
   std::optional<ServiceReport> service;
   std::string report_fault;  ///< why there is no `service` in spite of a report
+  control::Ages ages;
   std::uint64_t now_ms = 0;  ///< on the machine's monotonic clock
+
+  /// The service publishes its report every five seconds: it hangs, or is stopped.
+  bool is_silent() const { return ages.report_ms != control::Ages::kNone && ages.report_ms > kSilentMs; }
+  /// It takes the service two seconds to connect to a driver that came back, and seven where the former one told it of
+  /// its end.
+  bool has_new_driver() const { return report.empty() && ages.driver_ms < kConnectMs; }
+
+ private:
+  static constexpr std::uint64_t kSilentMs = 12'000;
+  static constexpr std::uint64_t kConnectMs = 8000;
 };
 
-MachineStatus machine_status(std::string socket, control::Store settings, std::string report, std::uint64_t now_ms = 0);
+MachineStatus machine_status(std::string socket, control::Store settings, std::string report, const control::Ages& ages,
+                             std::uint64_t now_ms = 0);
 
 inline constexpr int kHealthy = 0;
 inline constexpr int kNoService = 3;

@@ -14,7 +14,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::uint64_t kReportVersion = 3;
+constexpr std::uint64_t kReportVersion = 4;
 constexpr std::array<const char*, 4> kReportedStates{"eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
                                                      "ePhysicalStreaming"};
 constexpr std::array<const char*, 4> kReportedChains{"none", "keycancel", "beamforming", "ai"};
@@ -59,6 +59,13 @@ class ObjectReader {
     if (!value.is_string()) throw fault(name);
     return value.get<std::string>();
   }
+  std::vector<std::string> texts(const char* name) const {
+    const json& values = member(name);
+    const bool are_texts = values.is_array() &&
+                           std::all_of(values.begin(), values.end(), [](const json& each) { return each.is_string(); });
+    if (!are_texts) throw fault(name);
+    return values.get<std::vector<std::string>>();
+  }
   std::string word(const char* name, std::span<const char* const> words) const {
     std::string value = text(name);
     if (std::find(words.begin(), words.end(), value) == words.end()) throw fault(name);
@@ -83,20 +90,26 @@ StreamReport read_stream(const ObjectReader& reader) {
   StreamReport stream;
   stream.state = reader.word("state", kReportedStates);
   stream.endpoint = reader.text("endpoint");
+  stream.endpoints = reader.texts("endpoints");
   stream.streams = reader.count("streams");
   stream.underruns = reader.count("underruns");
   stream.overruns = reader.count("overruns");
   stream.feedback = reader.sign("feedback");
   stream.fill_mean_ms = reader.amount("fill_mean_ms");
   stream.fill_min_ms = reader.amount("fill_min_ms");
-  stream.blocks = reader.count("blocks");
-  stream.silenced = reader.count("silenced");
-  stream.unenhanced = reader.count("unenhanced");
-  stream.chain_latency_ms = reader.amount("chain_latency_ms");
-  stream.execute_mean_us = reader.amount("execute_mean_us");
-  stream.execute_max_us = reader.amount("execute_max_us");
-  stream.load = reader.amount("load");
   return stream;
+}
+
+CaptureReport read_capture(const ObjectReader& reader) {
+  CaptureReport capture{read_stream(reader)};
+  capture.blocks = reader.count("blocks");
+  capture.silenced = reader.count("silenced");
+  capture.unenhanced = reader.count("unenhanced");
+  capture.chain_latency_ms = reader.amount("chain_latency_ms");
+  capture.execute_mean_us = reader.amount("execute_mean_us");
+  capture.execute_max_us = reader.amount("execute_max_us");
+  capture.load = reader.amount("load");
+  return capture;
 }
 
 }  // namespace
@@ -122,7 +135,7 @@ ServiceReport read_service_report(std::string_view text) {
   report.room_correction = reader.flag("room_correction");
   report.headphones = reader.flag("headphones");
   report.auto_mute = reader.flag("auto_mute");
-  report.capture = read_stream(reader.object("capture"));
+  report.capture = read_capture(reader.object("capture"));
   report.render = read_stream(reader.object("render"));
   report.trouble = reader.text("trouble");
   report.last_trouble = reader.text("last_trouble");

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sonivo::tool {
 
@@ -11,12 +12,17 @@ namespace sonivo::tool {
 struct StreamReport {
   std::string state;     ///< one of eWaitVirtualDriver, eWaitVirtualStream, eVirtualStreaming, ePhysicalStreaming
   std::string endpoint;  ///< physical; empty: none
+  std::vector<std::string> endpoints;  ///< that there are; none: it doesn't tell
   std::uint64_t streams = 0;
   std::uint64_t underruns = 0;
   std::uint64_t overruns = 0;
   std::int32_t feedback = 0;  ///< -1, 0 or 1
   double fill_mean_ms = 0;
   double fill_min_ms = 0;
+};
+
+/// What it tells of the microphone besides: the work of the chain.
+struct CaptureReport : StreamReport {
   std::uint64_t blocks = 0;
   std::uint64_t silenced = 0;
   std::uint64_t unenhanced = 0;
@@ -38,7 +44,7 @@ struct ServiceReport {
   bool room_correction = false;
   bool headphones = false;
   bool auto_mute = false;
-  StreamReport capture;
+  CaptureReport capture;
   StreamReport render;
   std::string trouble;                ///< what is wrong now; empty: nothing
   std::string last_trouble;           ///< also what is over; empty: there was none
@@ -53,7 +59,7 @@ class ReportFault : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Reads the JSON of a report of version 3, in which each member must be there and be of its kind. Throws ReportFault.
+/// Reads the JSON of a report of version 4, in which each member must be there and be of its kind. Throws ReportFault.
 ServiceReport read_service_report(std::string_view json);
 
 }  // namespace sonivo::tool

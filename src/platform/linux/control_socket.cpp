@@ -74,6 +74,12 @@ Error await_service(int socket, std::chrono::milliseconds limit) {
 
 }  // namespace
 
+std::string path_fault(const std::string& path) {
+  if (control_address(path)) return {};
+  return "the path '" + path + "' is too long for a socket: it has " + std::to_string(path.size()) +
+         " bytes, and there is room for " + std::to_string(sizeof(sockaddr_un::sun_path) - 1);
+}
+
 bool may_pend(std::uint32_t code) {
   return code == control::NSV_SERVICE_EVENT_NOTIFY || code == control::NSV_OBSERVE_EVENTS ||
          code == control::NSV_WATCH_FX_PROPERTIES;

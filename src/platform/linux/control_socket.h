@@ -15,6 +15,9 @@ namespace sonivo::linux {
 /// leave meanwhile still does so in time: three such waits are as long as anybody waits for it.
 inline constexpr std::chrono::milliseconds kAnswerLimit{2000};
 
+/// Why nobody can listen at the path, in a sentence; empty when somebody can.
+std::string path_fault(const std::string& path);
+
 /// Whether a request of this code waits for something to happen, so that no answer says nothing of the driver.
 bool may_pend(std::uint32_t code);
 

@@ -29,6 +29,18 @@ struct MainThreadBench : HostBench {
     thread->join();
     thread.reset();
   }
+  /// An application records from now on.
+  void record() {
+    host->m_AudioControl.Start();
+    machine.driver().open_recorder(pcm_format(48000, 16, 2));
+    run_for(1000);
+  }
+  /// An application plays from now on.
+  void play() {
+    host->m_AudioControl.Start();
+    machine.driver().open_player(pcm_format(48000, 16, 2), sim::memory_source({}));
+    run_for(1000);
+  }
   std::vector<std::uint32_t> all_codes() {
     std::vector<std::uint32_t> codes;
     for (const sim::ControlRecord& each : driver().requests()) codes.push_back(each.code);

@@ -104,51 +104,33 @@ TEST(ConnectedEndpoints, AreSetWithoutTheDriversLock) {
   }
 }
 
-// Only force makes a stream leave an endpoint for the same one.
-TEST(ConnectedEndpoints, LeaveAPlayerThatUsesTheNamedOnePlaying) {
-  MainThreadBench bench;
-  bench.driver().set_text(c::GetRenderEndpointId, to_utf16(sim::kSpeakers));
-  bench.open();
-  bench.start_thread();
-  bench.host->m_AudioControl.Start();
-  bench.machine.driver().open_player(pcm_format(48000, 16, 2), sim::memory_source({}));
-  bench.run_for(1000);
-  const auto opened = [&] { return bench.machine.script().count(sim::Step::client_initialize); };
-  const std::uint64_t before = opened();
-  ASSERT_GT(before, 0u);
-  bench.host->m_bDriverReady = 0;
-  bench.send(c::kNothing);  // the next round synchronises
-  bench.run_for(1000);
-  EXPECT_EQ(bench.host->m_bDriverReady, 1u);
-  bench.send(c::NSVDRV_CMD_DEV_SPK);
-  bench.run_for(1000);
-  EXPECT_EQ(opened(), before);
-
-  bench.driver().set_text(c::GetRenderEndpointId, to_utf16(sim::kHeadphones));
-  bench.send(c::NSVDRV_CMD_DEV_SPK);
-  bench.run_for(1000);
-  EXPECT_GT(opened(), before);
-}
-
 // ---- Chains that run already
+
+/// A machine whose chain runs before the driver is connected.
+struct RunningChainBench : MainThreadBench {
+  explicit RunningChainBench(const Model& model) : MainThreadBench(model) {
+    store_parameters();
+    host->m_AudioControl.SetEndpointForce(DataFlow::capture, sim::kMicArray);
+  }
+  /// What the chain is told when the driver is connected.
+  std::vector<std::string> told_on_connection(ChainScript& chain) {
+    record();
+    chain.clear();
+    open();
+    start_thread(1000);
+    return chain.calls();
+  }
+};
 
 TEST(RunningChain, TheSecondTakesTheDriversSettingsWhenItConnects) {
   for (const bool on : {false, true}) {
-    MainThreadBench bench(kBeamForming);
-    bench.store_parameters();
+    RunningChainBench bench(kBeamForming);
     bench.host->m_AudioControl.SetGenAndFunction(8, 2, 3, 2);
     bench.host->m_AudioControl.ChangeBeamFormingKeyCancelState(!on);
     bench.host->m_AudioControl.ChangeBeamFormingState(on);
-    bench.host->m_AudioControl.SetEndpointForce(DataFlow::capture, sim::kMicArray);
-    bench.host->m_AudioControl.Start();
-    bench.machine.driver().open_recorder(pcm_format(48000, 16, 2));
-    bench.run_for(1000);
-    bench.chains.beam_forming->clear();
     bench.driver().set_number(c::GetKeyboardCancelMTG, on ? 1 : 0);
     bench.driver().set_number(c::GetBeamformingMTG, on ? 0 : 1);
-    bench.open();
-    bench.start_thread(1000);
-    EXPECT_THAT(bench.chains.beam_forming->calls(),
+    EXPECT_THAT(bench.told_on_connection(*bench.chains.beam_forming),
                 AllOf(Contains(on ? "SetKeyReductionActive(1)" : "SetKeyReductionActive(0)"),
                       Contains(on ? "SetBeamFormingActive(0)" : "SetBeamFormingActive(1)")));
   }
@@ -156,20 +138,12 @@ TEST(RunningChain, TheSecondTakesTheDriversSettingsWhenItConnects) {
 
 TEST(RunningChain, TheThirdTakesTheDriversSettingWhenItConnects) {
   for (const bool on : {false, true}) {
-    MainThreadBench bench(kAISpeech);
-    bench.store_parameters();
+    RunningChainBench bench(kAISpeech);
     bench.host->m_AudioControl.SetGenAndFunction(10, 2, 5, 8);
     bench.host->m_AudioControl.ChangeAISpeechEnhanceState(!on);
-    bench.host->m_AudioControl.SetEndpointForce(DataFlow::capture, sim::kMicArray);
     bench.host->m_AudioControl.SetAISpeechEnhanceOpen();
-    bench.host->m_AudioControl.Start();
-    bench.machine.driver().open_recorder(pcm_format(48000, 16, 2));
-    bench.run_for(1000);
-    bench.chains.ai_speech->clear();
     bench.driver().set_number(c::GetAispeechenhanceMTG, on ? 1 : 0);
-    bench.open();
-    bench.start_thread(1000);
-    EXPECT_THAT(bench.chains.ai_speech->calls(),
+    EXPECT_THAT(bench.told_on_connection(*bench.chains.ai_speech),
                 Contains(on ? "SetAISpeechEnhanceActive(1)" : "SetAISpeechEnhanceActive(0)"));
   }
 }

@@ -36,12 +36,6 @@ struct SynchroniseBench : MainThreadBench {
     driver().set_number(code, value.value_or(0));
     if (!value) driver().fail(code, error::kAccessDenied);
   }
-  /// An application records, after the driver was connected.
-  void record() {
-    host->m_AudioControl.Start();
-    machine.driver().open_recorder(pcm_format(48000, 16, 2));
-    run_for(1000);
-  }
   /// What the stream that opens now tells the chain.
   std::vector<std::string> opening(ChainScript& chain) {
     chain.clear();
@@ -221,12 +215,26 @@ TEST(Connected, AutoMuteDuringARecordingShowsNoWindow) {
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 0u);
 }
 
+// ---- Endpoints that streams use
+
+struct UsedEndpoint {
+  DataFlow flow;
+  std::uint32_t get_code;
+  std::uint32_t command;
+  const char* named;
+  const char* another;
+};
+void PrintTo(const UsedEndpoint& row, std::ostream* out) { *out << row.named; }
+class UsedEndpointNamed : public testing::TestWithParam<UsedEndpoint> {};
+
 // Only force makes a stream leave an endpoint for the same one.
-TEST(Connected, AnEndpointThatIsNamedAgainLeavesItsStreamRunning) {
-  SynchroniseBench bench(kPlain);
-  bench.driver().set_text(c::GetCaptureEndpointId, to_utf16(sim::kMicArray));
+TEST_P(UsedEndpointNamed, AgainLeavesItsStreamRunning) {
+  const UsedEndpoint& used = GetParam();
+  MainThreadBench bench;
+  bench.driver().set_text(used.get_code, to_utf16(used.named));
+  bench.open();
   bench.start_thread();
-  bench.record();
+  used.flow == DataFlow::capture ? bench.record() : bench.play();
   const auto opened = [&] { return bench.machine.script().count(sim::Step::client_initialize); };
   const std::uint64_t before = opened();
   ASSERT_GT(before, 0u);
@@ -234,15 +242,21 @@ TEST(Connected, AnEndpointThatIsNamedAgainLeavesItsStreamRunning) {
   bench.send(c::kNothing);  // the next round synchronises
   bench.run_for(1000);
   EXPECT_EQ(bench.host->m_bDriverReady, 1u);
-  bench.send(c::NSVDRV_CMD_DEV_MIC);
+  bench.send(used.command);
   bench.run_for(1000);
   EXPECT_EQ(opened(), before);
 
-  bench.driver().set_text(c::GetCaptureEndpointId, to_utf16(sim::kHeadsetMic));
-  bench.send(c::NSVDRV_CMD_DEV_MIC);
+  bench.driver().set_text(used.get_code, to_utf16(used.another));
+  bench.send(used.command);
   bench.run_for(1000);
   EXPECT_GT(opened(), before);
 }
+
+INSTANTIATE_TEST_SUITE_P(Directions, UsedEndpointNamed,
+                         testing::Values(UsedEndpoint{DataFlow::capture, c::GetCaptureEndpointId, c::NSVDRV_CMD_DEV_MIC,
+                                                      sim::kMicArray, sim::kHeadsetMic},
+                                         UsedEndpoint{DataFlow::render, c::GetRenderEndpointId, c::NSVDRV_CMD_DEV_SPK,
+                                                      sim::kSpeakers, sim::kHeadphones}));
 
 }  // namespace
 }  // namespace sonivo::test

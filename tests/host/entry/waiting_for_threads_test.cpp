@@ -16,6 +16,7 @@ using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 namespace c = control;
 
 constexpr const char* kSubLeft = "[Main] hThreadSub != WAIT_OBJECT_0.\n";
@@ -51,6 +52,21 @@ struct WaitingBench : HostBench {
     host->m_bThreadExit = 1;
     host->m_bSonivoServiceLock = 1;
     post_any();
+  }
+  /// The session is locked; each of the mode threads' events, whether it is open when the next message has started the
+  /// first thread anew.
+  std::vector<bool> open_events_after_lock(std::uint32_t ms) {
+    std::vector<bool> open;
+    machine.session().lock();
+    run_for(1000);
+    machine.script().before(sim::Step::thread_start, 1, [&] {
+      for (const EventPair* pair : {&host->m_hEvent, &host->m_hRegistryEvent, &host->m_hRegistryEvent_Quit}) {
+        for (const auto each : {EventPair::kWork, EventPair::kStop}) open.push_back(pair->Get(each) != nullptr);
+      }
+    });
+    post_any();
+    run_for(ms);
+    return open;
   }
 };
 
@@ -109,38 +125,14 @@ TEST(WaitingAtAReboot, GivesBothModeThreadsTheirTimeAndSaysNothingOfThem) {
 TEST(WaitingAtAReboot, ClosesTheEventsOfThreadsThatEnded) {
   WaitingBench bench(kBeamForming);
   bench.start();
-  bench.machine.session().lock();
-  bench.run_for(1000);
-  std::vector<bool> open;
-  bench.machine.script().before(sim::Step::thread_start, 1, [&] {
-    for (const EventPair* pair :
-         {&bench.host->m_hEvent, &bench.host->m_hRegistryEvent, &bench.host->m_hRegistryEvent_Quit}) {
-      open.push_back(pair->Get(EventPair::kWork) != nullptr);
-      open.push_back(pair->Get(EventPair::kStop) != nullptr);
-    }
-  });
-  bench.post_any();
-  bench.run_for(100);
-  EXPECT_THAT(open, AllOf(testing::SizeIs(6), Each(false)));
+  EXPECT_THAT(bench.open_events_after_lock(100), AllOf(SizeIs(6), Each(false)));
 }
 
 TEST(WaitingAtAReboot, LeavesTheEventsOfAbandonedThreadsOpen) {
   WaitingBench bench(kBeamForming);
   bench.start();
   bench.machine.session().set_console_session(2);
-  bench.machine.session().lock();
-  bench.run_for(1000);
-  std::vector<bool> open;
-  bench.machine.script().before(sim::Step::thread_start, 1, [&] {
-    for (const EventPair* pair :
-         {&bench.host->m_hEvent, &bench.host->m_hRegistryEvent, &bench.host->m_hRegistryEvent_Quit}) {
-      open.push_back(pair->Get(EventPair::kWork) != nullptr);
-      open.push_back(pair->Get(EventPair::kStop) != nullptr);
-    }
-  });
-  bench.post_any();
-  bench.run_for(13'000);
-  EXPECT_THAT(open, AllOf(testing::SizeIs(6), Each(true)));
+  EXPECT_THAT(bench.open_events_after_lock(13'000), AllOf(SizeIs(6), Each(true)));
 }
 
 /// A service whose registry thread builds a voice model for half a minute, on a machine where nobody else wants the

@@ -17,6 +17,7 @@
 #include "platform/linux/headless_desktop.h"
 #include "platform/linux/threads.h"
 #include "platform/sim/machine.h"
+#include "support/pumped_windows.h"
 
 namespace sonivo::test {
 namespace {
@@ -74,31 +75,14 @@ class HeadlessForm {
 };
 
 template <class Form>
-class DesktopForms : public testing::Test {
+class DesktopForms : public PumpedWindows {
  protected:
-  /// A window that notes its messages and leaves the rest to the desktop.
-  WindowHandle window(const std::string& class_name = "window", const Rect& place = {100, 100, 200, 200}) {
-    return windows.create(class_name, place, [this](const Message& message) {
-      seen.push_back(message);
-      return windows.default_procedure(message);
-    });
-  }
-  /// Dispatches all there is, and answers what came since the latest pump.
-  std::vector<Message> pump() {
-    seen.clear();
-    for (Message message; desktop.peek_message(message);) desktop.dispatch_message(message);
-    return seen;
-  }
-  std::vector<std::uint32_t> pump_numbers() {
-    std::vector<std::uint32_t> numbers;
-    for (const Message& message : pump()) numbers.push_back(message.message);
-    return numbers;
-  }
-
-  std::vector<Message> seen;
   Form form;
   Desktop& desktop = form.desktop();
   Windows& windows = desktop.windows();
+
+ private:
+  Desktop& pumped() override { return desktop; }
 };
 using Forms = testing::Types<SimulatedForm, HeadlessForm>;
 TYPED_TEST_SUITE(DesktopForms, Forms);
