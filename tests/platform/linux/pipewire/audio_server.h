@@ -46,10 +46,13 @@ class ChildProcess {
 /// "notebook.microphone", "notebook.speakers" and "usb.headset".
 class AudioServer {
  public:
+  /// Whose the notebook's devices are: those of a sound card are the manager's, and come and go with it.
+  enum class Devices { of_server, of_manager };
+
   /// The programs that aren't installed; empty: the tests can run.
   static std::string missing_programs();
 
-  AudioServer();
+  explicit AudioServer(Devices devices = Devices::of_server);
 
   void start_server();
   void kill_server();
