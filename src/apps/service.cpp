@@ -97,9 +97,8 @@ int serve(const Machine& machine, ChainFactory make_chains, std::function<void()
 
 int serve_this_machine(const std::string& socket) {
   OwnMachine machine({.driver_socket = socket, .names = microphone_names()});
-  linux::LinuxMachine& system = machine.system();
-  return serve(machine.seams(), ChainsInRealTime([&](int priority) { return system.grant_real_time(priority); }),
-               [&] { system.end_session(); });
+  return serve(machine.seams(), ChainsInRealTime([&](int priority) { return machine.grant_real_time(priority); }),
+               [&] { machine.end_session(); });
 }
 
 /// An application records from the virtual microphone and another plays to the virtual speaker, all the time.
