@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "platform/linux/pipewire/client_status.h"
+#include "platform/client_status.h"
 
 namespace sonivo::pipewire {
 namespace {

@@ -1,12 +1,16 @@
 #include "platform/linux/pipewire/audio_client.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <span>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "counting_audio.h"
 #include "pipewire_bench.h"
-#include "platform/linux/pipewire/client_status.h"
+#include "platform/client_status.h"
 
 namespace sonivo::test {
 namespace {
@@ -148,15 +152,15 @@ TEST_F(PipeWireClientTest, AClientOfADeviceThatGoesIsWokenAndFails) {
   const std::byte* data = nullptr;
   std::uint32_t frames = 0;
   std::uint32_t flags = 0;
-  EXPECT_EQ(packets->get_buffer(data, frames, flags), pipewire::kDeviceInvalidated);
-  EXPECT_EQ(headset->start(), pipewire::kDeviceInvalidated);
+  EXPECT_EQ(packets->get_buffer(data, frames, flags), kDeviceInvalidated);
+  EXPECT_EQ(headset->start(), kDeviceInvalidated);
 }
 
 TEST_F(PipeWireClientTest, AClientOfAServerThatGoesIsWokenAndFails) {
   const auto mic = client(DataFlow::capture, "notebook.microphone");
   ASSERT_EQ(mic->start(), kOk);
   server_->kill_server();
-  ASSERT_TRUE(comes_true([&] { return mic->stop() == pipewire::kDeviceInvalidated; }));
+  ASSERT_TRUE(comes_true([&] { return mic->stop() == kDeviceInvalidated; }));
   EXPECT_TRUE(woken());
 }
 
@@ -172,22 +176,21 @@ TEST_F(PipeWireClientTest, AMicrophoneWhoseClientNobodyElseKeepsRunningStaysIdle
 TEST_F(PipeWireClientTest, OperationsOutOfTurnAreRefused) {
   std::unique_ptr<AudioClient> made;
   ASSERT_EQ(endpoint(DataFlow::capture, "notebook.microphone")->activate_audio_client(made), kOk);
-  EXPECT_EQ(made->start(), pipewire::kNotInitialized);
+  EXPECT_EQ(made->start(), kNotInitialized);
   auto odd = pcm_format(48000, 16, 2);
   odd.nBlockAlign = 3;
-  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, odd), pipewire::kUnsupportedFormat);
+  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, odd), kUnsupportedFormat);
   ASSERT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, pcm_format(48000, 16, 2)), kOk);
-  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, pcm_format(48000, 16, 2)),
-            pipewire::kAlreadyInitialized);
-  EXPECT_EQ(made->start(), pipewire::kEventNotSet);
+  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, pcm_format(48000, 16, 2)), kAlreadyInitialized);
+  EXPECT_EQ(made->start(), kEventNotSet);
   std::unique_ptr<AudioRenderClient> packets;
-  EXPECT_EQ(made->render_service(packets), pipewire::kWrongEndpointType);
+  EXPECT_EQ(made->render_service(packets), kWrongEndpointType);
   made->set_event(event_.get());
   EXPECT_EQ(made->start(), kOk);
-  EXPECT_EQ(made->start(), pipewire::kNotStopped);
-  EXPECT_EQ(made->reset(), pipewire::kNotStopped);
+  EXPECT_EQ(made->start(), kNotStopped);
+  EXPECT_EQ(made->reset(), kNotStopped);
   EXPECT_EQ(made->stop(), kOk);
-  EXPECT_EQ(made->stop(), pipewire::kWasStopped);
+  EXPECT_EQ(made->stop(), kWasStopped);
 }
 
 }  // namespace
