@@ -35,6 +35,16 @@ std::optional<DataFlow> flow_of(std::string_view media_class) {
   return std::nullopt;
 }
 
+/// From a count, or positions like "FL,FR" or "[ FL FR ]".
+bool tells_one_channel(const spa_dict& properties) {
+  if (const auto count = number_of(properties, "audio.channels")) return *count == 1;
+  std::string_view positions = text_of(properties, "audio.position");
+  const std::size_t first = positions.find_first_not_of("[ \t");
+  if (first == positions.npos) return false;
+  positions = positions.substr(first, positions.find_last_not_of("] \t") + 1 - first);
+  return !positions.empty() && positions.find_first_of(", \t") == positions.npos;
+}
+
 /// The name in a value like {"name":"alsa_input.analog"}.
 std::string name_in(const char* value) {
   std::array<char, 1024> name{};
@@ -314,6 +324,7 @@ void Graph::node_props(Node& node, const spa_dict& properties) {
   const std::string name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), id);
   {
     std::scoped_lock lock(mutex_);
+    node.endpoint.facts.has_one_channel = tells_one_channel(properties);
     if (node.endpoint.facts.name == name) return;
     node.endpoint.facts.name = name;
   }

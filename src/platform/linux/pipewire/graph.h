@@ -28,6 +28,7 @@ struct EndpointFacts {
   std::string name;
   DataFlow flow = DataFlow::capture;
   bool present = false;
+  bool has_one_channel = false;
 };
 
 /// Whoever wants to know at once that an endpoint has gone. Called on the loop's thread, with the loop locked.

@@ -92,6 +92,38 @@ TEST_F(PipeWireClientTest, AMicrophoneIsHeardBitForBitWhateverTheQuantum) {
   }
 }
 
+TEST_F(PipeWireClientTest, OneMicrophoneIsHeardInBothChannels) {
+  server_->plug_microphone("usb.single", {"MONO"});
+  ASSERT_TRUE(comes_true([&] { return endpoint(DataFlow::capture, "usb.single") != nullptr; }));
+  const auto voice =
+      server_->speak_into("usb.single", server_->folder().write("voice.wav", counting_wav(60 * kSecond)), {"MONO"});
+  const auto microphone = client(DataFlow::capture, "usb.single");
+  ASSERT_NE(microphone, nullptr);
+  ASSERT_EQ(microphone->start(), kOk);
+  std::uint32_t largest = 0;
+  const auto heard = record(*microphone, 2 * kSecond, largest);
+  ASSERT_GE(heard.size(), 2 * kSecond);
+  const std::span latest = std::span(heard).last(kOnePiece);
+  EXPECT_TRUE(std::all_of(latest.begin(), latest.end(),
+                          [](const StereoFrame& each) { return each[0] >= 1 && each[0] == each[1]; }));
+}
+
+TEST_F(PipeWireClientTest, OfFourMicrophonesTheFirstTwoAreHeard) {
+  const std::string wav = server_->folder().write("voice.wav", counting_wav(60 * kSecond));
+  const std::vector<std::vector<std::string>> arrays{{"FL", "FR", "RL", "RR"}, {"AUX0", "AUX1", "AUX2", "AUX3"}};
+  for (const auto& channels : arrays) {
+    const std::string name = "usb.array." + channels[0];
+    server_->plug_microphone(name, channels);
+    ASSERT_TRUE(comes_true([&] { return endpoint(DataFlow::capture, name) != nullptr; }));
+    const auto voice = server_->speak_into(name, wav, {channels[0], channels[1]});
+    const auto microphone = client(DataFlow::capture, name);
+    ASSERT_NE(microphone, nullptr);
+    ASSERT_EQ(microphone->start(), kOk);
+    std::uint32_t largest = 0;
+    EXPECT_GE(longest_run(record(*microphone, 2 * kSecond, largest)), kOnePiece) << name;
+  }
+}
+
 TEST_F(PipeWireClientTest, AMicrophoneIsHeardAgainAfterTheGraphChangedItsRate) {
   const std::string wav = server_->folder().write("voice.wav", counting_wav(60 * kSecond));
   const auto voice = server_->speak_into("notebook.microphone", wav);

@@ -198,16 +198,28 @@ void AudioServer::kill_manager() { manager_.clear(); }
 void AudioServer::plug_headset() { run({"pw-cli", "create-node", "adapter", kHeadset}); }
 void AudioServer::unplug_headset() { run({"pw-cli", "destroy", "usb.headset"}); }
 
+void AudioServer::plug_microphone(const std::string& name, const std::vector<std::string>& channels) {
+  std::string positions;
+  for (const std::string& each : channels) positions += " " + each;
+  run({"pw-cli", "create-node", "adapter",
+       "{ factory.name = support.null-audio-sink node.name = " + name + " media.class = Audio/Source/Virtual" +
+           " audio.position = [" + positions + " ] priority.session = 500 object.linger = true }"});
+}
+
 void AudioServer::set_default(const char* key, const std::string& node) {
   run({"pw-metadata", "0", key, "{ \"name\": \"" + node + "\" }", "Spa:String:JSON"});
 }
 
-ChildProcess AudioServer::speak_into(const std::string& microphone, const std::string& wav) {
+ChildProcess AudioServer::speak_into(const std::string& microphone, const std::string& wav,
+                                     const std::vector<std::string>& channels) {
   ChildProcess voice = start({"pw-play", "--target", "0", "-P", "{ node.name = voice." + microphone + " }", wav});
-  const auto linked = [&](const std::string& channel) {
-    return run({"pw-link", "voice." + microphone + ":output_" + channel, microphone + ":input_" + channel}).empty();
+  const auto linked = [&](std::size_t i) {
+    const std::string output = i == 0 ? ":output_FL" : ":output_FR";
+    return run({"pw-link", "voice." + microphone + output, microphone + ":input_" + channels[i]}).empty();
   };
-  if (!comes_true([&] { return linked("FL"); }) || !linked("FR")) throw std::runtime_error("nobody speaks");
+  if (!comes_true([&] { return linked(0); }) || (channels.size() > 1 && !linked(1))) {
+    throw std::runtime_error("nobody speaks");
+  }
   return voice;
 }
 
