@@ -104,9 +104,8 @@ int serve(const Machine& machine, ChainFactory make_chains, const std::string& s
 
 int serve_this_machine(const std::string& socket) {
   OwnMachine machine({.driver_socket = socket, .names = microphone_names()});
-  linux::LinuxMachine& system = machine.system();
-  return serve(machine.seams(), ChainsInRealTime([&](int priority) { return system.grant_real_time(priority); }),
-               socket, [&] { system.end_session(); });
+  return serve(machine.seams(), ChainsInRealTime([&](int priority) { return machine.grant_real_time(priority); }),
+               socket, [&] { machine.end_session(); });
 }
 
 /// An application records from the virtual microphone and another plays to the virtual speaker, all the time.

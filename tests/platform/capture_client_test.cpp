@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/sim/audio_client.h"
+#include "platform/client_status.h"
 #include "platform/sim/machine.h"
 #include "signals.h"
 

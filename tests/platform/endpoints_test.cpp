@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/sim/audio_client.h"
+#include "platform/client_status.h"
 #include "platform/sim/machine.h"
 
 namespace sonivo::sim {

@@ -17,6 +17,7 @@
 #include "platform/control_requests.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/fx_properties.h"
+#include "platform/linux/threads.h"
 #include "support/driver_process.h"
 #include "support/scripted_chains.h"
 #include "support/temporary_folder.h"
@@ -68,7 +69,9 @@ class LinuxMachineTest : public testing::Test {
   linux::ControlBus bus{folder / "driver.sock"};
   NoEndpoints endpoints;
   linux::ControlFxProperties fx{bus};
+  linux::ProcessThreads threads;
   linux::LinuxMachine machine{{bus, endpoints, fx},
+                              threads,
                               {.logind = {.address = bus_of_test.address(), .session = "7"},
                                .user_bus = bus_of_test.address(),
                                .folders = {.models = {}, .bitmaps = {}, .user_data = folder.path() / "user"}}};

@@ -11,6 +11,6 @@ OwnMachine::OwnMachine(Options options)
       control_(options.driver_socket),
       bus_(audio_.connection, audio_.graph, audio_.pacer, control_),
       fx_properties_(control_),
-      machine_({bus_, audio_.endpoints, fx_properties_}, std::move(options.system)) {}
+      machine_({bus_, audio_.endpoints, fx_properties_}, threads_, std::move(options.system)) {}
 
 }  // namespace sonivo

@@ -7,6 +7,8 @@
 #include "platform/linux/linux_machine.h"
 #include "platform/linux/pipewire/audio_parts.h"
 #include "platform/linux/pipewire/virtual_pair.h"
+#include "platform/linux/real_time.h"
+#include "platform/linux/threads.h"
 
 namespace sonivo {
 
@@ -24,10 +26,13 @@ class OwnMachine {
   explicit OwnMachine(Options options);
 
   Machine seams() { return machine_.seams(); }
-  linux::LinuxMachine& system() { return machine_; }
+  /// The program shall end, as at the session's end. Any thread.
+  void end_session() { machine_.end_session(); }
+  /// For threads that the program starts by itself.
+  bool grant_real_time(int priority) { return real_time_.grant(priority); }
 
  private:
-  linux::RealTime real_time_;  // of the thread that serves the streams
+  linux::RealTime real_time_;
   linux::ProcessThreads threads_;
   pipewire::AudioParts audio_;
   linux::ControlBus control_;

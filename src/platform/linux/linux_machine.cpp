@@ -6,10 +6,9 @@
 
 namespace sonivo::linux {
 
-LinuxMachine::LinuxMachine(const AudioSide& audio, LinuxOptions options)
+LinuxMachine::LinuxMachine(const AudioSide& audio, Threads& threads, LinuxOptions options)
     : audio_(audio),
-      real_time_({.user_bus = options.user_bus, .system_bus = options.logind.address}),
-      threads_([this](int priority) { return real_time_.grant(priority); }),
+      threads_(threads),
       session_(desktop_.state()),
       power_(desktop_.state(),
              {.require_display = [address = options.user_bus] { return simulate_user_activity(address); }}),

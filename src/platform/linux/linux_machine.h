@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "base/thread.h"
 #include "platform/linux/clock.h"
 #include "platform/linux/events.h"
 #include "platform/linux/folders.h"
@@ -9,9 +10,7 @@
 #include "platform/linux/logind.h"
 #include "platform/linux/power.h"
 #include "platform/linux/processes.h"
-#include "platform/linux/real_time.h"
 #include "platform/linux/session.h"
-#include "platform/linux/threads.h"
 #include "platform/machine.h"
 
 namespace sonivo::linux {
@@ -29,23 +28,21 @@ struct LinuxOptions {
   InstalledFolders::Places folders = InstalledFolders::places();
 };
 
-/// The machine that the program runs on, without a display; its audio comes from its maker and outlives it.
+/// The machine that the program runs on, without a display; its audio and its threads come from its maker and outlive
+/// it.
 class LinuxMachine {
  public:
-  explicit LinuxMachine(const AudioSide& audio, LinuxOptions options = {});
+  LinuxMachine(const AudioSide& audio, Threads& threads, LinuxOptions options = {});
 
   Machine seams();
   /// The program shall end, as at the session's end. Any thread.
   void end_session() { session_.end(); }
-  /// For threads that the program starts by itself.
-  bool grant_real_time(int priority) { return real_time_.grant(priority); }
 
  private:
   const AudioSide audio_;
-  RealTime real_time_;
+  Threads& threads_;
   MonotonicClock clock_;
   DescriptorEvents events_;
-  ProcessThreads threads_;
   HeadlessDesktop desktop_;
   LogindSession session_;
   LogindPower power_;

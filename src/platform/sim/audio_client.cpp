@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/client_status.h"
 #include "platform/sim/audio_stream.h"
 
 namespace sonivo::sim {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/sim/audio_client.h"
+#include "platform/client_status.h"
 
 namespace sonivo::sim {
 namespace {

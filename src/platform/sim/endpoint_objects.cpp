@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/client_status.h"
 #include "platform/sim/audio_client.h"
 
 namespace sonivo::sim {

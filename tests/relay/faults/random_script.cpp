@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "platform/sim/audio_client.h"
+#include "platform/client_status.h"
 #include "relay/effect_properties.h"
 
 namespace sonivo::test {
@@ -86,7 +86,7 @@ void RandomScript::place_fault() {
   const Step step = deadly ? kDeadlySteps[draw(kDeadlySteps.size())] : kSteps[draw(kSteps.size())];
   const std::uint64_t nth = 1 + draw(20);
   if (draw(2) == 0) {
-    bench_.machine.script().fail(step, sim::kDeviceInvalidated, nth);
+    bench_.machine.script().fail(step, kDeviceInvalidated, nth);
   } else {
     bench_.machine.script().before(step, nth, [this, seed = random_()] { do_hardware(seed); });
   }

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "platform/linux/pipewire/client_status.h"
+#include "platform/client_status.h"
 
 namespace sonivo::pipewire {
 namespace {
@@ -33,7 +33,8 @@ StreamSettings stream_settings(const EndpointFacts& endpoint, const WAVEFORMATEX
       {"state.restore-props", "false"},
       {"state.restore-target", "false"},
   };
-  if (capture) settings.properties.emplace_back(PW_KEY_STREAM_DONT_REMIX, "true");
+  // Two microphones are taken as they are; one alone is heard in every channel.
+  if (capture && !endpoint.has_one_channel) settings.properties.emplace_back(PW_KEY_STREAM_DONT_REMIX, "true");
   join_group(settings, endpoint.flow);
   return settings;
 }

@@ -3,8 +3,8 @@
 #include <string>
 #include <utility>
 
+#include "platform/client_status.h"
 #include "platform/linux/pipewire/audio_client.h"
-#include "platform/linux/pipewire/client_status.h"
 #include "platform/linux/pipewire/volume.h"
 
 namespace sonivo::pipewire {

@@ -35,6 +35,16 @@ std::optional<DataFlow> flow_of(std::string_view media_class) {
   return std::nullopt;
 }
 
+/// From a count, or positions like "FL,FR" or "[ FL FR ]".
+bool tells_one_channel(const spa_dict& properties) {
+  if (const auto count = number_of(properties, "audio.channels")) return *count == 1;
+  std::string_view positions = text_of(properties, "audio.position");
+  const std::size_t first = positions.find_first_not_of("[ \t");
+  if (first == positions.npos) return false;
+  positions = positions.substr(first, positions.find_last_not_of("] \t") + 1 - first);
+  return !positions.empty() && positions.find_first_of(", \t") == positions.npos;
+}
+
 /// The name in a value like {"name":"alsa_input.analog"}.
 std::string name_in(const char* value) {
   std::array<char, 1024> name{};
@@ -199,7 +209,7 @@ void Graph::set_known() {
 void Graph::disconnected() {
   while (!nodes_.empty()) remove_node(nodes_.begin());
   cards_.clear();
-  if (defaults_ != nullptr) global_removed(defaults_id_);
+  forget_defaults();
   spa_hook_remove(&registry_hook_);
   pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
   registry_ = nullptr;
@@ -226,12 +236,8 @@ void Graph::global_removed(std::uint32_t id) {
   if (const auto node = nodes_.find(id); node != nodes_.end()) {
     remove_node(node);
   } else if (cards_.erase(id) == 0 && id == defaults_id_) {
-    spa_hook_remove(&defaults_hook_);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults_));
-    defaults_ = nullptr;
-    defaults_id_ = SPA_ID_INVALID;
-    set_default(DataFlow::capture, {});
-    set_default(DataFlow::render, {});
+    forget_defaults();
+    for (const auto& own : own_nodes_) own.second->manager_left();
   }
 }
 
@@ -318,6 +324,7 @@ void Graph::node_props(Node& node, const spa_dict& properties) {
   const std::string name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), id);
   {
     std::scoped_lock lock(mutex_);
+    node.endpoint.facts.has_one_channel = tells_one_channel(properties);
     if (node.endpoint.facts.name == name) return;
     node.endpoint.facts.name = name;
   }
@@ -370,6 +377,16 @@ void Graph::bind_defaults(std::uint32_t id) {
   pw_metadata_add_listener(defaults_, &defaults_hook_, &events, this);
 }
 
+void Graph::forget_defaults() {
+  if (defaults_ == nullptr) return;
+  spa_hook_remove(&defaults_hook_);
+  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults_));
+  defaults_ = nullptr;
+  defaults_id_ = SPA_ID_INVALID;
+  set_default(DataFlow::capture, {});
+  set_default(DataFlow::render, {});
+}
+
 int Graph::default_changed(const char* key, const char* value) {
   const std::string_view which = key != nullptr ? key : "";
   if (which.empty() || which == "default.audio.source") set_default(DataFlow::capture, name_in(value));
@@ -408,6 +425,14 @@ std::optional<NodeVolume> Graph::volume(const std::string& id) const {
   std::scoped_lock lock(mutex_);
   for (const auto& each : endpoints_) {
     if (each->facts.id == id && each->facts.present) return each->volume;
+  }
+  return std::nullopt;
+}
+
+std::optional<NodeVolume> Graph::latest_volume(const std::string& id) const {
+  std::scoped_lock lock(mutex_);
+  for (const auto& each : endpoints_) {
+    if (each->facts.id == id) return each->volume;
   }
   return std::nullopt;
 }

@@ -28,6 +28,7 @@ struct EndpointFacts {
   std::string name;
   DataFlow flow = DataFlow::capture;
   bool present = false;
+  bool has_one_channel = false;
 };
 
 /// Whoever wants to know at once that an endpoint has gone. Called on the loop's thread, with the loop locked.
@@ -45,6 +46,9 @@ class OwnNode {
  public:
   /// Any thread, with the loop locked.
   virtual void set_volume(const NodeVolume& volume) = 0;
+  /// Loop's thread, with the loop locked: the session manager has gone. The next one waits without end for the ports of
+  /// a node that had them before, and links nothing meanwhile: the node has to be made anew.
+  virtual void manager_left() = 0;
 
  protected:
   ~OwnNode() = default;
@@ -74,6 +78,8 @@ class Graph final : private Connection::User {
 
   /// The volume of an endpoint; none while it isn't there.
   std::optional<NodeVolume> volume(const std::string& id) const;
+  /// As it was when the endpoint was last there; none when it never was.
+  std::optional<NodeVolume> latest_volume(const std::string& id) const;
   /// Takes effect in the model at once, and is told to the callbacks with the context. False: the endpoint isn't there.
   bool set_volume(const std::string& id, const Guid& context, const std::function<void(NodeVolume&)>& change);
   /// Null for an endpoint that was never there.
@@ -95,6 +101,7 @@ class Graph final : private Connection::User {
   void add_card(std::uint32_t id);
   void write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
   void bind_defaults(std::uint32_t id);
+  void forget_defaults();
   int default_changed(const char* key, const char* value);
   void set_default(DataFlow flow, const std::string& name);
   void update_default(DataFlow flow);

@@ -168,9 +168,16 @@ bool VirtualPin::serves(const Device* device) const {
 // ---- The node
 
 void VirtualPin::connected(pw_core& core) {
-  const bool opened = node_.open(core);
+  const bool opened = open_node(core);
   std::scoped_lock lock(mutex_);
   present_ = opened;
+}
+
+/// What an application was muted by is still muted on the new node.
+bool VirtualPin::open_node(pw_core& core) {
+  if (!node_.open(core)) return false;
+  if (const auto volume = graph_.latest_volume(pin_node_name(flow_))) node_.set_volume(*volume);
+  return true;
 }
 
 void VirtualPin::disconnected() {
@@ -181,6 +188,13 @@ void VirtualPin::disconnected() {
   for (Handle* const handle : handles_) handle->lost = true;
   end_all(transfers_, error::kDeviceNotConnected);
   end_all(waiting_, error::kDeviceNotConnected);
+}
+
+void VirtualPin::manager_left() {
+  pw_core* const core = connection_.core();
+  if (core == nullptr) return;
+  disconnected();
+  connected(*core);
 }
 
 void VirtualPin::state_changed(pw_stream_state state) {

@@ -26,9 +26,9 @@ namespace sonivo::pipewire {
 /// An application that streams makes the requests for a format succeed. While it does, transfers go one after the
 /// other, at the pace of the graph: those of the microphone (flow capture) are what applications record, those of the
 /// speaker what they play. When the last application has gone they end with error::kDeviceNotConnected, as all requests
-/// do when the server goes; the device is there again with the server. What applications play while no transfer is
-/// outstanding is lost; what they record then is silence. Feedback 1 has the transfers go a thousandth faster than the
-/// graph, -1 slower.
+/// do when the server goes or its session manager; the device is there again with the server, without a manager at
+/// once. What applications play while no transfer is outstanding is lost; what they record then is silence. Feedback 1
+/// has the transfers go a thousandth faster than the graph, -1 slower.
 class VirtualPin final : private Connection::User, private StreamHandler, private Pacer::Stream, private OwnNode {
  public:
   VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow, const WAVEFORMATEXTENSIBLE& format);
@@ -64,7 +64,9 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
 
   // OwnNode
   void set_volume(const NodeVolume& volume) override { node_.set_volume(volume); }
+  void manager_left() override;
 
+  bool open_node(pw_core& core);
   // With the mutex held.
   void complete(const Request& request, Error error, std::size_t transferred);
   void end_all(std::vector<Request>& requests, Error error);

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/linux/pipewire/client_status.h"
+#include "platform/client_status.h"
 
 namespace sonivo::pipewire {
 namespace {

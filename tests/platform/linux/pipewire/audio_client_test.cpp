@@ -1,12 +1,16 @@
 #include "platform/linux/pipewire/audio_client.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <span>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "counting_audio.h"
 #include "pipewire_bench.h"
-#include "platform/linux/pipewire/client_status.h"
+#include "platform/client_status.h"
 
 namespace sonivo::test {
 namespace {
@@ -88,6 +92,38 @@ TEST_F(PipeWireClientTest, AMicrophoneIsHeardBitForBitWhateverTheQuantum) {
   }
 }
 
+TEST_F(PipeWireClientTest, OneMicrophoneIsHeardInBothChannels) {
+  server_->plug_microphone("usb.single", {"MONO"});
+  ASSERT_TRUE(comes_true([&] { return endpoint(DataFlow::capture, "usb.single") != nullptr; }));
+  const auto voice =
+      server_->speak_into("usb.single", server_->folder().write("voice.wav", counting_wav(60 * kSecond)), {"MONO"});
+  const auto microphone = client(DataFlow::capture, "usb.single");
+  ASSERT_NE(microphone, nullptr);
+  ASSERT_EQ(microphone->start(), kOk);
+  std::uint32_t largest = 0;
+  const auto heard = record(*microphone, 2 * kSecond, largest);
+  ASSERT_GE(heard.size(), 2 * kSecond);
+  const std::span latest = std::span(heard).last(kOnePiece);
+  EXPECT_TRUE(std::all_of(latest.begin(), latest.end(),
+                          [](const StereoFrame& each) { return each[0] >= 1 && each[0] == each[1]; }));
+}
+
+TEST_F(PipeWireClientTest, OfFourMicrophonesTheFirstTwoAreHeard) {
+  const std::string wav = server_->folder().write("voice.wav", counting_wav(60 * kSecond));
+  const std::vector<std::vector<std::string>> arrays{{"FL", "FR", "RL", "RR"}, {"AUX0", "AUX1", "AUX2", "AUX3"}};
+  for (const auto& channels : arrays) {
+    const std::string name = "usb.array." + channels[0];
+    server_->plug_microphone(name, channels);
+    ASSERT_TRUE(comes_true([&] { return endpoint(DataFlow::capture, name) != nullptr; }));
+    const auto voice = server_->speak_into(name, wav, {channels[0], channels[1]});
+    const auto microphone = client(DataFlow::capture, name);
+    ASSERT_NE(microphone, nullptr);
+    ASSERT_EQ(microphone->start(), kOk);
+    std::uint32_t largest = 0;
+    EXPECT_GE(longest_run(record(*microphone, 2 * kSecond, largest)), kOnePiece) << name;
+  }
+}
+
 TEST_F(PipeWireClientTest, AMicrophoneIsHeardAgainAfterTheGraphChangedItsRate) {
   const std::string wav = server_->folder().write("voice.wav", counting_wav(60 * kSecond));
   const auto voice = server_->speak_into("notebook.microphone", wav);
@@ -148,15 +184,15 @@ TEST_F(PipeWireClientTest, AClientOfADeviceThatGoesIsWokenAndFails) {
   const std::byte* data = nullptr;
   std::uint32_t frames = 0;
   std::uint32_t flags = 0;
-  EXPECT_EQ(packets->get_buffer(data, frames, flags), pipewire::kDeviceInvalidated);
-  EXPECT_EQ(headset->start(), pipewire::kDeviceInvalidated);
+  EXPECT_EQ(packets->get_buffer(data, frames, flags), kDeviceInvalidated);
+  EXPECT_EQ(headset->start(), kDeviceInvalidated);
 }
 
 TEST_F(PipeWireClientTest, AClientOfAServerThatGoesIsWokenAndFails) {
   const auto mic = client(DataFlow::capture, "notebook.microphone");
   ASSERT_EQ(mic->start(), kOk);
   server_->kill_server();
-  ASSERT_TRUE(comes_true([&] { return mic->stop() == pipewire::kDeviceInvalidated; }));
+  ASSERT_TRUE(comes_true([&] { return mic->stop() == kDeviceInvalidated; }));
   EXPECT_TRUE(woken());
 }
 
@@ -172,22 +208,21 @@ TEST_F(PipeWireClientTest, AMicrophoneWhoseClientNobodyElseKeepsRunningStaysIdle
 TEST_F(PipeWireClientTest, OperationsOutOfTurnAreRefused) {
   std::unique_ptr<AudioClient> made;
   ASSERT_EQ(endpoint(DataFlow::capture, "notebook.microphone")->activate_audio_client(made), kOk);
-  EXPECT_EQ(made->start(), pipewire::kNotInitialized);
+  EXPECT_EQ(made->start(), kNotInitialized);
   auto odd = pcm_format(48000, 16, 2);
   odd.nBlockAlign = 3;
-  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, odd), pipewire::kUnsupportedFormat);
+  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, odd), kUnsupportedFormat);
   ASSERT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, pcm_format(48000, 16, 2)), kOk);
-  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, pcm_format(48000, 16, 2)),
-            pipewire::kAlreadyInitialized);
-  EXPECT_EQ(made->start(), pipewire::kEventNotSet);
+  EXPECT_EQ(made->initialize(kStreamEventCallback, kTenMs, kTenMs, pcm_format(48000, 16, 2)), kAlreadyInitialized);
+  EXPECT_EQ(made->start(), kEventNotSet);
   std::unique_ptr<AudioRenderClient> packets;
-  EXPECT_EQ(made->render_service(packets), pipewire::kWrongEndpointType);
+  EXPECT_EQ(made->render_service(packets), kWrongEndpointType);
   made->set_event(event_.get());
   EXPECT_EQ(made->start(), kOk);
-  EXPECT_EQ(made->start(), pipewire::kNotStopped);
-  EXPECT_EQ(made->reset(), pipewire::kNotStopped);
+  EXPECT_EQ(made->start(), kNotStopped);
+  EXPECT_EQ(made->reset(), kNotStopped);
   EXPECT_EQ(made->stop(), kOk);
-  EXPECT_EQ(made->stop(), pipewire::kWasStopped);
+  EXPECT_EQ(made->stop(), kWasStopped);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <utility>
 
@@ -51,6 +52,9 @@ context.objects = [
     { factory = spa-node-factory args = {
         factory.name = support.node.driver node.name = Dummy-Driver
         node.group = pipewire.dummy priority.driver = 20000 } }
+)conf";
+
+constexpr char kServerDevices[] = R"conf(
     { factory = adapter args = {
         factory.name = support.null-audio-sink node.name = notebook.microphone
         node.description = "Microphone Array (Realtek High Definition Audio)"
@@ -61,8 +65,23 @@ context.objects = [
         node.description = "Speakers (Realtek High Definition Audio)"
         media.class = Audio/Sink audio.position = [ FL FR ]
         priority.session = 1000 priority.driver = 1000 object.linger = true } }
-]
 )conf";
+
+constexpr char kManagerDevices[] = R"lua(
+devices = {
+  Node("adapter", {
+    ["factory.name"] = "support.null-audio-sink", ["node.name"] = "notebook.microphone",
+    ["node.description"] = "Microphone Array (Realtek High Definition Audio)",
+    ["media.class"] = "Audio/Source/Virtual", ["audio.position"] = "FL,FR",
+    ["priority.session"] = "2000", ["priority.driver"] = "2000" }),
+  Node("adapter", {
+    ["factory.name"] = "support.null-audio-sink", ["node.name"] = "notebook.speakers",
+    ["node.description"] = "Speakers (Realtek High Definition Audio)",
+    ["media.class"] = "Audio/Sink", ["audio.position"] = "FL,FR",
+    ["priority.session"] = "1000", ["priority.driver"] = "1000" })
+}
+for _, device in ipairs(devices) do device:activate(Feature.Proxy.BOUND) end
+)lua";
 
 constexpr char kHeadset[] =
     R"conf({ factory.name = support.null-audio-sink node.name = usb.headset node.description = "Headset Microphone"
@@ -142,12 +161,20 @@ std::string AudioServer::missing_programs() {
   return missing;
 }
 
-AudioServer::AudioServer() : remote_(folder_ / "pipewire-0") {
+AudioServer::AudioServer(Devices devices) : remote_(folder_ / "pipewire-0") {
   const std::string bus = folder_ / "bus";
   environment_ = {"XDG_RUNTIME_DIR=" + folder_.path().string(), "XDG_CONFIG_HOME=" + (folder_ / "config"),
                   "XDG_STATE_HOME=" + (folder_ / "state"), "HOME=" + folder_.path().string(),
                   "DBUS_SESSION_BUS_ADDRESS=unix:path=" + bus};
-  folder_.write("server.conf", kServerConfiguration);
+  folder_.write("server.conf",
+                std::string(kServerConfiguration) + (devices == Devices::of_server ? kServerDevices : "") + "]\n");
+  if (devices == Devices::of_manager) {
+    const std::filesystem::path manager(folder_ / "config/wireplumber");
+    std::filesystem::create_directories(manager / "main.lua.d");
+    std::filesystem::create_directories(manager / "scripts");
+    std::ofstream(manager / "main.lua.d/95-devices.lua") << "load_script(\"devices.lua\")\n";
+    std::ofstream(manager / "scripts/devices.lua") << kManagerDevices;
+  }
   bus_.push_back(start({"dbus-daemon", "--session", "--address=unix:path=" + bus, "--nofork", "--nopidfile"}));
   wait_for(bus);
   start_server();
@@ -171,16 +198,28 @@ void AudioServer::kill_manager() { manager_.clear(); }
 void AudioServer::plug_headset() { run({"pw-cli", "create-node", "adapter", kHeadset}); }
 void AudioServer::unplug_headset() { run({"pw-cli", "destroy", "usb.headset"}); }
 
+void AudioServer::plug_microphone(const std::string& name, const std::vector<std::string>& channels) {
+  std::string positions;
+  for (const std::string& each : channels) positions += " " + each;
+  run({"pw-cli", "create-node", "adapter",
+       "{ factory.name = support.null-audio-sink node.name = " + name + " media.class = Audio/Source/Virtual" +
+           " audio.position = [" + positions + " ] priority.session = 500 object.linger = true }"});
+}
+
 void AudioServer::set_default(const char* key, const std::string& node) {
   run({"pw-metadata", "0", key, "{ \"name\": \"" + node + "\" }", "Spa:String:JSON"});
 }
 
-ChildProcess AudioServer::speak_into(const std::string& microphone, const std::string& wav) {
+ChildProcess AudioServer::speak_into(const std::string& microphone, const std::string& wav,
+                                     const std::vector<std::string>& channels) {
   ChildProcess voice = start({"pw-play", "--target", "0", "-P", "{ node.name = voice." + microphone + " }", wav});
-  const auto linked = [&](const std::string& channel) {
-    return run({"pw-link", "voice." + microphone + ":output_" + channel, microphone + ":input_" + channel}).empty();
+  const auto linked = [&](std::size_t i) {
+    const std::string output = i == 0 ? ":output_FL" : ":output_FR";
+    return run({"pw-link", "voice." + microphone + output, microphone + ":input_" + channels[i]}).empty();
   };
-  if (!comes_true([&] { return linked("FL"); }) || !linked("FR")) throw std::runtime_error("nobody speaks");
+  if (!comes_true([&] { return linked(0); }) || (channels.size() > 1 && !linked(1))) {
+    throw std::runtime_error("nobody speaks");
+  }
   return voice;
 }
 

@@ -46,10 +46,13 @@ class ChildProcess {
 /// "notebook.microphone", "notebook.speakers" and "usb.headset".
 class AudioServer {
  public:
+  /// Whose the notebook's devices are: those of a sound card are the manager's, and come and go with it.
+  enum class Devices { of_server, of_manager };
+
   /// The programs that aren't installed; empty: the tests can run.
   static std::string missing_programs();
 
-  AudioServer();
+  explicit AudioServer(Devices devices = Devices::of_server);
 
   void start_server();
   void kill_server();
@@ -57,14 +60,18 @@ class AudioServer {
   void kill_manager();
   void plug_headset();
   void unplug_headset();
+  /// Another microphone, with these channels.
+  void plug_microphone(const std::string& name, const std::vector<std::string>& channels);
 
   /// Name to connect to.
   const std::string& remote() const { return remote_; }
   /// Runs a command beside the server to its end: what it wrote.
   std::string run(const std::vector<std::string>& command);
   ChildProcess start(const std::vector<std::string>& command);
-  /// Plays a file into the microphone of this name, as what it hears, until it ends or the process does.
-  ChildProcess speak_into(const std::string& microphone, const std::string& wav);
+  /// Plays a file into the microphone of this name, as what it hears, until it ends or the process does: its channels
+  /// into these of the microphone's.
+  ChildProcess speak_into(const std::string& microphone, const std::string& wav,
+                          const std::vector<std::string>& channels = {"FL", "FR"});
   /// Plays a file to a sink, or records from a source (or, as it is played, from a sink) into one.
   ChildProcess play(const std::string& sink, const std::string& wav);
   ChildProcess record(const std::string& source, const std::string& wav, bool is_sink = false);

@@ -71,13 +71,15 @@ class PipeWireTest : public testing::Test {
       GTEST_SKIP() << "not installed: " << missing;
     }
     linux::ProcessThreads().enter_audio_class();  // as the threads that serve streams
-    server_ = std::make_unique<AudioServer>();
+    server_ = std::make_unique<AudioServer>(devices());
     half_ = std::make_unique<AudioHalf>(server_->remote());
     ASSERT_TRUE(comes_true([&] {
       return default_id(DataFlow::capture) == "notebook.microphone" &&
              default_id(DataFlow::render) == "notebook.speakers";
     }));
   }
+
+  virtual AudioServer::Devices devices() { return AudioServer::Devices::of_server; }
 
   Endpoints& endpoints() { return half_->endpoints; }
   std::vector<std::string> ids(DataFlow flow, std::uint32_t mask = kDeviceActive) {

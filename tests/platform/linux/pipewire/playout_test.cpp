@@ -44,6 +44,32 @@ TEST(Playout, ATurnThatFindsTooFewIsSilentInFrontAndLeavesTheSpareBehind) {
   EXPECT_EQ(read(playout, 12), numbers(8, 12));
 }
 
+TEST(Playout, WhatOnlyALongerTurnNeededIsDroppedWithTheFirstShorterOne) {
+  Playout playout(kFrame, 100, 1000, 3);
+  write(playout, numbers(1, 43));
+  EXPECT_EQ(read(playout, 40), numbers(1, 40));
+  write(playout, numbers(44, 40));
+  EXPECT_EQ(read(playout, 10), numbers(71, 10));  // 43 are there, 30 of them too many
+  write(playout, numbers(84, 10));
+  EXPECT_EQ(read(playout, 10), numbers(81, 10));
+}
+
+TEST(Playout, TurnsOfNearlyTheSameLengthDropNothing) {
+  Playout playout(kFrame, 100, 1000, 0);
+  write(playout, numbers(1, 60));
+  EXPECT_EQ(read(playout, 20), numbers(1, 20));
+  EXPECT_EQ(read(playout, 18), numbers(21, 18));
+}
+
+TEST(Playout, AShorterTurnThatFindsTooFewIsFilledAsEver) {
+  Playout playout(kFrame, 100, 1000, 2);
+  write(playout, numbers(1, 42));
+  EXPECT_EQ(read(playout, 40), numbers(1, 40));
+  EXPECT_EQ(read(playout, 4), (std::vector<std::int32_t>{0, 0, 0, 0}));
+  write(playout, numbers(43, 4));
+  EXPECT_EQ(read(playout, 4), numbers(41, 4));
+}
+
 TEST(Playout, AnEmptyStockIsSilence) {
   Playout playout(kFrame, 100, 1000, 3);
   EXPECT_EQ(read(playout, 5), std::vector<std::int32_t>(5, 0));

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "pipewire_bench.h"
-#include "platform/linux/pipewire/client_status.h"
+#include "platform/client_status.h"
 #include "platform/linux/pipewire/virtual_pair.h"
 
 namespace sonivo::test {
@@ -118,8 +118,8 @@ TEST_F(PipeWireVolumeTest, ALevelOutOfRangeIsRefused) {
 TEST_F(PipeWireVolumeTest, AVolumeFailsWhileItsNodeIsAwayAndIsToldAgainAfterwards) {
   server_->kill_server();
   bool value = false;
-  ASSERT_TRUE(comes_true([&] { return volume_->mute(value) == pipewire::kDeviceInvalidated; }));
-  EXPECT_EQ(volume_->set_mute(true, &kContext), pipewire::kDeviceInvalidated);
+  ASSERT_TRUE(comes_true([&] { return volume_->mute(value) == kDeviceInvalidated; }));
+  EXPECT_EQ(volume_->set_mute(true, &kContext), kDeviceInvalidated);
   EXPECT_TRUE(log_.told().empty());
   server_->kill_manager();
   server_->start_server();

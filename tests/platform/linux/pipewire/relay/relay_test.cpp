@@ -192,7 +192,7 @@ TEST_F(PipeWireRelayTest, ANewDefaultMicrophoneIsHeard) {
   EXPECT_TRUE(is_heard_in(path("heard.wav")));
 }
 
-// While no stream is in use: a manager that finds one in use at its start links nothing at all.
+// The server's own devices stay, and a manager that finds one in use at its start links nothing at all.
 TEST_F(PipeWireRelayTest, ASessionManagerThatIsKilledAndComesBackLinksTheNextApplication) {
   server_->kill_manager();
   ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
@@ -201,6 +201,46 @@ TEST_F(PipeWireRelayTest, ASessionManagerThatIsKilledAndComesBackLinksTheNextApp
   const auto voice = server_->speak_into("notebook.microphone", counting(60));
   const auto recorder = server_->record(kVirtualMic, path("heard.wav"));
   EXPECT_TRUE(is_heard_in(path("heard.wav")));
+}
+
+class PipeWireManagerTest : public PipeWireRelayTest {
+ protected:
+  AudioServer::Devices devices() override { return AudioServer::Devices::of_manager; }
+  /// Milliseconds from `start` until this node runs; ten seconds at most.
+  std::int64_t runs_after_ms(const std::string& node, std::chrono::steady_clock::time_point start) {
+    EXPECT_TRUE(comes_true([&] { return server_->state_of(node) == "running"; })) << node;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+  }
+};
+
+// The devices come back with the manager; applications open their streams anew.
+TEST_F(PipeWireManagerTest, AudioIsBackWithinTwoSecondsAfterTheSessionManagerWasKilled) {
+  const std::string tone = server_->folder().write("tone.wav", wav_of(tone_frames(60 * kRate)));
+  for (const std::string round : {"0", "1", "2", "3"}) {
+    const auto start = std::chrono::steady_clock::now();
+    if (round != "0") server_->start_manager();
+    ASSERT_TRUE(comes_true([&] {
+      return default_id(DataFlow::capture) == "notebook.microphone" &&
+             default_id(DataFlow::render) == "notebook.speakers";
+    }));
+    const auto player = server_->play(kVirtualSpeaker, tone);
+    const auto recorder = server_->record(kVirtualMic, path(("microphone." + round).c_str()));
+    const auto microphone_ms = runs_after_ms("notebook.microphone", start);
+    const auto speakers_ms = runs_after_ms("notebook.speakers", start);
+    if (round != "0") {
+      RecordProperty("microphone_ms_" + round, static_cast<int>(microphone_ms));
+      RecordProperty("speakers_ms_" + round, static_cast<int>(speakers_ms));
+      EXPECT_LT(microphone_ms, 2000) << round;
+      EXPECT_LT(speakers_ms, 2000) << round;
+    }
+    const auto voice = server_->speak_into("notebook.microphone", tone);
+    EXPECT_TRUE(comes_true([&] { return is_clean_tone(frames_of_wav(path(("microphone." + round).c_str()))); }))
+        << round;
+    const auto listener = server_->record("notebook.speakers", path(("speakers." + round).c_str()), true);
+    EXPECT_TRUE(comes_true([&] { return is_clean_tone(frames_of_wav(path(("speakers." + round).c_str()))); })) << round;
+    server_->kill_manager();
+    ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
+  }
 }
 
 TEST_F(PipeWireRelayTest, AServerThatIsKilledAndComesBackIsUsedAgain) {

@@ -2,7 +2,7 @@
 
 #include "base/status.h"
 
-namespace sonivo::pipewire {
+namespace sonivo {
 
 /// Failures of endpoints and their shared-mode clients.
 inline constexpr Status kNotInitialized = status_bits(0x88890001);
@@ -19,4 +19,4 @@ inline constexpr Status kEventNotSet = status_bits(0x88890014);
 inline constexpr Status kBufferEmpty = 0x08890001;
 inline constexpr Status kWasStopped = 1;
 
-}  // namespace sonivo::pipewire
+}  // namespace sonivo
