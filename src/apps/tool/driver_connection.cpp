@@ -38,11 +38,14 @@ Failure no_connection(const std::string& path, Error why) {
   }
 }
 
+}  // namespace
+
 std::string refusal_text(Error error) {
   switch (error) {
     case error::kDiskFull:
       return "its disk is full; make room for its state folder";
     case error::kWriteFault:
+    case error::kAccessDenied:
       return "it cannot write to its state folder; its log tells why";
     case error::kBusy:
       return "it has too much to do; try again";
@@ -52,8 +55,6 @@ std::string refusal_text(Error error) {
       return "error " + std::to_string(error);
   }
 }
-
-}  // namespace
 
 void add_socket_option(CLI::App& command, std::string& path) {
   command.add_option("--socket", path, "where the driver listens (default: $XDG_RUNTIME_DIR/sonivo/driver.sock)")
@@ -158,6 +159,16 @@ control::Store DriverConnection::settings() {
     }
   }
   return store;
+}
+
+std::string DriverConnection::report() {
+  std::string text(control::kMaxReportBytes, '\0');
+  std::uint32_t transferred = 0;
+  const Error refused = request(control::NSV_READ_REPORT, {}, std::as_writable_bytes(std::span(text)), transferred);
+  if (refused == error::kNotFound) return {};
+  if (refused != error::kNone) throw Failure("the driver does not give the service's report: " + refusal_text(refused));
+  text.resize(transferred);
+  return text;
 }
 
 }  // namespace sonivo::tool
