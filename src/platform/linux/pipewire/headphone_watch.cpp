@@ -1,7 +1,6 @@
 #include "platform/linux/pipewire/headphone_watch.h"
 
 #include <algorithm>
-#include <array>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,7 +11,8 @@
 namespace sonivo::pipewire {
 namespace {
 
-constexpr int kRoundsUntilAllTold = 2;
+constexpr int kRoundsUntilAllTold = 3;  // the cards that there are, what each is, then its ports
+constexpr std::uint32_t kAllParams = 0xFFFFFFFF;
 
 }  // namespace
 
@@ -26,10 +26,16 @@ struct HeadphoneWatch::Card {
   Card& operator=(const Card&) = delete;
 
   void tell_info(const pw_device_info& info) {
-    if ((info.change_mask & PW_DEVICE_CHANGE_MASK_PROPS) == 0 || info.props == nullptr) return;
-    const char* const shape = spa_dict_lookup(info.props, PW_KEY_DEVICE_FORM_FACTOR);
-    form_factor = shape != nullptr ? shape : "";
-    watch.look();
+    if ((info.change_mask & PW_DEVICE_CHANGE_MASK_PROPS) != 0 && info.props != nullptr) {
+      const char* const shape = spa_dict_lookup(info.props, PW_KEY_DEVICE_FORM_FACTOR);
+      form_factor = shape != nullptr ? shape : "";
+      watch.look();
+    }
+    if ((info.change_mask & PW_DEVICE_CHANGE_MASK_PARAMS) == 0) return;
+    // A subscription misses changes that follow each other at once.
+    for (const std::uint32_t id : {SPA_PARAM_EnumRoute, SPA_PARAM_Route}) {
+      pw_device_enum_params(reinterpret_cast<pw_device*>(proxy), 0, id, 0, kAllParams, nullptr);
+    }
   }
   /// EnumRoute tells of a port, Route of the one that is in use in its direction.
   void tell_param(std::uint32_t param_id, const spa_pod& param) {
@@ -134,8 +140,6 @@ void HeadphoneWatch::add_card(std::uint32_t id) {
   auto card = std::make_unique<Card>(*this);
   card->proxy = proxy;
   pw_proxy_add_object_listener(proxy, &card->hook, &events, card.get());
-  std::array<std::uint32_t, 2> wanted{SPA_PARAM_EnumRoute, SPA_PARAM_Route};
-  pw_device_subscribe_params(reinterpret_cast<pw_device*>(proxy), wanted.data(), std::uint32_t{wanted.size()});
   cards_[id] = std::move(card);
 }
 

@@ -40,7 +40,7 @@ class HeadphoneWatch final : private Connection::User {
   pw_registry* registry_ = nullptr;
   spa_hook registry_hook_{};
   std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
-  int rounds_ = 0;  ///< of questions and answers since the connection; after two the cards have told everything
+  int rounds_ = 0;  ///< of questions and answers since the connection; after three the cards have told everything
   std::optional<bool> told_;
 };
 

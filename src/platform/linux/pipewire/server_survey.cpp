@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
+#include <thread>
 
 #include "platform/linux/pipewire/connection.h"
 #include "platform/linux/pipewire/dispatcher.h"
@@ -18,6 +19,9 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr int kRoundsUntilTold = 2;  // the objects that there are, then what each tells of itself
+/// The session manager tells of the defaults by itself, past the server's own answers.
+constexpr std::chrono::milliseconds kDefaultsLimit{500};
+constexpr std::chrono::milliseconds kDefaultsPause{10};
 
 std::string_view property(const spa_dict& properties, const char* key) {
   const char* const value = spa_dict_lookup(&properties, key);
@@ -168,6 +172,14 @@ class Onlooker final : private Connection::User {
   bool told_ = false;
 };
 
+void wait_for_defaults(const Graph& graph) {
+  const auto end = std::chrono::steady_clock::now() + kDefaultsLimit;
+  const auto known = [&](DataFlow flow) { return !graph.default_id(flow).empty(); };
+  while ((!known(DataFlow::capture) || !known(DataFlow::render)) && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(kDefaultsPause);
+  }
+}
+
 }  // namespace
 
 ServerSurvey survey_server(const FriendlyNames& names, std::uint32_t limit_ms, const std::string& remote) {
@@ -180,6 +192,7 @@ ServerSurvey survey_server(const FriendlyNames& names, std::uint32_t limit_ms, c
   survey.answers = survey.reachable && onlooker.wait_until_told(std::chrono::milliseconds(limit_ms));
   if (!survey.answers) return survey;
   survey.has_session_manager = onlooker.has_session_manager();
+  if (survey.has_session_manager) wait_for_defaults(graph);
   for (const DataFlow flow : {DataFlow::capture, DataFlow::render}) {
     for (const EndpointFacts& each : graph.endpoints(flow)) {
       const auto volume = graph.volume(each.id);
