@@ -29,7 +29,7 @@ MachineFacts well() {
   facts.chain = MachineChain::keycancel;
   facts.has_chain_parameters = true;
   facts.has_report = true;
-  facts.service = ServiceReport{.driver_ready = true};
+  facts.service.emplace().driver_ready = true;
   return facts;
 }
 
@@ -66,7 +66,8 @@ TEST(DoctorRules, WithoutAnAudioServerNothingElseIsSaidOfItsDevices) {
 
 TEST(DoctorRules, AnAudioServerThatHangs) {
   MachineFacts facts = well();
-  facts.audio = {.reachable = true};
+  facts.audio = {};
+  facts.audio.reachable = true;
   EXPECT_EQ(
       the_trouble(facts),
       "pipewire: PipeWire runs, but does not answer. | Restart it: systemctl --user restart pipewire wireplumber.");

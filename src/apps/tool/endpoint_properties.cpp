@@ -45,7 +45,7 @@ int EndpointProperties::set(const std::vector<EndpointProperty>& properties) {
     const auto former = find(each.home, each.key);
     if (former && former->type == each.type && former->bytes == each.bytes) continue;
     try {
-      set(each);
+      write(each);
     } catch (...) {
       for (auto last = done.rbegin(); last != done.rend(); ++last) put_back(*last->first, last->second);
       throw;
@@ -65,7 +65,7 @@ bool EndpointProperties::remove(control::FxHome home, const PropertyKey& key) {
   return true;
 }
 
-void EndpointProperties::set(const EndpointProperty& property) {
+void EndpointProperties::write(const EndpointProperty& property) {
   const auto target = address(property.home, property.key);
   std::vector<std::byte> input(sizeof target + sizeof property.type + property.bytes.size());
   std::memcpy(input.data(), &target, sizeof target);
@@ -81,7 +81,7 @@ void EndpointProperties::put_back(const EndpointProperty& present,
                                   const std::optional<EndpointProperty>& former) noexcept {
   try {
     if (former) {
-      set(*former);
+      write(*former);
     } else {
       remove(present.home, present.key);
     }

@@ -33,7 +33,7 @@ class EndpointProperties {
 
  private:
   control::FxAddress address(control::FxHome home, const PropertyKey& key) const;
-  void set(const EndpointProperty& property);
+  void write(const EndpointProperty& property);
   void put_back(const EndpointProperty& present, const std::optional<EndpointProperty>& former) noexcept;
 
   DriverConnection& driver_;
