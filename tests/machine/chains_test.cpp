@@ -1,4 +1,6 @@
-#include <map>
+#include <cstdlib>
+#include <functional>
+#include <optional>
 #include <sstream>
 
 #include "noisy_room.h"
@@ -10,6 +12,16 @@ namespace {
 constexpr std::size_t kLead = 2 * 48000;  // in which a chain comes to know the room before the talker begins
 /// Of sound over 60 mm, from one microphone to the other.
 constexpr std::size_t kSideDelay = 8;
+/// A machine that is busy with something else lets audio fall out now and then.
+constexpr int kRounds = 6;
+
+/// What is left of the noise and of the strokes where nobody speaks, in dB of full scale, and how intelligible the
+/// voice is, up to 1.
+struct Figures {
+  double pauses = 0;
+  double strokes = 0;
+  double stoi = 0;
+};
 
 /// Somebody speaks in a room; an application records from the virtual microphone.
 class ChainsTest : public OwnMachineTest {
@@ -19,6 +31,7 @@ class ChainsTest : public OwnMachineTest {
     if (!server_) return;
     speech_ = say("speech.wav", "en-gb", "I will type while I talk to you.");
     if (speech_.empty()) GTEST_SKIP() << "not installed: espeak-ng, sox";
+    server_->folder().write("keys.wav", wav_of_sound(typing(speech_.size())));
     start_driver();
     wait_for_defaults();
   }
@@ -30,77 +43,91 @@ class ChainsTest : public OwnMachineTest {
                   "1", "0.6", "remix", "1", "1"});
     return sound_of_wav(folder(file));
   }
-
-  /// With the chain that the service is to run, and whatever is set. Once more where the machine was too slow for it.
-  Sound record(const Sound& room, const std::string& chain) {
-    server_->folder().write("room.wav", wav_of_sound(room));
-    start_service();
-    Sound heard;
-    for (int tries = 0; tries < 3; ++tries) {
-      heard = record_once(chain);
-      const std::string told = status().text;
-      if (told.find("\"underruns\": 0") < told.find("\"render\"")) break;
-    }
-    end_service();
-    return heard;
+  Sound noisy_room() const {
+    Sound room = fan(kLead + speech_.size(), 0.01);
+    add(room, speech_, kLead);
+    add(room, typing(speech_.size()), kLead);
+    return room;
   }
-  Sound record_once(const std::string& chain) {
-    const std::string wav = folder("heard.wav");
-    auto recorder = server_->record("norvell.relay.microphone", wav);
-    EXPECT_TRUE(comes_true([&] { return status().has("\"chain\": \"" + chain + "\""); })) << status().text;
-    EXPECT_TRUE(comes_true([&] { return frames_of_wav(wav).size() > 24000; }));
-    server_->speak_into("notebook.microphone", folder("room.wav")).wait();
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));  // what is still on its way
-    recorder.end(2);
-    return sound_of_wav(wav);
-  }
-
-  /// What `sonivo quality` tells of a recording after the lead, by the name of the row.
-  std::map<std::string, double> judged(const Sound& room, const Sound& heard) {
-    Sound part(speech_.size());
-    const std::size_t begin = frames_behind(room, heard) + kLead;
-    for (std::size_t n = 0; n < part.size() && begin + n < heard.size(); ++n) part[n] = heard[begin + n];
-    server_->folder().write("part.wav", wav_of_sound(part));
-    server_->folder().write("keys.wav", wav_of_sound(typing(speech_.size())));
-    const Told told = sonivo({"quality", folder("speech.wav"), folder("part.wav"), "--strokes", folder("keys.wav")});
-    EXPECT_EQ(told.code, 0) << told.text;
-    std::map<std::string, double> figures;
-    std::istringstream lines(told.text);
-    for (std::string line; std::getline(lines, line);) {
-      for (const char* row : {"STOI", "level in pauses", "strokes in pauses"}) {
-        if (line.starts_with(row)) figures[row] = std::atof(line.c_str() + std::string(row).size());
-      }
-    }
-    EXPECT_EQ(figures.size(), 3u) << told.text;
-    return figures;
-  }
-
   void set_up(const std::string& chain) {
     ASSERT_EQ(sonivo({"setup", "--microphone", "notebook.microphone", "--chain", chain}).code, 0);
   }
 
+  /// Of a sound in which the room begins at this frame, by `sonivo quality`; none where the voice isn't found in it.
+  std::optional<Figures> judged(const Sound& sound, std::size_t begin) {
+    Sound part(speech_.size());
+    for (std::size_t n = 0; n < part.size() && begin + kLead + n < sound.size(); ++n)
+      part[n] = sound[begin + kLead + n];
+    server_->folder().write("part.wav", wav_of_sound(part));
+    latest_ = sonivo({"quality", folder("speech.wav"), folder("part.wav"), "--strokes", folder("keys.wav")});
+    if (latest_.code != 0) return std::nullopt;
+    const auto row = [&](const std::string& name) {
+      const std::size_t at = latest_.text.find(name);
+      return at != latest_.text.npos ? std::atof(latest_.text.c_str() + at + name.size()) : 0.0;
+    };
+    return Figures{.pauses = row("level in pauses"), .strokes = row("strokes in pauses"), .stoi = row("STOI")};
+  }
+
+  /// Whether the room is heard like that through the service, which is to run this chain, in one of a few rounds.
+  bool is_heard(const Sound& room, const std::string& chain, const std::function<bool(const Figures&)>& as_wanted) {
+    const std::string played = server_->folder().write("room.wav", wav_of_sound(room));
+    const std::string wav = folder("heard.wav");
+    start_service();
+    const auto recorder = server_->record("norvell.relay.microphone", wav);
+    EXPECT_TRUE(comes_true([&] { return status().has("\"chain\": \"" + chain + "\""); })) << status().text;
+    EXPECT_TRUE(comes_true([&] { return frames_of_wav(wav).size() > 24000; }));
+    bool heard = false;
+    for (int round = 0; round < kRounds && !heard; ++round) {
+      const std::size_t before = frames_of_wav(wav).size();
+      auto voice = server_->speak_into("notebook.microphone", played);
+      comes_true([&] { return voice.has_ended(); });
+      std::this_thread::sleep_for(std::chrono::milliseconds(600));  // what is still on its way
+      Sound sound = sound_of_wav(wav);
+      sound.erase(sound.begin(), sound.begin() + static_cast<std::ptrdiff_t>(before));
+      const auto figures = judged(sound, frames_behind(room, sound));
+      heard = figures && as_wanted(*figures);
+    }
+    end_service();
+    return heard;
+  }
+
   Sound speech_;
+  Told latest_;
 };
 
-TEST_F(ChainsTest, EachChainTakesTheNoiseAndTheStrokesOffTheVoice) {
-  Sound room = fan(kLead + speech_.size(), 0.01);
-  add(room, speech_, kLead);
-  add(room, typing(speech_.size()), kLead);
-  auto plain = judged(room, record(room, "none"));
-  EXPECT_GT(plain["STOI"], 0.9) << "the voice is heard at all";
-  for (const char* chain : {"keycancel", "beamforming", "ai"}) {
-    SCOPED_TRACE(chain);
-    set_up(chain);
-    auto figures = judged(room, record(room, chain));
-    EXPECT_LT(figures["level in pauses"], plain["level in pauses"] - 12);
-    EXPECT_LT(figures["strokes in pauses"], plain["strokes in pauses"] - 12);
-    EXPECT_GT(figures["STOI"], 0.85);
-  }
-  // Without the chain that the third one brings along, the network is left.
+TEST_F(ChainsTest, WithoutAChainTheRoomIsHeardAsItIs) {
+  const Sound room = noisy_room();
+  const auto itself = judged(room, 0);
+  ASSERT_TRUE(itself.has_value()) << latest_.text;
+  EXPECT_TRUE(is_heard(room, "none", [&](const Figures& heard) {
+    return std::fabs(heard.pauses - itself->pauses) < 0.5 && std::fabs(heard.strokes - itself->strokes) < 1.5 &&
+           heard.stoi > itself->stoi - 0.02;
+  })) << latest_.text;
+}
+
+class EachChain : public ChainsTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(EachChain, TakesTheNoiseAndTheStrokesOffTheVoice) {
+  const Sound room = noisy_room();
+  const auto itself = judged(room, 0);
+  ASSERT_TRUE(itself.has_value()) << latest_.text;
+  set_up(GetParam());
+  EXPECT_TRUE(is_heard(room, GetParam(), [&](const Figures& heard) {
+    return heard.pauses < itself->pauses - 12 && heard.strokes < itself->strokes - 12 && heard.stoi > 0.85;
+  })) << latest_.text;
+}
+
+INSTANTIATE_TEST_SUITE_P(Chains, EachChain, testing::Values("keycancel", "beamforming", "ai"));
+
+TEST_F(ChainsTest, TheNetworkTakesNoiseOffByItself) {
+  const Sound room = noisy_room();
+  const auto itself = judged(room, 0);
+  ASSERT_TRUE(itself.has_value()) << latest_.text;
+  set_up("ai");
   ASSERT_EQ(sonivo({"settings", "set", "keyboard-cancel", "off", "beamforming", "off"}).code, 0);
-  auto network = judged(room, record(room, "ai"));
-  EXPECT_LT(network["level in pauses"], plain["level in pauses"] - 3);
-  EXPECT_GT(network["STOI"], 0.9);
+  EXPECT_TRUE(is_heard(room, "ai", [&](const Figures& heard) {
+    return heard.pauses < itself->pauses - 3 && heard.stoi > 0.9;
+  })) << latest_.text;
 }
 
 TEST_F(ChainsTest, TheBeamsTakeASecondTalkerFromTheSideOff) {
@@ -112,12 +139,12 @@ TEST_F(ChainsTest, TheBeamsTakeASecondTalkerFromTheSideOff) {
     room[n + kSideDelay][1] += 0.5 * frame[1];
   }
   add(room, speech_, kLead);
-  set_up("keycancel");
-  auto without = judged(room, record(room, "keycancel"));
+  const auto itself = judged(room, 0);
+  ASSERT_TRUE(itself.has_value()) << latest_.text;
   set_up("beamforming");
-  auto with = judged(room, record(room, "beamforming"));
-  EXPECT_LT(with["level in pauses"], without["level in pauses"] - 6);
-  EXPECT_GT(with["STOI"], without["STOI"]);
+  EXPECT_TRUE(is_heard(room, "beamforming", [&](const Figures& heard) {
+    return heard.pauses < itself->pauses - 10 && heard.stoi > itself->stoi + 0.05;
+  })) << latest_.text;
 }
 
 }  // namespace

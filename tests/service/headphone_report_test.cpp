@@ -73,22 +73,23 @@ TEST_F(HeadphoneReportTest, ADriverThatComesLaterAndEachOneAfterItIsTold) {
 TEST_F(HeadphoneReportTest, ADriverThatHangsIsToldOnceItGoesOn) {
   start_driver();
   HeadphoneReport report(threads_, socket_);
-  report.tell(false);
-  ASSERT_TRUE(driver_gets(false));
-  driver_->halt();
   report.tell(true);
+  ASSERT_TRUE(driver_gets(true));
+  driver_->halt();
+  report.tell(false);
   driver_->go_on();
-  EXPECT_TRUE(driver_gets(true));
+  EXPECT_TRUE(driver_gets(false));
 }
 
 TEST_F(HeadphoneReportTest, ItEndsWithoutADriverAndBesideOneThatHangs) {
   { HeadphoneReport report(threads_, socket_); }
   start_driver();
   auto report = std::make_unique<HeadphoneReport>(threads_, socket_);
-  report->tell(false);
-  ASSERT_TRUE(driver_gets(false));
-  driver_->halt();
   report->tell(true);
+  ASSERT_TRUE(driver_gets(true));
+  driver_->halt();
+  report->tell(false);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // until it waits for the answer
   const auto start = std::chrono::steady_clock::now();
   report.reset();
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
