@@ -23,8 +23,8 @@ constexpr std::uint16_t kCheckedFrames = 480;
 
 /// As the relay reads it: a byte that switches each stage on, then the blob.
 template <class Chain>
-EndpointProperty parameters(const PropertyKey& key, std::size_t stages, const std::optional<std::string>& blob,
-                            const char* chain_name) {
+EndpointProperty parameters_of(const PropertyKey& key, std::size_t stages, const std::optional<std::string>& blob,
+                               const char* chain_name) {
   Chain chain;
   const auto bytes = open_with_params(chain, blob, chain_name, kCheckedRate, kCheckedChannels, kCheckedFrames);
   EndpointProperty property{FxHome::user_store, key, control::kTypeBlob, std::vector(stages, std::byte{1})};
@@ -71,8 +71,8 @@ std::vector<EndpointProperty> chain_properties(EndpointProperties& endpoint, Mac
   const auto own = [&](bool given) { return given ? blob : std::nullopt; };
   std::vector<EndpointProperty> properties{
       guid_of(endpoint),
-      parameters<CKeyCancel>(PKEY_NVC_MTGMIC_KC_Param, 2, own(!is_for_beams), "keycancel"),
-      parameters<CBeamFormingKeyCancel>(PKEY_NVC_MTGMIC_BF_KC_Param, 3, own(is_for_beams), "beamforming"),
+      parameters_of<CKeyCancel>(PKEY_NVC_MTGMIC_KC_Param, 2, own(!is_for_beams), "keycancel"),
+      parameters_of<CBeamFormingKeyCancel>(PKEY_NVC_MTGMIC_BF_KC_Param, 3, own(is_for_beams), "beamforming"),
   };
   if (strength) {
     const auto bytes = std::as_bytes(std::span(&*strength, 1));

@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "apps/tool/driver_connection.h"
+#include "apps/tool/json_output.h"
 #include "apps/tool/machine_facts.h"
 #include "apps/tool/printable.h"
 
@@ -16,7 +17,7 @@ namespace {
 constexpr int kWell = 0;
 constexpr int kNotWell = 4;
 
-constexpr const char* kDescription =
+constexpr const char* kDoctorDescription =
     "Looks at all that can be wrong on this machine: PipeWire, its devices and their mutes, the driver, the service,\n"
     "parameters, models, real-time scheduling. Says of each what is and, where something is wrong, what to do.\n"
     "Takes a few seconds at most.\n"
@@ -55,11 +56,11 @@ void print_findings_json(std::ostream& output, const std::vector<Finding>& findi
     json["findings"].push_back(
         {{"kind", kind_name(each.kind)}, {"subject", each.subject}, {"text", each.text}, {"advice", each.advice}});
   }
-  output << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  write_json(output, json);
 }
 
 CLI::App* add_doctor_command(CLI::App& app, DoctorOptions& options) {
-  CLI::App* const command = app.add_subcommand("doctor", kDescription);
+  CLI::App* const command = app.add_subcommand("doctor", kDoctorDescription);
   command->footer("Example:\n  sonivo doctor\n  sonivo doctor --json\n");
   add_socket_option(*command, options.socket);
   add_json_option(*command, options.json);

@@ -21,7 +21,6 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr std::uint32_t kServerPatienceMs = 2000;
 constexpr int kAudioPriority = 10;  // as the threads that serve streams ask for
 
 /// On a thread that ends with the question: what is granted stays with it.

@@ -14,8 +14,6 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr std::uint32_t kServerPatienceMs = 2000;
-
 std::string listed(const std::vector<const Microphone*>& microphones) {
   std::string text;
   for (const Microphone* each : microphones) text += (text.empty() ? "'" : ", '") + each->name + "' (" + each->id + ")";

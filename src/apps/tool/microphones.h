@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -7,6 +8,9 @@
 #include "platform/linux/pipewire/server_survey.h"
 
 namespace sonivo::tool {
+
+/// How long the audio server may take to answer.
+inline constexpr std::uint32_t kServerPatienceMs = 2000;
 
 /// A microphone that is there now.
 struct Microphone {

@@ -8,6 +8,7 @@
 
 #include "apps/tool/driver_connection.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/json_output.h"
 #include "apps/tool/printable.h"
 #include "apps/tool/setting_values.h"
 
@@ -19,11 +20,6 @@ using control::Setting;
 using control::Store;
 
 constexpr int kNameWidth = 18;
-constexpr int kJsonIndent = 2;
-
-void write_json(std::ostream& output, const nlohmann::ordered_json& json) {
-  output << json.dump(kJsonIndent, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
 
 void list_settings(const SettingsOptions& options, std::ostream& output) {
   const Store store = DriverConnection(options.socket).settings();

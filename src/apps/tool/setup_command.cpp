@@ -8,11 +8,12 @@
 #include "apps/tool/chain_parameters.h"
 #include "apps/tool/driver_connection.h"
 #include "apps/tool/failure.h"
+#include "apps/tool/json_output.h"
 #include "apps/tool/machine_chain.h"
 #include "apps/tool/microphones.h"
-#include "apps/tool/numbers.h"
 #include "apps/tool/own_names.h"
 #include "apps/tool/printable.h"
+#include "apps/tool/relay_options.h"
 #include "platform/linux/folders.h"
 #include "relay/effect_properties.h"
 
@@ -20,7 +21,7 @@ namespace sonivo::tool {
 
 namespace {
 
-constexpr const char* kDescription =
+constexpr const char* kSetupDescription =
     "Prepares this machine for a chain: has the driver keep the parameters of the chains with the built-in\n"
     "microphone, and makes it a machine of that chain. Without this no chain runs. Told again it changes nothing.\n"
     "\n"
@@ -28,24 +29,14 @@ constexpr const char* kDescription =
     "with --microphone and isn't known by them is entered in ~/.config/sonivo/microphones, as an array whose first\n"
     "two channels the beamformer may use.";
 
-constexpr const char* kExample =
+constexpr const char* kSetupExample =
     "Example:\n"
     "  sonivo setup\n"
     "  sonivo setup --microphone \"Internal Microphone\" --chain beamforming\n"
     "  sonivo setup --list\n"
     "  sonivo setup --remove\n";
 
-constexpr const char* kRestart = "Restart the service: systemctl --user restart NorvellSonivoService.";
-
-void write_json(std::ostream& output, const nlohmann::ordered_json& json) {
-  output << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
-
-float parse_strength(const std::string& text) {
-  const auto strength = parse_decimal_number(text);
-  if (!strength || *strength < 0 || *strength > 1) throw UsageError("--strength takes 0 to 1, not '" + text + "'");
-  return static_cast<float>(*strength);
-}
+constexpr const char* kRestartService = "Restart the service: systemctl --user restart NorvellSonivoService.";
 
 bool needs_array_name(const Microphone& microphone, MachineChain chain) {
   const bool is_for_beams = chain == MachineChain::beamforming || chain == MachineChain::ai;
@@ -122,7 +113,7 @@ void print_outcome(const SetupOutcome& outcome, std::ostream& output) {
   output << microphone << " is set up for the chain " << chain << ". ";
   if (outcome.changed_names) output << "From now on its name counts as that of the built-in array. ";
   if (outcome.needs_restart()) {
-    output << kRestart << '\n';
+    output << kRestartService << '\n';
   } else if (outcome.service_runs) {
     output << "The service takes it up at once, or with the next recording.\n";
   } else {
@@ -131,7 +122,8 @@ void print_outcome(const SetupOutcome& outcome, std::ostream& output) {
 }
 
 void set_up(const SetupOptions& options, std::ostream& output) {
-  const auto strength = options.strength ? std::optional(parse_strength(*options.strength)) : std::nullopt;
+  const auto strength =
+      options.strength ? std::optional(static_cast<float>(parse_strength(*options.strength))) : std::nullopt;
   const MachineChain wanted = options.chain ? chain_called(*options.chain) : MachineChain::none;
   DriverConnection driver(options.socket);
   const MachineChain former = driver_chain(driver);
@@ -185,14 +177,14 @@ void remove_setup(const SetupOptions& options, std::ostream& output) {
     return write_json(output, {{"microphone", {{"id", id}}}, {"changed", changed}, {"restart_service", needs_restart}});
   }
   output << "Nothing is kept with '" << printable(id) << (changed ? "' any more." : "'; nothing has changed.");
-  output << (needs_restart ? std::string(" ") + kRestart : "") << '\n';
+  output << (needs_restart ? std::string(" ") + kRestartService : "") << '\n';
 }
 
 }  // namespace
 
 CLI::App* add_setup_command(CLI::App& app, SetupOptions& options) {
-  CLI::App* const command = app.add_subcommand("setup", kDescription);
-  command->footer(kExample);
+  CLI::App* const command = app.add_subcommand("setup", kSetupDescription);
+  command->footer(kSetupExample);
   add_socket_option(*command, options.socket);
   add_json_option(*command, options.json);
   command
