@@ -28,8 +28,8 @@ struct ServerSurvey {
   std::string default_speaker;
 };
 
-/// Looks at the server of this name or path, or the session's own, for at most the limit. Throws std::runtime_error when
-/// the client library can't be set up.
+/// Looks at the server of this name or path, or the session's own, for at most the limit. Throws std::runtime_error
+/// when the client library can't be set up.
 ServerSurvey survey_server(const FriendlyNames& names, std::uint32_t limit_ms, const std::string& remote = {});
 
 }  // namespace sonivo::pipewire
