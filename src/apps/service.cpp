@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "apps/service/host_heartbeat.h"
 #include "apps/service/own_machine.h"
@@ -67,18 +68,11 @@ class SignalsEndSession {
   std::thread thread_;
 };
 
-/// What is installed, and what the machine's owner adds in /etc; a table that is wrong is told of and left out.
+/// A table that is wrong is told of and left out.
 pipewire::FriendlyNames microphone_names() {
-  pipewire::FriendlyNames names;
-  const auto installed = linux::InstalledFolders::places().bitmaps.parent_path();
-  for (const std::filesystem::path& folder : {std::filesystem::path("/etc/sonivo"), installed}) {
-    const auto table = folder / "microphones";
-    std::error_code ignored;
-    if (!std::filesystem::exists(table, ignored)) continue;
-    if (const std::string fault = names.add_file(table); !fault.empty()) {
-      std::fprintf(stderr, "warning: %s\n", fault.c_str());
-    }
-  }
+  std::vector<std::string> faults;
+  auto names = pipewire::names_of_tables(linux::microphone_tables(), faults);
+  for (const std::string& fault : faults) std::fprintf(stderr, "warning: %s\n", fault.c_str());
   return names;
 }
 

@@ -104,7 +104,8 @@ ControlDriver::Outcome ControlDriver::start(ClientId client, const control::Requ
       return watch({client, request.head.id}, request);
     default: {
       const Answer answer = settings_.answer(request.head.code, request.input, output);
-      if (answer.changed && !is_of_service(client)) properties_.touch_all();
+      const bool is_news_to_service = !is_of_service(client) || request.head.code == control::SetHeadphone;
+      if (answer.changed && is_news_to_service) properties_.touch_all();
       return answer;
     }
   }

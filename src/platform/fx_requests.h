@@ -13,8 +13,8 @@ inline constexpr std::uint32_t NSV_GET_FX_PROPERTY = 0x8000E200;     ///< FxAddr
 inline constexpr std::uint32_t NSV_SET_FX_PROPERTY = 0x8000E204;     ///< FxAddress, u32 type and the value in
 inline constexpr std::uint32_t NSV_REMOVE_FX_PROPERTY = 0x8000E208;  ///< FxAddress in
 /// FxWatchQuestion in; u64 out, the number of the latest change, as soon as it isn't the one in the question. 0 is the
-/// number of none. A change of an effect property of the endpoint counts, and each of a setting that another process
-/// than the service made.
+/// number of none. A change of an effect property of the endpoint counts, each of a setting that another process than
+/// the service made, and that of the headphones, which the service's process tells of, too.
 inline constexpr std::uint32_t NSV_WATCH_FX_PROPERTIES = 0x8000E20C;
 
 // Types of values: as on disk and in PropertyValue. Any other number is a foreign type, whose value is just kept.

@@ -15,14 +15,6 @@ namespace {
 
 constexpr Status kNotFound = error::kNotFound;
 
-/// Whether a friendly name is that of the notebook's own microphone array. The external ones of the same maker are
-/// known by the word for "external".
-bool IsBuiltInMicrophone(std::string_view name) {
-  const bool array = contains(name, "デジタルマイク向けインテル") || contains(name, "Realtek High Definition Audio");
-  if (array && !contains(name, "外付け")) return true;
-  return contains(name, "Realtek Microphone") || contains(name, "Realtek Audio Jack");
-}
-
 Status CopyText(std::string_view text, void* buffer, std::uint32_t limit) {
   std::u16string wide = to_utf16(text);
   wide.push_back(u'\0');
@@ -54,6 +46,13 @@ struct CopyValue {
 };
 
 }  // namespace
+
+// The external ones of the same maker are known by the word for "external".
+bool IsBuiltInMicrophone(std::string_view name) {
+  const bool array = contains(name, "デジタルマイク向けインテル") || contains(name, "Realtek High Definition Audio");
+  if (array && !contains(name, "外付け")) return true;
+  return contains(name, "Realtek Microphone") || contains(name, "Realtek Audio Jack");
+}
 
 Status GetFxPropertiesValueEx2(const Machine& machine, Endpoint& device, const std::string& id, const PropertyKey& key,
                                void* buffer, std::uint32_t* cb) {

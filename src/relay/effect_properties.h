@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "base/status.h"
 #include "platform/endpoints.h"
@@ -27,6 +28,9 @@ inline constexpr PropertyKey PKEY_AudioEndpoint_GUID = control::kEndpointGuidKey
 
 /// The effect whose own store is asked first.
 inline constexpr Guid kEffectClass = control::kCaptureEffect;
+
+/// Whether a friendly name is that of a notebook's own microphone, whose effect properties are the ones that count.
+bool IsBuiltInMicrophone(std::string_view name);
 
 /// Reads an effect property of the built-in microphone, which is told by its friendly name, disabled and absent
 /// endpoints included. cb is the capacity of `buffer`: bytes for a blob, UTF-16 characters for a text, of which a

@@ -380,6 +380,13 @@ TEST_F(PropertyRequests, OthersSettingsWakeAWatchAndTheServicesOwnDoNot) {
   EXPECT_THAT(ask(4, 1, control::SetFunction, bytes_of(6u)), SizeIs(2));
 }
 
+TEST_F(PropertyRequests, HeadphonesThatTheServicesProcessTellsOfWakeAWatch) {
+  wait_for_event(1, 1);
+  EXPECT_THAT(watch(1, 7), IsEmpty());
+  EXPECT_THAT(ask(2, 1, control::SetHeadphone, bytes_of(0u)), SizeIs(1));
+  EXPECT_THAT(ask(2, 1, control::SetHeadphone, bytes_of(1u)), SizeIs(2));
+}
+
 TEST_F(PropertyRequests, AWatchIsCancelledAndForgotten) {
   EXPECT_THAT(watch(1, 7), IsEmpty());
   EXPECT_THAT(watch(2, 8), IsEmpty());

@@ -8,6 +8,8 @@ OwnMachine::OwnMachine(Options options)
     : real_time_({.user_bus = options.system.user_bus, .system_bus = options.system.logind.address}),
       threads_([this](int priority) { return real_time_.grant(priority); }),
       audio_(threads_, options.names, options.audio_server),
+      headphones_(threads_, options.driver_socket),
+      headphone_watch_(audio_.connection, [this](bool plugged) { headphones_.tell(plugged); }),
       control_(options.driver_socket),
       bus_(audio_.connection, audio_.graph, audio_.pacer, control_),
       fx_properties_(control_),

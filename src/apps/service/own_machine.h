@@ -2,10 +2,12 @@
 
 #include <string>
 
+#include "apps/service/headphone_report.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/fx_properties.h"
 #include "platform/linux/linux_machine.h"
 #include "platform/linux/pipewire/audio_parts.h"
+#include "platform/linux/pipewire/headphone_watch.h"
 #include "platform/linux/pipewire/virtual_pair.h"
 #include "platform/linux/real_time.h"
 #include "platform/linux/threads.h"
@@ -35,6 +37,8 @@ class OwnMachine {
   linux::RealTime real_time_;
   linux::ProcessThreads threads_;
   pipewire::AudioParts audio_;
+  HeadphoneReport headphones_;
+  const pipewire::HeadphoneWatch headphone_watch_;
   linux::ControlBus control_;
   pipewire::VirtualPair bus_;
   linux::ControlFxProperties fx_properties_;

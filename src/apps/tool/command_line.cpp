@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "apps/tool/classic_command.h"
+#include "apps/tool/doctor_command.h"
 #include "apps/tool/enhance_command.h"
 #include "apps/tool/enroll_command.h"
 #include "apps/tool/events_command.h"
@@ -22,6 +23,7 @@
 #include "apps/tool/relay_command.h"
 #include "apps/tool/relay_options.h"
 #include "apps/tool/settings_command.h"
+#include "apps/tool/setup_command.h"
 #include "apps/tool/status_command.h"
 
 namespace sonivo::tool {
@@ -65,6 +67,10 @@ int parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostrea
   const CLI::App* const events_command = add_events_command(app, events);
   StatusOptions status;
   const CLI::App* const status_command = add_status_command(app, status);
+  SetupOptions setup;
+  const CLI::App* const setup_command = add_setup_command(app, setup);
+  DoctorOptions doctor;
+  const CLI::App* const doctor_command = add_doctor_command(app, doctor);
 
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
   app.parse(std::move(arguments));
@@ -79,6 +85,8 @@ int parse_and_run(std::vector<std::string> arguments, CLI::App& app, std::ostrea
   run_model_command(model, output);
   run_settings_command(settings, output, errors);
   if (events_command->parsed()) run_events_command(events, output);
+  if (setup_command->parsed()) run_setup_command(setup, output);
+  if (doctor_command->parsed()) return run_doctor_command(doctor, output);
   return status_command->parsed() ? run_status_command(status, output) : kSuccess;
 }
 

@@ -31,6 +31,8 @@ Failure no_connection(const std::string& path, Error why) {
   }
 }
 
+}  // namespace
+
 std::string refusal_text(Error error) {
   switch (error) {
     case error::kDiskFull:
@@ -45,8 +47,6 @@ std::string refusal_text(Error error) {
       return "error " + std::to_string(error);
   }
 }
-
-}  // namespace
 
 void add_socket_option(CLI::App& command, std::string& path) {
   command.add_option("--socket", path, "where the driver listens (default: $XDG_RUNTIME_DIR/sonivo/driver.sock)")

@@ -25,6 +25,10 @@ void add_json_option(CLI::App& command, bool& json);
 /// Where the driver listens: the path that an option gave, else the usual one. Throws Failure when there is none.
 std::string driver_socket(const std::string& given);
 
+/// Why the driver refuses, in words that say what to do where there is something; "error N" for what is no cause of
+/// its.
+std::string refusal_text(Error error);
+
 /// A connection to the driver of this user. Its requests throw Failure, in words that say what to do, when the driver
 /// is gone or doesn't answer within two seconds.
 class DriverConnection {
@@ -50,7 +54,7 @@ class DriverConnection {
   void set_text(std::uint32_t code, std::u16string_view value, const std::string& name);
   /// All values.
   control::Store settings();
-  /// What the service tells of itself; empty without one.
+  /// What the service tells of itself, in JSON; empty while there is none.
   std::string report();
 
  private:

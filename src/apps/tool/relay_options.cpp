@@ -62,12 +62,6 @@ double parse_drift(const std::string& text) {
   return *ppm;
 }
 
-double parse_strength(const std::string& text) {
-  const auto strength = parse_decimal_number(text);
-  if (!strength || *strength < 0 || *strength > 1) refuse("--strength", "0 to 1", text);
-  return *strength;
-}
-
 /// An option whose text `parse` turns into the value of `field`.
 template <typename Field, typename Value>
 CLI::Option* add_parsed(CLI::App& command, const std::string& name, Field& field, Value (*parse)(const std::string&),
@@ -79,6 +73,12 @@ CLI::Option* add_parsed(CLI::App& command, const std::string& name, Field& field
 }
 
 }  // namespace
+
+double parse_strength(const std::string& text) {
+  const auto strength = parse_decimal_number(text);
+  if (!strength || *strength < 0 || *strength > 1) refuse("--strength", "0 to 1", text);
+  return *strength;
+}
 
 std::string to_string(Chain chain) {
   for (const auto& [name, value] : kChains) {

@@ -34,6 +34,9 @@ struct RelayOptions {
 
 std::string to_string(Chain chain);
 
+/// 0 to 1, as --strength takes it. Throws UsageError.
+double parse_strength(const std::string& text);
+
 /// Declares the command. Parsing fills `options`, which must outlive it; a value out of its range ends the parse with
 /// an error.
 CLI::App* add_relay_command(CLI::App& app, RelayOptions& options);

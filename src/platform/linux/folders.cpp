@@ -63,4 +63,13 @@ InstalledFolders::InstalledFolders(Places where) : places_(std::move(where)) {
   if (!std::filesystem::is_directory(places_.user_data, ignored)) make_private(places_.user_data);
 }
 
+std::filesystem::path own_microphone_table() {
+  const auto chosen = absolute_path(std::getenv("XDG_CONFIG_HOME"));
+  return chosen.value_or(home_folder() / ".config") / "sonivo" / "microphones";
+}
+
+std::vector<std::filesystem::path> microphone_tables() {
+  return {own_microphone_table(), "/etc/sonivo/microphones", installed() / "microphones"};
+}
+
 }  // namespace sonivo::linux

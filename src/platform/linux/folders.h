@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <vector>
 
 #include "platform/folders.h"
 
@@ -29,5 +30,12 @@ class InstalledFolders final : public Folders {
  private:
   const Places places_;
 };
+
+/// The user's own table of microphone names: "sonivo/microphones" in $XDG_CONFIG_HOME, else in ~/.config.
+std::filesystem::path own_microphone_table();
+
+/// Tables of microphone names, the one that holds first in front: the user's own, that of the machine's owner, the one
+/// that is installed with the program. None of them has to be there.
+std::vector<std::filesystem::path> microphone_tables();
 
 }  // namespace sonivo::linux

@@ -164,5 +164,16 @@ TEST(InstalledFolders, AreMadeForTheirUserAlone) {
   EXPECT_EQ(made.st_mode & 07777, 0700u);
 }
 
+TEST(InstalledFolders, TheUsersTableOfMicrophoneNamesComesBeforeTheMachinesAndTheInstalledOne) {
+  const Variable home("HOME", "/home/user");
+  const Variable configuration("XDG_CONFIG_HOME", "/config");
+  const auto beside = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "share/sonivo";
+  EXPECT_EQ(linux::microphone_tables(),
+            (std::vector<std::filesystem::path>{"/config/sonivo/microphones", "/etc/sonivo/microphones",
+                                                beside / "microphones"}));
+  const Variable relative("XDG_CONFIG_HOME", "config");
+  EXPECT_EQ(linux::own_microphone_table(), "/home/user/.config/sonivo/microphones");
+}
+
 }  // namespace
 }  // namespace sonivo::test

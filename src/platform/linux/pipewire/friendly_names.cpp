@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 #include "base/text.h"
@@ -60,6 +61,16 @@ std::string FriendlyNames::name_of(const std::string& description, const std::st
   const std::string& shown = description.empty() ? node_name : description;
   if (rule == rules_.end() || contains(shown, rule->name)) return shown;
   return shown + " (" + rule->name + ")";
+}
+
+FriendlyNames names_of_tables(std::span<const std::filesystem::path> tables, std::vector<std::string>& faults) {
+  FriendlyNames names;
+  for (const std::filesystem::path& table : tables) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(table, ignored)) continue;
+    if (std::string fault = names.add_file(table); !fault.empty()) faults.push_back(std::move(fault));
+  }
+  return names;
 }
 
 }  // namespace sonivo::pipewire

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <filesystem>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,5 +31,8 @@ class FriendlyNames {
   };
   std::vector<Rule> rules_;
 };
+
+/// The names of those tables that are there. One that is wrong is left out, and adds a sentence to `faults`.
+FriendlyNames names_of_tables(std::span<const std::filesystem::path> tables, std::vector<std::string>& faults);
 
 }  // namespace sonivo::pipewire

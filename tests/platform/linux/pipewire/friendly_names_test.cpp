@@ -49,5 +49,17 @@ TEST(FriendlyNames, AFileSaysWhatIsWrongWithIt) {
   EXPECT_EQ(names.add_file(large), "The table of microphone names " + large + " is larger than 64 KiB.");
 }
 
+TEST(FriendlyNames, OfSeveralTablesTheFirstHoldsAndAWrongOneIsLeftOut) {
+  const test::TemporaryFolder folder;
+  const std::string bad = folder.write("bad", "wrong\n");
+  const std::vector<std::filesystem::path> tables{folder / "none", folder.write("own", "a = mine\n"), bad,
+                                                  folder.write("installed", "a = other\nb = B\n")};
+  std::vector<std::string> faults;
+  const FriendlyNames names = names_of_tables(tables, faults);
+  EXPECT_EQ(names.name_of("a", "x"), "a (mine)");
+  EXPECT_EQ(names.name_of("b", "x"), "b (B)");
+  EXPECT_EQ(faults, std::vector{"Line 1 of the table of microphone names " + bad + " isn't FRAGMENT = NAME."});
+}
+
 }  // namespace
 }  // namespace sonivo::pipewire

@@ -1,0 +1,87 @@
+#include "apps/tool/machine_facts.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+#include "apps/tool/chain_parameters.h"
+#include "apps/tool/driver_connection.h"
+#include "apps/tool/failure.h"
+#include "apps/tool/microphones.h"
+#include "apps/tool/param_blob.h"
+#include "base/text.h"
+#include "platform/linux/folders.h"
+#include "platform/linux/real_time.h"
+#include "relay/effect_properties.h"
+#include "relay/model_table.h"
+
+namespace sonivo::tool {
+
+namespace {
+
+constexpr int kAudioPriority = 10;  // as the threads that serve streams ask for
+
+/// On a thread that ends with the question: what is granted stays with it.
+bool real_time_is_granted() {
+  bool granted = false;
+  std::thread([&] { granted = linux::RealTime({}).grant(kAudioPriority); }).join();
+  return granted;
+}
+
+/// With one of those where the relay looks; it looks with those that are not there, too, which the driver doesn't list.
+bool has_chain_parameters(DriverConnection& driver, const MachineFacts& facts) {
+  const auto microphones = microphones_of(facts.audio);
+  return std::any_of(microphones.begin(), microphones.end(), [&](const Microphone& each) {
+    if (!IsBuiltInMicrophone(each.name)) return false;
+    EndpointProperties endpoint(driver, each.id);
+    const StoredParameters stored = stored_parameters(endpoint);
+    return facts.chain == MachineChain::keycancel ? stored.key_cancel : stored.beamforming;
+  });
+}
+
+void ask_driver(const std::string& socket, MachineFacts& facts) {
+  DriverConnection driver(socket);
+  const control::Store settings = driver.settings();
+  facts.chain = chain_of(settings.number(control::GetFunctionMic), settings.number(control::GetGenerationMic));
+  facts.capture_endpoint = to_utf8(settings.text(control::GetCaptureEndpointId));
+  facts.render_endpoint = to_utf8(settings.text(control::GetRenderEndpointId));
+  facts.has_chain_parameters = has_chain_parameters(driver, facts);
+  const std::string report = driver.report();
+  facts.has_report = !report.empty();
+  if (facts.has_report) {
+    try {
+      facts.service = read_service_report(report);
+    } catch (const ReportFault& fault) {
+      facts.report_fault = fault.what();
+    }
+  }
+  const auto row = GetModelRow(linux::InstalledFolders::places().models,
+                               static_cast<int>(settings.number(control::GetAispeechenhanceModelNoMTG)));
+  std::error_code ignored;
+  if (!std::filesystem::exists(row.speech_enhancement, ignored)) facts.model = row.speech_enhancement;
+}
+
+}  // namespace
+
+MachineFacts gather_facts(const std::string& socket) {
+  MachineFacts facts;
+  const auto names = pipewire::names_of_tables(linux::microphone_tables(), facts.table_faults);
+  facts.audio = pipewire::survey_server(names, kServerPatienceMs);
+  facts.holders = device_holders();
+  facts.real_time = real_time_is_granted();
+  try {
+    ask_driver(socket, facts);
+  } catch (const Failure& failure) {
+    facts.driver_fault = failure.what();
+  }
+  for (const char* chain : {"keycancel", "beamforming"}) {
+    std::error_code ignored;
+    const std::string file = param_blob_path(std::nullopt, chain);
+    if (!std::filesystem::exists(file, ignored)) facts.missing_files.push_back(file);
+  }
+  return facts;
+}
+
+}  // namespace sonivo::tool

@@ -1,0 +1,272 @@
+#include "apps/tool/doctor_rules.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "apps/tool/doctor_command.h"
+#include "support/temporary_folder.h"
+
+namespace sonivo::tool {
+namespace {
+
+using Kind = Finding::Kind;
+
+/// A notebook on which everything is as it should be.
+MachineFacts well() {
+  MachineFacts facts;
+  facts.audio = {.reachable = true,
+                 .answers = true,
+                 .has_session_manager = true,
+                 .endpoints = {{"mic", "Internal Microphone", DataFlow::capture, false, ""},
+                               {"spk", "Speakers", DataFlow::render, false, ""},
+                               {"relay.mic", "Norvell Audio Relay", DataFlow::capture, false, ""},
+                               {"relay.spk", "Norvell Audio Relay", DataFlow::render, false, ""}},
+                 .default_microphone = "mic",
+                 .default_speaker = "spk"};
+  facts.real_time = true;
+  facts.chain = MachineChain::keycancel;
+  facts.has_chain_parameters = true;
+  facts.has_report = true;
+  facts.service.emplace().driver_ready = true;
+  return facts;
+}
+
+/// Each "subject: text | advice" of what is wrong.
+std::vector<std::string> troubles(const MachineFacts& facts) {
+  std::vector<std::string> all;
+  for (const Finding& each : findings(facts)) {
+    if (each.kind == Kind::trouble) all.push_back(each.subject + ": " + each.text + " | " + each.advice);
+  }
+  return all;
+}
+
+std::string the_trouble(const MachineFacts& facts) {
+  const auto all = troubles(facts);
+  EXPECT_EQ(all.size(), 1u) << testing::PrintToString(all);
+  return all.empty() ? "" : all.front();
+}
+
+TEST(DoctorRules, AMachineOnWhichAllIsWellHasNoTroubleAndNeedsNoAdvice) {
+  const auto all = findings(well());
+  EXPECT_TRUE(is_well(all));
+  for (const Finding& each : all) {
+    EXPECT_EQ(each.kind, Kind::good) << each.text;
+    EXPECT_EQ(each.advice, "") << each.text;
+  }
+}
+
+TEST(DoctorRules, WithoutAnAudioServerNothingElseIsSaidOfItsDevices) {
+  MachineFacts facts = well();
+  facts.audio = {};
+  EXPECT_EQ(the_trouble(facts),
+            "pipewire: PipeWire is not running. | Start it: systemctl --user start pipewire wireplumber.");
+}
+
+TEST(DoctorRules, AnAudioServerThatHangs) {
+  MachineFacts facts = well();
+  facts.audio = {};
+  facts.audio.reachable = true;
+  EXPECT_EQ(
+      the_trouble(facts),
+      "pipewire: PipeWire runs, but does not answer. | Restart it: systemctl --user restart pipewire wireplumber.");
+}
+
+TEST(DoctorRules, WithoutASessionManagerThereAreNoDefaultsToMiss) {
+  MachineFacts facts = well();
+  facts.audio.has_session_manager = false;
+  facts.audio.default_microphone = facts.audio.default_speaker = "";
+  EXPECT_EQ(the_trouble(facts),
+            "session-manager: PipeWire has no session manager, so that nobody connects programs with devices. | "
+            "Start one: systemctl --user start wireplumber.");
+}
+
+TEST(DoctorRules, AMachineWithoutAMicrophone) {
+  MachineFacts facts = well();
+  facts.audio.default_microphone = "";
+  EXPECT_EQ(the_trouble(facts),
+            "microphone: There is no microphone. | Plug one in, or turn on the profile of the sound card that has one: "
+            "wpctl status shows the cards.");
+}
+
+TEST(DoctorRules, ASpeakerThatWasChosenAndIsGone) {
+  MachineFacts facts = well();
+  facts.render_endpoint = "usb";
+  EXPECT_EQ(the_trouble(facts),
+            "speaker: The speaker that was chosen, 'usb', is not there. | Plug it in, or follow the default again: "
+            "sonivo settings set render-endpoint default.");
+}
+
+TEST(DoctorRules, ADefaultThatIsTheVirtualMicrophoneItself) {
+  MachineFacts facts = well();
+  facts.audio.default_microphone = "relay.mic";
+  EXPECT_EQ(the_trouble(facts),
+            "microphone: The microphone behind 'Norvell Audio Relay' would be that one itself. | Make the real one the "
+            "default, or choose its node: sonivo settings set capture-endpoint NODE.");
+  facts.capture_endpoint = "mic";
+  EXPECT_THAT(troubles(facts), testing::IsEmpty());
+}
+
+TEST(DoctorRules, ADeviceThatCantBeOpened) {
+  MachineFacts facts = well();
+  facts.audio.endpoints[0].fault = "Device or resource busy";
+  EXPECT_EQ(the_trouble(facts),
+            "microphone: The microphone 'Internal Microphone' can't be opened: Device or resource busy. | End other "
+            "programs that use it past PipeWire, or unplug it and plug it in again.");
+}
+
+TEST(DoctorRules, AProgramThatHoldsADevicePastTheServer) {
+  MachineFacts facts = well();
+  facts.holders = {{"card0/pcm0c", "arecord", 123}};
+  EXPECT_EQ(the_trouble(facts),
+            "busy: arecord (process 123) holds the sound device card0/pcm0c past PipeWire, so that nobody else can use "
+            "it. | End it, or have it use PipeWire.");
+}
+
+TEST(DoctorRules, AMuteOfEachDeviceInTheWay) {
+  for (std::size_t i = 0; i < 4; ++i) {
+    MachineFacts facts = well();
+    facts.audio.endpoints[i].muted = true;
+    const std::string device = i % 2 == 0 ? "microphone" : "speaker";
+    EXPECT_EQ(the_trouble(facts), "mute: The " + device + " '" + facts.audio.endpoints[i].name +
+                                      "' is muted. | Unmute it in the sound settings of the desktop.");
+  }
+}
+
+TEST(DoctorRules, AMuteOfAnotherMicrophoneDoesntMatter) {
+  MachineFacts facts = well();
+  facts.audio.endpoints.push_back({"usb", "Webcam", DataFlow::capture, true, "busy"});
+  EXPECT_THAT(troubles(facts), testing::IsEmpty());
+}
+
+TEST(DoctorRules, ADriverThatIsAbsentHidesWhatOnlyItKnows) {
+  MachineFacts facts = well();
+  facts.driver_fault = "the driver is not running: nothing listens at 'x'; start it: systemctl --user start y";
+  facts.has_report = false;
+  EXPECT_EQ(the_trouble(facts),
+            "driver: The driver is not running: nothing listens at 'x'. | Start it: systemctl --user start y.");
+}
+
+TEST(DoctorRules, AServiceThatDoesntRunIsMissedButNotItsDevices) {
+  MachineFacts facts = well();
+  facts.has_report = false;
+  facts.audio.endpoints.resize(2);
+  EXPECT_EQ(the_trouble(facts),
+            "service: The service does not run. | Start it: systemctl --user start NorvellSonivoService.");
+}
+
+TEST(DoctorRules, AServiceThatIsNotConnectedInTroubleOrOfAnotherVersion) {
+  MachineFacts facts = well();
+  facts.service->driver_ready = false;
+  EXPECT_EQ(the_trouble(facts),
+            "service: The service has no connection with the driver. | Restart it: systemctl --user restart "
+            "NorvellSonivoService.");
+  facts.service->driver_ready = true;
+  facts.service->trouble = "the microphone can't be opened";
+  EXPECT_EQ(the_trouble(facts),
+            "service: The service tells of trouble: the microphone can't be opened. | See to what else is said here; "
+            "journalctl --user -u NorvellSonivoService tells more.");
+  facts.service.reset();
+  facts.report_fault = "it is of version 1";
+  EXPECT_EQ(the_trouble(facts),
+            "service: What the service tells of itself can't be understood: it is of version 1. | Install the programs "
+            "of one version, and restart them.");
+}
+
+TEST(DoctorRules, AVirtualSpeakerThatIsNotThereThoughTheServiceRuns) {
+  MachineFacts facts = well();
+  facts.audio.endpoints.pop_back();
+  EXPECT_EQ(the_trouble(facts),
+            "relay: The speaker \"Norvell Audio Relay\" is not there, though the service runs. | Restart the service: "
+            "systemctl --user restart NorvellSonivoService.");
+}
+
+TEST(DoctorRules, AChainWithoutParameters) {
+  MachineFacts facts = well();
+  facts.chain = MachineChain::beamforming;
+  facts.has_chain_parameters = false;
+  EXPECT_EQ(the_trouble(facts),
+            "chain: No microphone of this machine has the parameters of the chain beamforming. | Store them: sonivo "
+            "setup.");
+}
+
+TEST(DoctorRules, AMachineWithoutAChainIsWellAndIsToldOfSetup) {
+  MachineFacts facts = well();
+  facts.chain = MachineChain::none;
+  facts.has_chain_parameters = false;
+  const auto all = findings(facts);
+  EXPECT_TRUE(is_well(all));
+  EXPECT_THAT(all, testing::Contains(testing::Field(&Finding::advice, "Give it one: sonivo setup.")));
+}
+
+TEST(DoctorRules, AModelThatIsMissingMattersToTheThirdChainAlone) {
+  MachineFacts facts = well();
+  facts.model = "/models/m.bin";
+  EXPECT_THAT(troubles(facts), testing::IsEmpty());
+  facts.chain = MachineChain::ai;
+  EXPECT_EQ(
+      the_trouble(facts),
+      "model: The model of the chain ai is missing: '/models/m.bin'. | Install the program again. Models of other "
+      "sizes: sonivo settings set model.");
+}
+
+TEST(DoctorRules, FilesOfTheProgramTablesOfNamesAndRealTime) {
+  MachineFacts facts = well();
+  facts.missing_files = {"/share/par/keycancel.bin"};
+  EXPECT_EQ(the_trouble(facts),
+            "files: A file that belongs to the program is missing: '/share/par/keycancel.bin'. | Install the program "
+            "again.");
+  facts = well();
+  facts.table_faults = {"Line 2 of the table of microphone names x isn't FRAGMENT = NAME."};
+  EXPECT_EQ(
+      the_trouble(facts),
+      "names: Line 2 of the table of microphone names x isn't FRAGMENT = NAME. | Mend it; the service goes without "
+      "it.");
+  facts = well();
+  facts.real_time = false;
+  EXPECT_EQ(the_trouble(facts),
+            "realtime: Real-time scheduling is refused to this user, so that audio may stutter under load. | Install "
+            "rtkit, or allow the user a real-time priority of 10 in /etc/security/limits.conf.");
+}
+
+TEST(DoctorRules, WhatIsPrintedHasNoControlCharacters) {
+  std::ostringstream text;
+  print_findings(text, {{Kind::trouble, "x", "A\x1b[2J.", "B\n."}, {Kind::hint, "y", "C.", ""}});
+  EXPECT_EQ(text.str(), "trouble  A\\x1b[2J. B\\n.\nhint     C.\nSomething is wrong.\n");
+  std::ostringstream json;
+  print_findings_json(json, {{Kind::good, "x", "A.", ""}});
+  EXPECT_EQ(json.str(),
+            "{\n  \"well\": true,\n  \"findings\": [\n    {\n      \"kind\": \"ok\",\n      \"subject\": \"x\",\n"
+            "      \"text\": \"A.\",\n      \"advice\": \"\"\n    }\n  ]\n}\n");
+}
+
+TEST(DeviceHolders, AreThoseThatTheKernelTellsOfButTheServer) {
+  const test::TemporaryFolder proc;
+  const auto stream = [&](const std::string& where, const std::string& status) {
+    std::filesystem::create_directories(proc.path() / "asound" / where);
+    proc.write("asound/" + where + "/status", status);
+  };
+  const auto thread = [&](const std::string& id, const std::string& process, const std::string& name) {
+    std::filesystem::create_directories(proc.path() / id);
+    proc.write(id + "/status", "Name:\tx\nTgid:\t" + process + "\n");
+    proc.write(id + "/comm", name + "\n");
+  };
+  stream("card0/pcm0p/sub0", "closed\n");
+  stream("card0/pcm0c/sub0", "state: RUNNING\nowner_pid   : 12\ntrigger_time: 1.2\n");
+  stream("card1/pcm0c/sub0", "state: RUNNING\nowner_pid   : 20\n");
+  stream("card1/pcm1c/sub0", "owner_pid   : nobody\n");
+  thread("12", "10", "a thread");
+  thread("10", "10", "arecord");
+  thread("20", "20", "pipewire");
+  std::filesystem::create_directory_symlink("card0", proc.path() / "asound" / "cardPCH");
+  const auto holders = device_holders(proc.path());
+  ASSERT_EQ(holders.size(), 1u);
+  EXPECT_EQ(holders[0].device, "card0/pcm0c");
+  EXPECT_EQ(holders[0].program, "arecord");
+  EXPECT_EQ(holders[0].process, 10);
+  EXPECT_TRUE(device_holders(proc.path() / "none").empty());
+}
+
+}  // namespace
+}  // namespace sonivo::tool
