@@ -26,7 +26,7 @@ MachineFacts well() {
                  .default_microphone = "mic",
                  .default_speaker = "spk"};
   facts.real_time = true;
-  facts.chain = MachineChain::keycancel;
+  facts.chain = Chain::keycancel;
   facts.has_chain_parameters = true;
   facts.has_report = true;
   facts.service.emplace().driver_ready = true;
@@ -184,7 +184,7 @@ TEST(DoctorRules, AVirtualSpeakerThatIsNotThereThoughTheServiceRuns) {
 
 TEST(DoctorRules, AChainWithoutParameters) {
   MachineFacts facts = well();
-  facts.chain = MachineChain::beamforming;
+  facts.chain = Chain::beamforming;
   facts.has_chain_parameters = false;
   EXPECT_EQ(the_trouble(facts),
             "chain: No microphone of this machine has the parameters of the chain beamforming. | Store them: sonivo "
@@ -193,7 +193,7 @@ TEST(DoctorRules, AChainWithoutParameters) {
 
 TEST(DoctorRules, AMachineWithoutAChainIsWellAndIsToldOfSetup) {
   MachineFacts facts = well();
-  facts.chain = MachineChain::none;
+  facts.chain = Chain::none;
   facts.has_chain_parameters = false;
   const auto all = findings(facts);
   EXPECT_TRUE(is_well(all));
@@ -204,7 +204,7 @@ TEST(DoctorRules, AModelThatIsMissingMattersToTheThirdChainAlone) {
   MachineFacts facts = well();
   facts.model = "/models/m.bin";
   EXPECT_THAT(troubles(facts), testing::IsEmpty());
-  facts.chain = MachineChain::ai;
+  facts.chain = Chain::ai;
   EXPECT_EQ(
       the_trouble(facts),
       "model: The model of the chain ai is missing: '/models/m.bin'. | Install the program again. Models of other "

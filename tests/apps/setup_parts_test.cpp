@@ -144,7 +144,7 @@ EndpointProperty filling(std::uint32_t pid, std::size_t bytes) {
 }
 
 TEST_F(ChainParametersTest, AreKeptAsTheRelayReadsThem) {
-  EXPECT_EQ(endpoint_.set(chain_properties(endpoint_, MachineChain::ai, std::nullopt, 0.25f)), 4);
+  EXPECT_EQ(endpoint_.set(chain_properties(endpoint_, Chain::ai, std::nullopt, 0.25f)), 4);
   const auto key_cancel = kept(FxHome::user_store, PKEY_NVC_MTGMIC_KC_Param);
   ASSERT_TRUE(key_cancel.has_value());
   EXPECT_EQ(key_cancel->bytes.size(), 15808u + 2u);
@@ -163,16 +163,16 @@ TEST_F(ChainParametersTest, AreKeptAsTheRelayReadsThem) {
 }
 
 TEST_F(ChainParametersTest, AreNotSetAnewWhenTheyAreTheSameAndTheGuidStays) {
-  endpoint_.set(chain_properties(endpoint_, MachineChain::keycancel, std::nullopt, std::nullopt));
+  endpoint_.set(chain_properties(endpoint_, Chain::keycancel, std::nullopt, std::nullopt));
   const auto guid = kept(FxHome::effect_store, PKEY_AudioEndpoint_GUID);
-  EXPECT_EQ(endpoint_.set(chain_properties(endpoint_, MachineChain::keycancel, std::nullopt, std::nullopt)), 0);
-  EXPECT_EQ(endpoint_.set(chain_properties(endpoint_, MachineChain::keycancel, std::nullopt, 1.0f)), 1);
+  EXPECT_EQ(endpoint_.set(chain_properties(endpoint_, Chain::keycancel, std::nullopt, std::nullopt)), 0);
+  EXPECT_EQ(endpoint_.set(chain_properties(endpoint_, Chain::keycancel, std::nullopt, 1.0f)), 1);
   EXPECT_EQ(kept(FxHome::effect_store, PKEY_AudioEndpoint_GUID)->bytes, guid->bytes);
 }
 
 TEST_F(ChainParametersTest, AreToldAndTakenBack) {
   EXPECT_FALSE(stored_parameters(endpoint_).any());
-  endpoint_.set(chain_properties(endpoint_, MachineChain::keycancel, std::nullopt, 0.5f));
+  endpoint_.set(chain_properties(endpoint_, Chain::keycancel, std::nullopt, 0.5f));
   const StoredParameters stored = stored_parameters(endpoint_);
   EXPECT_TRUE(stored.key_cancel);
   EXPECT_TRUE(stored.beamforming);
@@ -192,9 +192,8 @@ TEST_F(ChainParametersTest, OfADriverThatHasNoRoomAreNotKeptInPart) {
   }
   const auto former = filling(551, 3);
   endpoint_.set({{FxHome::user_store, PKEY_NVC_MTGMIC_KC_Param, former.type, former.bytes}});
-  EXPECT_THAT(
-      failure_of([&] { endpoint_.set(chain_properties(endpoint_, MachineChain::ai, std::nullopt, std::nullopt)); }),
-      testing::StartsWith("the driver does not keep the parameters: its disk is full"));
+  EXPECT_THAT(failure_of([&] { endpoint_.set(chain_properties(endpoint_, Chain::ai, std::nullopt, std::nullopt)); }),
+              testing::StartsWith("the driver does not keep the parameters: its disk is full"));
   EXPECT_EQ(kept(FxHome::user_store, PKEY_NVC_MTGMIC_KC_Param)->bytes, former.bytes);
   EXPECT_FALSE(stored_parameters(endpoint_).beamforming);
   EXPECT_FALSE(kept(FxHome::effect_store, PKEY_AudioEndpoint_GUID).has_value());
@@ -207,12 +206,12 @@ TEST_F(ChainParametersTest, OfAnIdThatTheDriverCantTakeAreRefused) {
 }
 
 TEST_F(ChainParametersTest, TheNumbersOfAMachineCallForTheChainThatWasSet) {
-  EXPECT_EQ(driver_chain(driver_), MachineChain::none);
+  EXPECT_EQ(driver_chain(driver_), Chain::none);
   for (const char* name : {"keycancel", "beamforming", "ai", "none"}) {
-    set_driver_chain(driver_, chain_called(name));
-    EXPECT_STREQ(chain_name(driver_chain(driver_)), name);
+    set_driver_chain(driver_, parse_chain(name));
+    EXPECT_EQ(to_string(driver_chain(driver_)), name);
   }
-  EXPECT_THROW(chain_called("both"), UsageError);
+  EXPECT_THROW(parse_chain("both"), UsageError);
 }
 
 }  // namespace

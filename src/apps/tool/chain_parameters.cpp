@@ -65,9 +65,9 @@ StoredParameters stored_parameters(EndpointProperties& endpoint) {
           .strength = strength_in(endpoint.find(FxHome::user_store, PKEY_NVC_AI_Strength))};
 }
 
-std::vector<EndpointProperty> chain_properties(EndpointProperties& endpoint, MachineChain chain,
+std::vector<EndpointProperty> chain_properties(EndpointProperties& endpoint, Chain chain,
                                                const std::optional<std::string>& blob, std::optional<float> strength) {
-  const bool is_for_beams = chain == MachineChain::beamforming || chain == MachineChain::ai;
+  const bool is_for_beams = chain == Chain::beamforming || chain == Chain::ai;
   const auto own = [&](bool given) { return given ? blob : std::nullopt; };
   std::vector<EndpointProperty> properties{
       guid_of(endpoint),

@@ -22,7 +22,7 @@ StoredParameters stored_parameters(EndpointProperties& endpoint);
 /// What the relay looks for with a microphone: the parameters of all chains, those of `chain` from the blob that is
 /// given; the strength of the enhancement where it is given, and the GUID that changes are watched by, which stays the
 /// one that the endpoint has. Throws Failure for a blob that can't be read or that its chain doesn't take.
-std::vector<EndpointProperty> chain_properties(EndpointProperties& endpoint, MachineChain chain,
+std::vector<EndpointProperty> chain_properties(EndpointProperties& endpoint, Chain chain,
                                                const std::optional<std::string>& blob, std::optional<float> strength);
 
 /// Takes all of it back. False when there was nothing.

@@ -30,7 +30,7 @@ constexpr const char* kClassicExample =
     "Example:\n"
     "  sonivo classic keycancel noisy.wav clean.wav --key off\n";
 
-ClassicChainKind parse_chain(const std::string& text) {
+ClassicChainKind parse_classic_chain(const std::string& text) {
   if (text == "keycancel") return ClassicChainKind::keycancel;
   if (text == "beamforming") return ClassicChainKind::beamforming;
   throw UsageError("CHAIN is keycancel or beamforming, not '" + text + "'");
@@ -86,7 +86,7 @@ CLI::App* add_classic_command(CLI::App& app, ClassicOptions& options) {
   command->footer(kClassicExample);
   command
       ->add_option_function<std::string>(
-          "CHAIN", [&options](const std::string& text) { options.chain = parse_chain(text); },
+          "CHAIN", [&options](const std::string& text) { options.chain = parse_classic_chain(text); },
           "keycancel or beamforming")
       ->type_name("NAME")
       ->required();

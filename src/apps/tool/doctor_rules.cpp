@@ -198,8 +198,8 @@ class Examination {
 
   void look_at_chain() {
     if (!facts_.driver_fault.empty()) return;
-    const std::string name = chain_name(facts_.chain);
-    if (facts_.chain == MachineChain::none) {
+    const std::string name = to_string(facts_.chain);
+    if (facts_.chain == Chain::none) {
       return add(Kind::hint, "chain", "This machine has no chain: the microphone passes as it is.",
                  "Give it one: sonivo setup.");
     }
@@ -209,7 +209,7 @@ class Examination {
       add(Kind::trouble, "chain", "No microphone of this machine has the parameters of the chain " + name + ".",
           "Store them: sonivo setup.");
     }
-    if (facts_.chain == MachineChain::ai && !facts_.model.empty()) {
+    if (facts_.chain == Chain::ai && !facts_.model.empty()) {
       add(Kind::trouble, "model", "The model of the chain ai is missing: " + quoted(facts_.model) + ".",
           std::string(kInstallAgain) + " Models of other sizes: sonivo settings set model.");
     }

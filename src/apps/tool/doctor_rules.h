@@ -20,7 +20,7 @@ struct MachineFacts {
 
   std::string driver_fault;  ///< why it can't be asked, and what to do, with a semicolon between; empty: it answers
   // Known only where the driver answers.
-  MachineChain chain = MachineChain::none;
+  Chain chain = Chain::none;
   std::string capture_endpoint;  ///< id that the user chose; empty: the default
   std::string render_endpoint;
   bool has_chain_parameters = false;  ///< with a microphone where the relay looks for those of the chain

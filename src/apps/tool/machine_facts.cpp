@@ -37,7 +37,7 @@ bool has_chain_parameters(DriverConnection& driver, const MachineFacts& facts) {
     if (!IsBuiltInMicrophone(each.name)) return false;
     EndpointProperties endpoint(driver, each.id);
     const StoredParameters stored = stored_parameters(endpoint);
-    return facts.chain == MachineChain::keycancel ? stored.key_cancel : stored.beamforming;
+    return facts.chain == Chain::keycancel ? stored.key_cancel : stored.beamforming;
   });
 }
 

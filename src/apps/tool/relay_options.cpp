@@ -1,9 +1,7 @@
 #include "apps/tool/relay_options.h"
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <cmath>
-#include <utility>
 
 #include "apps/tool/failure.h"
 #include "apps/tool/file_name.h"
@@ -12,13 +10,6 @@
 namespace sonivo::tool {
 
 namespace {
-
-constexpr std::array<std::pair<const char*, Chain>, 4> kChains{{
-    {"none", Chain::none},
-    {"keycancel", Chain::keycancel},
-    {"beamforming", Chain::beamforming},
-    {"ai", Chain::ai},
-}};
 
 constexpr const char* kRelayDescription =
     "Sends a WAV file through the whole microphone (or speaker) path on a simulated notebook.\n"
@@ -33,13 +24,6 @@ constexpr const char* kRelayExample =
 
 [[noreturn]] void refuse(const std::string& option, const std::string& range, const std::string& text) {
   throw UsageError(option + " takes " + range + ", not '" + text + "'");
-}
-
-Chain parse_relay_chain(const std::string& text) {
-  for (const auto& [name, chain] : kChains) {
-    if (text == name) return chain;
-  }
-  refuse("--chain", "none, keycancel, beamforming or ai", text);
 }
 
 std::uint32_t parse_period(const std::string& text) {
@@ -80,19 +64,12 @@ double parse_strength(const std::string& text) {
   return *strength;
 }
 
-std::string to_string(Chain chain) {
-  for (const auto& [name, value] : kChains) {
-    if (chain == value) return name;
-  }
-  return {};
-}
-
 CLI::App* add_relay_command(CLI::App& app, RelayOptions& options) {
   CLI::App& command = *app.add_subcommand("relay", kRelayDescription);
   command.footer(kRelayExample);
   command.add_option("IN", options.input, "WAV file that the physical microphone hears")->type_name("FILE")->required();
   command.add_option("OUT", options.output, "WAV file of what an application records")->type_name("FILE")->required();
-  add_parsed(command, "--chain", options.chain, parse_relay_chain, "CHAIN",
+  add_parsed(command, "--chain", options.chain, parse_chain, "CHAIN",
              "processing: none, keycancel, beamforming or ai (default none); beamforming and ai take channels 1\n"
              "and 2 as microphones 60 mm apart with the talker ahead, and write one signal to every channel");
   command.add_option("--params", options.params, "parameter blob of the chain")->type_name("BLOB");

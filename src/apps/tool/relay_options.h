@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "apps/tool/chain.h"
+
 namespace CLI {
 class App;
 }
@@ -13,8 +15,6 @@ namespace sonivo::tool {
 inline constexpr std::uint32_t kMinPeriodFrames = 48;
 inline constexpr std::uint32_t kMaxPeriodFrames = 2048;
 inline constexpr double kMaxDriftPpm = 500;
-
-enum class Chain { none, keycancel, beamforming, ai };
 
 /// What `sonivo relay` is asked to do.
 struct RelayOptions {
@@ -31,8 +31,6 @@ struct RelayOptions {
   bool realtime = false;
   bool verbose = false;
 };
-
-std::string to_string(Chain chain);
 
 /// 0 to 1, as --strength takes it. Throws UsageError.
 double parse_strength(const std::string& text);

@@ -38,8 +38,8 @@ constexpr const char* kSetupExample =
 
 constexpr const char* kRestartService = "Restart the service: systemctl --user restart NorvellSonivoService.";
 
-bool needs_array_name(const Microphone& microphone, MachineChain chain) {
-  const bool is_for_beams = chain == MachineChain::beamforming || chain == MachineChain::ai;
+bool needs_array_name(const Microphone& microphone, Chain chain) {
+  const bool is_for_beams = chain == Chain::beamforming || chain == Chain::ai;
   return is_for_beams ? !is_microphone_array(microphone) : !IsBuiltInMicrophone(microphone.name);
 }
 
@@ -63,7 +63,7 @@ nlohmann::ordered_json stored_json(const StoredParameters& stored) {
 
 void list_microphones(const SetupOptions& options, std::ostream& output) {
   DriverConnection driver(options.socket);
-  const MachineChain chain = driver_chain(driver);
+  const Chain chain = driver_chain(driver);
   const auto microphones = present_microphones();
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
   for (const Microphone& each : microphones) {
@@ -81,15 +81,15 @@ void list_microphones(const SetupOptions& options, std::ostream& output) {
              << (each.is_default ? "the default; " : "") << stored_text(stored) << '\n';
     }
   }
-  if (options.json) return write_json(output, {{"chain", chain_name(chain)}, {"microphones", all}});
+  if (options.json) return write_json(output, {{"chain", to_string(chain)}, {"microphones", all}});
   if (microphones.empty()) output << "there is no microphone\n";
-  output << "chain of this machine: " << chain_name(chain) << '\n';
+  output << "chain of this machine: " << to_string(chain) << '\n';
 }
 
 /// What was done, in a sentence or two.
 struct SetupOutcome {
   Microphone microphone;
-  MachineChain chain = MachineChain::none;
+  Chain chain = Chain::none;
   bool had_parameters = false;
   bool changed_parameters = false;
   bool changed_chain = false;
@@ -105,7 +105,7 @@ struct SetupOutcome {
 
 void print_outcome(const SetupOutcome& outcome, std::ostream& output) {
   const std::string microphone = "'" + printable(outcome.microphone.name) + "'";
-  const std::string chain = chain_name(outcome.chain);
+  const std::string chain = to_string(outcome.chain);
   if (!outcome.changed()) {
     output << microphone << " is set up for the chain " << chain << " already; nothing has changed.\n";
     return;
@@ -124,13 +124,13 @@ void print_outcome(const SetupOutcome& outcome, std::ostream& output) {
 void set_up(const SetupOptions& options, std::ostream& output) {
   const auto strength =
       options.strength ? std::optional(static_cast<float>(parse_strength(*options.strength))) : std::nullopt;
-  const MachineChain wanted = options.chain ? chain_called(*options.chain) : MachineChain::none;
+  const Chain wanted = options.chain ? parse_chain(*options.chain) : Chain::none;
   DriverConnection driver(options.socket);
-  const MachineChain former = driver_chain(driver);
+  const Chain former = driver_chain(driver);
   const auto microphones = present_microphones();
 
   SetupOutcome outcome;
-  const MachineChain usual = former == MachineChain::none ? MachineChain::keycancel : former;
+  const Chain usual = former == Chain::none ? Chain::keycancel : former;
   outcome.chain = options.chain ? wanted : usual;
   outcome.microphone =
       options.microphone ? microphone_called(*options.microphone, microphones) : built_in_microphone(microphones);
@@ -148,7 +148,7 @@ void set_up(const SetupOptions& options, std::ostream& output) {
   outcome.service_runs = !driver.report().empty();
   if (!options.json) return print_outcome(outcome, output);
   write_json(output, {{"microphone", {{"id", outcome.microphone.id}, {"name", outcome.microphone.name}}},
-                      {"chain", chain_name(outcome.chain)},
+                      {"chain", to_string(outcome.chain)},
                       {"changed", outcome.changed()},
                       {"restart_service", outcome.needs_restart()}});
 }

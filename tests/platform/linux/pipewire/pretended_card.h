@@ -42,8 +42,7 @@ class PretendedCard {
     items_ = {SPA_DICT_ITEM_INIT(PW_KEY_MEDIA_CLASS, "Audio/Device"),
               SPA_DICT_ITEM_INIT(PW_KEY_DEVICE_NAME, "pretended.card"),
               SPA_DICT_ITEM_INIT(PW_KEY_DEVICE_FORM_FACTOR, form_factor)};
-    params_ = {SPA_PARAM_INFO(SPA_PARAM_EnumRoute, SPA_PARAM_INFO_READ),
-               SPA_PARAM_INFO(SPA_PARAM_Route, SPA_PARAM_INFO_READ)};
+    params_ = {readable(SPA_PARAM_EnumRoute), readable(SPA_PARAM_Route)};
     const pipewire::Connection::Lock lock(connection_);
     if (connection_.core() == nullptr) throw std::runtime_error("no server to export the card to");
     const spa_dict properties = SPA_DICT_INIT(items_.data(), static_cast<std::uint32_t>(items_.size()));
@@ -72,6 +71,13 @@ class PretendedCard {
   }
 
  private:
+  static spa_param_info readable(std::uint32_t id) {
+    spa_param_info info{};
+    info.id = id;
+    info.flags = SPA_PARAM_INFO_READ;
+    return info;
+  }
+
   int add_listener(spa_hook* listener, const spa_device_events* events, void* data) {
     spa_hook_list others;
     spa_hook_list_isolate(&hooks_, &others, listener, events, data);
@@ -82,7 +88,8 @@ class PretendedCard {
 
   void emit_info(std::uint64_t changes) {
     const spa_dict properties = SPA_DICT_INIT(items_.data(), static_cast<std::uint32_t>(items_.size()));
-    spa_device_info info = SPA_DEVICE_INFO_INIT();
+    spa_device_info info{};
+    info.version = SPA_VERSION_DEVICE_INFO;
     info.change_mask = changes;
     info.props = &properties;
     info.params = params_.data();
