@@ -39,22 +39,24 @@ class OneDnnLayer {
     return layer;
   }
 
-  /// Causal, with frames of `channels` values; depthwise: one weight per channel and tap.
+  /// Causal, with frames of `channels` values, behind those that the call before has left; depthwise: one weight per
+  /// channel and tap.
   static OneDnnLayer convolution(long channels, long taps, long frames, bool depthwise) {
     using dnnl::memory;
     using Layer = dnnl::convolution_forward;
     OneDnnLayer layer;
-    const memory::desc x = floats({1, channels, 1, frames}, memory::format_tag::nhwc),
+    const memory::desc x = floats({1, channels, 1, taps - 1 + frames}, memory::format_tag::nhwc),
+                       y = floats({1, channels, 1, frames}, memory::format_tag::nhwc),
                        bias = floats({channels}, memory::format_tag::a);
     const memory::dims sizes =
         depthwise ? memory::dims{channels, 1, 1, 1, taps} : memory::dims{channels, channels, 1, taps};
     const Layer::desc description(dnnl::prop_kind::forward_inference, dnnl::algorithm::convolution_direct, x,
-                                  floats(sizes, memory::format_tag::any), bias, x, {1, 1}, {0, taps - 1}, {0, 0});
+                                  floats(sizes, memory::format_tag::any), bias, y, {1, 1}, {0, 0}, {0, 0});
     const Layer::primitive_desc chosen(description, layer.engine_);
     layer.give(DNNL_ARG_SRC, x);
     layer.give(DNNL_ARG_WEIGHTS, chosen.weights_desc());
     layer.give(DNNL_ARG_BIAS, bias);
-    layer.give(DNNL_ARG_DST, x);
+    layer.give(DNNL_ARG_DST, y);
     layer.layer_ = Layer(chosen);
     return layer;
   }

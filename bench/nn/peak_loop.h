@@ -7,10 +7,15 @@
 namespace meridane::bench {
 namespace {
 
+template <std::size_t Lanes>
+struct Floats {
+  typedef float Vector __attribute__((vector_size(Lanes * sizeof(float))));  // g++ takes no alias for a vector here
+};
+
 /// More sums side by side than two units with a latency of four have under way.
 template <std::size_t Lanes>
 double multiply_adds() {
-  using Vector = float __attribute__((vector_size(Lanes * sizeof(float))));
+  using Vector = typename Floats<Lanes>::Vector;
   constexpr int kSums = 12, kRounds = 1000;
   Vector sums[kSums] = {}, factor = {};
   factor += 0.5f;

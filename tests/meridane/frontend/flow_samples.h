@@ -57,7 +57,9 @@ void expect_error(const Action& action, const std::string& message, const std::s
     ADD_FAILURE() << "nothing was thrown, expected: " << message;
   } catch (const Error& error) {
     EXPECT_EQ(error.what(), message);
-    if (kTellsWholeNames) EXPECT_EQ(error.function(), operation);
+    if (kTellsWholeNames) {
+      EXPECT_EQ(error.function(), operation);
+    }
   }
 }
 

@@ -51,7 +51,9 @@ TEST_F(LogTest, LineHasTimePlaceAndMessage) {
   EXPECT_THAT(lines[0].substr(kTime), StartsWith("[logging_test.cpp:" + std::to_string(line) + " (" +
                                                  (kTellsWholeNames ? "meridane::" : "TestBody)")));
   EXPECT_THAT(lines[0], EndsWith("TestBody)]  two  words"));
-  if (kTellsWholeNames) EXPECT_THAT(lines[0], HasSubstr("LogTest_LineHasTimePlaceAndMessage_Test::TestBody)"));
+  if (kTellsWholeNames) {
+    EXPECT_THAT(lines[0], HasSubstr("LogTest_LineHasTimePlaceAndMessage_Test::TestBody)"));
+  }
   const auto local = [](std::time_t time) {
     char text[32];
     std::strftime(text, sizeof text, "%Y/%m/%dT%H:%M:%S", std::localtime(&time));

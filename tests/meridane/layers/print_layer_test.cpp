@@ -41,7 +41,9 @@ TEST_F(PrintLayer, LogsItsInputBehindItsNameRowByRow) {
   ASSERT_NE(at, line.npos) << line;
   EXPECT_THAT(line.substr(0, at), testing::MatchesRegex(R"([0-9]{4}/[0-9]{2}/[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2})"
                                                         R"(\[print\.cpp:[0-9]+ \(.*forward.*\))"));
-  if (kTellsWholeNames) EXPECT_THAT(line.substr(0, at), testing::HasSubstr("PrintLayer::forward"));
+  if (kTellsWholeNames) {
+    EXPECT_THAT(line.substr(0, at), testing::HasSubstr("PrintLayer::forward"));
+  }
   std::istringstream rows(line.substr(at + label.size()));
   std::vector<double> values;
   for (double value; rows >> value;) values.push_back(value);

@@ -20,6 +20,8 @@ class NNScorer : public FrameScorer {
   using States = std::map<std::string, std::shared_ptr<NNLayerState>>;
 
   explicit NNScorer(const NNParameter& parameter);
+  NNScorer(const NNScorer&) = delete;
+  NNScorer& operator=(const NNScorer&) = delete;
 
   using FrameScorer::set_input;
   void set_input(const std::shared_ptr<FrameSequence>& frames) override;
@@ -56,8 +58,15 @@ class NNScorer : public FrameScorer {
   void expect_dimension(const Minibatch& input) const;
 
  private:
+  /// A layer and where its inputs and its result are.
+  struct Place {
+    std::shared_ptr<const NNLayer> layer;
+    std::vector<const MinibatchPtr*> inputs;  ///< none: that of the network
+    MinibatchPtr* result;
+  };
+
   MinibatchPtr skipped(const MinibatchPtr& input);
-  void run_layer(const NNLayer& layer, const MinibatchPtr& input, std::uint64_t expected);
+  void run_layer(const Place& place, const MinibatchPtr& input, std::uint64_t expected);
 
   const NNParameter* parameter_;
   unsigned int frame_skip_ = 1;
@@ -66,6 +75,7 @@ class NNScorer : public FrameScorer {
   MinibatchPtr input_;
   MinibatchPtr output_;
   std::map<std::string, MinibatchPtr> layer_outputs_;
+  std::vector<Place> places_;             // along the forward path, in layer_outputs_
   std::vector<MinibatchPtr*> handed_on_;  // layer outputs that are those of another layer too
   States layer_states_;
   LayerInputs layer_inputs_;  // of the layer that runs; kept for its memory

@@ -46,6 +46,15 @@ bool is_among(const std::vector<MinibatchPtr>& streams, const MinibatchPtr& resu
 
 NNScorer::NNScorer(const NNParameter& parameter) : parameter_(&parameter) {
   if (parameter.forward_path().empty()) raise("A network that has not been loaded can't be run");
+  for (const auto& layer : parameter.forward_path()) {
+    Place place{.layer = layer, .inputs = {}, .result = &layer_outputs_[layer->id()]};
+    if (!places_.empty()) {
+      for (const auto& before : parameter.graph().get_prec_layers(layer->id())) {
+        place.inputs.push_back(&layer_outputs_[before->id()]);
+      }
+    }
+    places_.push_back(std::move(place));
+  }
   NNScorer::reset();
 }
 
@@ -111,8 +120,8 @@ void NNScorer::execute() {
   const MinibatchPtr input = step_input();
   const MinibatchPtr fed = skipped(input);
   fed_ += fed->size();
-  for (const auto& layer : parameter_->forward_path()) run_layer(*layer, fed, fed->size());
-  output_ = layer_outputs_[parameter_->forward_path().back()->id()];
+  for (const Place& place : places_) run_layer(place, fed, fed->size());
+  output_ = *places_.back().result;
   if (frame_skip_ >= 2) {
     const std::uint64_t frames = stretched_size(input->size(), *output_);
     if (frames > 0) output_ = stretched(*output_, frames, frame_skip_, std::move(spare));
@@ -120,23 +129,18 @@ void NNScorer::execute() {
   executed_ = true;
 }
 
-void NNScorer::run_layer(const NNLayer& layer, const MinibatchPtr& input, std::uint64_t expected) {
+void NNScorer::run_layer(const Place& place, const MinibatchPtr& input, std::uint64_t expected) {
+  const NNLayer& layer = *place.layer;
+  const bool is_first = &place == &places_.front();
   layer_inputs_.clear();
-  if (&layer == parameter_->forward_path().front().get()) {
-    layer_inputs_.add(input);
-  } else {
-    for (const auto& before : parameter_->graph().get_prec_layers(layer.id())) {
-      layer_inputs_.add(layer_outputs_[before->id()]);
-    }
-  }
-  MinibatchPtr& slot = layer_outputs_[layer.id()];
+  if (is_first) layer_inputs_.add(input);
+  for (const MinibatchPtr* before : place.inputs) layer_inputs_.add(*before);
+  MinibatchPtr& slot = *place.result;
   layer_inputs_.set_spare(take_spare(slot));
   layer_inputs_.set_last(input_ == nullptr);  // a step without input; only some scorers make one
   layer_inputs_.set_fed(fed_);
   slot = layer.forward(layer_inputs_, layer_states_[layer.id()]);
-  if (&layer != parameter_->forward_path().front().get() && is_among(layer_inputs_.streams(), slot)) {
-    handed_on_.push_back(&slot);
-  }
+  if (!is_first && is_among(layer_inputs_.streams(), slot)) handed_on_.push_back(&slot);
   layer_inputs_.clear();
   check_result(layer, *slot, expected);
 }
@@ -159,8 +163,7 @@ MinibatchPtr NNScorer::skipped(const MinibatchPtr& input) {
   if (frame_skip_ < 2 || input->size() == 0) return input;
   const auto k = static_cast<Eigen::Index>(frame_skip_);
   const Eigen::Index frames = (input->content().cols() - 1) / k + 1;
-  MinibatchPtr& before = layer_outputs_[parameter_->forward_path().front()->id()];
-  MinibatchPtr kept = shaped(take_spare(before), input->shape(), frames);
+  MinibatchPtr kept = shaped(take_spare(*places_.front().result), input->shape(), frames);
   for (Eigen::Index j = 0; j < frames; ++j) kept->content().col(j) = input->content().col(j * k);
   return kept;
 }

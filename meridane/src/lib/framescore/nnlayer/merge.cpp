@@ -25,12 +25,14 @@ MinibatchPtr MergeLayer::forward(const LayerInputs& inputs) const {
     }
   }
   MinibatchPtr y = inputs.result(inputs[0]->shape(), first.cols());
-  y->content() = first;
+  Matrix& joined = y->content();
+  if (inputs.size() == 1 || first.cols() == 0) joined = first;
   for (std::size_t i = 1; i < inputs.size() && first.cols() > 0; ++i) {
+    const Matrix& before = i == 1 ? first : joined;
     if (mode_ == "add") {
-      y->content() += inputs[i]->content();
+      joined = before + inputs[i]->content();
     } else {
-      y->content().array() *= inputs[i]->content().array();
+      joined = before.cwiseProduct(inputs[i]->content());
     }
   }
   return y;
