@@ -121,7 +121,7 @@ class PretendedCard {
     spa_pod_frame info;
     spa_pod_builder_push_struct(&builder, &info);
     spa_pod_builder_add(&builder, SPA_POD_Int(1), SPA_POD_String("port.type"),
-                        SPA_POD_String(is_jack ? "headphones" : "speaker"), 0);
+                        SPA_POD_String(is_jack ? "headphones" : "speaker"), static_cast<const char*>(nullptr));
     spa_pod_builder_pop(&builder, &info);
     if (id == SPA_PARAM_Route) spa_pod_builder_add(&builder, SPA_PARAM_ROUTE_device, SPA_POD_Int(0), 0);
     return static_cast<spa_pod*>(spa_pod_builder_pop(&builder, &object));
