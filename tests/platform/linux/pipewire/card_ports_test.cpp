@@ -39,7 +39,8 @@ struct RouteOfACard {
     spa_pod_frame items;
     spa_pod_builder_push_struct(&builder, &items);
     spa_pod_builder_int(&builder, static_cast<std::int32_t>(info.size()) + items_too_many);
-    for (const auto& [key, value] : info) spa_pod_builder_add(&builder, SPA_POD_String(key), SPA_POD_String(value), 0);
+    for (const auto& [key, value] : info)
+      spa_pod_builder_add(&builder, SPA_POD_String(key), SPA_POD_String(value), static_cast<const char*>(nullptr));
     spa_pod_builder_pop(&builder, &items);
     return read_port(*static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &object)));
   }
