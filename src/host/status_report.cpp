@@ -62,7 +62,8 @@ std::string KnownEndpoints(Endpoints& endpoints, DataFlow flow) {
   for (const auto& each : list) {
     std::string id;
     if (failed(each->id(id))) continue;
-    ids += (ids.empty() ? "" : ",") + in_quotes(id);
+    if (!ids.empty()) ids += ',';
+    ids += in_quotes(id);
   }
   return ids.size() <= kMostEndpointBytes ? ids : "";
 }

@@ -1,10 +1,12 @@
 #include "apps/tool/chain_parameters.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
 #include <random>
 #include <span>
+#include <utility>
 
 #include "apps/tool/param_blob.h"
 #include "classic/beam_forming_key_cancel.h"
@@ -27,9 +29,9 @@ EndpointProperty parameters_of(const PropertyKey& key, std::size_t stages, const
                                const char* chain_name) {
   Chain chain;
   const auto bytes = open_with_params(chain, blob, chain_name, kCheckedRate, kCheckedChannels, kCheckedFrames);
-  EndpointProperty property{FxHome::user_store, key, control::kTypeBlob, std::vector(stages, std::byte{1})};
-  property.bytes.insert(property.bytes.end(), bytes.begin(), bytes.end());
-  return property;
+  std::vector<std::byte> value(stages + bytes.size(), std::byte{1});
+  std::copy(bytes.begin(), bytes.end(), value.begin() + static_cast<std::ptrdiff_t>(stages));
+  return {FxHome::user_store, key, control::kTypeBlob, std::move(value)};
 }
 
 /// A random one, which says so in its version.
