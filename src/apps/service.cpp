@@ -1,10 +1,15 @@
 // NorvellSonivoService: the session's background process, on this machine or on a simulated notebook.
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -45,7 +50,11 @@ void block_ends() {
   ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 }
 
-/// SIGTERM and SIGINT, blocked everywhere, end the session for as long as this lives.
+/// The threads are waited for without a limit, one of them for a lock that a lost driver may leave taken.
+constexpr std::chrono::seconds kLongestEnd{20};
+
+/// SIGTERM and SIGINT, blocked everywhere, end the session for as long as this lives; the process, where that takes
+/// longer than kLongestEnd.
 class SignalsEndSession {
  public:
   explicit SignalsEndSession(std::function<void()> end_session)
@@ -60,7 +69,19 @@ class SignalsEndSession {
   /// Again at each signal: the first may come before there is anybody to be told.
   void wait() {
     const sigset_t ends = end_signals();
-    for (int number = 0; ::sigwait(&ends, &number) == 0 && !over_;) end_session_();
+    int number = 0;
+    if (::sigwait(&ends, &number) != 0 || over_) return;
+    const auto end = std::chrono::steady_clock::now() + kLongestEnd;
+    do {
+      end_session_();
+      const auto left = std::max(std::chrono::nanoseconds{0}, end - std::chrono::steady_clock::now());
+      const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+      const timespec limit{.tv_sec = seconds.count(), .tv_nsec = (left - seconds).count()};
+      if (::sigtimedwait(&ends, nullptr, &limit) < 0 && errno == EAGAIN && !over_) {
+        std::fputs("error: the session's threads have not ended within 20 s; ending without them\n", stderr);
+        ::_exit(EXIT_FAILURE);
+      }
+    } while (!over_);
   }
 
   const std::function<void()> end_session_;

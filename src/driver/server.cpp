@@ -177,13 +177,16 @@ bool Server::has_place_for(const PeerProcess& process) const {
 }
 
 std::size_t Server::places_taken() const {
-  return static_cast<std::size_t>(
-      std::count_if(clients_.begin(), clients_.end(), [](const auto& each) { return !each.second.brief; }));
+  return static_cast<std::size_t>(std::count_if(clients_.begin(), clients_.end(), [this](const auto& each) {
+    return !each.second.brief && !doomed_.contains(each.first);
+  }));
 }
 
 /// False when there are no such places at all.
 bool Server::make_brief_place() {
-  if (clients_.size() - places_taken() < limits_.brief) return true;
+  const auto brief =
+      std::count_if(clients_.begin(), clients_.end(), [](const auto& each) { return each.second.brief; });
+  if (static_cast<std::size_t>(brief) < limits_.brief) return true;
   const auto oldest =
       std::find_if(clients_.begin(), clients_.end(), [](const auto& each) { return each.second.brief; });
   if (oldest == clients_.end()) return false;

@@ -6,6 +6,8 @@ namespace sonivo {
 namespace {
 
 constexpr std::uint32_t kInactivePollMs = 200;
+/// The event stays set: without a pause the thread would turn until somebody knows the session again.
+constexpr std::uint32_t kUnknownPauseMs = 200;
 
 }  // namespace
 
@@ -17,7 +19,7 @@ std::uint32_t ChangeThread(HostState& host) {
     const SessionState session = ConsoleSession(host.machine);
     if (session == SessionState::unknown) {
       trace(TraceLevel::error, "[ChangeThread] ProcessIdToSessionId err.\n");
-      host.machine.clock.sleep_ms(0);  // the event stays set: others get their turn
+      host.machine.clock.sleep_ms(kUnknownPauseMs);
       continue;
     }
     if (session == SessionState::inactive) {

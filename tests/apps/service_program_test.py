@@ -20,7 +20,9 @@ NOTEBOOK = "--simulate"  # the option with the folder of the simulated notebook
 
 LIMIT = 60  # seconds, for what is waited for
 IDLE = 4  # seconds
-MOST_IDLE_LOAD = 0.02  # of a core; a tenth of that is what it should take, but others use the machine, too
+MOST_IDLE_LOAD = 0.002  # of a core
+IDLE_WAKES = 5  # a second: one thread of the service looks at the driver's settings every 200 ms
+FURTHER_WAKES = 8  # in all: reports, and what other threads started with
 NO_SERVICE = 3
 
 MICROPHONE = "{0.0.1.00000000}.{1f6a0c2e-3b57-4d1c-9a60-5c0d7e2b8a02}"  # of the simulated notebook
@@ -37,6 +39,17 @@ def cpu_seconds(process):
         with open(f"{tasks}/{task}/schedstat", encoding="ascii") as numbers:
             nanoseconds += int(numbers.read().split()[0])
     return nanoseconds / 1e9
+
+
+def wakes(process):
+    """How often its threads have waited, all together."""
+    count = 0
+    tasks = f"/proc/{process.pid}/task"
+    for task in os.listdir(tasks):
+        with open(f"{tasks}/{task}/status", encoding="ascii") as status:
+            lines = [line.split() for line in status]
+        count += sum(int(line[1]) for line in lines if line[0] == "voluntary_ctxt_switches:")
+    return count
 
 
 class ServiceProgram(unittest.TestCase):
@@ -224,13 +237,17 @@ class ServiceProgram(unittest.TestCase):
         programs = [self.start_driver(), self.start_service()]
         self.wait_until(self.is_ready)
         time.sleep(1)
-        before = [cpu_seconds(each) for each in programs]
+        before, woken = [cpu_seconds(each) for each in programs], [wakes(each) for each in programs]
         start = time.monotonic()
         time.sleep(IDLE)
         seconds = time.monotonic() - start
+        woken = [wakes(each) - was for each, was in zip(programs, woken)]
         loads = [(cpu_seconds(each) - was) / seconds for each, was in zip(programs, before)]
         print("idle: driver {:.2%}, service {:.2%} of a core".format(*loads))
         self.assertLess(sum(loads), MOST_IDLE_LOAD)
+        print("idle: the driver wakes {} times in {:.1f} s, the service {} times".format(woken[0], seconds, woken[1]))
+        self.assertLess(woken[0], FURTHER_WAKES)
+        self.assertLess(woken[1], IDLE_WAKES * seconds + FURTHER_WAKES)
 
     def test_a_service_manager_that_watches_it_hears_of_it_until_it_hangs(self):
         manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)

@@ -102,20 +102,37 @@ TEST(ChangeThreadTest, AnUnknownSessionWaitsAgainWithoutAReset) {
   bench.start_thread();
   bench.machine.script().fail(sim::Step::process_session, 0);
   bench.host->m_hEvent.Set(EventPair::kWork);
-  bench.run_for(10);
+  bench.run_for(190);
   EXPECT_EQ(bench.log.count("[ChangeThread] ProcessIdToSessionId err.\n"), 1u);
+  EXPECT_FALSE(bench.followed());
+  bench.run_for(20);
   EXPECT_TRUE(bench.followed());
 }
 
+TEST(ChangeThreadTest, ASessionThatStaysUnknownDoesNotKeepItTurning) {
+  ChangeThreadBench bench;
+  bench.create_events();
+  bench.start_thread();
+  bench.machine.script().fail_always(sim::Step::process_session, 0);
+  bench.host->m_hEvent.Set(EventPair::kWork);
+  bench.run_for(990);
+  EXPECT_EQ(bench.log.count("[ChangeThread] ProcessIdToSessionId err.\n"), 5u);  // at 0, 200, ... 800 ms
+  bench.machine.script().pardon(sim::Step::process_session);                     // or it would never leave
+}
+
 TEST(ChangeThreadTest, DefaultDevicesOfEveryRoleWakeIt) {
+  constexpr std::pair<DataFlow, const char*> kOthers[] = {{DataFlow::render, sim::kHeadphones},
+                                                          {DataFlow::capture, sim::kHeadsetMic}};
   for (const Model& model : {kBeamForming, kAISpeech}) {
     for (const Role role : {Role::console, Role::multimedia, Role::communications}) {
-      HostBench bench(model);
-      bench.start(1000);
-      bench.driver().forget_requests();
-      bench.machine.endpoints().set_default(DataFlow::render, role, sim::kHeadphones);
-      bench.run_for(10);
-      EXPECT_THAT(bench.driver().codes(), testing::Contains(c::GetHeadphone));
+      for (const auto& [flow, endpoint] : kOthers) {
+        HostBench bench(model);
+        bench.start(1000);
+        bench.driver().forget_requests();
+        bench.machine.endpoints().set_default(flow, role, endpoint);
+        bench.run_for(10);
+        EXPECT_THAT(bench.driver().codes(), testing::Contains(c::GetHeadphone)) << endpoint;
+      }
     }
   }
 }

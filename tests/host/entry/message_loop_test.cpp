@@ -442,6 +442,17 @@ TEST(AutoExit, OneSwitchesModeAndKeyCancelOff) {
   EXPECT_THAT(bench.driver().codes(), ElementsAre(c::GetAutoExit, c::NSV_SET_LAUNCHED_MTG, c::SetKeyboardCancelMTG));
 }
 
+TEST(AutoExit, GoesOnWhereTheDriverRefusesToLeaveTheMode) {
+  HostBench bench;
+  Stopped check(bench);
+  bench.driver().fail(c::NSV_SET_LAUNCHED_MTG, error::kBusy);
+  bench.post(kWmPowerBroadcast, kPowerSuspend);
+  bench.run_for(1000);
+  EXPECT_FALSE(check.left_meeting_mode());
+  EXPECT_EQ(bench.driver().number(c::GetKeyboardCancelMTG), 0u);
+  EXPECT_TRUE(check.stopped());
+}
+
 TEST(PanelWindow, DeviceChangesGoToBothStreams) {
   HostBench bench;
   bench.start(1000);

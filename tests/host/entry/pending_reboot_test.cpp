@@ -30,6 +30,24 @@ TEST(PendingReboot, ASecondLockStopsTheThreadsThatItStarted) {
   EXPECT_THAT(bench.threads(), IsEmpty());
 }
 
+TEST(PendingReboot, TakesTheStopBackBeforeItsFirstThread) {
+  HostBench bench;
+  bench.start();
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_EQ(bench.host->m_bThreadExit, 1u);
+  EXPECT_EQ(bench.host->m_bSonivoServiceLock, 1u);
+  std::uint32_t exit_at_their_start = 77, lock_at_their_start = 77;
+  bench.machine.script().before(sim::Step::thread_start, 1, [&] {
+    exit_at_their_start = bench.host->m_bThreadExit;
+    lock_at_their_start = bench.host->m_bSonivoServiceLock;
+  });
+  bench.post_any();
+  bench.run_for(1000);
+  EXPECT_EQ(exit_at_their_start, 0u);
+  EXPECT_EQ(lock_at_their_start, 0u);
+}
+
 TEST(PendingReboot, ACloseEndsTheProcess) {
   HostBench bench(kBeamForming);
   bench.start();

@@ -213,6 +213,7 @@ TEST(Connected, AutoMuteDuringARecordingShowsNoWindow) {
   EXPECT_EQ(bench.host->m_dwAutoMute, 1u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_show_at), 0u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 0u);
+  EXPECT_EQ(bench.log.count("[MainThread] auto mute waits for the next recording\n"), 1u);
 }
 
 // ---- Endpoints that streams use
