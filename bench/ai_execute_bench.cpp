@@ -1,7 +1,7 @@
 // How long the ai chain holds the audio thread up for a block, at worst: a block every 10 ms while the network runs on
-// its own thread. Before or after each the same thread reads the clock, and nothing else, for as long as a block takes
-// on average: what such a loop is late, the machine is. Give both real-time priority: chrt -f 50 ai_execute_bench
-// IN.wav
+// its own thread. Beside each, in turns of who comes first, the same thread passes the block through a beamforming
+// chain that has no other thread, and reads the clock, and nothing else, for as long as a block takes on average: what
+// those are late, the machine is. Give all real-time priority: chrt -f 50 ai_execute_bench IN.wav
 
 #include <sched.h>
 #include <sys/resource.h>
@@ -20,6 +20,7 @@
 #include "apps/tool/param_blob.h"
 #include "apps/tool/share_folder.h"
 #include "apps/tool/wav_file.h"
+#include "classic/beam_forming_key_cancel.h"
 #include "enhance/ai_speech_enhance.h"
 #include "relay/model_table.h"
 
@@ -102,31 +103,36 @@ void run(const std::string& input, double minutes) {
       chain.Run() != 0) {
     throw tool::Failure("the ai chain does not open");
   }
+  CBeamFormingKeyCancel beams;
+  if (beams.Open(params.data(), 48000.0f, audio.channels, kBlockFrames) != 0) {
+    throw tool::Failure("the beamforming chain does not open");
+  }
   if (::sched_getscheduler(0) != SCHED_FIFO) std::cout << "without real-time priority: others come first\n";
 
   const auto blocks = kWarmUpBlocks + static_cast<std::size_t>(minutes * 6000);
-  Measured execute, reading;
-  execute.taken.reserve(blocks);
-  reading.taken.reserve(blocks);
+  Measured execute, alone, reading;
+  for (Measured* measured : {&execute, &alone, &reading}) measured->taken.reserve(blocks);
   std::vector<float> block(kBlockFrames * audio.channels);
+  std::vector<float> same_block(block.size());
   std::size_t place = 0;
   int bad = 0;
   auto due = Clock::now();
   nanoseconds total{};
   for (std::size_t n = 0; n < blocks; ++n) {
     if (n == kWarmUpBlocks) {
-      execute.forget();
-      reading.forget();
+      for (Measured* measured : {&execute, &alone, &reading}) measured->forget();
       total = {};
     }
     std::this_thread::sleep_until(due += kBlock);
     if (place + block.size() > audio.samples.size()) place = 0;
     std::copy_n(audio.samples.begin() + static_cast<std::ptrdiff_t>(place), block.size(), block.begin());
     place += block.size();
+    same_block = block;
     const auto execute_block = [&] {
       execute.measure([&] { bad += chain.Execute(block.data()) != 0; });
       total += execute.taken.back();
     };
+    const auto beamform = [&] { alone.measure([&] { bad += beams.Execute(same_block.data()) != 0; }); };
     const auto read_clock = [&] {
       const nanoseconds mean = total / std::max<std::int64_t>(1, static_cast<std::int64_t>(execute.taken.size()));
       reading.measure([&] {
@@ -136,17 +142,23 @@ void run(const std::string& input, double minutes) {
       });
     };
     // Who comes first after the sleep gets what has piled up meanwhile.
-    if (n % 2 == 0) {
-      execute_block();
-      read_clock();
-    } else {
-      read_clock();
-      execute_block();
+    for (std::size_t turn = n; turn < n + 3; ++turn) {
+      switch (turn % 3) {
+        case 0:
+          execute_block();
+          break;
+        case 1:
+          beamform();
+          break;
+        default:
+          read_clock();
+      }
     }
   }
   std::cout << blocks - kWarmUpBlocks << " blocks of 10 ms, ms a block:\n"
             << "                       mean   99.9 %  highest   > 1 ms    waits  preemptions   faults\n";
   print("ai chain", execute);
+  print("beamforming alone", alone);
   print("reading the clock", reading);
   std::cout << bad << " blocks without the enhancement\n";
 }
