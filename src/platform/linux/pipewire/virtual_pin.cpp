@@ -228,6 +228,7 @@ void VirtualPin::complete(const Request& request, Error error, std::size_t trans
 void VirtualPin::end_all(std::vector<Request>& requests, Error error) {
   for (const Request& request : requests) complete(request, error, 0);
   requests.clear();
+  owed_ = 0;
 }
 
 void VirtualPin::hand_out_format(const Request& request) {
@@ -254,6 +255,7 @@ Error VirtualPin::transfer(Request request) {
   }
   begin(*request.overlapped);
   transfers_.push_back(request);
+  if (owed_ != 0) owed_ = pass_on(owed_);
   return error::kIoPending;
 }
 
@@ -274,7 +276,13 @@ void VirtualPin::release(std::uint32_t frames) {
 }
 
 void VirtualPin::record(std::uint32_t frames) {
-  std::size_t left = to_graph_.admitted(frames);
+  const bool is_served = !transfers_.empty();
+  const std::size_t left = pass_on(to_graph_.admitted(frames));
+  owed_ = is_served ? left : 0;
+}
+
+/// Returns how many of the frames no transfer was left for.
+std::size_t VirtualPin::pass_on(std::size_t left) {
   while (left != 0 && !transfers_.empty()) {
     Request& front = transfers_.front();
     const auto moved =
@@ -285,6 +293,7 @@ void VirtualPin::record(std::uint32_t frames) {
     front.done += moved.taken * format_.nBlockAlign;
     if (front.done == front.bytes()) finish_front();
   }
+  return left;
 }
 
 void VirtualPin::play(std::uint32_t frames) {

@@ -72,6 +72,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   void end_all(std::vector<Request>& requests, Error error);
   void hand_out_format(const Request& request);
   void record(std::uint32_t frames);
+  std::size_t pass_on(std::size_t frames);
   void play(std::uint32_t frames);
   void finish_front();
   Error wait_stream(Request request);
@@ -96,6 +97,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   std::vector<Handle*> handles_;
   std::vector<Request> waiting_;
   std::vector<Request> transfers_;
+  std::size_t owed_ = 0;  ///< frames of the latest release for which the microphone's transfers were too few
 };
 
 }  // namespace sonivo::pipewire
