@@ -35,6 +35,8 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   /// No handle is left.
   ~VirtualPin();
 
+  static const char* node_name(DataFlow flow);
+
   bool is_present() const;
   /// Null with the reason: absent, or in use by an exclusive handle.
   std::shared_ptr<Device> open(Sharing sharing, Error& why);

@@ -243,6 +243,28 @@ TEST_F(PipeWireManagerTest, AudioIsBackWithinTwoSecondsAfterTheSessionManagerWas
   }
 }
 
+TEST_F(PipeWireManagerTest, AnApplicationThatGoesOnHearsAgainWithinTwoSecondsOfTheSessionManagersReturn) {
+  const std::string tone = server_->folder().write("tone.wav", wav_of(tone_frames(60 * kRate)));
+  const auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  const auto player = server_->play(kVirtualSpeaker, tone);
+  ASSERT_TRUE(comes_true([&] { return server_->state_of("notebook.microphone") == "running"; }));
+  ASSERT_TRUE(comes_true([&] { return server_->state_of("notebook.speakers") == "running"; }));
+  for (int round = 0; round < 2; ++round) {
+    server_->kill_manager();
+    ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
+    const auto start = std::chrono::steady_clock::now();
+    server_->start_manager();
+    const auto microphone_ms = runs_after_ms("notebook.microphone", start);
+    const auto speakers_ms = runs_after_ms("notebook.speakers", start);
+    RecordProperty("microphone_ms_" + std::to_string(round), static_cast<int>(microphone_ms));
+    RecordProperty("speakers_ms_" + std::to_string(round), static_cast<int>(speakers_ms));
+    EXPECT_LT(microphone_ms, 2000);
+    EXPECT_LT(speakers_ms, 2000);
+    const auto voice = server_->speak_into("notebook.microphone", tone);
+    EXPECT_TRUE(comes_true([&] { return is_clean_tone(frames_of_wav(path("heard.wav"))); }));
+  }
+}
+
 TEST_F(PipeWireRelayTest, AServerThatIsKilledAndComesBackIsUsedAgain) {
   for (const char* file : {"first.wav", "second.wav", "third.wav"}) {
     const auto voice = server_->speak_into("notebook.microphone", counting(60));
