@@ -16,7 +16,7 @@ using std::chrono::steady_clock;
 constexpr milliseconds kParting{1000};  // links go before and after the manager that made them
 constexpr milliseconds kFirstLook{500};
 constexpr milliseconds kNextLook{100};
-constexpr int kLooks = 100;
+constexpr int kLooks = 50;
 
 }  // namespace
 
@@ -124,21 +124,26 @@ void Relinker::look_in(milliseconds wait) {
 
 void Relinker::look() {
   if (manager_ == SPA_ID_INVALID) return;
-  std::erase_if(lost_, [this](const Lost& each) { return restore(each.link); });
-  if (lost_.empty()) looks_left_ = 0;
-  if (looks_left_ > 0 && --looks_left_ > 0) look_in(kNextLook);
+  std::erase_if(lost_, [this](const Lost& each) { return is_over(each.link); });
+  for (const Lost& each : lost_) restore(each.link);
+  if (--looks_left_ > 0) look_in(kNextLook);
 }
 
-/// False where our node isn't ready yet; true too where nothing is to be done.
-bool Relinker::restore(const Link& lost) {
-  const bool is_linked = std::any_of(links_.begin(), links_.end(), [&](const auto& each) {
-    return each.second.stream == lost.stream && !is_made(each.second);
+/// Whether its stream has gone, or is linked again, by whomever.
+bool Relinker::is_over(const Link& lost) const {
+  const Id stream_port = lost.is_recorded ? lost.input : lost.output;
+  return !ports_.contains(stream_port) || std::any_of(links_.begin(), links_.end(), [&](const auto& link) {
+    const Link& each = link.second;
+    return each.stream == lost.stream && (!is_made(each) || each.output == stream_port || each.input == stream_port);
   });
-  if (is_linked || !ports_.contains(lost.is_recorded ? lost.input : lost.output)) return true;
+}
+
+/// What comes to nothing is tried again, since our node may not be ready yet.
+void Relinker::restore(const Link& lost) {
   const auto own = std::find_if(ports_.begin(), ports_.end(), [&](const auto& each) {
     return each.second.is_own && each.second.name == lost.own_port;
   });
-  if (own == ports_.end()) return false;
+  if (own == ports_.end()) return;
   const auto [output, input] =
       lost.is_recorded ? std::pair(own->first, lost.input) : std::pair(lost.output, own->first);
   pw_properties* const properties = pw_properties_new(PW_KEY_OBJECT_LINGER, "true", nullptr);
@@ -147,10 +152,9 @@ bool Relinker::restore(const Link& lost) {
   void* const link =
       pw_core_create_object(core_, "link-factory", PW_TYPE_INTERFACE_Link, PW_VERSION_LINK, &properties->dict, 0);
   pw_properties_free(properties);
-  if (link == nullptr) return true;
+  if (link == nullptr) return;
   pw_proxy_destroy(static_cast<pw_proxy*>(link));  // the link stays as long as its ports
   made_.insert({output, input});
-  return true;
 }
 
 }  // namespace sonivo::pipewire

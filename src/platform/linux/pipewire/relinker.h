@@ -53,7 +53,8 @@ class Relinker final : private Connection::User {
   void add_link(Id id, Id output, Id input);
   void look_in(std::chrono::milliseconds wait);
   void look();
-  bool restore(const Link& lost);
+  bool is_over(const Link& lost) const;
+  void restore(const Link& lost);
   bool is_made(const Link& link) const { return made_.contains({link.output, link.input}); }
 
   Connection& connection_;

@@ -265,6 +265,27 @@ TEST_F(PipeWireManagerTest, AnApplicationThatGoesOnHearsAgainWithinTwoSecondsOfT
   }
 }
 
+// Somebody's links in place of those that a manager would make.
+TEST_F(PipeWireManagerTest, AnApplicationThatWasLinkedAgainIsLetGoWhereItIsLinkedElsewhere) {
+  const auto start_recorder = [&](const std::string& name, const std::string& target) {
+    return server_->start({"pw-record", "--target", target, "-P", "{ node.name = " + name + " }", path(name.c_str())});
+  };
+  const auto recorder = start_recorder("call", kVirtualMic);
+  const auto other = start_recorder("other", "0");
+  const auto links = [&] { return server_->run({"pw-link", "-l"}); };
+  ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) == "running"; }));
+  server_->kill_manager();
+  ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
+  server_->start_manager();
+  ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) == "running"; }));
+  EXPECT_NE(links().find("call:input_FL"), std::string::npos);
+  EXPECT_EQ(links().find("other:input_FL"), std::string::npos) << "which had no link before";
+  server_->plug_headset();
+  ASSERT_TRUE(comes_true([&] { return server_->run({"pw-link", "usb.headset:capture_FL", "call:input_FL"}).empty(); }));
+  EXPECT_TRUE(comes_true([&] { return links().find(std::string(kVirtualMic) + ":capture") == std::string::npos; }));
+  EXPECT_NE(links().find("call:input_FL"), std::string::npos);
+}
+
 TEST_F(PipeWireRelayTest, AServerThatIsKilledAndComesBackIsUsedAgain) {
   for (const char* file : {"first.wav", "second.wav", "third.wav"}) {
     const auto voice = server_->speak_into("notebook.microphone", counting(60));
