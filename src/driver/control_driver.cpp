@@ -28,10 +28,13 @@ void ControlDriver::client_gone(ClientId client) {
   watches_.drop(client);
   std::erase_if(waiting_, [&](const PendingId& each) { return each.client == client; });
   clients_.erase(client);
-  if (reporter_ == client) report_.clear();
-  const bool served = std::any_of(clients_.begin(), clients_.end(),
-                                  [this](const auto& each) { return each.second.process == service_; });
-  if (!served) choose_next_service();
+  if (!is_connected(reporter_)) report_.clear();
+  if (!service_ || !is_connected(*service_)) choose_next_service();
+}
+
+bool ControlDriver::is_connected(ProcessId process) const {
+  return std::any_of(clients_.begin(), clients_.end(),
+                     [&](const auto& each) { return each.second.process == process; });
 }
 
 void ControlDriver::choose_next_service() {
@@ -161,7 +164,7 @@ Answer ControlDriver::publish(ClientId client, std::span<const std::byte> text) 
   std::string report(reinterpret_cast<const char*>(text.data()), text.size());
   if (to_utf8(to_utf16(report)) != report) return {.error = error::kInvalidParameter};
   report_ = std::move(report);
-  reporter_ = client;
+  reporter_ = clients_.at(client).process;
   reported_ms_ = now_();
   return {};
 }

@@ -39,7 +39,7 @@ class ControlDriver {
 
   /// `process`: who is at the other end; connections of one process belong together.
   void client_came(ClientId client, ProcessId process);
-  /// Its pending requests, and the report that it published, are dropped.
+  /// Its pending requests are dropped; with the last client of a process, the report that this published.
   void client_gone(ClientId client);
   /// False when the client breaks the rules of ids: its connection is to be closed.
   bool request(ClientId client, const control::Request& request);
@@ -68,6 +68,7 @@ class ControlDriver {
   void choose_next_service();
   std::vector<PendingId> drop_waiting_of(ProcessId process);
   bool is_of_service(ClientId client) const;
+  bool is_connected(ProcessId process) const;
   bool deliver(const PendingId& request, std::uint32_t command);
   bool finish(const PendingId& request, Error error, std::span<const std::byte> output);
 
@@ -82,7 +83,7 @@ class ControlDriver {
   std::optional<ProcessId> service_;
   std::vector<PendingId> waiting_;  // requests for events of those who aren't the service, the oldest first
   std::string report_;
-  ClientId reporter_ = 0;
+  ProcessId reporter_ = 0;
   std::uint64_t reported_ms_ = 0;
   std::vector<std::byte> output_;
 };

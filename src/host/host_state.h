@@ -23,6 +23,9 @@ namespace sonivo {
 /// view costs one round of a loop.
 using SharedValue = std::atomic<std::uint32_t>;
 
+/// Why the service leaves its driver alone.
+enum class Pause { none, locked, asleep };
+
 /// The one set of variables of the process, shared by all threads and window procedures. Threads hold on to it: one
 /// that was abandoned runs on beside its successor, and may outlive the entry.
 struct HostState : std::enable_shared_from_this<HostState> {
@@ -30,7 +33,8 @@ struct HostState : std::enable_shared_from_this<HostState> {
       : machine(its_machine),
         m_csDriver(its_machine.events),
         m_DriverAccess(its_machine),
-        m_AudioControl(its_machine, std::move(make_chains)) {}
+        m_AudioControl(its_machine, std::move(make_chains)),
+        m_csReport(its_machine.events) {}
 
   Machine machine;
 
@@ -85,6 +89,9 @@ struct HostState : std::enable_shared_from_this<HostState> {
   EventPair m_hRegistryEvent_Quit;  ///< of ChangeRegistryThread_Quit
   CAudioControl m_AudioControl;     // uses the events; goes first
 
+  CriticalSection m_csReport;  ///< held while a report is made and handed over, so that the later one is the newer
+  std::string m_szTrouble;     ///< at the latest look; under m_csReport
+  std::atomic<Pause> m_Pause = Pause::none;
   LastTrouble m_LastTrouble;
   DriverNotes m_DriverNotes;
 

@@ -4,6 +4,7 @@
 
 #include "base/trace.h"
 #include "host/host_windows.h"
+#include "host/status_report.h"
 #include "host/stopping.h"
 #include "platform/window_messages.h"
 
@@ -12,6 +13,12 @@ namespace {
 
 constexpr std::int32_t kCell = 96;  // pixels
 constexpr std::int32_t kPanelAboveBottom = 164;
+
+/// Until the threads are started anew.
+void PauseDriverThreads(HostState& host, Pause pause) {
+  ReportPause(host, pause);
+  StopDriverThreads(host);
+}
 
 void PostReboot(HostState& host) { host.machine.desktop.post_message(host.m_hWnd, WM_EVENT_MDN, 0); }
 
@@ -26,7 +33,7 @@ std::int64_t OnPowerBroadcast(HostState& host, const Message& message) {
     case kPowerSuspend:
       AutoExitUpdate(host);
       ShowWindowHide(host);
-      StopDriverThreads(host);
+      PauseDriverThreads(host, Pause::asleep);
       return 1;
     case kPowerResumeAutomatic:
       host.m_bSonivoServiceLock = 0;
@@ -71,7 +78,7 @@ std::int64_t PanelProcedure(HostState& host, const Message& message) {
       trace(TraceLevel::info, "[WindowProc] WM_ENDSESSION\n");
       break;
     case kWmSessionChange:
-      if (message.wParam == kSessionLock) StopDriverThreads(host);
+      if (message.wParam == kSessionLock) PauseDriverThreads(host, Pause::locked);
       if (message.wParam == kSessionUnlock) trace(TraceLevel::info, "[WindowProc] WTS_SESSION_UNLOCK\n");
       break;
     case kWmPowerBroadcast:
@@ -145,7 +152,7 @@ std::uint32_t DeviceNotifyCallbackRoutine(HostState& host, std::uint64_t transit
   if (transition == kPowerSuspend) {
     ShowWindowHide(host);
     AutoExitUpdate(host);
-    StopDriverThreads(host);
+    PauseDriverThreads(host, Pause::asleep);
   } else if (transition == kPowerResumeAutomatic) {
     LaunchedPosition(host);  // for what it says of the room correction
     if (AutoExitUpdate(host) == 0) PostReboot(host);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace sonivo {
@@ -121,17 +122,30 @@ const char* ChainName(ChainKind chain) {
   return "none";
 }
 
+const char* PauseName(Pause pause) {
+  switch (pause) {
+    case Pause::locked:
+      return "locked";
+    case Pause::asleep:
+      return "asleep";
+    case Pause::none:
+      break;
+  }
+  return "none";
+}
+
 }  // namespace
 
 std::string StatusReport(HostState& host, const std::string& trouble) {
   JsonObject report;
-  report.whole("version", 4);
+  report.whole("version", 5);
   report.whole("generation", host.m_dwGeneration);
   report.whole("function", host.m_Function);
   report.whole("generation_mic", host.m_dwGenerationMic);
   report.whole("function_mic", host.m_FunctionMic);
   report.text("chain", ChainName(host.m_AudioControl.RunningChain()));
   report.flag("driver_ready", host.m_bDriverReady != 0);
+  report.text("pause", PauseName(host.m_Pause));
   report.whole("meeting_mode", host.m_iMeetingModeCur);
   report.flag("room_correction", host.m_RoomCorrection != 0);
   report.flag("headphones", host.m_dwHeadPhone != 0);
@@ -143,6 +157,12 @@ std::string StatusReport(HostState& host, const std::string& trouble) {
   report.text("last_trouble", last.text);
   report.whole("last_trouble_ms", static_cast<std::int64_t>(last.tick_ms));
   return report.str();
+}
+
+void ReportPause(HostState& host, Pause pause) {
+  const std::lock_guard lock(host.m_csReport);
+  host.m_Pause = pause;
+  host.m_DriverAccess.PublishReport(StatusReport(host, host.m_szTrouble));
 }
 
 void StatusPublisher::Publish() {
@@ -157,6 +177,8 @@ void StatusPublisher::Offer(const std::string& trouble, std::uint64_t now_ms) {
   const bool is_known = driver == published_to_.lock();
   if (!driver || (is_known && now_ms < next_ms_)) return;
   next_ms_ = now_ms + kPeriodMs;
+  const std::lock_guard lock(host_.m_csReport);
+  host_.m_szTrouble = trouble;
   std::string report = StatusReport(host_, trouble);
   if (is_known && report == published_ && now_ms < repeat_ms_) return;
   const Error refused = host_.m_DriverAccess.PublishReport(report);

@@ -12,6 +12,9 @@ namespace sonivo {
 /// What the service tells of itself, as JSON; `trouble` is what is wrong at present, empty when all is well.
 std::string StatusReport(HostState& host, const std::string& trouble);
 
+/// Tells the driver, while it is connected, that the service is about to leave it for a while. Any thread.
+void ReportPause(HostState& host, Pause pause);
+
 /// Gives the report to the driver, for whoever asks: at once to one that is connected anew, at most once a second when
 /// it says something new, else every five seconds, from which others see that the service goes on. Notes what keeps the
 /// service from its driver.
@@ -34,7 +37,7 @@ class StatusPublisher {
   bool refused_ = false;  // as another process is the driver's service
   Standing waiting_{kWaitingMs};
   std::string published_;
-  std::weak_ptr<Device> published_to_;  // the driver forgets the report with this handle
+  std::weak_ptr<Device> published_to_;
 };
 
 }  // namespace sonivo

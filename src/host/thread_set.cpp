@@ -79,6 +79,7 @@ void ThreadSet::Reboot() {
       CloseEvents(host_.m_hRegistryEvent_Quit);
     }
   }
+  host_.m_Pause = Pause::none;
   host_.m_bSonivoServiceLock = 0;
   host_.m_bThreadExit = 0;
   StartDriverThreads();

@@ -84,8 +84,9 @@ inline constexpr std::uint32_t SetAispeechenhanceRegDialog_Open_MTG = 0x8000E1F4
 // Of this driver's own.
 /// As NSV_SERVICE_EVENT_NOTIFY, for onlookers: takes the event from nobody, and NSV_SERVICE_EVENT_CANCEL leaves it.
 inline constexpr std::uint32_t NSV_OBSERVE_EVENTS = 0x8000E0EC;
-/// UTF-8 text (JSON) in, at most kMaxReportBytes: what the service tells of itself, until its connection ends. Empty
-/// text withdraws it. From any process but the one of NSV_SERVICE_EVENT_NOTIFY it is error::kAccessDenied.
+/// UTF-8 text (JSON) in, at most kMaxReportBytes: what the service tells of itself, until the last connection of its
+/// process ends. Empty text withdraws it. From any process but the one of NSV_SERVICE_EVENT_NOTIFY it is
+/// error::kAccessDenied.
 inline constexpr std::uint32_t NSV_PUBLISH_REPORT = 0x8000E0F0;
 inline constexpr std::uint32_t NSV_READ_REPORT = 0x8000E0F4;  ///< that text out; error::kNotFound without one
 inline constexpr std::uint32_t NSV_SEND_EVENT = 0x8000E0F8;   ///< u32 in: command of an event, below NSVPLAY_CMD_EXIT

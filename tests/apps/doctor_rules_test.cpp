@@ -174,6 +174,13 @@ TEST(DoctorRules, AServiceThatIsNotConnectedInTroubleOrOfAnotherVersion) {
             "of one version, and restart them.");
 }
 
+TEST(DoctorRules, AServiceThatWaitsForItsSessionIsNoTrouble) {
+  MachineFacts facts = well();
+  facts.service->driver_ready = false;
+  facts.service->pause = "locked";
+  EXPECT_TRUE(is_well(findings(facts)));
+}
+
 TEST(DoctorRules, AVirtualSpeakerThatIsNotThereThoughTheServiceRuns) {
   MachineFacts facts = well();
   facts.audio.endpoints.pop_back();

@@ -205,8 +205,8 @@ expect "a driver without a service" 3 \
 expect "the same as JSON" 3 '"health": "no service",.*"mode_threads": true.*"service": null,' '^$' status --json --socket "$socket"
 stream='"state":"ePhysicalStreaming","endpoint":"mic","streams":1,"underruns":0,"overruns":0,"feedback":0,"fill_mean_ms":20,"fill_min_ms":10'
 chain='"blocks":0,"silenced":0,"unenhanced":0,"chain_latency_ms":12.5,"execute_mean_us":0,"execute_max_us":0,"load":0'
-report() { # DRIVER_READY TROUBLE
-  echo '{"version":4,"generation":8,"function":0,"generation_mic":3,"function_mic":2,"chain":"beamforming","driver_ready":'"$1"',"meeting_mode":0,"room_correction":false,"headphones":false,"auto_mute":false,"capture":{'"$stream,$chain"',"endpoints":["mic"]},"render":{'"$stream"',"endpoints":[]},"trouble":"'"$2"'","last_trouble":"an earlier one","last_trouble_ms":0}'
+report() { # DRIVER_READY TROUBLE [PAUSE]
+  echo '{"version":5,"generation":8,"function":0,"generation_mic":3,"function_mic":2,"chain":"beamforming","driver_ready":'"$1"',"pause":"'"${3:-none}"'","meeting_mode":0,"room_correction":false,"headphones":false,"auto_mute":false,"capture":{'"$stream,$chain"',"endpoints":["mic"]},"render":{'"$stream"',"endpoints":[]},"trouble":"'"$2"'","last_trouble":"an earlier one","last_trouble_ms":0}'
 }
 publish() { # REPORT; until withdraw
   coproc "$python" "$publish" "$socket"
@@ -228,6 +228,7 @@ with_report() { # REPORT NAME EXIT_CODE OUTPUT_PATTERN [OPTION]
 with_report "$(report true '')" "a healthy machine" 0 $'\nservice +runs\n.*\nchain +beamforming\n.*\ntrouble +none\nlast trouble +an earlier one, [0-9]+ s ago$'
 with_report "$(report true '')" "a healthy machine as JSON" 0 '"health": "healthy",.*"chain": "beamforming",' --json
 with_report "$(report false '')" "a service that is not ready" 4 $'\nservice +runs, but is not ready with the driver\n'
+with_report "$(report true '' locked)" "a service that waits for its session" 0 $'\nservice +waits until the session is unlocked\n'
 with_report "$(report true "there is no microphone")" "a service in trouble" 4 $'\ntrouble +there is no microphone\n'
 with_report '{"version":1}' "a report of another version" 4 $'\nservice +runs, but its report can\'t be relied on: it is of version 1, '
 with_report 'hello' "a report that is none" 4 $'\nservice +runs, but its report can\'t be relied on: it is no JSON object\n'

@@ -41,13 +41,14 @@ json capture_json() {
 }
 
 json report_json() {
-  return {{"version", 4},
+  return {{"version", 5},
           {"generation", 8},
           {"function", 2},
           {"generation_mic", 5},
           {"function_mic", 9},
           {"chain", "ai"},
           {"driver_ready", true},
+          {"pause", "none"},
           {"meeting_mode", 2},
           {"room_correction", true},
           {"headphones", true},
@@ -76,6 +77,7 @@ TEST(ServiceReport, HasWhatTheJsonTells) {
   EXPECT_EQ(report.function_mic, 9u);
   EXPECT_EQ(report.chain, "ai");
   EXPECT_TRUE(report.driver_ready);
+  EXPECT_EQ(report.pause, "none");
   EXPECT_EQ(report.meeting_mode, 2u);
   EXPECT_TRUE(report.room_correction);
   EXPECT_TRUE(report.headphones);
@@ -152,6 +154,7 @@ TEST(ServiceReport, NeedsValuesThatMakeSense) {
     return fault_of(report.dump());
   };
   EXPECT_EQ(with("/chain", "magic"), "what it gives as chain makes no sense");
+  EXPECT_EQ(with("/pause", "coffee"), "what it gives as pause makes no sense");
   EXPECT_EQ(with("/capture/state", "eAsleep"), "what it gives as capture.state makes no sense");
   EXPECT_EQ(with("/generation", -1), "what it gives as generation makes no sense");
   EXPECT_EQ(with("/generation", 4294967296), "what it gives as generation makes no sense");
@@ -166,11 +169,11 @@ TEST(ServiceReport, NeedsValuesThatMakeSense) {
 }
 
 TEST(ServiceReport, OfAnotherVersionIsNotTrusted) {
-  const std::string advice = ", and this program knows version 4; install a service and a sonivo of the same version";
+  const std::string advice = ", and this program knows version 5; install a service and a sonivo of the same version";
   json report = report_json();
   report["version"] = 1;
   EXPECT_EQ(fault_of(report.dump()), "it is of version 1" + advice);
-  report["version"] = "4";
+  report["version"] = "5";
   EXPECT_EQ(fault_of(report.dump()), "it is of version unknown" + advice);
   EXPECT_EQ(fault_of("{}"), "it lacks version");
 }
@@ -338,6 +341,20 @@ TEST(Status, TellsOfAServiceThatHangsOrIsStopped) {
   EXPECT_EQ(status_exit_code(status_after(12'001)), 4);
   EXPECT_EQ(json_of(status_after(17'900))["health"], "trouble");
   EXPECT_EQ(json_of(status_after(17'900))["report_age_ms"], 17'900);
+}
+
+TEST(Status, TellsWhatAServiceWaitsForHoweverLong) {
+  const auto status_in = [](const char* pause) {
+    json report = report_json();
+    report["pause"] = pause;
+    report["driver_ready"] = false;
+    return machine_status("s", {}, report.dump(), {.driver_ms = 100'000'000, .report_ms = 90'000'000});
+  };
+  EXPECT_THAT(table_of(status_in("locked")), HasSubstr("\nservice           waits until the session is unlocked\n"));
+  EXPECT_THAT(table_of(status_in("asleep")), HasSubstr("\nservice           waits until the machine wakes\n"));
+  EXPECT_EQ(status_exit_code(status_in("locked")), 0);
+  EXPECT_EQ(json_of(status_in("locked"))["health"], "healthy");
+  EXPECT_EQ(status_exit_code(status_in("none")), 4);
 }
 
 TEST(Status, HasAnExitCodeForEachHealth) {

@@ -421,17 +421,19 @@ TEST_F(ControlDriverTest, AReportIsTakenFromTheServiceAlone) {
   EXPECT_EQ(ask(4, 1, control::NSV_PUBLISH_REPORT, bytes_of_text("next"))[0].head.error, error::kNone);
 }
 
-TEST_F(ServiceReports, AReportLivesAsLongAsTheConnectionOfItsPublisher) {
+TEST_F(ServiceReports, AReportLivesAsLongAsItsPublisherHasAConnection) {
+  driver_.client_came(4, 200);
   EXPECT_EQ(ask(2, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
   const std::string report = "{\"mode\": \"\xe3\x83\x87\"}";
   EXPECT_EQ(ask(1, 1, control::NSV_PUBLISH_REPORT, bytes_of_text(report))[0].head.error, error::kNone);
   EXPECT_EQ(text_of(ask(2, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), report);
   EXPECT_EQ(text_of(ask(2, 1, control::NSV_READ_REPORT, {}, report.size())[0].output), report);
   EXPECT_EQ(ask(2, 1, control::NSV_READ_REPORT, {}, report.size() - 1)[0].head.error, error::kInsufficientBuffer);
-  driver_.client_gone(2);
-  EXPECT_EQ(text_of(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), report);
   driver_.client_gone(1);
-  EXPECT_EQ(ask(3, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
+  driver_.client_gone(2);
+  EXPECT_EQ(text_of(ask(4, 1, control::NSV_READ_REPORT, {}, 8192)[0].output), report);
+  driver_.client_gone(3);
+  EXPECT_EQ(ask(4, 1, control::NSV_READ_REPORT, {}, 8192)[0].head.error, error::kNotFound);
 }
 
 TEST_F(ServiceReports, AReportIsReplacedAndWithdrawn) {
@@ -466,8 +468,8 @@ TEST_F(ControlDriverTest, ItTellsHowOldItAndTheReportAre) {
   EXPECT_EQ(ages().driver_ms, 700u + 2 * 12'345);
   ask(1, 1, control::NSV_PUBLISH_REPORT, Bytes(8193, std::byte{'x'}));
   EXPECT_EQ(ages().report_ms, 12'345u) << "one that is refused is none";
-  driver_.client_gone(1);
-  EXPECT_EQ(ages().report_ms, control::Ages::kNone);
+  ask(1, 1, control::NSV_PUBLISH_REPORT);
+  EXPECT_EQ(ages().report_ms, control::Ages::kNone) << "withdrawn";
 }
 
 TEST_F(ControlDriverTest, AgesHaveTheirSize) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "../platform/linux/mocked_bus.h"
+#include "apps/service/headphone_report.h"
 #include "host/entry.h"
 #include "platform/control_requests.h"
 #include "platform/linux/control_bus.h"
@@ -60,6 +61,17 @@ class LinuxMachineTest : public testing::Test {
     return false;
   }
   bool is_connected() { return host->m_bDriverReady == 1 && host->m_bThreadExit == 0; }
+  /// Whether the driver has a report of the service with this in it.
+  bool is_reported(const std::string& part) {
+    Error why = error::kNone;
+    const auto client = bus.open(folder / "driver.sock", Sharing::shared, Completion::synchronous, why);
+    std::string text(control::kMaxReportBytes, '\0');
+    std::uint32_t bytes = 0;
+    return client &&
+           client->control_now(control::NSV_READ_REPORT, {}, std::as_writable_bytes(std::span(text)), bytes) ==
+               error::kNone &&
+           text.find(part) != text.npos;
+  }
   bool is_stopping() { return host->m_bThreadExit == 1; }
 
   TemporaryFolder folder;
@@ -95,6 +107,18 @@ TEST_F(LinuxMachineTest, ALockStopsTheHostUntilTheUnlock) {
   EXPECT_TRUE(becomes([this] { return is_stopping(); }));
   logind.ask_session("Unlock");
   EXPECT_TRUE(becomes([this] { return is_connected(); }));
+}
+
+TEST_F(LinuxMachineTest, TheReportSaysThatTheSessionIsLockedForAsLongAsItIs) {
+  HeadphoneReport headphones(threads, folder / "driver.sock");  // whose connection outlasts the host's
+  headphones.tell(false);
+  start();
+  ASSERT_TRUE(becomes([this] { return is_reported("\"pause\":\"none\""); }));
+  logind.ask_session("Lock");
+  ASSERT_TRUE(becomes([this] { return host->m_DriverAccess.GetDriverSyncHandle() == nullptr; }));
+  EXPECT_TRUE(is_reported("\"pause\":\"locked\""));
+  logind.ask_session("Unlock");
+  EXPECT_TRUE(becomes([this] { return is_reported("\"pause\":\"none\""); }));
 }
 
 TEST_F(LinuxMachineTest, ASleepWaitsUntilTheHostHasStoppedAndTheResumeBringsItBack) {

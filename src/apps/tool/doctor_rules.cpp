@@ -167,7 +167,9 @@ class Examination {
                  "What the service tells of itself can't be understood: " + ended(facts_.report_fault),
                  "Install the programs of one version, and restart them.");
     }
-    if (!facts_.service->driver_ready) {
+    if (facts_.service->is_paused()) {
+      add(Kind::good, "service", "The service waits: the session is locked, or the machine has just woken.");
+    } else if (!facts_.service->driver_ready) {
       add(Kind::trouble, "service", "The service has no connection with the driver.",
           "Restart it: systemctl --user restart NorvellSonivoService.");
     } else if (!facts_.service->trouble.empty()) {

@@ -69,6 +69,9 @@ std::string service_text(const MachineStatus& status) {
     return "has not answered for " + std::to_string(status.ages.report_ms / 1000) +
            " s; restart it: systemctl --user restart NorvellSonivoService";
   }
+  if (status.is_paused()) {
+    return status.service->pause == "locked" ? "waits until the session is unlocked" : "waits until the machine wakes";
+  }
   if (status.service) return status.service->driver_ready ? "runs" : "runs, but is not ready with the driver";
   if (status.has_new_driver()) {
     return "has not connected yet: the driver started " + std::to_string(status.ages.driver_ms / 1000) + " s ago";

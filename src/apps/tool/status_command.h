@@ -37,8 +37,11 @@ struct MachineStatus {
   control::Ages ages;
   std::uint64_t now_ms = 0;  ///< on the machine's monotonic clock
 
-  /// The service publishes its report every five seconds: it hangs, or is stopped.
-  bool is_silent() const { return ages.report_ms != control::Ages::kNone && ages.report_ms > kSilentMs; }
+  bool is_paused() const { return service && service->is_paused(); }
+  /// The service publishes its report every five seconds, unless it has said that it pauses: it hangs, or is stopped.
+  bool is_silent() const {
+    return !is_paused() && ages.report_ms != control::Ages::kNone && ages.report_ms > kSilentMs;
+  }
   /// It takes the service two seconds to connect to a driver that came back, and seven where the former one told it of
   /// its end.
   bool has_new_driver() const { return report.empty() && ages.driver_ms < kConnectMs; }

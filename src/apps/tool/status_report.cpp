@@ -14,10 +14,11 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::uint64_t kReportVersion = 4;
+constexpr std::uint64_t kReportVersion = 5;
 constexpr std::array<const char*, 4> kReportedStates{"eWaitVirtualDriver", "eWaitVirtualStream", "eVirtualStreaming",
                                                      "ePhysicalStreaming"};
 constexpr std::array<const char*, 4> kReportedChains{"none", "keycancel", "beamforming", "ai"};
+constexpr std::array<const char*, 3> kReportedPauses{"none", "locked", "asleep"};
 
 /// Members of one object, which must be there and of the kind that is asked for.
 class ObjectReader {
@@ -131,6 +132,7 @@ ServiceReport read_service_report(std::string_view text) {
   report.function_mic = reader.small_count("function_mic");
   report.chain = reader.word("chain", kReportedChains);
   report.driver_ready = reader.flag("driver_ready");
+  report.pause = reader.word("pause", kReportedPauses);
   report.meeting_mode = reader.small_count("meeting_mode");
   report.room_correction = reader.flag("room_correction");
   report.headphones = reader.flag("headphones");

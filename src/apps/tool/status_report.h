@@ -40,6 +40,7 @@ struct ServiceReport {
   std::uint32_t function_mic = 0;
   std::string chain;  ///< that runs now, one of none, keycancel, beamforming, ai
   bool driver_ready = false;
+  std::string pause = "none";  ///< why it leaves the driver alone, one of none, locked, asleep
   std::uint32_t meeting_mode = 0;
   bool room_correction = false;
   bool headphones = false;
@@ -50,7 +51,9 @@ struct ServiceReport {
   std::string last_trouble;           ///< also what is over; empty: there was none
   std::uint64_t last_trouble_ms = 0;  ///< when it was noted, on the machine's monotonic clock
 
-  bool is_healthy() const { return driver_ready && trouble.empty(); }
+  /// It is silent then, and reports again when the session is unlocked or the machine wakes.
+  bool is_paused() const { return pause != "none"; }
+  bool is_healthy() const { return (driver_ready || is_paused()) && trouble.empty(); }
 };
 
 /// A report that can't be relied on; the text says why.
@@ -59,7 +62,7 @@ class ReportFault : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Reads the JSON of a report of version 4, in which each member must be there and be of its kind. Throws ReportFault.
+/// Reads the JSON of a report of version 5, in which each member must be there and be of its kind. Throws ReportFault.
 ServiceReport read_service_report(std::string_view json);
 
 }  // namespace sonivo::tool

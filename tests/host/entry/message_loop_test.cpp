@@ -22,6 +22,27 @@ std::size_t count_of(const std::vector<std::string>& names, const std::string& n
   return static_cast<std::size_t>(std::count(names.begin(), names.end(), name));
 }
 
+TEST(MessageLoop, ALockIsReportedUntilTheRebootAndTheEndOfASessionIsNot) {
+  HostBench bench;
+  bench.start(2500);
+  const auto pause = [&] {
+    const std::string report = bench.driver().report();
+    const std::string name = "\"pause\":\"";
+    const std::size_t at = report.find(name);
+    return at != report.npos ? report.substr(at + name.size(), report.find('"', at + name.size()) - at - name.size())
+                             : "";
+  };
+  EXPECT_EQ(pause(), "none");
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_EQ(pause(), "locked");
+  bench.machine.session().unlock();
+  bench.run_for(3000);
+  EXPECT_EQ(pause(), "none");
+  bench.end_session();
+  EXPECT_EQ(pause(), "none");
+}
+
 TEST(MessageLoop, TheNextMessageAfterALockRebootsTheThreads) {
   HostBench bench(kBeamForming);
   bench.start();

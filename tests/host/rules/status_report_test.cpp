@@ -267,6 +267,25 @@ TEST_F(PublishedReport, IsTriedAgainWhereTheDriverRefusedIt) {
   EXPECT_EQ(device.report(), text());
 }
 
+TEST_F(PublishedReport, SaysWhyThereWillBeNoneForAWhile) {
+  publisher.Publish();
+  EXPECT_EQ(tool::read_service_report(device.report()).pause, "none");
+  ReportPause(host, Pause::locked);
+  EXPECT_EQ(tool::read_service_report(device.report()).pause, "locked") << "at once";
+  ReportPause(host, Pause::asleep);
+  EXPECT_EQ(tool::read_service_report(device.report()).pause, "asleep");
+  publish_after(5000);
+  EXPECT_EQ(tool::read_service_report(device.report()).pause, "asleep") << "who publishes meanwhile says so too";
+}
+
+TEST_F(PublishedReport, OfAPauseStillSaysWhatIsWrong) {
+  host.m_AudioControl.Start();
+  machine.driver().open_recorder(pcm_format(48000, 16, 2));
+  publish_after(10);
+  ReportPause(host, Pause::locked);
+  EXPECT_EQ(tool::read_service_report(device.report()).trouble, "there is no microphone");
+}
+
 TEST_F(PublishedReport, SaysWhatIsWrong) {
   host.m_AudioControl.Start();
   machine.driver().open_recorder(pcm_format(48000, 16, 2));

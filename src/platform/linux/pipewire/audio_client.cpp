@@ -9,6 +9,8 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr std::uint32_t kUsualRateHz = 48000;
+constexpr std::uint32_t kPlayedPeriodsPerSecond = 100;
+constexpr std::uint32_t kRecordedPeriodsPerSecond = 200;  // what is recorded waits for four of its periods
 
 class CaptureService final : public AudioCaptureClient {
  public:
@@ -107,7 +109,8 @@ class StreamClient final : public AudioClient {
 
   /// Clients are served every 10 ms at least, whatever the graph does.
   Status current_engine_period(std::uint32_t& frames) override {
-    frames = kUsualRateHz / 100;
+    const bool is_recorded = endpoint_.flow == DataFlow::capture;
+    frames = kUsualRateHz / (is_recorded ? kRecordedPeriodsPerSecond : kPlayedPeriodsPerSecond);
     return kOk;
   }
   Status mix_format(WAVEFORMATEXTENSIBLE& format) override {

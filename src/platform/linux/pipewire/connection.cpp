@@ -51,11 +51,17 @@ void Connection::add(User& user) {
 
 void Connection::remove(User& user) { std::erase(users_, &user); }
 
-void Connection::connect() {
+pw_core* Connection::connect_once() {
   pw_properties* const properties = pw_properties_new(
       PW_KEY_APP_NAME, "Sonivo", PW_KEY_APP_ID, "sonivo", PW_KEY_APP_ICON_NAME, "audio-input-microphone",
       PW_KEY_REMOTE_NAME, remote_.empty() ? nullptr : remote_.c_str(), nullptr);
-  core_ = pw_context_connect(context_, properties, 0);
+  return pw_context_connect(context_, properties, 0);
+}
+
+pw_core* Connection::connect_beside() { return core_ != nullptr ? connect_once() : nullptr; }
+
+void Connection::connect() {
+  core_ = connect_once();
   if (core_ == nullptr) {
     if (failures_++ == 0) trace(TraceLevel::warning, "[audio] no connection to PipeWire (%d)\n", errno);
     retry_later();

@@ -49,9 +49,14 @@ class Connection {
   void remove(User& user);
   /// With a Lock. Null while there is no server.
   pw_core* core() const { return core_; }
+  /// With a Lock. One more connection to the same server, on the same loop, which the caller ends; null when there is
+  /// none to be had.
+  pw_core* connect_beside();
+  pw_loop& loop() const { return *pw_thread_loop_get_loop(loop_); }
 
  private:
   void connect();
+  pw_core* connect_once();
   void lose();
   void retry_later();
 

@@ -4,29 +4,18 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
+#include "base/trace.h"
+#include "platform/linux/pipewire/dictionary.h"
+
 namespace sonivo::pipewire {
 namespace {
 
 constexpr int kRoundsUntilKnown = 2;
-
-std::string_view text_of(const spa_dict& properties, const char* key) {
-  const char* const value = spa_dict_lookup(&properties, key);
-  return value != nullptr ? value : std::string_view();
-}
-
-std::optional<std::uint32_t> number_of(const spa_dict& properties, const char* key) {
-  const std::string_view text = text_of(properties, key);
-  std::uint32_t number = 0;
-  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (text.empty() || problem != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
 
 /// Monitors of sinks are ports of the sink, so no node of a source's class is one.
 std::optional<DataFlow> flow_of(std::string_view media_class) {
@@ -96,9 +85,12 @@ struct Graph::Node {
   spa_hook proxy_hook{};
   std::uint32_t card = SPA_ID_INVALID;      ///< the sound card that it belongs to
   std::optional<std::int32_t> card_device;  ///< which of the card's nodes it is
-  int latest_write = 0;                     ///< number of the answer that ends the latest write of the volume
-  bool writing = false;                     ///< what is told until then may be older than what was written
+  bool writing = false;                     ///< what is told meanwhile may be older than what is written
   std::optional<NodeVolume> told_meanwhile;
+  NodeVolume before_write;
+  std::unique_ptr<VolumeRequest> request;  ///< under way
+  int latest_write = kNoWrite;             ///< number of the answer that ends the latest write, once its request has
+  static constexpr int kNoWrite = -1;
 };
 
 /// A sound card and the routes in use on it.
@@ -285,7 +277,7 @@ void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow
       table.version = PW_VERSION_PROXY_EVENTS;
       table.done = [](void* data, int seq) {
         auto& self = *static_cast<Node*>(data);
-        if (self.writing && seq == self.latest_write) self.graph.volume_settled(self);
+        if (seq == self.latest_write) self.graph.volume_settled(self);
       };
       return table;
     }();
@@ -457,11 +449,7 @@ bool Graph::set_volume(const std::string& id, const Guid& context, const std::fu
   const NodeVolume before = endpoint.volume;
   NodeVolume wanted = before;
   change(wanted);
-  if (wanted != before) {
-    write_volume(node, before, wanted);
-    node.latest_write = pw_proxy_sync(node.proxy, 0);
-    node.writing = true;
-  }
+  if (wanted != before && !write_volume(node, before, wanted)) return false;
   {
     std::scoped_lock model(mutex_);
     endpoint.volume = wanted;
@@ -471,11 +459,28 @@ bool Graph::set_volume(const std::string& id, const Guid& context, const std::fu
   return true;
 }
 
-void Graph::write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted) {
+bool Graph::write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted) {
+  if (!node.writing) node.before_write = before;
   if (const auto own = own_nodes_.find(node.endpoint.facts.id); own != own_nodes_.end()) {
     own->second->set_volume(wanted);
-    return;
+    await_settled(node);
+    return true;
   }
+  if (!node.request) {
+    node.request = std::make_unique<VolumeRequest>(
+        connection_, [this, &node](VolumeRequest::Outcome outcome) { volume_answered(node, outcome); });
+  }
+  if (!request_volume(node, before, wanted)) {
+    node.request.reset();
+    await_settled(node);
+    return false;
+  }
+  node.latest_write = Node::kNoWrite;
+  node.writing = true;
+  return true;
+}
+
+bool Graph::request_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted) {
   std::array<std::uint8_t, 2048> memory{};
   spa_pod_builder builder{};
   spa_pod_builder_init(&builder, memory.data(), std::uint32_t{memory.size()});
@@ -485,12 +490,24 @@ void Graph::write_volume(Node& node, const NodeVolume& before, const NodeVolume&
         node.endpoint.facts.flow == DataFlow::capture ? SPA_DIRECTION_INPUT : SPA_DIRECTION_OUTPUT;
     for (const CardRoute& route : card->second->routes) {
       if (route.device != *node.card_device || route.direction != direction) continue;
-      pw_device_set_param(reinterpret_cast<pw_device*>(card->second->proxy), SPA_PARAM_Route, 0,
-                          route_volume(builder, route, before, wanted));
-      return;
+      return node.request->set_card_route(node.card, *route_volume(builder, route, before, wanted));
     }
   }
-  pw_node_set_param(reinterpret_cast<pw_node*>(node.proxy), SPA_PARAM_Props, 0, volume_props(builder, before, wanted));
+  return node.request->set_node_props(node.id, *volume_props(builder, before, wanted));
+}
+
+/// What the owner told of the node before it answered is on its way still.
+void Graph::volume_answered(Node& node, VolumeRequest::Outcome outcome) {
+  node.request.reset();
+  if (outcome == VolumeRequest::Outcome::taken) return await_settled(node);
+  trace(TraceLevel::warning, "[audio] nobody answers for the volume of %s\n", node.endpoint.facts.id.c_str());
+  if (!node.told_meanwhile) node.told_meanwhile = node.before_write;
+  volume_settled(node);
+}
+
+void Graph::await_settled(Node& node) {
+  node.latest_write = pw_proxy_sync(node.proxy, 0);
+  node.writing = true;
 }
 
 void Graph::node_param(Node& node, const spa_pod& param) {
@@ -505,6 +522,7 @@ void Graph::node_param(Node& node, const spa_pod& param) {
 
 void Graph::volume_settled(Node& node) {
   node.writing = false;
+  node.latest_write = Node::kNoWrite;
   if (const auto told = std::exchange(node.told_meanwhile, std::nullopt)) adopt_volume(node.endpoint, *told);
 }
 

@@ -19,6 +19,7 @@
 #include "platform/linux/pipewire/connection.h"
 #include "platform/linux/pipewire/friendly_names.h"
 #include "platform/linux/pipewire/node_volume.h"
+#include "platform/linux/pipewire/volume_request.h"
 
 namespace sonivo::pipewire {
 
@@ -41,7 +42,8 @@ class DepartureWatch {
 };
 
 /// A node of this process. The server hears nothing else of a client while that client's request to change a node is
-/// under way, so that the answer of one's own node would never arrive: it is changed here instead.
+/// under way, so that the answer of one's own node would never arrive: it is changed here instead. Nodes of others are
+/// changed by a VolumeRequest.
 class OwnNode {
  public:
   /// Any thread, with the loop locked.
@@ -80,7 +82,8 @@ class Graph final : private Connection::User {
   std::optional<NodeVolume> volume(const std::string& id) const;
   /// As it was when the endpoint was last there; none when it never was.
   std::optional<NodeVolume> latest_volume(const std::string& id) const;
-  /// Takes effect in the model at once, and is told to the callbacks with the context. False: the endpoint isn't there.
+  /// Takes effect in the model at once, and is told to the callbacks with the context; taken back, and told so, where
+  /// the node's owner doesn't answer for two seconds. False: the endpoint isn't there, or the server takes no request.
   bool set_volume(const std::string& id, const Guid& context, const std::function<void(NodeVolume&)>& change);
   /// Null for an endpoint that was never there.
   Callbacks<IAudioEndpointVolumeCallback>* volume_callbacks(const std::string& id);
@@ -99,7 +102,10 @@ class Graph final : private Connection::User {
   void add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow);
   void remove_node(std::map<std::uint32_t, std::unique_ptr<Node>>::iterator node);
   void add_card(std::uint32_t id);
-  void write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
+  bool write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
+  bool request_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
+  void volume_answered(Node& node, VolumeRequest::Outcome outcome);
+  void await_settled(Node& node);
   void bind_defaults(std::uint32_t id);
   void forget_defaults();
   int default_changed(const char* key, const char* value);

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "platform/linux/pipewire/connection.h"
+#include "platform/linux/pipewire/dictionary.h"
 #include "platform/linux/pipewire/dispatcher.h"
 #include "platform/linux/pipewire/graph.h"
 
@@ -22,11 +23,6 @@ constexpr int kRoundsUntilTold = 2;  // the objects that there are, then what ea
 /// The session manager tells of the defaults by itself, past the server's own answers.
 constexpr std::chrono::milliseconds kDefaultsLimit{500};
 constexpr std::chrono::milliseconds kDefaultsPause{10};
-
-std::string_view property(const spa_dict& properties, const char* key) {
-  const char* const value = spa_dict_lookup(&properties, key);
-  return value != nullptr ? value : std::string_view();
-}
 
 /// Sees of the server what the model of its endpoints doesn't keep. Members but those under the mutex belong to the
 /// loop's thread.
@@ -133,10 +129,10 @@ class Onlooker final : private Connection::User {
 
   void see(std::uint32_t id, std::string_view type, const spa_dict& properties) {
     // The session manager keeps the defaults; the server alone has none.
-    if (type == PW_TYPE_INTERFACE_Metadata && property(properties, PW_KEY_METADATA_NAME) == "default") {
+    if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
       has_defaults_ = true;
     } else if (type == PW_TYPE_INTERFACE_Node) {
-      add_node(id, property(properties, PW_KEY_NODE_NAME));
+      add_node(id, text_of(properties, PW_KEY_NODE_NAME));
     }
   }
 

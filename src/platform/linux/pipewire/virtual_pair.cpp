@@ -24,7 +24,8 @@ VirtualPair::VirtualPair(Connection& connection, Graph& graph, Pacer& pacer, Dev
                          const WAVEFORMATEXTENSIBLE& format)
     : others_(others),
       microphone_(connection, graph, pacer, DataFlow::capture, format),
-      speaker_(connection, graph, pacer, DataFlow::render, format) {}
+      speaker_(connection, graph, pacer, DataFlow::render, format),
+      relinker_(connection, {VirtualPin::node_name(DataFlow::capture), VirtualPin::node_name(DataFlow::render)}) {}
 
 std::vector<DeviceInterface> VirtualPair::interfaces(const Guid& category) {
   if (category != kCategoryAudio) return others_.interfaces(category);

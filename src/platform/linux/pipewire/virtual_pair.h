@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/device.h"
+#include "platform/linux/pipewire/relinker.h"
 #include "platform/linux/pipewire/virtual_pin.h"
 
 namespace sonivo::pipewire {
@@ -24,6 +25,7 @@ class VirtualPair final : public DeviceBus {
   DeviceBus& others_;
   VirtualPin microphone_;
   VirtualPin speaker_;
+  const Relinker relinker_;
 };
 
 }  // namespace sonivo::pipewire

@@ -18,17 +18,13 @@ constexpr std::size_t kPinFrames = 32768;      // four times the longest turn of
 constexpr std::uint32_t kLatePerSecond = 500;  // the pacer may be 2 ms late
 constexpr std::uint32_t kScratchFrames = 1024;
 
-const char* pin_node_name(DataFlow flow) {
-  return flow == DataFlow::capture ? "norvell.relay.microphone" : "norvell.relay.speaker";
-}
-
 StreamSettings pin_settings(DataFlow flow, const WAVEFORMATEXTENSIBLE& format) {
   const bool capture = flow == DataFlow::capture;
   StreamSettings settings{
       .direction = capture ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT, .format = format, .properties = {}};
   settings.properties = {
       {PW_KEY_MEDIA_CLASS, capture ? "Audio/Source" : "Audio/Sink"},
-      {PW_KEY_NODE_NAME, pin_node_name(flow)},
+      {PW_KEY_NODE_NAME, VirtualPin::node_name(flow)},
       {PW_KEY_NODE_DESCRIPTION, "Norvell Audio Relay"},
       {"audio.position", format.nChannels == 1 ? "[ MONO ]" : "[ FL FR ]"},
       {"priority.session", "100"},  // hardware has 1000 and more
@@ -115,6 +111,10 @@ class VirtualPin::Handle final : public Device {
   bool closed_ = false;
 };
 
+const char* VirtualPin::node_name(DataFlow flow) {
+  return flow == DataFlow::capture ? "norvell.relay.microphone" : "norvell.relay.speaker";
+}
+
 VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow,
                        const WAVEFORMATEXTENSIBLE& format)
     : Pacer::Stream(pacer, format.nSamplesPerSec),
@@ -132,7 +132,7 @@ VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataF
   transfers_.reserve(kExpectedRequests);
   pacer_.add(*this);
   const Connection::Lock lock(connection_);
-  graph_.add(pin_node_name(flow), *this);
+  graph_.add(node_name(flow), *this);
   connection_.add(*this);
 }
 
@@ -140,7 +140,7 @@ VirtualPin::~VirtualPin() {
   {
     const Connection::Lock lock(connection_);
     connection_.remove(*this);
-    graph_.remove(pin_node_name(flow_));
+    graph_.remove(node_name(flow_));
     node_.close();
   }
   pacer_.remove(*this);
@@ -176,7 +176,7 @@ void VirtualPin::connected(pw_core& core) {
 /// What an application was muted by is still muted on the new node.
 bool VirtualPin::open_node(pw_core& core) {
   if (!node_.open(core)) return false;
-  if (const auto volume = graph_.latest_volume(pin_node_name(flow_))) node_.set_volume(*volume);
+  if (const auto volume = graph_.latest_volume(node_name(flow_))) node_.set_volume(*volume);
   return true;
 }
 
@@ -228,6 +228,7 @@ void VirtualPin::complete(const Request& request, Error error, std::size_t trans
 void VirtualPin::end_all(std::vector<Request>& requests, Error error) {
   for (const Request& request : requests) complete(request, error, 0);
   requests.clear();
+  owed_ = 0;
 }
 
 void VirtualPin::hand_out_format(const Request& request) {
@@ -254,6 +255,7 @@ Error VirtualPin::transfer(Request request) {
   }
   begin(*request.overlapped);
   transfers_.push_back(request);
+  if (owed_ != 0) owed_ = pass_on(owed_);
   return error::kIoPending;
 }
 
@@ -274,7 +276,13 @@ void VirtualPin::release(std::uint32_t frames) {
 }
 
 void VirtualPin::record(std::uint32_t frames) {
-  std::size_t left = to_graph_.admitted(frames);
+  const bool is_served = !transfers_.empty();
+  const std::size_t left = pass_on(to_graph_.admitted(frames));
+  owed_ = is_served ? left : 0;
+}
+
+/// Returns how many of the frames no transfer was left for.
+std::size_t VirtualPin::pass_on(std::size_t left) {
   while (left != 0 && !transfers_.empty()) {
     Request& front = transfers_.front();
     const auto moved =
@@ -285,6 +293,7 @@ void VirtualPin::record(std::uint32_t frames) {
     front.done += moved.taken * format_.nBlockAlign;
     if (front.done == front.bytes()) finish_front();
   }
+  return left;
 }
 
 void VirtualPin::play(std::uint32_t frames) {

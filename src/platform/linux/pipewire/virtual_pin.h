@@ -35,6 +35,8 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   /// No handle is left.
   ~VirtualPin();
 
+  static const char* node_name(DataFlow flow);
+
   bool is_present() const;
   /// Null with the reason: absent, or in use by an exclusive handle.
   std::shared_ptr<Device> open(Sharing sharing, Error& why);
@@ -72,6 +74,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   void end_all(std::vector<Request>& requests, Error error);
   void hand_out_format(const Request& request);
   void record(std::uint32_t frames);
+  std::size_t pass_on(std::size_t frames);
   void play(std::uint32_t frames);
   void finish_front();
   Error wait_stream(Request request);
@@ -96,6 +99,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   std::vector<Handle*> handles_;
   std::vector<Request> waiting_;
   std::vector<Request> transfers_;
+  std::size_t owed_ = 0;  ///< frames of the latest release for which the microphone's transfers were too few
 };
 
 }  // namespace sonivo::pipewire

@@ -133,6 +133,10 @@ ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
   return *this;
 }
 
+void ChildProcess::send(int signal) {
+  if (id_ > 0) ::kill(id_, signal);
+}
+
 void ChildProcess::end(int signal) {
   if (id_ <= 0) return;
   ::kill(id_, signal);

@@ -61,11 +61,12 @@ class VirtualPairTest : public PipeWireTest {
   /// Four transfers that go round, as the relay keeps them.
   class Transfers {
    public:
-    Transfers(Device& device, bool writes) : device_(device), writes_(writes) {
+    Transfers(Device& device, bool writes, std::size_t frames_of_each = kTransferFrames)
+        : device_(device), writes_(writes), frames_of_each_(frames_of_each) {
       for (std::size_t i = 0; i < requests_.size(); ++i) {
         events_[i] = linux::DescriptorEvents().create(Reset::manual);
         requests_[i].hEvent = events_[i].get();
-        memory_[i].resize(kTransferFrames * 6);
+        memory_[i].resize(frames_of_each * 6);
         start(i);
       }
     }
@@ -91,7 +92,7 @@ class VirtualPairTest : public PipeWireTest {
    private:
     void start(std::size_t i) {
       if (writes_) {
-        std::vector<StereoFrame> frames(kTransferFrames);
+        std::vector<StereoFrame> frames(frames_of_each_);
         for (StereoFrame& frame : frames) frame = counting_frame(written_++);
         memory_[i] = widened(frames);
       }
@@ -102,6 +103,7 @@ class VirtualPairTest : public PipeWireTest {
     }
     Device& device_;
     const bool writes_;
+    const std::size_t frames_of_each_;
     std::uint64_t written_ = 0;
     std::size_t due_ = 0;
     std::array<Overlapped, 4> requests_;
@@ -175,6 +177,19 @@ TEST_F(VirtualPairTest, AnApplicationRecordsWhatTransfersCarryWhateverTheQuantum
     EXPECT_GE(longest_run(frames_of_wav(wav)), quantum == 64 ? kRate / 50 : kOnePiece) << quantum;
     ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) != "running"; }));
   }
+}
+
+TEST_F(VirtualPairTest, TransfersTooShortForATurnFollowEachOtherWithinIt) {
+  const auto device = open(kMicPath);
+  const std::string wav = server_->folder() / "heard.wav";
+  server_->force("clock.force-quantum", 480);
+  auto recorder = server_->record(kVirtualMic, wav);
+  WAVEFORMATEXTENSIBLE format;
+  ASSERT_EQ(wait_stream(*device, format), error::kNone);
+  Transfers transfers(*device, true, 100);
+  ASSERT_GE(transfers.move(kRate).size(), kRate) << transfers.outcome;
+  recorder.end(2);
+  EXPECT_GE(longest_run(frames_of_wav(wav)), kOnePiece);
 }
 
 TEST_F(VirtualPairTest, TransfersReceiveWhatAnApplicationPlaysWhateverTheQuantum) {

@@ -1,10 +1,14 @@
 #include "platform/linux/pipewire/volume.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
+#include <chrono>
 #include <mutex>
 #include <optional>
+#include <vector>
 
+#include "counting_audio.h"
 #include "pipewire_bench.h"
 #include "platform/client_status.h"
 #include "platform/linux/pipewire/virtual_pair.h"
@@ -127,6 +131,59 @@ TEST_F(PipeWireVolumeTest, AVolumeFailsWhileItsNodeIsAwayAndIsToldAgainAfterward
   ASSERT_TRUE(comes_true([&] { return volume_->set_mute(true, &kContext) == kOk; }));
   ASSERT_TRUE(comes_true([&] { return !log_.told().empty(); }));
   EXPECT_TRUE(log_.told().back().bMuted);
+}
+
+/// An application with a microphone of its own.
+class OtherMicrophoneTest : public PipeWireVolumeTest {
+ protected:
+  void SetUp() override {
+    PipeWireVolumeTest::SetUp();
+    if (!volume_) return;
+    application_.push_back(
+        server_->start({"pw-play", "--target", "0", "-P", "{ node.name = other.microphone media.class = Audio/Source }",
+                        server_->folder().write("silence.wav", counting_wav(60 * 48000))}));
+    ASSERT_TRUE(comes_true([&] { return endpoint(DataFlow::capture, "other.microphone") != nullptr; }));
+    ASSERT_EQ(endpoint(DataFlow::capture, "other.microphone")->activate_volume(other_), kOk);
+    ASSERT_TRUE(comes_true([&] { return set_there(true); }));
+    ASSERT_TRUE(comes_true([&] { return set_there(false); }));
+  }
+  /// Asks the application itself, past the model.
+  bool set_there(bool mute) {
+    other_->set_mute(mute, nullptr);
+    return server_->run({"pw-cli", "enum-params", "other.microphone", "Props"})
+               .find(mute ? "Bool true" : "Bool false") != std::string::npos;
+  }
+  bool other_is_muted() {
+    bool value = false;
+    EXPECT_EQ(other_->mute(value), kOk);
+    return value;
+  }
+  ChildProcess& application() { return application_.front(); }
+
+  std::shared_ptr<EndpointVolume> other_;
+
+ private:
+  std::vector<ChildProcess> application_;
+};
+
+TEST_F(OtherMicrophoneTest, AnOwnerThatDoesNotAnswerHoldsNobodyUp) {
+  application().send(SIGSTOP);
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(other_->set_mute(true, nullptr), kOk);
+  ASSERT_EQ(volume_->set_mute(true, nullptr), kOk);
+  ASSERT_TRUE(comes_true([&] { return props().find("Bool true") != std::string::npos; }));
+  server_->plug_headset();
+  ASSERT_TRUE(comes_true([&] { return endpoint(DataFlow::capture, "usb.headset") != nullptr; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
+}
+
+TEST_F(OtherMicrophoneTest, AVolumeThatIsNotTakenInTwoSecondsIsTheOldOneUntilItIsTakenAfterAll) {
+  application().send(SIGSTOP);
+  ASSERT_EQ(other_->set_mute(true, &kContext), kOk);
+  EXPECT_TRUE(other_is_muted());
+  EXPECT_TRUE(comes_true([&] { return !other_is_muted(); }));
+  application().send(SIGCONT);
+  EXPECT_TRUE(comes_true([&] { return other_is_muted(); }));
 }
 
 TEST_F(PipeWireVolumeTest, ACallbackMayCallBack) {

@@ -243,6 +243,49 @@ TEST_F(PipeWireManagerTest, AudioIsBackWithinTwoSecondsAfterTheSessionManagerWas
   }
 }
 
+TEST_F(PipeWireManagerTest, AnApplicationThatGoesOnHearsAgainWithinTwoSecondsOfTheSessionManagersReturn) {
+  const std::string tone = server_->folder().write("tone.wav", wav_of(tone_frames(60 * kRate)));
+  const auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  const auto player = server_->play(kVirtualSpeaker, tone);
+  ASSERT_TRUE(comes_true([&] { return server_->state_of("notebook.microphone") == "running"; }));
+  ASSERT_TRUE(comes_true([&] { return server_->state_of("notebook.speakers") == "running"; }));
+  for (int round = 0; round < 2; ++round) {
+    server_->kill_manager();
+    ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
+    const auto start = std::chrono::steady_clock::now();
+    server_->start_manager();
+    const auto microphone_ms = runs_after_ms("notebook.microphone", start);
+    const auto speakers_ms = runs_after_ms("notebook.speakers", start);
+    RecordProperty("microphone_ms_" + std::to_string(round), static_cast<int>(microphone_ms));
+    RecordProperty("speakers_ms_" + std::to_string(round), static_cast<int>(speakers_ms));
+    EXPECT_LT(microphone_ms, 2000);
+    EXPECT_LT(speakers_ms, 2000);
+    const auto voice = server_->speak_into("notebook.microphone", tone);
+    EXPECT_TRUE(comes_true([&] { return is_clean_tone(frames_of_wav(path("heard.wav"))); }));
+  }
+}
+
+// Somebody's links in place of those that a manager would make.
+TEST_F(PipeWireManagerTest, AnApplicationThatWasLinkedAgainIsLetGoWhereItIsLinkedElsewhere) {
+  const auto start_recorder = [&](const std::string& name, const std::string& target) {
+    return server_->start({"pw-record", "--target", target, "-P", "{ node.name = " + name + " }", path(name.c_str())});
+  };
+  const auto recorder = start_recorder("call", kVirtualMic);
+  const auto other = start_recorder("other", "0");
+  const auto links = [&] { return server_->run({"pw-link", "-l"}); };
+  ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) == "running"; }));
+  server_->kill_manager();
+  ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
+  server_->start_manager();
+  ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) == "running"; }));
+  EXPECT_NE(links().find("call:input_FL"), std::string::npos);
+  EXPECT_EQ(links().find("other:input_FL"), std::string::npos) << "which had no link before";
+  server_->plug_headset();
+  ASSERT_TRUE(comes_true([&] { return server_->run({"pw-link", "usb.headset:capture_FL", "call:input_FL"}).empty(); }));
+  EXPECT_TRUE(comes_true([&] { return links().find(std::string(kVirtualMic) + ":capture") == std::string::npos; }));
+  EXPECT_NE(links().find("call:input_FL"), std::string::npos);
+}
+
 TEST_F(PipeWireRelayTest, AServerThatIsKilledAndComesBackIsUsedAgain) {
   for (const char* file : {"first.wav", "second.wav", "third.wav"}) {
     const auto voice = server_->speak_into("notebook.microphone", counting(60));

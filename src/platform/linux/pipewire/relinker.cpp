@@ -1,0 +1,160 @@
+#include "platform/linux/pipewire/relinker.h"
+
+#include <pipewire/extensions/metadata.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/linux/pipewire/dictionary.h"
+
+namespace sonivo::pipewire {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kParting{1000};  // links go before and after the manager that made them
+constexpr milliseconds kFirstLook{500};
+constexpr milliseconds kNextLook{100};
+constexpr int kLooks = 50;
+
+}  // namespace
+
+Relinker::Relinker(Connection& connection, std::set<std::string> own_nodes)
+    : connection_(connection), own_names_(std::move(own_nodes)) {
+  const Connection::Lock lock(connection_);
+  timer_ = pw_loop_add_timer(
+      &connection_.loop(), [](void* self, std::uint64_t) { static_cast<Relinker*>(self)->look(); }, this);
+  connection_.add(*this);
+}
+
+Relinker::~Relinker() {
+  const Connection::Lock lock(connection_);
+  connection_.remove(*this);
+  if (core_ != nullptr) disconnected();
+  pw_loop_destroy_source(&connection_.loop(), timer_);
+}
+
+void Relinker::connected(pw_core& core) {
+  static const pw_registry_events events = [] {
+    pw_registry_events table{};
+    table.version = PW_VERSION_REGISTRY_EVENTS;
+    table.global = [](void* self, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
+                      const spa_dict* properties) {
+      if (properties != nullptr) static_cast<Relinker*>(self)->added(id, type, *properties);
+    };
+    table.global_remove = [](void* self, std::uint32_t id) { static_cast<Relinker*>(self)->removed(id); };
+    return table;
+  }();
+  core_ = &core;
+  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
+  pw_registry_add_listener(registry_, &registry_hook_, &events, this);
+}
+
+void Relinker::disconnected() {
+  spa_hook_remove(&registry_hook_);
+  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
+  core_ = nullptr;
+  manager_ = SPA_ID_INVALID;
+  own_nodes_.clear();
+  streams_.clear();
+  ports_.clear();
+  links_.clear();
+  made_.clear();
+  lost_.clear();
+}
+
+void Relinker::added(Id id, std::string_view type, const spa_dict& properties) {
+  if (type == PW_TYPE_INTERFACE_Node) {
+    const std::string name(text_of(properties, PW_KEY_NODE_NAME));
+    if (own_names_.contains(name)) own_nodes_[id] = name;
+    if (text_of(properties, PW_KEY_MEDIA_CLASS).starts_with("Stream/")) streams_.insert(id);
+  } else if (type == PW_TYPE_INTERFACE_Port) {
+    const Id node = number_of(properties, PW_KEY_NODE_ID).value_or(SPA_ID_INVALID);
+    const std::string name(text_of(properties, PW_KEY_PORT_NAME));
+    const auto own = own_nodes_.find(node);
+    ports_[id] = own != own_nodes_.end() ? Port{node, own->second + ":" + name, true} : Port{node, name, false};
+  } else if (type == PW_TYPE_INTERFACE_Link) {
+    const auto output = number_of(properties, PW_KEY_LINK_OUTPUT_PORT);
+    const auto input = number_of(properties, PW_KEY_LINK_INPUT_PORT);
+    if (output && input) add_link(id, *output, *input);
+  } else if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
+    manager_ = id;
+    looks_left_ = kLooks;
+    look_in(kFirstLook);
+  }
+}
+
+void Relinker::removed(Id id) {
+  const auto now = steady_clock::now();
+  if (manager_ != SPA_ID_INVALID && !looks_left_) {
+    std::erase_if(lost_, [&](const Lost& each) { return now - each.when > kParting; });
+  }
+  if (id == manager_) manager_ = SPA_ID_INVALID;
+  own_nodes_.erase(id);
+  streams_.erase(id);
+  ports_.erase(id);
+  const auto link = links_.extract(id);
+  if (link.empty()) return;
+  made_.erase({link.mapped().output, link.mapped().input});
+  if (!link.mapped().own_port.empty()) lost_.push_back({link.mapped(), now});
+}
+
+void Relinker::add_link(Id id, Id output, Id input) {
+  const auto from = ports_.find(output);
+  const auto to = ports_.find(input);
+  if (from == ports_.end() || to == ports_.end()) return;
+  const bool is_recorded = streams_.contains(to->second.node);
+  if (!is_recorded && !streams_.contains(from->second.node)) return;
+  const Port& other = is_recorded ? from->second : to->second;
+  const Link link{output, input, is_recorded ? to->second.node : from->second.node, is_recorded,
+                  other.is_own ? other.name : ""};
+  links_[id] = link;
+  if (is_made(link)) return;
+  for (const auto& [made, each] : links_) {
+    if (each.stream == link.stream && is_made(each)) pw_registry_destroy(registry_, made);
+  }
+}
+
+void Relinker::look_in(milliseconds wait) {
+  timespec once{.tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(wait).count()};
+  timespec never{};
+  pw_loop_update_timer(&connection_.loop(), timer_, &once, &never, false);
+}
+
+void Relinker::look() {
+  if (manager_ == SPA_ID_INVALID) return;
+  std::erase_if(lost_, [this](const Lost& each) { return is_over(each.link); });
+  for (const Lost& each : lost_) restore(each.link);
+  if (--looks_left_ > 0) look_in(kNextLook);
+}
+
+/// Whether its stream has gone, or is linked again, by whomever.
+bool Relinker::is_over(const Link& lost) const {
+  const Id stream_port = lost.is_recorded ? lost.input : lost.output;
+  return !ports_.contains(stream_port) || std::any_of(links_.begin(), links_.end(), [&](const auto& link) {
+    const Link& each = link.second;
+    return each.stream == lost.stream && (!is_made(each) || each.output == stream_port || each.input == stream_port);
+  });
+}
+
+/// What comes to nothing is tried again, since our node may not be ready yet.
+void Relinker::restore(const Link& lost) {
+  const auto own = std::find_if(ports_.begin(), ports_.end(), [&](const auto& each) {
+    return each.second.is_own && each.second.name == lost.own_port;
+  });
+  if (own == ports_.end()) return;
+  const auto [output, input] =
+      lost.is_recorded ? std::pair(own->first, lost.input) : std::pair(lost.output, own->first);
+  pw_properties* const properties = pw_properties_new(PW_KEY_OBJECT_LINGER, "true", nullptr);
+  pw_properties_setf(properties, PW_KEY_LINK_OUTPUT_PORT, "%u", output);
+  pw_properties_setf(properties, PW_KEY_LINK_INPUT_PORT, "%u", input);
+  void* const link =
+      pw_core_create_object(core_, "link-factory", PW_TYPE_INTERFACE_Link, PW_VERSION_LINK, &properties->dict, 0);
+  pw_properties_free(properties);
+  if (link == nullptr) return;
+  pw_proxy_destroy(static_cast<pw_proxy*>(link));  // the link stays as long as its ports
+  made_.insert({output, input});
+}
+
+}  // namespace sonivo::pipewire
