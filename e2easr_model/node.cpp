@@ -39,6 +39,7 @@ void MeridaneNNNode::load(const meridane::XmlElement& element) {
 
 void MeridaneNNNode::run(std::shared_ptr<const NNParameter> network) {
   scorer_ = std::dynamic_pointer_cast<meridane::NNScorer>(network->create_scorer());
+  scorer_->set_keeps_results(false);
   network_ = std::move(network);
 }
 

@@ -7,6 +7,7 @@
 
 #include "lib/kernels/code_kernels.h"
 #include "lib/kernels/kernels.h"
+#include "lib/kernels/packed_weight.h"
 #include "nn/peak.h"
 #include "nn/stopwatch.h"
 
@@ -42,6 +43,8 @@ bool capped_to_avx2() {
   static const bool capped = getenv(kCapped) != nullptr;
   return capped;
 }
+
+bool cap_holds() { return !capped_to_avx2() || PackedWeight::block_size(1, 1) == kAvx2Kernels.lanes; }
 
 double peak_multiply_adds() {
   const bool wide = !capped_to_avx2() && runs_here(kAvx512Kernels);

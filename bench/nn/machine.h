@@ -12,6 +12,8 @@ void start_with_one_thread(int& argc, char**& argv);
 
 /// Whether all contenders are capped to AVX2.
 bool capped_to_avx2();
+/// Whether our own kernels are no wider than that cap.
+bool cap_holds();
 
 /// Fused multiply-adds of floats per microsecond that a core does at most, with the instructions of the contenders.
 double peak_multiply_adds();

@@ -182,6 +182,7 @@ NetworkStream::NetworkStream(const std::string& file, long rows, long frames)
   std::istringstream stream(file);
   network_.load(stream, "application/meridane-bin");
   scorer_ = std::dynamic_pointer_cast<NNScorer>(network_.create_scorer());
+  scorer_->set_keeps_results(false);
 }
 
 void NetworkStream::run() {

@@ -2,6 +2,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
+
 #include "nn/machine.h"
 
 #ifdef SONIVO_BENCH_TORCH
@@ -15,6 +17,10 @@ namespace meridane::bench {
 template <class Add>
 int run_program(int argc, char** argv, Add add) {
   start_with_one_thread(argc, argv);
+  if (!cap_holds()) {
+    std::fputs("error: this build doesn't let --avx2 choose our kernels\n", stderr);
+    return 1;
+  }
 #ifdef SONIVO_BENCH_TORCH
   prepare_torch();
 #endif

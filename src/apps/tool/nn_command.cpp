@@ -65,6 +65,7 @@ Matrix run_network(const NNParameter& network, const Matrix& x, const NNOptions&
   const auto scorer = std::dynamic_pointer_cast<NNScorer>(network.create_scorer());
   // A longer skip than the matrix has frames does no more than this one.
   scorer->set_frame_skip(static_cast<unsigned>(std::min<Eigen::Index>(options.skip, x.cols())));
+  scorer->set_keeps_results(options.layer.has_value());
   const Eigen::Index chunk = options.chunk ? static_cast<Eigen::Index>(*options.chunk) : x.cols();
   Progress progress(progress_terminal(errors), static_cast<std::uint64_t>(x.cols()));
   Joined results;
@@ -104,6 +105,7 @@ std::string scorer_memory(const NNParameter& network, std::uint64_t frames) {
   meridane::log_threshold() = meridane::kLogWarning;  // layers that print would print silence
   try {
     const auto scorer = std::dynamic_pointer_cast<NNScorer>(network.create_scorer());
+    scorer->set_keeps_results(false);
     const auto silence = std::make_shared<Minibatch>(
         Matrix(Matrix::Zero(static_cast<Eigen::Index>(network.ninput()), static_cast<Eigen::Index>(frames))));
     std::uint64_t bytes = 0;

@@ -42,6 +42,25 @@ class DifferenceLayer : public UnstoredLayer {
   }
 };
 
+/// y = its input, the same minibatch.
+class HandOnLayer : public UnstoredLayer {
+ public:
+  explicit HandOnLayer(const std::string& id) : UnstoredLayer(id, "HandOn") {}
+  using NNLayer::forward;
+  MinibatchPtr forward(const LayerInputs& inputs) const override { return only_input(inputs); }
+};
+
+/// Hands its input on, and holds the first one.
+class HoldingLayer : public HandOnLayer {
+ public:
+  using HandOnLayer::HandOnLayer;
+  MinibatchPtr forward(const LayerInputs& inputs) const override {
+    if (first == nullptr) first = only_input(inputs);
+    return only_input(inputs);
+  }
+  mutable MinibatchPtr first;
+};
+
 TEST(AScorer, NeedsALoadedNetwork) {
   const NNParameter empty;
   try {
@@ -219,6 +238,97 @@ TEST(AScorer, LeavesAloneWhatOthersHold) {
   EXPECT_EQ(values_of(kept->content()), std::vector{31.0f});
   EXPECT_EQ(values_of(kept_end->content()), std::vector{312.0f});
   EXPECT_EQ(values_of(input->content()), std::vector{3.0f});
+}
+
+/// Results that others look at while they are read by layers that run later, handed on, and of several sizes.
+std::shared_ptr<NNParameter> forked_network() {
+  const auto layer = [](const std::string& id) { return std::make_shared<DigitLayer>(id, 1.0f); };
+  return std::make_shared<HandmadeNetwork>(
+      1, 1,
+      std::vector<std::shared_ptr<NNLayer>>{layer("a"), layer("b"), layer("c"), layer("d"), layer("e"),
+                                            std::make_shared<HandOnLayer>("same"),
+                                            std::make_shared<StrideLayer>("half", 2, true), layer("f"), layer("g")},
+      Links{{"_input", "a"},
+            {"a", "b"},
+            {"b", "c"},
+            {"c", "same"},
+            {"same", "d"},
+            {"a", "d"},
+            {"c", "e"},
+            {"d", "e"},
+            {"e", "half"},
+            {"half", "f"},
+            {"f", "g"},
+            {"half", "g"},
+            {"g", "_output"}});
+}
+
+TEST(AScorerThatKeepsNoResults, GivesWhatOneGivesThatKeepsThem) {
+  const auto network = forked_network();
+  NNScorerVariableLength keeping(*network), other(*network);
+  other.set_keeps_results(false);
+  for (const unsigned skip : {1u, 2u}) {
+    for (const int frames : {5, 5, 5, 2, 9, 9, 1, 5, 5}) {
+      const auto input = frames_of(Matrix::Random(1, frames));
+      for (NNScorer* const scorer : {static_cast<NNScorer*>(&keeping), static_cast<NNScorer*>(&other)}) {
+        scorer->set_frame_skip(skip);
+        scorer->set_input(input);
+      }
+      EXPECT_EQ(other.output(), keeping.output()) << frames << " frames, skip " << skip;
+    }
+  }
+}
+
+TEST(AScorerThatKeepsNoResults, TellsWhatWentInAndCameOut) {
+  const auto network = chain(std::make_shared<DigitLayer>("a", 1.0f), std::make_shared<DigitLayer>("b", 2.0f));
+  NNScorer scorer(network);
+  scorer.set_keeps_results(false);
+  const auto input = frames_of(row({3.0f}));
+  scorer.set_input(input);
+  scorer.execute();
+  EXPECT_EQ(scorer.get_layer_output("_input"), input);
+  EXPECT_EQ(failure_of([&] { scorer.get_layer_output("a"); }), "couldn't find \"a\" layer");
+  EXPECT_EQ(values_of(scorer.get_layer_output("b")->content()), std::vector{312.0f});
+}
+
+TEST(AScorerThatKeepsNoResults, LeavesAloneWhatOthersHold) {
+  const auto holding = std::make_shared<HoldingLayer>("holding");
+  const auto network = chain(std::make_shared<DigitLayer>("a", 1.0f), holding);
+  NNScorer scorer(network);
+  scorer.set_keeps_results(false);
+  scorer.set_input(frames_of(row({3.0f})));
+  scorer.execute();
+  const MinibatchPtr kept = scorer.get_layer_output("holding");
+  for (const float value : {5.0f, 7.0f}) {
+    scorer.set_input(frames_of(row({value})));
+    scorer.execute();
+  }
+  EXPECT_EQ(values_of(kept->content()), std::vector{31.0f});
+  EXPECT_EQ(values_of(holding->first->content()), std::vector{31.0f});
+}
+
+/// Two at a time are read or written.
+TEST(AScorerThatKeepsNoResults, RunsALongNetworkInFewBuffers) {
+  std::vector<std::shared_ptr<NNLayer>> layers;
+  Links links;
+  std::string before = "_input";
+  for (const std::string id : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
+    layers.push_back(std::make_shared<DigitLayer>(id, 1.0f));
+    links.emplace_back(before, id);
+    before = id;
+  }
+  links.emplace_back(before, "_output");
+  const HandmadeNetwork network(1, 1, layers, links);
+  NNScorer scorer(network);
+  constexpr std::uint64_t kResult = 5 * sizeof(float);
+  for (const bool keeps : {true, false}) {
+    scorer.set_keeps_results(keeps);
+    for (int step = 0; step < 3; ++step) {
+      scorer.set_input(frames_of(Matrix::Ones(1, 5)));
+      scorer.execute();
+    }
+    EXPECT_EQ(scorer.bytes(), (keeps ? 9 : 3) * kResult) << "with the input";
+  }
 }
 
 TEST(AScorer, RefusesALayerThatChangesTheNumberOfFrames) {

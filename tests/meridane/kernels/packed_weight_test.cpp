@@ -108,6 +108,21 @@ TEST_P(PackedWeightTest, AFrameComesOutTheSameInAnyCompany) {
   EXPECT_EQ(parts, whole);
 }
 
+TEST_P(PackedWeightTest, GivesTheSameBackwards) {
+  const std::size_t cols = 37, frames = 3, x_stride = 40;
+  const std::vector<float> x = Noise(2).samples(x_stride * frames);
+  for (const std::size_t rows : {1u, 64u, 127u, 128u, 129u, 256u, 511u, 513u}) {
+    const PackedWeight packed = pack(Noise(1).samples(rows * cols), rows, cols);
+    const std::vector<float> bias = Noise(3).samples(rows);
+    for (const float* const start : {bias.data(), static_cast<const float*>(nullptr)}) {
+      std::vector<float> y((rows + 2) * frames, kUntouched), backwards = y;
+      packed.multiply(x.data(), x_stride, frames, start, y.data(), rows + 2);
+      packed.multiply_backwards(x.data(), x_stride, frames, start, backwards.data(), rows + 2);
+      ASSERT_EQ(backwards, y) << rows << " rows";
+    }
+  }
+}
+
 TEST_P(PackedWeightTest, GivesBackEachRow) {
   for (const std::size_t rows : {1u, 9u, 16u, 63u, 64u, 65u, 130u}) {
     const std::size_t cols = 19;

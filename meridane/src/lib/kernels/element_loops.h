@@ -99,23 +99,6 @@ class ElementLoops {
         count, y, [](V v, V s) { return v * s; }, x, factor);
   }
 
-  static void tap_sum(const float* x, std::size_t step, std::size_t frames, std::size_t count, std::size_t taps,
-                      std::size_t distance, const float* weight, const float* bias, float* y) {
-    static constexpr AddTaps of_count[] = {add_taps<0>, add_taps<0, 1>, add_taps<0, 1, 2>, add_taps<0, 1, 2, 3>};
-    constexpr std::size_t kAtOnce = 4;
-    for (std::size_t t = 0; t < frames; ++t) {
-      float* const sums = y + t * count;
-      const float* start = bias;
-      std::size_t k = 0;
-      do {
-        const std::size_t now = taps - k < kAtOnce ? taps - k : kAtOnce;
-        of_count[now - 1](x + t * step + k * distance, distance, weight + k * count, count, start, sums);
-        start = sums;
-        k += now;
-      } while (k < taps);
-    }
-  }
-
   static void lstm_cell(const float* z, std::size_t count, float* c, float* h) {
     const float *const g = z, *const i = g + count, *const f = i + count, *const o = f + count;
     std::size_t k = 0;
@@ -127,27 +110,11 @@ class ElementLoops {
     if (k == count) return;
     const auto last = [rest = count - k, k](const float* from) { return load_first<L>(from + k, rest, 0.0f); };
     const V cell = next_cell(last(g), last(i), last(f), last(c));
-    store_first(c + k, count - k, cell);
-    store_first(h + k, count - k, sigmoid(last(o)) * tangent<L>(cell));
+    store_first<L>(c + k, count - k, cell);
+    store_first<L>(h + k, count - k, sigmoid(last(o)) * tangent<L>(cell));
   }
 
  private:
-  using AddTaps = void (*)(const float* x, std::size_t distance, const float* weight, std::size_t count,
-                           const float* start, float* y);
-
-  template <std::size_t... K>
-  static void add_taps(const float* x, std::size_t distance, const float* weight, std::size_t count, const float* start,
-                       float* y) {
-    map(
-        count, y,
-        [](V sum, auto... v) {
-          const V weights_and_values[] = {v...};
-          ((sum += weights_and_values[K] * weights_and_values[sizeof...(K) + K]), ...);
-          return sum;
-        },
-        start, (weight + K * count)..., (x + K * distance)...);
-  }
-
   static MERIDANE_INLINE V next_cell(V g, V i, V f, V c) { return tangent<L>(g) * sigmoid(i) + sigmoid(f) * c; }
 
   static MERIDANE_INLINE V sigmoid(V v) { return 1.0f / (1.0f + exponential<L>(-v)); }
@@ -158,7 +125,7 @@ class ElementLoops {
     std::size_t k = 0;
 #pragma GCC unroll 4
     for (; k + L <= count; k += L) store<L>(y + k, f(load<L>(x + k)...));
-    if (k < count) store_first(y + k, count - k, f(load_first<L>(x + k, count - k, 0.0f)...));
+    if (k < count) store_first<L>(y + k, count - k, f(load_first<L>(x + k, count - k, 0.0f)...));
   }
 
   // f(fill) is 0.
@@ -183,10 +150,6 @@ class ElementLoops {
     for (; k + L <= count; k += L) take(load<L>(x + k));
     if (k < count) take(load_first<L>(x + k, count - k, -kInfinity));
     return fold(most, [](auto a, auto b) { return a > b ? a : b; });
-  }
-
-  static MERIDANE_INLINE void store_first(float* to, std::size_t count, V v) {
-    for (std::size_t i = 0; i < count; ++i) to[i] = v[i];
   }
 };
 

@@ -4,6 +4,7 @@
 #include "lib/kernels/kernels.h"
 #include "lib/kernels/panel_product.h"
 #include "lib/kernels/row_product.h"
+#include "lib/kernels/tap_loops.h"
 
 namespace meridane {
 namespace {
@@ -43,7 +44,7 @@ constexpr Kernels kernels_of(const char* name) {
           .standardise = Elements::standardise,
           .add = Elements::add,
           .scale = Elements::scale,
-          .tap_sum = Elements::tap_sum,
+          .tap_sum = TapLoops<Lanes>::tap_sum,
           .lstm_cell = Elements::lstm_cell};
 }
 

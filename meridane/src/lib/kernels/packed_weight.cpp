@@ -10,6 +10,9 @@
 namespace meridane {
 namespace {
 
+// Whole panels of all kernels, and as many of them as they take at once.
+constexpr std::size_t kStripRows = 128;
+
 PanelShape shape(std::size_t rows, std::size_t cols, const Kernels& kernels) {
   return {.rows = rows, .columns = cols, .lanes = kernels.lanes, .height = kernels.panel_height};
 }
@@ -22,6 +25,7 @@ PackedWeight::PackedWeight(std::shared_ptr<float> block, std::size_t rows, std::
 PackedWeight::PackedWeight(const Kernels& kernels, std::shared_ptr<float> packed, std::size_t rows, std::size_t cols)
     : kernels_(&kernels), block_(std::move(packed)), rows_(rows), cols_(cols) {
   assert(runs_here(kernels));
+  assert(kStripRows % kernels.panel_height == 0);
   assert(rows == 0 || cols == 0 || (block_ && block_size(rows, cols, kernels) > 0));
 }
 
@@ -65,35 +69,38 @@ float PackedWeight::at(std::size_t i, std::size_t k) const {
 
 void PackedWeight::multiply(const float* x, std::size_t x_stride, std::size_t frames, const float* bias, float* y,
                             std::size_t y_stride) const {
-  if (rows_ == 0) return;
-  kernels_->multiply({.w = block_.get(),
-                      .rows = rows_,
-                      .columns = cols_,
-                      .begin = 0,
-                      .end = cols_,
-                      .x = x,
-                      .x_stride = x_stride,
-                      .frames = frames,
-                      .start = bias,
-                      .start_stride = 0,
-                      .y = y,
-                      .y_stride = y_stride});
+  multiply_rows(0, rows_, x, x_stride, frames, bias, 0, y, y_stride);
 }
 
 void PackedWeight::multiply_add(const float* x, std::size_t x_stride, std::size_t frames, float* y,
                                 std::size_t y_stride) const {
-  if (rows_ == 0) return;
-  kernels_->multiply({.w = block_.get(),
-                      .rows = rows_,
+  multiply_rows(0, rows_, x, x_stride, frames, y, y_stride, y, y_stride);
+}
+
+void PackedWeight::multiply_backwards(const float* x, std::size_t x_stride, std::size_t frames, const float* bias,
+                                      float* y, std::size_t y_stride) const {
+  for (std::size_t end = rows_; end > 0;) {
+    const std::size_t begin = (end - 1) / kStripRows * kStripRows;
+    multiply_rows(begin, end, x, x_stride, frames, bias, 0, y, y_stride);
+    end = begin;
+  }
+}
+
+void PackedWeight::multiply_rows(std::size_t begin, std::size_t end, const float* x, std::size_t x_stride,
+                                 std::size_t frames, const float* start, std::size_t start_stride, float* y,
+                                 std::size_t y_stride) const {
+  if (begin == end) return;
+  kernels_->multiply({.w = block_.get() + begin * cols_,
+                      .rows = end - begin,
                       .columns = cols_,
                       .begin = 0,
                       .end = cols_,
                       .x = x,
                       .x_stride = x_stride,
                       .frames = frames,
-                      .start = y,
-                      .start_stride = y_stride,
-                      .y = y,
+                      .start = start ? start + begin : nullptr,
+                      .start_stride = start_stride,
+                      .y = y + begin,
                       .y_stride = y_stride});
 }
 

@@ -44,9 +44,17 @@ class PackedWeight {
                 std::size_t y_stride) const;
   /// The same, added to what y holds: y(i, t) += sum over k of W(i, k) x(k, t).
   void multiply_add(const float* x, std::size_t x_stride, std::size_t frames, float* y, std::size_t y_stride) const;
+  /// What multiply() gives, bit for bit, but from the last rows of W to the first. In turns with it, a matrix that
+  /// doesn't quite fit into a cache is found there by and large.
+  void multiply_backwards(const float* x, std::size_t x_stride, std::size_t frames, const float* bias, float* y,
+                          std::size_t y_stride) const;
 
  private:
   PackedWeight(const Kernels& kernels, std::shared_ptr<float> packed, std::size_t rows, std::size_t cols);
+  /// Of the rows from `begin`, where a panel begins, to `end`, which is as high or the end of all. y(i, t) starts from
+  /// start(i, t), which may be null and may be y.
+  void multiply_rows(std::size_t begin, std::size_t end, const float* x, std::size_t x_stride, std::size_t frames,
+                     const float* start, std::size_t start_stride, float* y, std::size_t y_stride) const;
 
   const Kernels* kernels_ = nullptr;
   std::shared_ptr<float> block_;

@@ -54,6 +54,12 @@ MERIDANE_INLINE Vector<Value, Lanes> load_first(const Value* from, std::size_t c
   return v;
 }
 
+/// Into memory, the first `count` of them.
+template <std::size_t Lanes, class Value>
+MERIDANE_INLINE void store_first(Value* to, std::size_t count, Vector<Value, Lanes> v) {
+  for (std::size_t i = 0; i < count; ++i) to[i] = v[i];
+}
+
 template <std::size_t Offset, class AnyVector, std::size_t... Lane>
 MERIDANE_INLINE auto lanes_from(AnyVector v, std::index_sequence<Lane...>) {
   return __builtin_shufflevector(v, v, (Offset + Lane)...);

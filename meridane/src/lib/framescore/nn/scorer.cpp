@@ -46,16 +46,26 @@ bool is_among(const std::vector<MinibatchPtr>& streams, const MinibatchPtr& resu
 
 NNScorer::NNScorer(const NNParameter& parameter) : parameter_(&parameter) {
   if (parameter.forward_path().empty()) raise("A network that has not been loaded can't be run");
-  for (const auto& layer : parameter.forward_path()) {
+  place_layers();
+  NNScorer::reset();
+}
+
+void NNScorer::place_layers() {
+  for (const auto& layer : parameter_->forward_path()) {
     Place place{.layer = layer, .inputs = {}, .result = &layer_outputs_[layer->id()]};
     if (!places_.empty()) {
-      for (const auto& before : parameter.graph().get_prec_layers(layer->id())) {
+      for (const auto& before : parameter_->graph().get_prec_layers(layer->id())) {
         place.inputs.push_back(&layer_outputs_[before->id()]);
       }
     }
     places_.push_back(std::move(place));
   }
-  NNScorer::reset();
+  std::set<MinibatchPtr*> still_read = {places_.front().result, places_.back().result};
+  for (auto place = places_.rbegin(); place != places_.rend(); ++place) {
+    for (MinibatchPtr* const input : place->inputs) {
+      if (still_read.insert(input).second) place->last_read.push_back(input);
+    }
+  }
 }
 
 void NNScorer::set_input(const std::shared_ptr<FrameSequence>& frames) {
@@ -98,13 +108,14 @@ const Minibatch& NNScorer::output_minibatch() {
 MinibatchPtr NNScorer::get_layer_output(const std::string& id) const {
   if (!executed_) raise("not executed (get_layer_output)");
   const auto found = layer_outputs_.find(id);
-  if (found == layer_outputs_.end()) raise("couldn't find \"%s\" layer", id.c_str());
+  if (found == layer_outputs_.end() || found->second == nullptr) raise("couldn't find \"%s\" layer", id.c_str());
   return found->second;
 }
 
 std::uint64_t NNScorer::bytes() const {
   std::set<const Minibatch*> results = {output_.get()};
   for (const auto& [id, result] : layer_outputs_) results.insert(result.get());
+  for (const auto& result : read_) results.insert(result.get());
   results.erase(nullptr);
   std::uint64_t sum = 0;
   for (const Minibatch* result : results) sum += held_bytes(result->content());
@@ -117,10 +128,13 @@ void NNScorer::execute() {
   for (MinibatchPtr* const slot : handed_on_) slot->reset();
   handed_on_.clear();
   MinibatchPtr spare = take_spare(output_);  // a stretched one: any other is held by its layer's slot, too
+  read_before_.swap(read_);
+  read_.clear();
+  if (!keeps_results_ && places_.size() > 1) forget(*places_.back().result);
   const MinibatchPtr input = step_input();
   const MinibatchPtr fed = skipped(input);
   fed_ += fed->size();
-  for (const Place& place : places_) run_layer(place, fed, fed->size());
+  for (Place& place : places_) run_layer(place, fed, fed->size());
   output_ = *places_.back().result;
   if (frame_skip_ >= 2) {
     const std::uint64_t frames = stretched_size(input->size(), *output_);
@@ -129,20 +143,43 @@ void NNScorer::execute() {
   executed_ = true;
 }
 
-void NNScorer::run_layer(const Place& place, const MinibatchPtr& input, std::uint64_t expected) {
+void NNScorer::run_layer(Place& place, const MinibatchPtr& input, std::uint64_t expected) {
   const NNLayer& layer = *place.layer;
   const bool is_first = &place == &places_.front();
   layer_inputs_.clear();
   if (is_first) layer_inputs_.add(input);
   for (const MinibatchPtr* before : place.inputs) layer_inputs_.add(*before);
   MinibatchPtr& slot = *place.result;
-  layer_inputs_.set_spare(take_spare(slot));
+  layer_inputs_.set_spare(keeps_results_ ? take_spare(slot) : take_read(place.made));
   layer_inputs_.set_last(input_ == nullptr);  // a step without input; only some scorers make one
   layer_inputs_.set_fed(fed_);
   slot = layer.forward(layer_inputs_, layer_states_[layer.id()]);
-  if (!is_first && is_among(layer_inputs_.streams(), slot)) handed_on_.push_back(&slot);
+  const bool is_handed_on = is_among(layer_inputs_.streams(), slot);
   layer_inputs_.clear();
   check_result(layer, *slot, expected);
+  place.made = is_handed_on ? 0 : slot->content().size();
+  if (!keeps_results_) {
+    for (MinibatchPtr* const input_slot : place.last_read) forget(*input_slot);
+  } else if (is_handed_on && !is_first) {
+    handed_on_.push_back(&slot);
+  }
+}
+
+/// The newest result of that size among those that nobody reads any more: what is left of it in the cache is the most.
+MinibatchPtr NNScorer::take_read(Eigen::Index size) {
+  for (auto* const results : {&read_, &read_before_}) {
+    const auto found = std::find_if(results->rbegin(), results->rend(),
+                                    [size](const auto& result) { return result->content().size() == size; });
+    if (found == results->rend()) continue;
+    MinibatchPtr taken = std::move(*found);
+    results->erase(std::next(found).base());
+    return taken;
+  }
+  return nullptr;
+}
+
+void NNScorer::forget(MinibatchPtr& slot) {
+  if (MinibatchPtr result = take_spare(slot)) read_.push_back(std::move(result));
 }
 
 MinibatchPtr NNScorer::step_input() const {

@@ -93,9 +93,12 @@ void LSTMDirection::multiply_upward(const float* x, Eigen::Index frames, float* 
   }
 }
 
-void LSTMDirection::multiply_lateral(const float* h, float* z) const {
+/// Frame after frame in turns of both ways through the matrix: its end is still in the cache.
+void LSTMDirection::multiply_lateral(const float* h, float* z, bool backwards) const {
   if (in_codes_) {
     lateral_codes_.multiply(h, count(cells()), 1, nullptr, z, count(4 * cells()));
+  } else if (backwards) {
+    lateral_weight_.multiply_backwards(h, cells(), 1, nullptr, z, 4 * cells());
   } else {
     lateral_weight_.multiply(h, cells(), 1, nullptr, z, 4 * cells());
   }
@@ -129,7 +132,7 @@ void LSTMDirection::run(const float* x, Eigen::Index frames, Order order, LSTMMe
       float* const z = scratch.gates.data() + k * 4 * N;
       float* const column = y == nullptr ? nullptr : y + (first + k) * y_stride;
       float* const out = column != nullptr && output == Output::written ? column : scratch.h.data();
-      multiply_lateral(h, scratch.lateral.data());
+      multiply_lateral(h, scratch.lateral.data(), i % 2 != 0);
       sum_gates(scratch.lateral.data(), z);
       lstm_cell(z, count(N), scratch.c.data(), out);
       h = out;

@@ -56,7 +56,7 @@ class LSTMDirection {
  private:
   void matrices(ParameterVisitor& visitor, const std::string& prefix);
   void multiply_upward(const float* x, Eigen::Index frames, float* z) const;
-  void multiply_lateral(const float* h, float* z) const;
+  void multiply_lateral(const float* h, float* z, bool backwards) const;
   void sum_gates(const float* lateral, float* z) const;
 
   bool has_lateral_bias_;

@@ -49,6 +49,16 @@ void Weight::multiply(const float* x, Eigen::Index x_stride, Eigen::Index frames
                                 .y_stride = static_cast<std::size_t>(y_stride)});
 }
 
+void Weight::multiply_backwards(const float* x, Eigen::Index x_stride, Eigen::Index frames, const float* bias, float* y,
+                                Eigen::Index y_stride) const {
+  if (block_ != nullptr) {
+    multiply(x, x_stride, frames, bias, y, y_stride);
+    return;
+  }
+  packed_.multiply_backwards(x, static_cast<std::size_t>(x_stride), static_cast<std::size_t>(frames), bias, y,
+                             static_cast<std::size_t>(y_stride));
+}
+
 void StoredVector::set(std::shared_ptr<float> block, Eigen::Index size) {
   block_ = std::move(block);
   size_ = size;

@@ -26,6 +26,9 @@ class Weight {
   /// y = bias + weight times x. Column t of x begins at x + t * x_stride, of y at y + t * y_stride; bias may be null.
   void multiply(const float* x, Eigen::Index x_stride, Eigen::Index frames, const float* bias, float* y,
                 Eigen::Index y_stride) const;
+  /// The same, from the last rows to the first where the matrix is packed.
+  void multiply_backwards(const float* x, Eigen::Index x_stride, Eigen::Index frames, const float* bias, float* y,
+                          Eigen::Index y_stride) const;
 
  protected:
   /// Gives the stored weights up, for a form of the heir's own.
