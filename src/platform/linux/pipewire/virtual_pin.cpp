@@ -273,6 +273,10 @@ void VirtualPin::release(std::uint32_t frames) {
   flow_ == DataFlow::capture ? record(frames) : play(frames);
 }
 
+void VirtualPin::skip(std::uint32_t frames) {
+  if (flow_ == DataFlow::render) from_graph_.drop(frames);
+}
+
 void VirtualPin::record(std::uint32_t frames) {
   std::size_t left = to_graph_.admitted(frames);
   while (left != 0 && !transfers_.empty()) {

@@ -2,26 +2,23 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "../../../../relay/allocation/count_allocations.h"
+#include "own_threads.h"
 #include "pipewire_relay_bench.h"
 
 namespace sonivo::test {
 namespace {
 
-/// This process's threads but the test's own and those that serve what isn't audio, with their names.
+/// This process's threads but the test's own and those that serve what isn't audio.
 std::map<pid_t, std::string> audio_threads() {
-  std::map<pid_t, std::string> all;
-  for (const auto& each : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::string name;
-    std::getline(std::ifstream(each.path() / "comm"), name);
-    const pid_t thread = std::stoi(each.path().filename());
-    if (thread != ::getpid() && name != "audio loop" && name != "audio notices") all.emplace(thread, name);
-  }
+  auto all = own_threads();
+  std::erase_if(all, [](const auto& each) {
+    return each.first == ::getpid() || each.second == "audio loop" || each.second == "audio notices";
+  });
   return all;
 }
 
