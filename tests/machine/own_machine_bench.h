@@ -27,8 +27,10 @@ class OwnMachineTest : public testing::Test {
     if (const std::string missing = AudioServer::missing_programs(); !missing.empty()) {
       GTEST_SKIP() << "not installed: " << missing;
     }
-    server_ = std::make_unique<AudioServer>();
+    server_ = std::make_unique<AudioServer>(devices());
   }
+
+  virtual AudioServer::Devices devices() { return AudioServer::Devices::of_server; }
 
   void start_driver() {
     driver_.push_back(server_->start({SONIVO_DRIVER_PROGRAM}));
@@ -42,6 +44,7 @@ class OwnMachineTest : public testing::Test {
   void end_service() { service_.clear(); }
   void end_driver() { driver_.clear(); }
   ChildProcess& driver() { return driver_.back(); }
+  ChildProcess& service() { return service_.back(); }
   /// Until the session manager has chosen the microphone.
   void wait_for_defaults() {
     ASSERT_TRUE(comes_true([&] {

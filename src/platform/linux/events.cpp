@@ -5,14 +5,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
-#include <vector>
 
 namespace sonivo::linux {
 namespace {
 
 using WaitClock = std::chrono::steady_clock;
+
+constexpr std::size_t kMostEvents = 64;
 
 /// What is left until the end, for ppoll; null without an end.
 const timespec* time_left(const std::optional<WaitClock::time_point>& end, timespec& left) {
@@ -42,19 +44,19 @@ std::unique_ptr<Event> DescriptorEvents::create(Reset reset) {
 
 WaitResult DescriptorEvents::wait_any(std::span<Event* const> events, std::optional<std::uint32_t> limit_ms) {
   if (std::find(events.begin(), events.end(), nullptr) != events.end()) return {{}, error::kInvalidHandle};
-  std::vector<pollfd> polled;
-  polled.reserve(events.size());
-  for (const Event* const each : events) {
-    polled.push_back({static_cast<const DescriptorEvent*>(each)->number(), POLLIN, 0});
+  if (events.size() > kMostEvents) return {{}, error::kInvalidParameter};
+  std::array<pollfd, kMostEvents> polled{};
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    polled[i] = {static_cast<const DescriptorEvent*>(events[i])->number(), POLLIN, 0};
   }
   std::optional<WaitClock::time_point> end;
   if (limit_ms) end = WaitClock::now() + std::chrono::milliseconds(*limit_ms);
   for (;;) {
     timespec left{};
-    const int count = ::ppoll(polled.data(), polled.size(), time_left(end, left), nullptr);
+    const int count = ::ppoll(polled.data(), events.size(), time_left(end, left), nullptr);
     if (count < 0 && errno != EINTR) return {{}, error::kInvalidHandle};
     if (count == 0) return {};
-    for (std::size_t i = 0; count > 0 && i < polled.size(); ++i) {
+    for (std::size_t i = 0; count > 0 && i < events.size(); ++i) {
       if ((polled[i].revents & POLLNVAL) != 0) return {{}, error::kInvalidHandle};
       if (polled[i].revents != 0 && static_cast<DescriptorEvent*>(events[i])->accept()) return {i, error::kNone};
     }

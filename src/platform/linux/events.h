@@ -27,7 +27,7 @@ class DescriptorEvent final : public Event {
   Reset reset_;
 };
 
-/// Waits with poll. All events given to it are its own.
+/// Waits with poll, for at most 64 events at a time; more fail with error::kInvalidParameter. All of them are its own.
 class DescriptorEvents final : public Events {
  public:
   std::unique_ptr<Event> create(Reset reset) override;

@@ -52,6 +52,17 @@ TEST_F(DescriptorEventsTest, AnAutomaticEventIsClearedByTheWaitThatItEnds) {
   EXPECT_FALSE(wait(0, event).index);
 }
 
+TEST_F(DescriptorEventsTest, MoreThan64EventsAreRefused) {
+  const auto event = manual();
+  event->set();
+  std::vector<Event*> all(64, event.get());
+  EXPECT_EQ(events_.wait_any(all, 0).index, 0u);
+  all.push_back(event.get());
+  const auto result = events_.wait_any(all, 0);
+  EXPECT_FALSE(result.index);
+  EXPECT_EQ(result.error, error::kInvalidParameter);
+}
+
 TEST_F(DescriptorEventsTest, TheLowestIndexIsAnsweredAndTheOthersStay) {
   const auto first = automatic();
   const auto second = automatic();

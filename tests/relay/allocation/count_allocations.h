@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 
 namespace sonivo::test {
@@ -8,6 +10,8 @@ namespace sonivo::test {
 std::uint64_t allocations();
 /// Those of the calling thread alone.
 std::uint64_t own_allocations();
+/// Those of any thread, by its id.
+std::uint64_t allocations_of(pid_t thread);
 /// Bytes that they asked for.
 std::uint64_t allocated_bytes();
 

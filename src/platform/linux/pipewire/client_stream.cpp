@@ -10,7 +10,9 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr std::uint32_t kPiecesPerSecond = 100;
-constexpr std::uint32_t kWaitingPerSecond = 5;     // 200 ms of recording wait for the client
+// 40 ms of recording wait for the client, as much as it keeps with the virtual microphone: when it comes late, time
+// that the one loses the other loses too, and afterwards the way from the one to the other is as long as before.
+constexpr std::uint32_t kWaitingPerSecond = 25;
 constexpr std::uint32_t kReactionPerSecond = 200;  // a client has 5 ms to bring what is played
 constexpr std::uint32_t kLongestTurn = 16384;      // twice the longest turn of the server, in frames of either rate
 
@@ -132,13 +134,22 @@ void CaptureStream::release(std::uint32_t frames) {
   wake_client();
 }
 
+void CaptureStream::skip(std::uint32_t frames) {
+  released_ += frames;
+  skipped_ += frames;
+}
+
 std::uint32_t CaptureStream::padding() const { return static_cast<std::uint32_t>(released_ - fifo_.taken()); }
 
-void CaptureStream::drop_buffered() { fifo_.drop(padding()); }
+void CaptureStream::drop_buffered() {
+  skipped_ = 0;
+  fifo_.drop(padding());
+}
 
 Status CaptureStream::get_buffer(const std::byte*& data, std::uint32_t& frames, std::uint32_t& flags) {
   if (held_frames_ != 0) return kOutOfOrder;
   flags = 0;
+  fifo_.drop(std::min(skipped_.exchange(0), padding()));
   std::uint32_t waiting = padding();
   if (waiting > buffer_frames_) {
     fifo_.drop(waiting - buffer_frames_);

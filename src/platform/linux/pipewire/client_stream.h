@@ -68,7 +68,7 @@ class ClientStream : private Connection::User,
   bool open_ = false;
 };
 
-/// What an endpoint hears. At most 200 ms wait; then the oldest frames are lost.
+/// What an endpoint hears. At most 40 ms wait; then the oldest frames are lost.
 class CaptureStream final : public ClientStream {
  public:
   CaptureStream(Connection& connection, Graph& graph, Pacer& pacer, const EndpointFacts& endpoint,
@@ -84,11 +84,13 @@ class CaptureStream final : public ClientStream {
   void take(const std::byte* frames, std::uint32_t count) override;
   void fill(std::byte*, std::uint32_t) override {}
   void release(std::uint32_t frames) override;
+  void skip(std::uint32_t frames) override;
   void drop_buffered() override;
 
   const std::uint32_t buffer_frames_;
   FrameFifo fifo_;
   std::atomic<std::uint64_t> released_ = 0;  ///< position up to which the client may read
+  std::atomic<std::uint32_t> skipped_ = 0;   ///< frames that the client is not to find any more
   std::vector<std::byte> held_;              ///< with the client
   std::uint32_t held_frames_ = 0;
 };
@@ -109,6 +111,7 @@ class RenderStream final : public ClientStream {
   void take(const std::byte*, std::uint32_t) override {}
   void fill(std::byte* frames, std::uint32_t count) override;
   void release(std::uint32_t frames) override;
+  void skip(std::uint32_t) override {}
   void drop_buffered() override;
 
   const std::uint32_t buffer_frames_;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 namespace sonivo::pipewire {
 
@@ -13,29 +14,34 @@ struct Cycle {
   std::uint32_t frames = 0;
   std::int64_t start_ns = 0;
   std::int64_t length_ns = 0;
+  std::uint32_t untold = 0;  ///< frames of earlier turns that found no room in the queue
 };
 
-/// Turns on their way from the data thread to the pacer. Neither waits; turns that find no room are told with the next.
+/// Turns on their way from the data thread to the pacer. Neither waits; turns that find no room are counted with the
+/// next that does.
 class CycleQueue {
  public:
   /// Data thread.
   void post(Cycle cycle) {
-    cycle.frames += untold_;
     const std::size_t at = posted_.load(std::memory_order_relaxed);
     if (at - taken_.load(std::memory_order_acquire) == cycles_.size()) {
-      untold_ = cycle.frames;
+      untold_ += cycle.frames;
       return;
     }
-    untold_ = 0;
+    cycle.untold = std::exchange(untold_, 0);
     cycles_[at % cycles_.size()] = cycle;
     posted_.store(at + 1, std::memory_order_release);
   }
-  /// Pacer.
-  std::optional<Cycle> take() {
+  /// Pacer: the oldest, which stays.
+  std::optional<Cycle> front() const {
     const std::size_t at = taken_.load(std::memory_order_relaxed);
     if (at == posted_.load(std::memory_order_acquire)) return std::nullopt;
-    const Cycle cycle = cycles_[at % cycles_.size()];
-    taken_.store(at + 1, std::memory_order_release);
+    return cycles_[at % cycles_.size()];
+  }
+  /// Pacer.
+  std::optional<Cycle> take() {
+    const auto cycle = front();
+    if (cycle) taken_.fetch_add(1, std::memory_order_release);
     return cycle;
   }
 

@@ -12,6 +12,7 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr std::int64_t kNsPerSecond = 1'000'000'000;
+constexpr std::int64_t kTooLateNs = 20'000'000;
 
 std::int64_t monotonic_ns() {
   timespec now{};
@@ -70,16 +71,35 @@ void Pacer::run() {
   threads_.leave_audio_class(audio_class);
 }
 
+std::optional<std::int64_t> Pacer::Stream::oldest_due_ns() const {
+  if (const auto due = cutter_.due_ns()) return due;
+  const auto cycle = cycles_.front();
+  return cycle ? std::optional(cycle->start_ns) : std::nullopt;
+}
+
+void Pacer::Stream::hand_on(std::uint32_t frames, bool too_late) {
+  if (frames != 0) too_late ? skip(frames) : release(frames);
+}
+
+bool Pacer::is_too_late(std::int64_t now_ns) const {
+  return std::any_of(streams_.begin(), streams_.end(), [&](const Stream* stream) {
+    const auto due = stream->oldest_due_ns();
+    return due && now_ns - *due > kTooLateNs;
+  });
+}
+
 std::optional<std::int64_t> Pacer::serve_all(std::int64_t now_ns) {
   std::scoped_lock lock(mutex_);
+  const bool too_late = is_too_late(now_ns);
   std::optional<std::int64_t> soonest;
   for (Stream* const stream : streams_) {
     CycleCutter& cutter = stream->cutter_;
     while (const auto cycle = stream->cycles_.take()) {
-      if (const std::uint32_t rest = cutter.begin(*cycle); rest != 0) stream->release(rest);
+      stream->hand_on(cutter.begin(*cycle), too_late);
+      stream->hand_on(cycle->untold, true);
     }
     auto due = cutter.due_ns();
-    for (; due && *due <= now_ns; due = cutter.due_ns()) stream->release(cutter.take());
+    for (; due && *due <= now_ns; due = cutter.due_ns()) stream->hand_on(cutter.take(), too_late);
     if (due && (!soonest || *due < *soonest)) soonest = due;
   }
   return soonest;

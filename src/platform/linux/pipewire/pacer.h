@@ -14,7 +14,8 @@
 namespace sonivo::pipewire {
 
 /// The thread that does what the data thread leaves: whatever the length of the graph's turns, clients are served
-/// evenly, at least every 10 ms.
+/// evenly, at least every 10 ms. What it comes much too late for is skipped, by all streams alike, so that they keep
+/// their distance from each other.
 class Pacer {
  public:
   /// A stream whose frames are handed on in pieces, apart from the data thread.
@@ -28,9 +29,15 @@ class Pacer {
     void note_turn(std::uint32_t frames);
     /// On the pacer's thread: this many further frames have passed, at most 10 ms unless the thread is late.
     virtual void release(std::uint32_t frames) = 0;
+    /// On the pacer's thread: this many further frames have passed, but too long ago.
+    virtual void skip(std::uint32_t frames) = 0;
 
    private:
     friend class Pacer;
+    /// When the oldest frames that aren't handed on yet were due.
+    std::optional<std::int64_t> oldest_due_ns() const;
+    void hand_on(std::uint32_t frames, bool too_late);
+
     Pacer& pacer_;
     const std::uint32_t rate_hz_;
     CycleQueue cycles_;
@@ -50,6 +57,7 @@ class Pacer {
  private:
   void wake();
   void run();
+  bool is_too_late(std::int64_t now_ns) const;
   /// When to look again.
   std::optional<std::int64_t> serve_all(std::int64_t now_ns);
 

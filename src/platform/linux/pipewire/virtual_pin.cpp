@@ -275,6 +275,10 @@ void VirtualPin::release(std::uint32_t frames) {
   flow_ == DataFlow::capture ? record(frames) : play(frames);
 }
 
+void VirtualPin::skip(std::uint32_t frames) {
+  if (flow_ == DataFlow::render) from_graph_.drop(frames);
+}
+
 void VirtualPin::record(std::uint32_t frames) {
   const bool is_served = !transfers_.empty();
   const std::size_t left = pass_on(to_graph_.admitted(frames));

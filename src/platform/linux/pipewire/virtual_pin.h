@@ -63,6 +63,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   void state_changed(pw_stream_state state) override;
   // Pacer::Stream
   void release(std::uint32_t frames) override;
+  void skip(std::uint32_t frames) override;
 
   // OwnNode
   void set_volume(const NodeVolume& volume) override { node_.set_volume(volume); }

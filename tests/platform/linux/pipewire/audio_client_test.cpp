@@ -155,6 +155,27 @@ TEST_F(PipeWireClientTest, PacketsOfALongQuantumComeEvenly) {
   EXPECT_LE(close, 5);
 }
 
+TEST_F(PipeWireClientTest, OfWhatAClientDoesNotFetchTheLatest40MsWait) {
+  const auto voice =
+      server_->speak_into("notebook.microphone", server_->folder().write("voice.wav", counting_wav(60 * kSecond)));
+  const auto mic = client(DataFlow::capture, "notebook.microphone");
+  ASSERT_EQ(mic->start(), kOk);
+  std::uint32_t largest = 0;
+  record(*mic, kSecond / 10, largest);
+  std::uint32_t padding = 0;
+  ASSERT_TRUE(comes_true([&] { return mic->current_padding(padding) == kOk && padding > kSecond / 5; }));
+  std::unique_ptr<AudioCaptureClient> packets;
+  ASSERT_EQ(mic->capture_service(packets), kOk);
+  const std::byte* data = nullptr;
+  std::uint32_t frames = 0;
+  std::uint32_t flags = 0;
+  ASSERT_EQ(packets->get_buffer(data, frames, flags), kOk);
+  ASSERT_EQ(packets->release_buffer(frames), kOk);
+  ASSERT_EQ(mic->current_padding(padding), kOk);
+  EXPECT_GE(padding + frames, kSecond * 40 / 1000);
+  EXPECT_LE(padding + frames, kSecond * 50 / 1000) << "40 ms, and a packet that came meanwhile";
+}
+
 TEST_F(PipeWireClientTest, WhatIsPlayedReachesTheSpeakersBitForBit) {
   const std::string wav = server_->folder() / "heard.wav";
   auto recorder = server_->record("notebook.speakers", wav, true);

@@ -38,6 +38,7 @@ context.spa-libs = {
 context.modules = [
     { name = libpipewire-module-rt args = { nice.level = -11 } flags = [ ifexists nofail ] }
     { name = libpipewire-module-protocol-native }
+    { name = libpipewire-module-profiler }
     { name = libpipewire-module-metadata }
     { name = libpipewire-module-spa-device-factory }
     { name = libpipewire-module-spa-node-factory }

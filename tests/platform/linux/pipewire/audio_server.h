@@ -32,6 +32,7 @@ class ChildProcess {
   ChildProcess(ChildProcess&& other) noexcept : id_(std::exchange(other.id_, 0)) {}
   ChildProcess& operator=(ChildProcess&& other) noexcept;
 
+  pid_t id() const { return id_; }
   void send(int signal);
   void end(int signal);
   /// Its exit status; waits for it.

@@ -136,14 +136,18 @@ TEST(CycleCutter, WhatIsLeftIsDueWhenTheNextTurnBegins) {
   EXPECT_EQ(cutter.begin({1024, 3000, 3000}), 683u);
 }
 
-TEST(CycleQueue, TurnsThatFindNoRoomAreToldWithTheNext) {
+TEST(CycleQueue, TurnsThatFindNoRoomAreCountedWithTheNext) {
   CycleQueue queue;
   for (int i = 0; i < 66; ++i) queue.post({10, i, 1});
   std::uint32_t frames = 0;
-  while (const auto cycle = queue.take()) frames += cycle->frames;
+  while (const auto cycle = queue.take()) frames += cycle->frames + cycle->untold;
   EXPECT_EQ(frames, 640u);
   queue.post({10, 66, 1});
-  EXPECT_EQ(queue.take()->frames, 30u);
+  queue.post({10, 67, 1});
+  const auto next = queue.take();
+  EXPECT_EQ(next->frames, 10u);
+  EXPECT_EQ(next->untold, 20u);
+  EXPECT_EQ(queue.take()->untold, 0u);
 }
 
 }  // namespace
