@@ -46,8 +46,6 @@ class NodeEndpoint final : public Endpoint {
     return kOk;
   }
   Status activate_volume(std::shared_ptr<EndpointVolume>& volume) override {
-    const auto facts = graph_.find(id_);
-    if (!facts || !facts->present) return kDeviceInvalidated;
     volume = make_volume(graph_, id_);
     return kOk;
   }

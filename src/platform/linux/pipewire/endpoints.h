@@ -11,7 +11,8 @@
 namespace sonivo::pipewire {
 
 /// The sources and sinks of the audio server. An endpoint's id is its node's name, which stays the same when the server
-/// or the hardware comes back; an object of it works again then. The server has one default for all roles.
+/// or the hardware comes back; an object of it works again then, and so does its volume, which can be activated while
+/// it is away. The server has one default for all roles.
 class PipeWireEndpoints final : public Endpoints {
  public:
   PipeWireEndpoints(Connection& connection, Graph& graph, Pacer& pacer)

@@ -65,6 +65,25 @@ TEST_F(PipeWireEndpointsTest, ADeviceThatHasGoneIsRememberedAndWorksAgainWhenItR
   EXPECT_EQ(headset->activate_audio_client(client), kOk);
 }
 
+TEST_F(PipeWireEndpointsTest, AVolumeThatIsActivatedWhileTheDeviceIsAwayWorksWhenItReturns) {
+  server_->plug_headset();
+  ASSERT_TRUE(notices_.has("state usb.headset 1"));
+  const auto headset = endpoint(DataFlow::capture, kHeadsetMic);
+  ASSERT_NE(headset, nullptr);
+  server_->unplug_headset();
+  ASSERT_TRUE(notices_.has("state usb.headset 4"));
+  std::shared_ptr<EndpointVolume> volume;
+  ASSERT_EQ(headset->activate_volume(volume), kOk);
+  EXPECT_TRUE(failed(volume->set_mute(true, nullptr)));
+  notices_.clear();
+  server_->plug_headset();
+  ASSERT_TRUE(notices_.has("state usb.headset 1"));
+  EXPECT_EQ(volume->set_mute(true, nullptr), kOk);
+  bool muted = false;
+  EXPECT_EQ(volume->mute(muted), kOk);
+  EXPECT_TRUE(muted);
+}
+
 TEST_F(PipeWireEndpointsTest, EndpointsAndDefaultsAreKnownFromTheStart) {
   AudioHalf another(server_->remote());
   std::vector<std::shared_ptr<Endpoint>> list;
