@@ -229,7 +229,10 @@ void Graph::global_removed(std::uint32_t id) {
     remove_node(node);
   } else if (cards_.erase(id) == 0 && id == defaults_id_) {
     forget_defaults();
-    for (const auto& own : own_nodes_) own.second->manager_left();
+    for (const auto& [name, own] : own_nodes_) {
+      if (const auto old = node_of(name); old != nodes_.end()) remove_node(old);
+      own->manager_left();
+    }
   }
 }
 
@@ -291,7 +294,14 @@ void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow
   update_default(flow);
 }
 
-void Graph::remove_node(std::map<std::uint32_t, std::unique_ptr<Node>>::iterator node) {
+Graph::Nodes::iterator Graph::node_of(const std::string& id) {
+  return std::find_if(nodes_.begin(), nodes_.end(), [&](const auto& each) {
+    const Node& node = *each.second;
+    return node.endpoint.facts.id == id && node.endpoint.node_id == node.id;
+  });
+}
+
+void Graph::remove_node(Nodes::iterator node) {
   Endpoint& endpoint = node->second->endpoint;
   const bool is_it = endpoint.node_id == node->first;  // else a later node of the same name has taken its place
   nodes_.erase(node);
@@ -439,11 +449,8 @@ Callbacks<IAudioEndpointVolumeCallback>* Graph::volume_callbacks(const std::stri
 
 bool Graph::set_volume(const std::string& id, const Guid& context, const std::function<void(NodeVolume&)>& change) {
   const Connection::Lock lock(connection_);
-  const auto found = std::find_if(nodes_.begin(), nodes_.end(), [&](const auto& each) {
-    const Node& node = *each.second;
-    return node.endpoint.facts.id == id && node.endpoint.node_id == node.id && node.proxy != nullptr;
-  });
-  if (found == nodes_.end()) return false;
+  const auto found = node_of(id);
+  if (found == nodes_.end() || found->second->proxy == nullptr) return false;
   Node& node = *found->second;
   Endpoint& endpoint = node.endpoint;
   const NodeVolume before = endpoint.volume;

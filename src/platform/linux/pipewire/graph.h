@@ -49,7 +49,8 @@ class OwnNode {
   /// Any thread, with the loop locked.
   virtual void set_volume(const NodeVolume& volume) = 0;
   /// Loop's thread, with the loop locked: the session manager has gone. The next one waits without end for the ports of
-  /// a node that had them before, and links nothing meanwhile: the node has to be made anew.
+  /// a node that had them before, and links nothing meanwhile: the node has to be made anew. Its
+  /// endpoint has gone until then.
   virtual void manager_left() = 0;
 
  protected:
@@ -92,6 +93,7 @@ class Graph final : private Connection::User {
   struct Node;
   struct Card;
   struct Endpoint;
+  using Nodes = std::map<std::uint32_t, std::unique_ptr<Node>>;
 
   // Connection::User
   void connected(pw_core& core) override;
@@ -100,7 +102,8 @@ class Graph final : private Connection::User {
   void global_added(std::uint32_t id, const char* type, const spa_dict* properties);
   void global_removed(std::uint32_t id);
   void add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow);
-  void remove_node(std::map<std::uint32_t, std::unique_ptr<Node>>::iterator node);
+  Nodes::iterator node_of(const std::string& id);
+  void remove_node(Nodes::iterator node);
   void add_card(std::uint32_t id);
   bool write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
   bool request_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
@@ -132,7 +135,7 @@ class Graph final : private Connection::User {
   pw_metadata* defaults_ = nullptr;
   std::uint32_t defaults_id_ = SPA_ID_INVALID;
   spa_hook defaults_hook_{};
-  std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
+  Nodes nodes_;
   std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
   std::vector<DepartureWatch*> watches_;
   std::map<std::string, OwnNode*> own_nodes_;

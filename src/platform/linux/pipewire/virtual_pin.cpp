@@ -148,7 +148,13 @@ VirtualPin::~VirtualPin() {
 
 bool VirtualPin::is_present() const {
   std::scoped_lock lock(mutex_);
-  return present_;
+  return is_listed();
+}
+
+/// Whoever opens the device looks for its endpoint then.
+bool VirtualPin::is_listed() const {
+  const auto endpoint = graph_.find(node_name(flow_));
+  return present_ && endpoint && endpoint->present;
 }
 
 std::shared_ptr<Device> VirtualPin::open(Sharing sharing, Error& why) {
@@ -156,7 +162,7 @@ std::shared_ptr<Device> VirtualPin::open(Sharing sharing, Error& why) {
   const bool in_the_way = std::any_of(handles_.begin(), handles_.end(), [&](const Handle* handle) {
     return !handle->lost && (sharing == Sharing::exclusive || handle->sharing == Sharing::exclusive);
   });
-  why = !present_ ? error::kFileNotFound : in_the_way ? error::kSharingViolation : error::kNone;
+  why = !is_listed() ? error::kFileNotFound : in_the_way ? error::kSharingViolation : error::kNone;
   return why == error::kNone ? std::make_shared<Handle>(*this, sharing) : nullptr;
 }
 

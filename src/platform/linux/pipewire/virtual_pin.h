@@ -71,6 +71,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
 
   bool open_node(pw_core& core);
   // With the mutex held.
+  bool is_listed() const;
   void complete(const Request& request, Error error, std::size_t transferred);
   void end_all(std::vector<Request>& requests, Error error);
   void hand_out_format(const Request& request);

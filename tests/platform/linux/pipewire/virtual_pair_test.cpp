@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -132,6 +133,60 @@ TEST_F(VirtualPairTest, ThePairIsOnTheBusAndAmongTheEndpoints) {
   }
   EXPECT_EQ(default_id(DataFlow::capture), "notebook.microphone");
   EXPECT_EQ(default_id(DataFlow::render), "notebook.speakers");
+}
+
+TEST_F(VirtualPairTest, ADeviceComesAfterItsEndpoint) {
+  const auto lists_it = [&] { return testing::Matches(testing::Contains(kVirtualMic))(ids(DataFlow::capture)); };
+  pair_.reset();
+  ASSERT_TRUE(comes_true([&] { return !lists_it(); }));
+  {
+    const pipewire::Connection::Lock lock(half_->connection);  // nothing is heard of the server meanwhile
+    pair_ = std::make_unique<pipewire::VirtualPair>(half_->connection, half_->graph, half_->pacer, others_);
+    EXPECT_TRUE(pair_->interfaces(kAudio).empty());
+    Error why = error::kNone;
+    EXPECT_EQ(pair_->open(kMicPath, Sharing::shared, Completion::overlapped, why), nullptr);
+    EXPECT_EQ(why, error::kFileNotFound);
+  }
+  ASSERT_TRUE(comes_true([&] { return pair_->interfaces(kAudio).size() == 2; }));
+  EXPECT_TRUE(lists_it());
+}
+
+/// What a device says to a wait for a format at the moment in which its endpoint goes.
+class LastAnswer final : public pipewire::DepartureWatch {
+ public:
+  LastAnswer(AudioHalf& half, Device& device) : half_(half), device_(device) {
+    const pipewire::Connection::Lock lock(half_.connection);
+    half_.graph.add(*this);
+  }
+  ~LastAnswer() {
+    const pipewire::Connection::Lock lock(half_.connection);
+    half_.graph.remove(*this);
+  }
+  void departed(const std::string& id) override {
+    if (id == kVirtualMic) answer = device_.control(kWait, {}, std::as_writable_bytes(std::span(&format_, 1)), request);
+  }
+  std::atomic<Error> answer = error::kNone;
+  Overlapped request;
+
+ private:
+  AudioHalf& half_;
+  Device& device_;
+  WAVEFORMATEXTENSIBLE format_;
+};
+
+TEST_F(VirtualPairTest, ADeviceGoesAfterItsEndpoint) {
+  for (const bool with_server : {false, true}) {
+    const auto device = open(kMicPath);
+    LastAnswer last(*half_, *device);
+    if (with_server) server_->kill_server();
+    server_->kill_manager();
+    ASSERT_TRUE(comes_true([&] { return last.answer != error::kNone; }));
+    EXPECT_EQ(last.answer, error::kIoPending) << with_server;
+    std::uint32_t transferred = 0;
+    EXPECT_EQ(device->result(last.request, transferred, true), error::kDeviceNotConnected);
+    if (with_server) break;
+    ASSERT_TRUE(comes_true([&] { return pair_->interfaces(kAudio).size() == 2; }));
+  }
 }
 
 TEST_F(VirtualPairTest, OneHandleAtATimeIsExclusive) {

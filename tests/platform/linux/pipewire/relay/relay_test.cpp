@@ -203,19 +203,57 @@ TEST_F(PipeWireRelayTest, AServerThatIsKilledAndComesBackIsUsedAgain) {
   }
 }
 
-TEST_F(PipeWireRelayTest, AMuteOfEitherMicrophoneReachesTheOther) {
-  std::shared_ptr<EndpointVolume> real;
-  std::shared_ptr<EndpointVolume> virtual_one;
-  ASSERT_EQ(endpoint(DataFlow::capture, "notebook.microphone")->activate_volume(real), kOk);
-  ASSERT_EQ(endpoint(DataFlow::capture, kVirtualMic)->activate_volume(virtual_one), kOk);
-  const auto is_muted = [](EndpointVolume& volume) {
-    bool muted = false;
-    return volume.mute(muted) == kOk && muted;
-  };
-  server_->run({"pw-cli", "set-param", "notebook.microphone", "Props", "{ mute: true }"});
-  EXPECT_TRUE(comes_true([&] { return is_muted(*real) && is_muted(*virtual_one); }));
-  server_->run({"pw-cli", "set-param", kVirtualMic, "Props", "{ mute: false }"});
-  EXPECT_TRUE(comes_true([&] { return !is_muted(*real) && !is_muted(*virtual_one); }));
+class PipeWireMuteTest : public PipeWireRelayTest {
+ protected:
+  bool are_both(bool muted) {
+    return comes_true([&] {
+      return has(DataFlow::capture, "notebook.microphone", muted) && has(DataFlow::capture, kVirtualMic, muted);
+    });
+  }
+  void mute_by_another(const char* node, bool muted) {
+    server_->run({"pw-cli", "set-param", node, "Props", muted ? "{ mute: true }" : "{ mute: false }"});
+  }
+  void expect_each_to_follow_the_other() {
+    mute_by_another("notebook.microphone", true);
+    EXPECT_TRUE(are_both(true));
+    mute_by_another(kVirtualMic, false);
+    EXPECT_TRUE(are_both(false));
+  }
+  void await_defaults() {
+    ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture) == "notebook.microphone"; }));
+    ASSERT_TRUE(comes_true([&] { return !server_->state_of(kVirtualMic).empty(); }));
+  }
+
+ private:
+  bool has(DataFlow flow, const char* id, bool muted) {
+    const auto node = endpoint(flow, id);
+    std::shared_ptr<EndpointVolume> volume;
+    bool value = !muted;
+    return node && node->activate_volume(volume) == kOk && volume->mute(value) == kOk && value == muted;
+  }
+};
+
+TEST_F(PipeWireMuteTest, AMuteOfEitherMicrophoneReachesTheOther) { expect_each_to_follow_the_other(); }
+
+TEST_F(PipeWireMuteTest, MutesGoOnReachingTheOtherMicrophoneWhenTheSessionManagerIsBack) {
+  for (int round = 0; round < 3; ++round) {
+    server_->kill_manager();
+    ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture).empty(); }));
+    server_->start_manager();
+    await_defaults();
+    expect_each_to_follow_the_other();
+  }
+}
+
+TEST_F(PipeWireMuteTest, MutesGoOnReachingTheOtherMicrophoneWhenTheServerIsBack) {
+  for (int round = 0; round < 3; ++round) {
+    server_->kill_server();
+    server_->kill_manager();
+    server_->start_server();
+    server_->start_manager();
+    await_defaults();
+    expect_each_to_follow_the_other();
+  }
 }
 
 }  // namespace
