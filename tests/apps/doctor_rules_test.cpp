@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "apps/tool/doctor_command.h"
@@ -98,14 +99,28 @@ TEST(DoctorRules, ASpeakerThatWasChosenAndIsGone) {
             "sonivo settings set render-endpoint default.");
 }
 
-TEST(DoctorRules, ADefaultThatIsTheVirtualMicrophoneItself) {
+TEST(DoctorRules, AMicrophoneThatWasChosenAndIsTheVirtualOneItself) {
+  MachineFacts facts = well();
+  facts.capture_endpoint = "relay.mic";
+  EXPECT_EQ(the_trouble(facts),
+            "microphone: The microphone behind 'Norvell Audio Relay' would be that one itself. | Follow the default "
+            "again: sonivo settings set capture-endpoint default.");
+}
+
+TEST(DoctorRules, ADefaultThatIsTheVirtualMicrophoneItselfIsNoTrouble) {
   MachineFacts facts = well();
   facts.audio.default_microphone = "relay.mic";
-  EXPECT_EQ(the_trouble(facts),
-            "microphone: The microphone behind 'Norvell Audio Relay' would be that one itself. | Make the real one the "
-            "default, or choose its node: sonivo settings set capture-endpoint NODE.");
-  facts.capture_endpoint = "mic";
   EXPECT_THAT(troubles(facts), testing::IsEmpty());
+  const auto all = findings(facts);
+  const auto hint = std::find_if(all.begin(), all.end(), [](const Finding& each) { return each.kind == Kind::hint; });
+  ASSERT_NE(hint, all.end());
+  EXPECT_EQ(hint->text,
+            "The default microphone is 'Norvell Audio Relay' itself, so that the default before it is used, or else "
+            "the best that is there.");
+  EXPECT_EQ(hint->advice,
+            "Make the real one the default, or choose its node: sonivo settings set capture-endpoint NODE.");
+  facts.capture_endpoint = "mic";
+  for (const Finding& each : findings(facts)) EXPECT_EQ(each.kind, Kind::good) << each.text;
 }
 
 TEST(DoctorRules, ADeviceThatCantBeOpened) {

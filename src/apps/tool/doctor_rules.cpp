@@ -113,10 +113,16 @@ class Examination {
       return add(Kind::trouble, direction.device, "There is no " + device + ".",
                  "Plug one in, or turn on the profile of the sound card that has one: wpctl status shows the cards.");
     }
+    if (is_own(*used) && chosen.empty()) {
+      return add(Kind::hint, direction.device,
+                 "The default " + device + " is " + quoted(used->name) +
+                     " itself, so that the default before it is used, or else the best that is there.",
+                 "Make the real one the default, or choose its node: " + choose + " NODE.");
+    }
     if (is_own(*used)) {
       return add(Kind::trouble, direction.device,
                  "The " + device + " behind " + quoted(used->name) + " would be that one itself.",
-                 "Make the real one the default, or choose its node: " + choose + " NODE.");
+                 "Follow the default again: " + choose + " default.");
     }
     if (!used->fault.empty()) {
       return add(Kind::trouble, direction.device,

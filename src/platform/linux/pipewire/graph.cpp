@@ -60,6 +60,7 @@ struct Graph::Endpoint {
 
   EndpointFacts facts;
   std::uint32_t node_id = SPA_ID_INVALID;
+  std::uint32_t priority = 0;  ///< when a default is chosen
   NodeVolume volume;
   Callbacks<IAudioEndpointVolumeCallback> callbacks;
 };
@@ -256,6 +257,7 @@ void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow
     endpoint->facts.flow = flow;
     endpoint->facts.name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), name);
     endpoint->facts.present = true;
+    endpoint->priority = number_of(properties, PW_KEY_PRIORITY_SESSION).value_or(0);
     endpoint->node_id = id;
   }
   auto node = std::make_unique<Node>(*this, id, *endpoint);
@@ -400,19 +402,31 @@ void Graph::set_default(DataFlow flow, const std::string& name) {
   {
     std::scoped_lock lock(mutex_);
     default_names_[flow] = name;
+    if (!name.empty() && !own_nodes_.contains(name)) foreign_names_[flow] = name;
   }
   update_default(flow);
 }
 
-/// The server may name what isn't there yet, and a sink as the default source, whose monitor that is.
+/// The server may name what isn't there yet, and a sink as the default source, whose monitor that is. Where it names a
+/// node of ours, which lives on another one, that is the latest default before, else the one of the highest priority.
+std::string Graph::default_there(DataFlow flow) {
+  const bool is_own = own_nodes_.contains(default_names_[flow]);
+  const std::string& wanted = is_own ? foreign_names_[flow] : default_names_[flow];
+  const Endpoint* best = nullptr;
+  for (const auto& each : endpoints_) {
+    const EndpointFacts& facts = each->facts;
+    if (!facts.present || facts.flow != flow || own_nodes_.contains(facts.id)) continue;
+    if (facts.id == wanted) return wanted;
+    if (is_own && (best == nullptr || each->priority > best->priority)) best = each.get();
+  }
+  return best != nullptr ? best->facts.id : std::string();
+}
+
 void Graph::update_default(DataFlow flow) {
   std::string id;
   {
     std::scoped_lock lock(mutex_);
-    const auto fits = [&](const auto& each) {
-      return each->facts.present && each->facts.flow == flow && each->facts.id == default_names_[flow];
-    };
-    if (std::any_of(endpoints_.begin(), endpoints_.end(), fits)) id = default_names_[flow];
+    id = default_there(flow);
     if (std::exchange(default_ids_[flow], id) == id) return;
   }
   for (const Role role : {Role::console, Role::multimedia, Role::communications}) {

@@ -69,7 +69,7 @@ class Graph final : private Connection::User {
 
   std::vector<EndpointFacts> endpoints(DataFlow flow) const;
   std::optional<EndpointFacts> find(const std::string& id) const;
-  /// Empty: there is none.
+  /// Never an OwnNode's. Empty: there is none.
   std::string default_id(DataFlow flow) const;
   Callbacks<IMMNotificationClient>& callbacks() { return callbacks_; }
 
@@ -113,6 +113,7 @@ class Graph final : private Connection::User {
   void forget_defaults();
   int default_changed(const char* key, const char* value);
   void set_default(DataFlow flow, const std::string& name);
+  std::string default_there(DataFlow flow);
   void update_default(DataFlow flow);
   void node_props(Node& node, const spa_dict& properties);
   void node_param(Node& node, const spa_pod& param);
@@ -146,6 +147,7 @@ class Graph final : private Connection::User {
   bool known_ = false;
   std::vector<std::unique_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance; none ever goes
   std::map<DataFlow, std::string> default_names_;     ///< as the server has them
+  std::map<DataFlow, std::string> foreign_names_;     ///< the latest of those that weren't own nodes
   std::map<DataFlow, std::string> default_ids_;       ///< those that are there
 };
 

@@ -189,6 +189,33 @@ TEST_F(VirtualPairTest, ADeviceGoesAfterItsEndpoint) {
   }
 }
 
+TEST_F(VirtualPairTest, AVirtualDefaultIsReplacedByTheOneBeforeOrElseByTheBestThatIsThere) {
+  const auto name_default = [&](const char* key, const char* node) {
+    server_->set_default((std::string("default.configured.audio.") + key).c_str(), node);
+    return comes_true([&] {
+      return server_->run({"pw-metadata", "0", std::string("default.audio.") + key}).find(node) != std::string::npos;
+    });
+  };
+  const auto becomes = [&](const char* id) { return comes_true([&] { return default_id(DataFlow::capture) == id; }); };
+  server_->plug_microphone("plain.microphone", {"FL", "FR"});
+  server_->plug_headset();
+  ASSERT_TRUE(name_default("source", "plain.microphone"));
+  ASSERT_TRUE(becomes("plain.microphone"));
+  ASSERT_TRUE(name_default("source", kVirtualMic));
+  ASSERT_TRUE(name_default("sink", kVirtualSpeaker));
+  server_->run({"pw-cli", "destroy", "notebook.microphone"});
+  ASSERT_TRUE(comes_true([&] { return ids(DataFlow::capture, kDeviceNotPresent).size() == 1; }));
+  EXPECT_EQ(default_id(DataFlow::capture), "plain.microphone");
+  EXPECT_EQ(default_id(DataFlow::render), "notebook.speakers");
+  server_->run({"pw-cli", "destroy", "plain.microphone"});
+  EXPECT_TRUE(becomes("usb.headset"));
+  server_->plug_microphone("other.microphone", {"FL", "FR"});
+  server_->plug_microphone("plain.microphone", {"FL", "FR"});
+  EXPECT_TRUE(becomes("plain.microphone"));
+  server_->run({"pw-cli", "destroy", "plain.microphone"});
+  EXPECT_TRUE(becomes("usb.headset"));
+}
+
 TEST_F(VirtualPairTest, OneHandleAtATimeIsExclusive) {
   auto device = open(kMicPath);
   Error why = error::kNone;

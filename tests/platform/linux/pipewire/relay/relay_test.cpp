@@ -95,6 +95,17 @@ TEST_F(PipeWireRelayTest, ANewDefaultMicrophoneIsHeard) {
   EXPECT_TRUE(is_heard_in(path("heard.wav")));
 }
 
+TEST_F(PipeWireRelayTest, AudioGoesOnWhenTheVirtualPairIsMadeTheDefault) {
+  const auto voice = server_->speak_into("notebook.microphone", counting(60));
+  auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  ASSERT_TRUE(is_heard_in(path("heard.wav")));
+  server_->set_default("default.configured.audio.source", kVirtualMic);
+  ASSERT_TRUE(comes_true([&] {
+    return server_->run({"pw-metadata", "0", "default.audio.source"}).find(kVirtualMic) != std::string::npos;
+  }));
+  EXPECT_TRUE(is_heard_in(path("heard.wav")));
+}
+
 // The server's own devices stay, and a manager that finds one in use at its start links nothing at all.
 TEST_F(PipeWireRelayTest, ASessionManagerThatIsKilledAndComesBackLinksTheNextApplication) {
   server_->kill_manager();
