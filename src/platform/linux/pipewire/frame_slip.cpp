@@ -55,6 +55,14 @@ FrameSlip::FrameSlip(const WAVEFORMATEXTENSIBLE& format)
   slip_taps();
 }
 
+void FrameSlip::reset() {
+  std::fill(channels_.begin(), channels_.end(), History{});
+  oldest_ = 0;
+  phase_ = 0;
+  direction_ = 0;
+  missing_ = 1;
+}
+
 FrameSlip::Moved FrameSlip::process(const std::byte* input, std::size_t input_frames, std::byte* output,
                                     std::size_t output_frames) {
   Moved moved;

@@ -20,6 +20,8 @@ class FrameSlip {
  public:
   explicit FrameSlip(const WAVEFORMATEXTENSIBLE& format);
 
+  /// As at the beginning, with what is wanted kept.
+  void reset();
   /// Any thread: 1 takes in more than it gives out, -1 less, 0 as much. A slip that has begun is carried through.
   void want(std::int32_t direction) { wanted_ = direction; }
 

@@ -190,9 +190,8 @@ void VirtualPin::disconnected() {
   node_.close();
   std::scoped_lock lock(mutex_);
   present_ = false;
-  streaming_ = false;
   for (Handle* const handle : handles_) handle->lost = true;
-  end_all(transfers_, error::kDeviceNotConnected);
+  end_streaming();
   end_all(waiting_, error::kDeviceNotConnected);
 }
 
@@ -205,8 +204,8 @@ void VirtualPin::manager_left() {
 
 void VirtualPin::state_changed(pw_stream_state state) {
   std::scoped_lock lock(mutex_);
-  streaming_ = state == PW_STREAM_STATE_STREAMING;
-  if (!streaming_) return end_all(transfers_, error::kDeviceNotConnected);
+  if (state != PW_STREAM_STATE_STREAMING) return end_streaming();
+  streaming_ = true;
   for (const Request& request : waiting_) hand_out_format(request);
   waiting_.clear();
 }
@@ -229,6 +228,14 @@ void VirtualPin::complete(const Request& request, Error error, std::size_t trans
   overlapped.transferred = static_cast<std::uint32_t>(transferred);
   if (overlapped.hEvent != nullptr) overlapped.hEvent->set();
   done_.notify_all();
+}
+
+/// What an application hasn't heard by then isn't for the next one.
+void VirtualPin::end_streaming() {
+  streaming_ = false;
+  end_all(transfers_, error::kDeviceNotConnected);
+  to_graph_.flush();
+  slip_.reset();
 }
 
 void VirtualPin::end_all(std::vector<Request>& requests, Error error) {

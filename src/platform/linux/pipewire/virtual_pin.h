@@ -73,6 +73,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   // With the mutex held.
   bool is_listed() const;
   void complete(const Request& request, Error error, std::size_t transferred);
+  void end_streaming();
   void end_all(std::vector<Request>& requests, Error error);
   void hand_out_format(const Request& request);
   void record(std::uint32_t frames);

@@ -49,6 +49,17 @@ TEST(FrameSlip, SamplesOf24BitsPassBitForBit) {
   EXPECT_TRUE(std::equal(in.begin(), in.end() - 3 * kDelay, out.begin() + 3 * kDelay));
 }
 
+TEST(FrameSlip, AfterAResetNothingIsLeftOfTheFramesBefore) {
+  FrameSlip slip(pcm_format(48000, 16, 2));
+  FrameSlip fresh(pcm_format(48000, 16, 2));
+  slip.want(1);
+  slipped(slip, sine(1500, 0.01), 1400);  // in the midst of its second slip
+  slip.reset();
+  fresh.want(1);
+  const auto in = sine(3000, 0.02);
+  EXPECT_EQ(slipped(slip, in, 2500), slipped(fresh, in, 2500));
+}
+
 TEST(FrameSlip, EachThousandFramesTakeOneMoreOrOneFewerIn) {
   for (const std::int32_t direction : {1, -1}) {
     FrameSlip slip(pcm_format(48000, 16, 2));

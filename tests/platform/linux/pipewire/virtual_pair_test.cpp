@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -315,6 +316,27 @@ TEST_F(VirtualPairTest, TransfersEndWhenTheApplicationGoes) {
   Overlapped request;
   std::array<std::byte, 6> frame{};
   EXPECT_EQ(device->control(kMove, frame, {}, request), error::kDeviceNotConnected);
+}
+
+TEST_F(VirtualPairTest, ARecordingBeginsWithWhatIsTransferredAfterTheOneBefore) {
+  const auto device = open(kMicPath);
+  const auto record = [&](const char* file, std::size_t count) {
+    const std::string wav = server_->folder() / file;
+    auto recorder = server_->record(kVirtualMic, wav);
+    WAVEFORMATEXTENSIBLE format;
+    EXPECT_EQ(wait_stream(*device, format), error::kNone);
+    Transfers transfers(*device, true);
+    transfers.move(count);
+    recorder.end(2);
+    transfers.move(1000 * kRate);
+    EXPECT_EQ(transfers.outcome, error::kDeviceNotConnected);
+    return frames_of_wav(wav);
+  };
+  ASSERT_FALSE(record("first.wav", kRate / 3).empty());
+  const auto heard = record("second.wav", kRate / 10);
+  const auto first = std::find_if(heard.begin(), heard.end(), [](const StereoFrame& frame) { return frame[0] != 0; });
+  ASSERT_NE(first, heard.end());
+  EXPECT_LT((*first)[0], static_cast<int>(kRate / 4)) << "the first recording was beyond it";
 }
 
 TEST_F(VirtualPairTest, RequestsEndWithTheServerAndTheDeviceReturnsWithIt) {
