@@ -239,12 +239,17 @@ ChildProcess AudioServer::record(const std::string& source, const std::string& w
   return start(command);
 }
 
-std::string AudioServer::state_of(const std::string& node) {
+std::string AudioServer::state_of(const std::string& node) { return told_of(node, "state: \""); }
+
+std::string AudioServer::property_of(const std::string& node, const std::string& key) {
+  return told_of(node, "\t" + key + " = \"");
+}
+
+std::string AudioServer::told_of(const std::string& node, const std::string& before) {
   const std::string info = run({"pw-cli", "info", node});
-  const std::string key = "state: \"";
-  const std::size_t at = info.find(key);
+  const std::size_t at = info.find(before);
   if (at == info.npos) return {};
-  return info.substr(at + key.size(), info.find('"', at + key.size()) - at - key.size());
+  return info.substr(at + before.size(), info.find('"', at + before.size()) - at - before.size());
 }
 
 void AudioServer::force(const char* setting, unsigned value) {

@@ -82,10 +82,14 @@ class AudioServer {
   /// Whether this node is running, in the words of the server: "suspended", "idle", "running", or "" when it isn't
   /// there.
   std::string state_of(const std::string& node);
+  /// "" where the server has none.
+  std::string property_of(const std::string& node, const std::string& key);
   const TemporaryFolder& folder() const { return folder_; }
 
  private:
   void wait_for(const std::string& socket);
+  /// The text in quotation marks that follows this in what the server tells of the node.
+  std::string told_of(const std::string& node, const std::string& before);
 
   TemporaryFolder folder_;
   std::string remote_;

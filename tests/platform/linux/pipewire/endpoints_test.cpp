@@ -104,6 +104,13 @@ TEST_F(PipeWireEndpointsTest, ANewDefaultIsToldForEachRole) {
   EXPECT_EQ(default_id(DataFlow::render), "notebook.speakers");
 }
 
+TEST_F(PipeWireEndpointsTest, ASinkAsTheDefaultSourceIsNoMicrophone) {
+  server_->set_default("default.configured.audio.source", "notebook.speakers");
+  EXPECT_TRUE(notices_.has("default capture 0 "));
+  EXPECT_EQ(default_id(DataFlow::capture), "");
+  EXPECT_NE(server_->run({"pw-metadata", "0", "default.audio.source"}).find("notebook.speakers"), std::string::npos);
+}
+
 TEST_F(PipeWireEndpointsTest, TheDefaultThatIsUnpluggedIsFollowedByTheNextBest) {
   server_->plug_headset();
   server_->set_default("default.configured.audio.source", kHeadsetMic);

@@ -106,6 +106,33 @@ TEST_F(PipeWireRelayTest, AudioGoesOnWhenTheVirtualPairIsMadeTheDefault) {
   EXPECT_TRUE(is_heard_in(path("heard.wav")));
 }
 
+TEST_F(PipeWireRelayTest, TheNodesOfADirectionAreOneGroupAndForceNothing) {
+  const auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+  const auto player = server_->play(kVirtualSpeaker, counting(60));
+  struct Expected {
+    const char* node;
+    const char* group;
+    const char* passive;
+    const char* position;
+  };
+  for (const Expected& each : {Expected{kVirtualMic, "sonivo.capture", "", "[ FL FR ]"},
+                               Expected{"sonivo.microphone", "sonivo.capture", "true", ""},
+                               Expected{kVirtualSpeaker, "sonivo.render", "", "[ FL FR ]"},
+                               Expected{"sonivo.speaker", "sonivo.render", "true", ""}}) {
+    SCOPED_TRACE(each.node);
+    ASSERT_TRUE(comes_true([&] { return server_->state_of(each.node) == "running"; }));
+    const auto property = [&](const char* key) { return server_->property_of(each.node, key); };
+    EXPECT_EQ(property("node.group"), each.group);
+    EXPECT_EQ(property("node.link-group"), each.group);
+    EXPECT_EQ(property("node.virtual"), "true");
+    EXPECT_EQ(property("node.passive"), each.passive);
+    EXPECT_EQ(property("audio.position"), each.position);
+    for (const char* key : {"node.force-quantum", "node.force-rate", "node.lock-quantum", "node.lock-rate"}) {
+      EXPECT_EQ(property(key), "") << key;
+    }
+  }
+}
+
 // The server's own devices stay, and a manager that finds one in use at its start links nothing at all.
 TEST_F(PipeWireRelayTest, ASessionManagerThatIsKilledAndComesBackLinksTheNextApplication) {
   server_->kill_manager();
