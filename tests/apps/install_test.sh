@@ -54,7 +54,7 @@ fi
 [[ $(ls -A "$prefix/bin") == $'NorvellSonivoDriver\nNorvellSonivoService\nsonivo' ]] || fail "bin holds $(ls -A "$prefix/bin")"
 for file in par/keycancel.bin par/beamforming.bin par/keycancel.par par/beam1_mic1.f64 microphones; do has "$prefix/share/sonivo/$file"; done
 [[ $(ls "$prefix/share/sonivo/models" | wc -l) -eq 9 ]] || fail "there are not nine models"
-for file in README.md docs/driver.md; do has "$prefix/share/doc/sonivo/$file"; done
+for file in README.md docs/driver.md docs/relay.svg; do has "$prefix/share/doc/sonivo/$file"; done
 
 # The installed programs find each other, and what belongs to them.
 export XDG_RUNTIME_DIR=$folder/run XDG_STATE_HOME=$folder/state

@@ -244,6 +244,12 @@ Graph::Endpoint& Graph::remembered(const std::string& id, DataFlow flow) {
   return *endpoints_.back();
 }
 
+std::string Graph::name_of(const EndpointFacts& endpoint, const spa_dict& properties) const {
+  static const FriendlyNames as_told;
+  const FriendlyNames& names = endpoint.flow == DataFlow::capture ? names_ : as_told;
+  return names.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), endpoint.id);
+}
+
 void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow) {
   const std::string name(text_of(properties, PW_KEY_NODE_NAME));
   Endpoint* endpoint = nullptr;
@@ -251,7 +257,7 @@ void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow
     std::scoped_lock lock(mutex_);
     endpoint = &remembered(name, flow);
     endpoint->facts.flow = flow;
-    endpoint->facts.name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), name);
+    endpoint->facts.name = name_of(endpoint->facts, properties);
     endpoint->facts.present = true;
     endpoint->node_id = id;
   }
@@ -313,7 +319,7 @@ void Graph::node_props(Node& node, const spa_dict& properties) {
     node.card_device = static_cast<std::int32_t>(*device);
   }
   const std::string& id = node.endpoint.facts.id;
-  const std::string name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), id);
+  const std::string name = name_of(node.endpoint.facts, properties);
   {
     std::scoped_lock lock(mutex_);
     node.endpoint.facts.has_one_channel = tells_one_channel(properties);

@@ -99,6 +99,8 @@ class Graph final : private Connection::User {
 
   void global_added(std::uint32_t id, const char* type, const spa_dict* properties);
   void global_removed(std::uint32_t id);
+  /// Tables have names of microphones alone.
+  std::string name_of(const EndpointFacts& endpoint, const spa_dict& properties) const;
   void add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow);
   void remove_node(std::map<std::uint32_t, std::unique_ptr<Node>>::iterator node);
   void add_card(std::uint32_t id);

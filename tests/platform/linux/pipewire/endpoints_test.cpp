@@ -41,6 +41,26 @@ TEST_F(PipeWireEndpointsTest, AnEndpointBearsTheDescriptionOfItsNode) {
   EXPECT_TRUE(std::holds_alternative<std::monostate>(value));
 }
 
+TEST_F(PipeWireEndpointsTest, ATableNamesMicrophonesAlone) {
+  pipewire::FriendlyNames names;
+  ASSERT_EQ(names.add("notebook. = Known\n"), 0);
+  endpoints().unregister_callback(&notices_);
+  half_ = std::make_unique<AudioHalf>(server_->remote(), names);
+  const auto name_of = [&](DataFlow flow, const char* id) {
+    const auto device = endpoint(flow, id);
+    std::unique_ptr<PropertyStore> store;
+    PropertyValue value;
+    if (!device || device->open_properties(store) != kOk || store->value(PKEY_Device_FriendlyName, value) != kOk) {
+      return std::string();
+    }
+    return std::get<std::string>(value);
+  };
+  EXPECT_TRUE(comes_true([&] {
+    return name_of(DataFlow::capture, kMic) == "Microphone Array (Realtek High Definition Audio) (Known)" &&
+           name_of(DataFlow::render, "notebook.speakers") == "Speakers (Realtek High Definition Audio)";
+  }));
+}
+
 TEST_F(PipeWireEndpointsTest, ADeviceThatIsPluggedInIsTold) {
   server_->plug_headset();
   EXPECT_TRUE(notices_.has("added usb.headset"));
