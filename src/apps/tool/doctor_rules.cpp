@@ -96,6 +96,17 @@ class Examination {
     return found != all.end() ? &*found : nullptr;
   }
 
+  /// What a command takes for a real device; NODE, and what that may be, where there is not just one.
+  std::string real_node(DataFlow flow) const {
+    std::size_t count = 0;
+    std::string ids;
+    for (const SurveyedEndpoint& each : facts_.audio.endpoints) {
+      if (each.flow == flow && !is_own(each)) ids += (count++ > 0 ? ", " : "") + each.id;
+    }
+    if (count == 1) return ids;
+    return count == 0 ? "NODE" : "NODE, which is one of " + ids;
+  }
+
   void look_at_device(const Direction& direction) {
     const bool is_microphone = direction.flow == DataFlow::capture;
     const std::string& chosen = is_microphone ? facts_.capture_endpoint : facts_.render_endpoint;
@@ -114,9 +125,10 @@ class Examination {
                  "Plug one in, or turn on the profile of the sound card that has one: wpctl status shows the cards.");
     }
     if (is_own(*used)) {
-      return add(Kind::trouble, direction.device,
-                 "The " + device + " behind " + quoted(used->name) + " would be that one itself.",
-                 "Make the real one the default, or choose its node: " + choose + " NODE.");
+      return add(
+          Kind::trouble, direction.device,
+          "The " + device + " behind " + quoted(used->name) + " would be that one itself.",
+          "Make the real one the default, or choose its node: " + choose + ' ' + real_node(direction.flow) + '.');
     }
     if (!used->fault.empty()) {
       return add(Kind::trouble, direction.device,
