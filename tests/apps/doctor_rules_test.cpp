@@ -90,6 +90,13 @@ TEST(DoctorRules, AMachineWithoutAMicrophone) {
             "wpctl status shows the cards.");
 }
 
+TEST(DoctorRules, AMachineWhoseOnlyMicrophoneIsTheVirtualOne) {
+  MachineFacts facts = well();
+  facts.audio.endpoints.erase(facts.audio.endpoints.begin());
+  facts.audio.default_microphone = "relay.mic";
+  EXPECT_THAT(the_trouble(facts), testing::StartsWith("microphone: There is no microphone. | "));
+}
+
 TEST(DoctorRules, ASpeakerThatWasChosenAndIsGone) {
   MachineFacts facts = well();
   facts.render_endpoint = "usb";

@@ -37,6 +37,13 @@ std::string sentence(std::string text) {
 
 std::string quoted(const std::string& name) { return "'" + name + "'"; }
 
+/// At the end of a sentence: the only one, or NODE and what it may be.
+std::string one_of(const std::vector<std::string>& nodes) {
+  std::string text = nodes.size() == 1 ? nodes.front() : "NODE, which is one of " + nodes.front();
+  for (std::size_t i = 1; i < nodes.size(); ++i) text += ", " + nodes[i];
+  return ended(text);
+}
+
 bool is_own(const SurveyedEndpoint& endpoint) { return contains(endpoint.name, kVirtualEndpointName); }
 
 class Examination {
@@ -96,15 +103,12 @@ class Examination {
     return found != all.end() ? &*found : nullptr;
   }
 
-  /// What a command takes for a real device; NODE, and what that may be, where there is not just one.
-  std::string real_node(DataFlow flow) const {
-    std::size_t count = 0;
-    std::string ids;
+  std::vector<std::string> real_nodes(DataFlow flow) const {
+    std::vector<std::string> all;
     for (const SurveyedEndpoint& each : facts_.audio.endpoints) {
-      if (each.flow == flow && !is_own(each)) ids += (count++ > 0 ? ", " : "") + each.id;
+      if (each.flow == flow && !is_own(each)) all.push_back(each.id);
     }
-    if (count == 1) return ids;
-    return count == 0 ? "NODE" : "NODE, which is one of " + ids;
+    return all;
   }
 
   void look_at_device(const Direction& direction) {
@@ -119,16 +123,16 @@ class Examination {
                  "The " + device + " that was chosen, " + quoted(chosen) + ", is not there.",
                  "Plug it in, or follow the default again: " + choose + " default.");
     }
-    if (used == nullptr) {
+    const auto real = real_nodes(direction.flow);
+    if (used == nullptr || (is_own(*used) && real.empty())) {
       if (!facts_.audio.has_session_manager) return;  // which chooses the default
       return add(Kind::trouble, direction.device, "There is no " + device + ".",
                  "Plug one in, or turn on the profile of the sound card that has one: wpctl status shows the cards.");
     }
     if (is_own(*used)) {
-      return add(
-          Kind::trouble, direction.device,
-          "The " + device + " behind " + quoted(used->name) + " would be that one itself.",
-          "Make the real one the default, or choose its node: " + choose + ' ' + real_node(direction.flow) + '.');
+      return add(Kind::trouble, direction.device,
+                 "The " + device + " behind " + quoted(used->name) + " would be that one itself.",
+                 "Make the real one the default, or choose its node: " + choose + ' ' + one_of(real));
     }
     if (!used->fault.empty()) {
       return add(Kind::trouble, direction.device,
