@@ -20,6 +20,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "pipewire, wireplumber | pipewire-media-session")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "dbus-user-session, rtkit | xdg-desktop-portal")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-    "${CMAKE_SOURCE_DIR}/share/debian/postinst;${CMAKE_SOURCE_DIR}/share/debian/postrm")
+    "${CMAKE_SOURCE_DIR}/share/debian/postinst;${CMAKE_SOURCE_DIR}/share/debian/prerm;${CMAKE_SOURCE_DIR}/share/debian/postrm")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)

@@ -90,6 +90,13 @@ TEST(DoctorRules, AMachineWithoutAMicrophone) {
             "wpctl status shows the cards.");
 }
 
+TEST(DoctorRules, AMachineWhoseOnlyMicrophoneIsTheVirtualOne) {
+  MachineFacts facts = well();
+  facts.audio.endpoints.erase(facts.audio.endpoints.begin());
+  facts.audio.default_microphone = "relay.mic";
+  EXPECT_THAT(the_trouble(facts), testing::StartsWith("microphone: There is no microphone. | "));
+}
+
 TEST(DoctorRules, ASpeakerThatWasChosenAndIsGone) {
   MachineFacts facts = well();
   facts.render_endpoint = "usb";
@@ -103,7 +110,10 @@ TEST(DoctorRules, ADefaultThatIsTheVirtualMicrophoneItself) {
   facts.audio.default_microphone = "relay.mic";
   EXPECT_EQ(the_trouble(facts),
             "microphone: The microphone behind 'Norvell Audio Relay' would be that one itself. | Make the real one the "
-            "default, or choose its node: sonivo settings set capture-endpoint NODE.");
+            "default, or choose its node: sonivo settings set capture-endpoint mic.");
+  facts.audio.endpoints.push_back({"usb", "Headset Microphone", DataFlow::capture, false, ""});
+  EXPECT_THAT(the_trouble(facts),
+              testing::EndsWith("sonivo settings set capture-endpoint NODE, which is one of mic, usb."));
   facts.capture_endpoint = "mic";
   EXPECT_THAT(troubles(facts), testing::IsEmpty());
 }
