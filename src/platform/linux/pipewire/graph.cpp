@@ -16,6 +16,7 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr int kRoundsUntilKnown = 2;
+constexpr int kAskAgainSeconds = 1;
 
 /// Monitors of sinks are ports of the sink, so no node of a source's class is one.
 std::optional<DataFlow> flow_of(std::string_view media_class) {
@@ -111,6 +112,13 @@ struct Graph::Card {
 Graph::Graph(Connection& connection, Dispatcher& dispatcher, FriendlyNames names)
     : connection_(connection), dispatcher_(dispatcher), names_(std::move(names)), callbacks_(dispatcher) {
   const Connection::Lock lock(connection_);
+  ask_again_ = pw_loop_add_timer(
+      &connection_.loop(),
+      [](void* self, std::uint64_t) {
+        static_cast<Graph*>(self)->asks_again_ = false;
+        static_cast<Graph*>(self)->ask_for_defaults();
+      },
+      this);
   connection_.add(*this);
 }
 
@@ -118,6 +126,7 @@ Graph::~Graph() {
   const Connection::Lock lock(connection_);
   connection_.remove(*this);
   if (core_ != nullptr) disconnected();
+  pw_loop_destroy_source(&connection_.loop(), ask_again_);
 }
 
 void Graph::wait_until_known(std::uint32_t limit_ms) {
@@ -220,7 +229,12 @@ void Graph::global_added(std::uint32_t id, const char* type, const spa_dict* pro
   } else if (kind == PW_TYPE_INTERFACE_Device && text_of(*properties, PW_KEY_MEDIA_CLASS) == "Audio/Device") {
     add_card(id);
   } else if (kind == PW_TYPE_INTERFACE_Metadata && text_of(*properties, PW_KEY_METADATA_NAME) == "default") {
-    if (defaults_ == nullptr) bind_defaults(id);
+    if (defaults_ == nullptr) {
+      defaults_id_ = id;
+      ask_for_defaults();
+    }
+  } else if (kind == PW_TYPE_INTERFACE_Client) {
+    ask_for_defaults_later();
   }
 }
 
@@ -359,11 +373,13 @@ void Graph::add_card(std::uint32_t id) {
 
 // ---- Defaults
 
-void Graph::bind_defaults(std::uint32_t id) {
-  defaults_ =
-      static_cast<pw_metadata*>(pw_registry_bind(registry_, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
-  if (defaults_ == nullptr) return;
-  defaults_id_ = id;
+void Graph::ask_for_defaults() {
+  if (defaults_id_ == SPA_ID_INVALID) return;
+  auto* const asked = static_cast<pw_metadata*>(
+      pw_registry_bind(registry_, defaults_id_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+  if (asked == nullptr) return;
+  leave_defaults();
+  defaults_ = asked;
   static const pw_metadata_events events = [] {
     pw_metadata_events table{};
     table.version = PW_VERSION_METADATA_EVENTS;
@@ -375,12 +391,23 @@ void Graph::bind_defaults(std::uint32_t id) {
   pw_metadata_add_listener(defaults_, &defaults_hook_, &events, this);
 }
 
-void Graph::forget_defaults() {
+/// While a client asks for the defaults for the first time, the server tells changes of them to nobody else.
+void Graph::ask_for_defaults_later() {
+  if (std::exchange(asks_again_, true)) return;
+  timespec wait{.tv_sec = kAskAgainSeconds, .tv_nsec = 0};
+  pw_loop_update_timer(&connection_.loop(), ask_again_, &wait, nullptr, false);
+}
+
+void Graph::leave_defaults() {
   if (defaults_ == nullptr) return;
   spa_hook_remove(&defaults_hook_);
   pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults_));
   defaults_ = nullptr;
-  defaults_id_ = SPA_ID_INVALID;
+}
+
+void Graph::forget_defaults() {
+  leave_defaults();
+  if (std::exchange(defaults_id_, SPA_ID_INVALID) == SPA_ID_INVALID) return;
   set_default(DataFlow::capture, {});
   set_default(DataFlow::render, {});
 }

@@ -108,7 +108,9 @@ class Graph final : private Connection::User {
   bool request_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
   void volume_answered(Node& node, VolumeRequest::Outcome outcome);
   void await_settled(Node& node);
-  void bind_defaults(std::uint32_t id);
+  void ask_for_defaults();
+  void ask_for_defaults_later();
+  void leave_defaults();
   void forget_defaults();
   int default_changed(const char* key, const char* value);
   void set_default(DataFlow flow, const std::string& name);
@@ -134,6 +136,8 @@ class Graph final : private Connection::User {
   pw_metadata* defaults_ = nullptr;
   std::uint32_t defaults_id_ = SPA_ID_INVALID;
   spa_hook defaults_hook_{};
+  spa_source* ask_again_ = nullptr;
+  bool asks_again_ = false;  ///< the timer runs
   std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
   std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
   std::vector<DepartureWatch*> watches_;

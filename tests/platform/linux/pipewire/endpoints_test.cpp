@@ -105,6 +105,16 @@ TEST_F(PipeWireEndpointsTest, ANewDefaultIsToldForEachRole) {
   EXPECT_EQ(default_id(DataFlow::render), "notebook.speakers");
 }
 
+TEST_F(PipeWireEndpointsTest, ANewDefaultIsNotMissedWhileOthersAskForTheDefaultsToo) {
+  server_->plug_headset();
+  ASSERT_TRUE(notices_.has("state usb.headset 1"));
+  const ChildProcess others = server_->start({"sh", "-c", "while :; do pw-metadata 0; done"});
+  for (const char* const wanted : {kHeadsetMic, kMic, kHeadsetMic, kMic, kHeadsetMic, kMic}) {
+    server_->set_default("default.configured.audio.source", wanted);
+    EXPECT_TRUE(comes_true([&] { return default_id(DataFlow::capture) == wanted; }));
+  }
+}
+
 TEST_F(PipeWireEndpointsTest, TheDefaultThatIsUnpluggedIsFollowedByTheNextBest) {
   server_->plug_headset();
   server_->set_default("default.configured.audio.source", kHeadsetMic);
