@@ -9,8 +9,10 @@ install(FILES "${CMAKE_SOURCE_DIR}/share/microphones" DESTINATION share/sonivo)
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/share/man/" DESTINATION share/man/man1 FILES_MATCHING PATTERN "*.1")
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/share/man/" DESTINATION share/man/man8 FILES_MATCHING PATTERN "*.8")
 install(FILES "${CMAKE_SOURCE_DIR}/share/bash-completion/sonivo" DESTINATION share/bash-completion/completions)
-install(FILES "${CMAKE_SOURCE_DIR}/README.md" DESTINATION share/doc/sonivo)
-install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs" DESTINATION share/doc/sonivo FILES_MATCHING PATTERN "*.md")
+install(FILES "${CMAKE_SOURCE_DIR}/README.md" "${CMAKE_SOURCE_DIR}/share/debian/copyright"
+        DESTINATION share/doc/sonivo)
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs" DESTINATION share/doc/sonivo
+        FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 
 # Units name the programs where they are installed to, which only the installation itself knows.
 set(units NorvellSonivoDriver.socket NorvellSonivoDriver.service NorvellSonivoService.service)

@@ -26,7 +26,9 @@
 #include "apps/service/simulated_notebook.h"
 #include "base/trace.h"
 #include "daemon_options.h"
+#include "driver/line_log.h"
 #include "driver/listener.h"
+#include "driver/monotonic_time.h"
 #include "driver/service_manager.h"
 #include "host/entry.h"
 #include "host/host_state.h"
@@ -172,11 +174,14 @@ int main(int count, char** arguments) {
     }
     socket = usual->string();
   }
+  driver::LineLog log(STDERR_FILENO, "NorvellSonivoService", driver::monotonic_ms);
   std::optional<ScopedTraceSink> traces;
   if (verbose) {
     traces.emplace([](TraceLevel, std::string_view text) {
       std::fprintf(stderr, "%.*s", static_cast<int>(text.size()), text.data());
     });
+  } else {
+    traces.emplace([&log](TraceLevel, std::string_view text) { log.write(text); }, DebugSink{}, TraceLevel::notice);
   }
   block_ends();
   try {

@@ -10,7 +10,10 @@
 namespace sonivo {
 namespace {
 
-std::atomic<bool> has_sink{false};
+constexpr int kNone = -1;
+
+std::atomic<int> least_traced{kNone};  // a TraceLevel
+std::atomic<bool> has_debug_sink{false};
 std::mutex sink_mutex;
 TraceSink trace_sink;
 DebugSink debug_sink;
@@ -29,7 +32,7 @@ std::string format_text(const char* format, va_list args) {
 }  // namespace
 
 void trace(TraceLevel level, const char* format, ...) {
-  if (!has_sink.load(std::memory_order_acquire)) return;
+  if (static_cast<int>(level) > least_traced.load(std::memory_order_acquire)) return;
   va_list args;
   va_start(args, format);
   const std::string text = format_text(format, args);
@@ -39,7 +42,7 @@ void trace(TraceLevel level, const char* format, ...) {
 }
 
 void output_debug_string(const char* format, ...) {
-  if (!has_sink.load(std::memory_order_acquire)) return;
+  if (!has_debug_sink.load(std::memory_order_acquire)) return;
   va_list args;
   va_start(args, format);
   const std::string text = format_text(format, args);
@@ -48,16 +51,18 @@ void output_debug_string(const char* format, ...) {
   if (debug_sink) debug_sink(text);
 }
 
-ScopedTraceSink::ScopedTraceSink(TraceSink trace_to, DebugSink debug_to) {
+ScopedTraceSink::ScopedTraceSink(TraceSink trace_to, DebugSink debug_to, TraceLevel least) {
   const std::lock_guard lock(sink_mutex);
   trace_sink = std::move(trace_to);
   debug_sink = std::move(debug_to);
-  has_sink.store(true, std::memory_order_release);
+  least_traced.store(static_cast<int>(least), std::memory_order_release);
+  has_debug_sink.store(debug_sink != nullptr, std::memory_order_release);
 }
 
 ScopedTraceSink::~ScopedTraceSink() {
   const std::lock_guard lock(sink_mutex);
-  has_sink.store(false, std::memory_order_release);
+  least_traced.store(kNone, std::memory_order_release);
+  has_debug_sink.store(false, std::memory_order_release);
   trace_sink = nullptr;
   debug_sink = nullptr;
 }

@@ -30,12 +30,12 @@ keys() { # UNIT LINES...
   for line; do grep -qxF "$line" "$units/$unit" || fail "$unit is without $line"; done
 }
 keys NorvellSonivoDriver.socket '[Socket]' ListenSequentialPacket=%t/sonivo/driver.sock SocketMode=0600 DirectoryMode=0700 \
-  RemoveOnStop=yes WantedBy=sockets.target
+  RemoveOnStop=yes ConditionUser=!@system WantedBy=sockets.target
 keys NorvellSonivoDriver.service Type=notify Requires=NorvellSonivoDriver.socket After=NorvellSonivoDriver.socket \
   WatchdogSec=60 Restart=on-failure UMask=0077 LimitCORE=0 NoNewPrivileges=yes RestrictAddressFamilies=AF_UNIX \
   'ReadWritePaths=%h %t' Also=NorvellSonivoDriver.socket
-keys NorvellSonivoService.service Type=notify "Wants=NorvellSonivoDriver.socket pipewire.service" "After=NorvellSonivoDriver.socket pipewire.service" \
-  WatchdogSec=30 Restart=on-failure UMask=0077 LimitCORE=0 NoNewPrivileges=yes WantedBy=default.target
+keys NorvellSonivoService.service Type=notify "Wants=NorvellSonivoDriver.socket pipewire.service" "After=NorvellSonivoDriver.socket NorvellSonivoDriver.service pipewire.service wireplumber.service" \
+  ConditionUser=!@system WatchdogSec=30 Restart=on-failure UMask=0077 LimitCORE=0 NoNewPrivileges=yes WantedBy=default.target
 # A restart that comes too often is given up on; what RestartSec allows is not too often.
 for unit in NorvellSonivoDriver.service NorvellSonivoService.service; do
   number() { sed -n "s/^$1=//p" "$units/$unit"; }
@@ -54,7 +54,7 @@ fi
 [[ $(ls -A "$prefix/bin") == $'NorvellSonivoDriver\nNorvellSonivoService\nsonivo' ]] || fail "bin holds $(ls -A "$prefix/bin")"
 for file in par/keycancel.bin par/beamforming.bin par/keycancel.par par/beam1_mic1.f64 microphones; do has "$prefix/share/sonivo/$file"; done
 [[ $(ls "$prefix/share/sonivo/models" | wc -l) -eq 9 ]] || fail "there are not nine models"
-for file in README.md docs/driver.md; do has "$prefix/share/doc/sonivo/$file"; done
+for file in README.md docs/driver.md docs/relay.svg; do has "$prefix/share/doc/sonivo/$file"; done
 
 # The installed programs find each other, and what belongs to them.
 export XDG_RUNTIME_DIR=$folder/run XDG_STATE_HOME=$folder/state

@@ -43,11 +43,17 @@ dpkg-deb --root-owner-group -Znone -b next next.deb >/dev/null
 
 package -i "$deb"
 for file in bin/sonivo bin/NorvellSonivoDriver bin/NorvellSonivoService lib/systemd/user/NorvellSonivoService.service \
-  share/sonivo/par/keycancel.bin share/sonivo/microphones share/man/man1/sonivo.1; do
+  share/sonivo/par/keycancel.bin share/sonivo/microphones share/man/man1/sonivo.1.gz share/doc/sonivo/copyright; do
   [[ -f $root/usr/$file ]] || fail "$file is missing"
 done
 grep -qx ExecStart=/usr/bin/NorvellSonivoService "$root/usr/lib/systemd/user/NorvellSonivoService.service" || fail "the unit names another program"
 [[ -L $enabled && -L $root/etc/systemd/user/sockets.target.wants/NorvellSonivoDriver.socket ]] || fail "the units don't start with a session"
+
+grep -q '^Copyright: ' "$root/usr/share/doc/sonivo/copyright" || fail "the copyright is nobody's"
+[[ $(zcat "$root/usr/share/doc/sonivo/changelog.gz" | head -n 1) == "sonivo ($version) "* ]] || fail "the changelog is of another version"
+if command -v lintian >/dev/null; then
+  lintian --allow-root --fail-on error,warning "$deb" || fail "the package is found fault with"
+fi
 
 # An administrator who has disabled the service finds it disabled after an upgrade.
 on_machine disable NorvellSonivoService.service

@@ -82,6 +82,17 @@ TEST(Trace, ASinkMayLeaveOutTheDebuggerTexts) {
   EXPECT_THAT(texts, ElementsAre("heard\n"));
 }
 
+TEST(Trace, ASinkMayBeForTheMostImportantLevelsAlone) {
+  std::vector<std::string> texts;
+  const auto keep = [&](TraceLevel, std::string_view text) { texts.emplace_back(text); };
+  const ScopedTraceSink sink(keep, {}, TraceLevel::error);
+  trace(TraceLevel::notice, "notice\n");
+  trace(TraceLevel::error, "error\n");
+  trace(TraceLevel::warning, "warning\n");
+  trace(TraceLevel::debug, "debug\n");
+  EXPECT_THAT(texts, ElementsAre("notice\n", "error\n"));
+}
+
 TEST(Trace, TextsOfSeveralThreadsArriveWholeAndEachOnce) {
   constexpr int kThreads = 4;
   constexpr int kTexts = 200;

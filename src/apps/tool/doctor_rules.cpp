@@ -37,6 +37,13 @@ std::string sentence(std::string text) {
 
 std::string quoted(const std::string& name) { return "'" + name + "'"; }
 
+/// At the end of a sentence: the only one, or NODE and what it may be.
+std::string one_of(const std::vector<std::string>& nodes) {
+  std::string text = nodes.size() == 1 ? nodes.front() : "NODE, which is one of " + nodes.front();
+  for (std::size_t i = 1; i < nodes.size(); ++i) text += ", " + nodes[i];
+  return ended(text);
+}
+
 bool is_own(const SurveyedEndpoint& endpoint) { return contains(endpoint.name, kVirtualEndpointName); }
 
 class Examination {
@@ -96,6 +103,14 @@ class Examination {
     return found != all.end() ? &*found : nullptr;
   }
 
+  std::vector<std::string> real_nodes(DataFlow flow) const {
+    std::vector<std::string> all;
+    for (const SurveyedEndpoint& each : facts_.audio.endpoints) {
+      if (each.flow == flow && !is_own(each)) all.push_back(each.id);
+    }
+    return all;
+  }
+
   void look_at_device(const Direction& direction) {
     const bool is_microphone = direction.flow == DataFlow::capture;
     const std::string& chosen = is_microphone ? facts_.capture_endpoint : facts_.render_endpoint;
@@ -108,7 +123,8 @@ class Examination {
                  "The " + device + " that was chosen, " + quoted(chosen) + ", is not there.",
                  "Plug it in, or follow the default again: " + choose + " default.");
     }
-    if (used == nullptr) {
+    const auto real = real_nodes(direction.flow);
+    if (used == nullptr || (is_own(*used) && real.empty())) {
       if (!facts_.audio.has_session_manager) return;  // which chooses the default
       return add(Kind::trouble, direction.device, "There is no " + device + ".",
                  "Plug one in, or turn on the profile of the sound card that has one: wpctl status shows the cards.");
@@ -117,7 +133,7 @@ class Examination {
       return add(Kind::hint, direction.device,
                  "The default " + device + " is " + quoted(used->name) +
                      " itself, so that the default before it is used, or else the best that is there.",
-                 "Make the real one the default, or choose its node: " + choose + " NODE.");
+                 "Make the real one the default, or choose its node: " + choose + ' ' + one_of(real));
     }
     if (is_own(*used)) {
       return add(Kind::trouble, direction.device,

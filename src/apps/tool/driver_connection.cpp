@@ -13,6 +13,9 @@ namespace sonivo::tool {
 namespace {
 
 constexpr std::uint32_t kDriverPatienceMs = 2000;
+constexpr const char* kHasNotAnswered =
+    "has not answered for 2 s; restart it: systemctl --user restart NorvellSonivoDriver, whose log tells why it did "
+    "not: journalctl --user -u NorvellSonivoDriver";
 
 Failure no_connection(const std::string& path, Error why) {
   const std::string driver = "the driver at '" + path + "' ";
@@ -24,7 +27,7 @@ Failure no_connection(const std::string& path, Error why) {
                      "takes no connection: it serves too many programs already; end one of them, or restart "
                      "it: systemctl --user restart NorvellSonivoDriver");
     case error::kDeviceNotConnected:
-      return Failure(driver + "has not answered for 2 s; restart it: systemctl --user restart NorvellSonivoDriver");
+      return Failure(driver + kHasNotAnswered);
     default:
       return Failure("the driver is not running: nothing listens at '" + path +
                      "'; start it: systemctl --user start NorvellSonivoDriver.socket");
@@ -78,8 +81,7 @@ Error DriverConnection::request(std::uint32_t code, std::span<const std::byte> i
   const std::array<Event*, 1> awaited{done_.get()};
   if (!events_.wait_any(awaited, kDriverPatienceMs).index) {
     device_->cancel(request);
-    throw Failure("the driver at '" + path_ +
-                  "' has not answered for 2 s; restart it: systemctl --user restart NorvellSonivoDriver");
+    throw Failure("the driver at '" + path_ + "' " + kHasNotAnswered);
   }
   const Outcome outcome = finish(request);
   transferred = outcome.transferred;

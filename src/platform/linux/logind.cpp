@@ -124,7 +124,7 @@ class Logind::Follower {
 
   void tell_first() {
     if (std::exchange(started_, true)) return;
-    if (!state_.logind) trace(TraceLevel::info, "there is no logind: the session counts as the active one\n");
+    if (!state_.logind) trace(TraceLevel::notice, "there is no logind: the session counts as the active one\n");
     events_.changed(state_);
     first_told_.set_value();
   }
@@ -220,7 +220,7 @@ class Logind::Follower {
     slots.clear();
     SessionState state{.logind = true, .active = false};
     if (path.empty()) {
-      if (!state_.logind || !state_.id.empty()) trace(TraceLevel::warning, "logind knows no session of this user\n");
+      if (!state_.logind || !state_.id.empty()) trace(TraceLevel::notice, "logind knows no session of this user\n");
       return tell(state);
     }
     watch(slots, kLogind, path.c_str(), kSession, "Lock", on_lock);
@@ -242,7 +242,7 @@ class Logind::Follower {
     const BusMessage kept(reply);
     int lock = -1;
     if (status < 0 || sd_bus_message_read(reply, "h", &lock) < 0) {
-      trace(TraceLevel::warning, "logind grants no delay of the machine's sleep\n");
+      trace(TraceLevel::notice, "logind grants no delay of the machine's sleep\n");
       return;
     }
     delay_ = std::make_shared<SleepDelay>(Descriptor(::fcntl(lock, F_DUPFD_CLOEXEC, 3)));

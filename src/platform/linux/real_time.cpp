@@ -37,7 +37,6 @@ bool make_real_time(sd_bus* bus, const Granter& granter, std::uint32_t priority)
     return false;
   }
   const BusMessage call(made);
-  sd_bus_message_set_auto_start(made, granter.may_be_started ? 1 : 0);
   const auto process = static_cast<std::uint64_t>(::getpid());
   const auto thread = static_cast<std::uint64_t>(::gettid());
   BusError ignored;
@@ -45,11 +44,22 @@ bool make_real_time(sd_bus* bus, const Granter& granter, std::uint32_t priority)
          sd_bus_call(bus, made, kLimitUs, ignored.get(), nullptr) >= 0;
 }
 
+bool is_there(sd_bus* bus, const char* name) {
+  BusError ignored;
+  sd_bus_message* reply = nullptr;
+  const int status = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                        "NameHasOwner", ignored.get(), &reply, "s", name);
+  const BusMessage kept(reply);
+  int owned = 0;
+  return status >= 0 && sd_bus_message_read(reply, "b", &owned) >= 0 && owned != 0;
+}
+
 /// They grant it only to a process that has agreed to be ended when a thread computes for longer than this.
 bool ask(const Granter& granter, const std::string& address, int priority) {
   const Bus bus = open_bus(granter.bus, address);
   if (!bus) return false;
   sd_bus_set_method_call_timeout(bus.get(), kLimitUs);
+  if (!granter.may_be_started && !is_there(bus.get(), granter.name)) return false;
   std::int32_t most = 0;
   std::int64_t longest_us = 0;
   if (!get_property(bus.get(), granter.name, granter.path, granter.interface, "MaxRealtimePriority", 'i', &most) ||
@@ -76,7 +86,7 @@ bool RealTime::grant(int priority) {
     return true;
   }
   if (!refused_.exchange(true)) {
-    trace(TraceLevel::warning, "no real-time scheduling is granted: audio runs at ordinary priority\n");
+    trace(TraceLevel::notice, "no real-time scheduling is granted: audio runs at ordinary priority\n");
   }
   return false;
 }

@@ -19,7 +19,7 @@ class RealTime {
   };
   explicit RealTime(Options options) : options_(std::move(options)) {}
 
-  /// For the calling thread. May wait up to a second for those it asks, where they hang. A trace tells of the first
+  /// For the calling thread. May wait up to a second for those it asks, where they hang. A notice tells of the first
   /// refusal.
   bool grant(int priority);
 

@@ -375,11 +375,11 @@ TEST_P(ElementWiseTest, TapSumAddsEachRowTimesItsWeights) {
     return values;
   };
   constexpr std::size_t kDistance = 70, kTaps = 9, kStep = 75;
-  const std::vector<float> x = coarse(7 * kStep + kTaps * kDistance), weight = coarse(kTaps * kDistance),
+  const std::vector<float> x = coarse(35 * kStep + kTaps * kDistance), weight = coarse(kTaps * kDistance),
                            bias = coarse(kDistance);
   for (std::size_t count = 0; count < kDistance; ++count) {
     for (std::size_t taps = 1; taps <= kTaps; ++taps) {
-      const std::size_t frames = count % 7;
+      const std::size_t frames = count % 35;
       std::vector<float> y(frames * count + 1, kUntouched);
       kernels().tap_sum(x.data(), kStep, frames, count, taps, kDistance, weight.data(), bias.data(), y.data());
       for (std::size_t t = 0; t < frames; ++t) {

@@ -8,6 +8,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -80,7 +82,7 @@ class MockedBus {
   void start() {
     daemon_ = std::make_unique<HelperProgram>(
         std::vector<std::string>{"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=" + address_},
-        std::vector<std::string>{});
+        std::vector<std::string>{"XDG_DATA_HOME=" + folder_.path().string()});
     wait_for("the bus", [this] {
       bus_ = linux::open_bus(linux::BusKind::system, address_);
       return bus_ && owned("org.freedesktop.DBus");
@@ -99,6 +101,14 @@ class MockedBus {
         words, std::vector<std::string>{"DBUS_SESSION_BUS_ADDRESS=" + address_, "DBUS_SYSTEM_BUS_ADDRESS=" + address_});
     wait_for(name, [&] { return owned(name); });
     return program;
+  }
+
+  /// Who calls the name starts the command.
+  void let_start(const std::string& name, const std::string& command) {
+    const auto services = folder_.path() / "dbus-1/services";
+    std::filesystem::create_directories(services);
+    std::ofstream(services / (name + ".service")) << "[D-BUS Service]\nName=" << name << "\nExec=" << command << "\n";
+    call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ReloadConfig", "");
   }
 
   bool owned(const std::string& name) {

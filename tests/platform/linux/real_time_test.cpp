@@ -109,6 +109,14 @@ TEST_F(RealTimeTest, RealtimeKitIsAskedNextForNoMoreThanItGrantsAndWithALimitOnT
   EXPECT_LE(limit.rlim_cur, 100'000u);
 }
 
+TEST_F(RealTimeTest, NoPortalIsStarted) {
+  const TemporaryFolder folder;
+  bus.let_start("org.freedesktop.portal.Desktop", "/bin/touch " + folder / "started");
+  EXPECT_TRUE(real_time.grant(5));
+  EXPECT_FALSE(std::filesystem::exists(folder / "started"));
+  EXPECT_THAT(own_limits_asked, ElementsAre(5));
+}
+
 TEST_F(RealTimeTest, TheOwnLimitsAreTheLastResort) {
   EXPECT_TRUE(real_time.grant(5));
   EXPECT_THAT(own_limits_asked, ElementsAre(5));

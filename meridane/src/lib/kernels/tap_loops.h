@@ -13,6 +13,8 @@ class TapLoops {
   using V = Vector<float, L>;
   // What fits the registers: so many taps by so many vectors, their starts and their sums.
   static constexpr std::size_t kTaps = 4, kVectors = L == 16 ? 4 : 2;
+  // Few enough for what is fetched beside the features to be there when these are done.
+  static constexpr std::size_t kFrames = 16;
 
  public:
   static void tap_sum(const float* x, std::size_t step, std::size_t frames, std::size_t count, std::size_t taps,
@@ -21,16 +23,18 @@ class TapLoops {
                                                   {add<2, false>, add<2, true>},
                                                   {add<3, false>, add<3, true>},
                                                   {add<4, false>, add<4, true>}};
-    for (std::size_t k = 0; k < taps; k += kTaps) {
-      const std::size_t now = taps - k < kTaps ? taps - k : kTaps;
-      add_of_taps[now - 1][k > 0]({.x = x + k * distance,
-                                   .step = step,
-                                   .frames = frames,
-                                   .count = count,
-                                   .distance = distance,
-                                   .weight = weight + k * count,
-                                   .bias = bias,
-                                   .y = y});
+    for (std::size_t first = 0; first < frames; first += kFrames) {
+      for (std::size_t k = 0; k < taps; k += kTaps) {
+        const std::size_t now = taps - k < kTaps ? taps - k : kTaps;
+        add_of_taps[now - 1][k > 0]({.x = x + first * step + k * distance,
+                                     .step = step,
+                                     .frames = frames - first < kFrames ? frames - first : kFrames,
+                                     .count = count,
+                                     .distance = distance,
+                                     .weight = weight + k * count,
+                                     .bias = bias,
+                                     .y = y + first * count});
+      }
     }
   }
 

@@ -24,7 +24,7 @@ const spa_pod* route_volume(spa_pod_builder& builder, const CardRoute& route, co
   spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_props, 0);
   volume_props(builder, before, wanted);
   spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_save, 0);
-  spa_pod_builder_bool(&builder, true);
+  spa_pod_builder_bool(&builder, wanted.channels == before.channels);
   return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
 }
 

@@ -21,7 +21,8 @@ struct CardRoute {
 /// None when the param isn't a route that is in use.
 std::optional<CardRoute> read_route(const spa_pod& param);
 
-/// The route with what of its volume differs from `before`, to be kept by the session manager.
+/// The route with what of its volume differs from `before`. A mute is to be kept by the session manager; a level is
+/// not: it is set for as long as audio passes, and a program that is killed can't take it back.
 const spa_pod* route_volume(spa_pod_builder& builder, const CardRoute& route, const NodeVolume& before,
                             const NodeVolume& wanted);
 

@@ -10,9 +10,9 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr std::uint32_t kPiecesPerSecond = 100;
-// 40 ms of recording wait for the client, as much as it keeps with the virtual microphone: when it comes late, time
+// 20 ms of recording wait for the client, as much as it keeps with the virtual microphone: when it comes late, time
 // that the one loses the other loses too, and afterwards the way from the one to the other is as long as before.
-constexpr std::uint32_t kWaitingPerSecond = 25;
+constexpr std::uint32_t kWaitingPerSecond = 50;
 constexpr std::uint32_t kReactionPerSecond = 200;  // a client has 5 ms to bring what is played
 constexpr std::uint32_t kLongestTurn = 16384;      // twice the longest turn of the server, in frames of either rate
 

@@ -68,7 +68,7 @@ class ClientStream : private Connection::User,
   bool open_ = false;
 };
 
-/// What an endpoint hears. At most 40 ms wait; then the oldest frames are lost.
+/// What an endpoint hears. At most 20 ms wait; then the oldest frames are lost.
 class CaptureStream final : public ClientStream {
  public:
   CaptureStream(Connection& connection, Graph& graph, Pacer& pacer, const EndpointFacts& endpoint,

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <stdexcept>
+#include <utility>
 
 #include "base/trace.h"
 
@@ -63,11 +64,13 @@ pw_core* Connection::connect_beside() { return core_ != nullptr ? connect_once()
 void Connection::connect() {
   core_ = connect_once();
   if (core_ == nullptr) {
-    if (failures_++ == 0) trace(TraceLevel::warning, "[audio] no connection to PipeWire (%d)\n", errno);
+    note_away("PipeWire can't be reached");
+    ++failures_;
     retry_later();
     return;
   }
   failures_ = 0;
+  if (std::exchange(is_away_, false)) trace(TraceLevel::notice, "PipeWire is there again\n");
   static const pw_core_events events = [] {
     pw_core_events table{};
     table.version = PW_VERSION_CORE_EVENTS;
@@ -87,12 +90,16 @@ void Connection::connect() {
 
 void Connection::lose() {
   if (core_ == nullptr) return;
-  trace(TraceLevel::warning, "[audio] PipeWire is gone\n");
+  note_away("PipeWire is gone");
   for (User* const user : users_) user->disconnected();
   spa_hook_remove(&core_hook_);
   pw_core_disconnect(core_);
   core_ = nullptr;
   retry_later();
+}
+
+void Connection::note_away(const char* how) {
+  if (!std::exchange(is_away_, true)) trace(TraceLevel::notice, "%s; audio stands still until it is there\n", how);
 }
 
 void Connection::retry_later() {

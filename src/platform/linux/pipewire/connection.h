@@ -58,6 +58,7 @@ class Connection {
   void connect();
   pw_core* connect_once();
   void lose();
+  void note_away(const char* how);
   void retry_later();
 
   pw_thread_loop* loop_ = nullptr;
@@ -68,6 +69,7 @@ class Connection {
   pw_core* core_ = nullptr;
   spa_hook core_hook_{};
   unsigned failures_ = 0;  ///< since the latest connection
+  bool is_away_ = false;   ///< and the log says so
   std::vector<User*> users_;
 };
 

@@ -16,6 +16,7 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr int kRoundsUntilKnown = 2;
+constexpr int kAskAgainSeconds = 1;
 
 /// Monitors of sinks are ports of the sink, so no node of a source's class is one.
 std::optional<DataFlow> flow_of(std::string_view media_class) {
@@ -112,6 +113,13 @@ struct Graph::Card {
 Graph::Graph(Connection& connection, Dispatcher& dispatcher, FriendlyNames names)
     : connection_(connection), dispatcher_(dispatcher), names_(std::move(names)), callbacks_(dispatcher) {
   const Connection::Lock lock(connection_);
+  ask_again_ = pw_loop_add_timer(
+      &connection_.loop(),
+      [](void* self, std::uint64_t) {
+        static_cast<Graph*>(self)->asks_again_ = false;
+        static_cast<Graph*>(self)->ask_for_defaults();
+      },
+      this);
   connection_.add(*this);
 }
 
@@ -119,6 +127,7 @@ Graph::~Graph() {
   const Connection::Lock lock(connection_);
   connection_.remove(*this);
   if (core_ != nullptr) disconnected();
+  pw_loop_destroy_source(&connection_.loop(), ask_again_);
 }
 
 void Graph::wait_until_known(std::uint32_t limit_ms) {
@@ -221,7 +230,12 @@ void Graph::global_added(std::uint32_t id, const char* type, const spa_dict* pro
   } else if (kind == PW_TYPE_INTERFACE_Device && text_of(*properties, PW_KEY_MEDIA_CLASS) == "Audio/Device") {
     add_card(id);
   } else if (kind == PW_TYPE_INTERFACE_Metadata && text_of(*properties, PW_KEY_METADATA_NAME) == "default") {
-    if (defaults_ == nullptr) bind_defaults(id);
+    if (defaults_ == nullptr) {
+      defaults_id_ = id;
+      ask_for_defaults();
+    }
+  } else if (kind == PW_TYPE_INTERFACE_Client) {
+    ask_for_defaults_later();
   }
 }
 
@@ -248,6 +262,12 @@ Graph::Endpoint& Graph::remembered(const std::string& id, DataFlow flow) {
   return *endpoints_.back();
 }
 
+std::string Graph::name_of(const EndpointFacts& endpoint, const spa_dict& properties) const {
+  static const FriendlyNames as_told;
+  const FriendlyNames& names = endpoint.flow == DataFlow::capture ? names_ : as_told;
+  return names.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), endpoint.id);
+}
+
 void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow) {
   const std::string name(text_of(properties, PW_KEY_NODE_NAME));
   Endpoint* endpoint = nullptr;
@@ -255,7 +275,7 @@ void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow
     std::scoped_lock lock(mutex_);
     endpoint = &remembered(name, flow);
     endpoint->facts.flow = flow;
-    endpoint->facts.name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), name);
+    endpoint->facts.name = name_of(endpoint->facts, properties);
     endpoint->facts.present = true;
     endpoint->priority = number_of(properties, PW_KEY_PRIORITY_SESSION).value_or(0);
     endpoint->node_id = id;
@@ -325,7 +345,7 @@ void Graph::node_props(Node& node, const spa_dict& properties) {
     node.card_device = static_cast<std::int32_t>(*device);
   }
   const std::string& id = node.endpoint.facts.id;
-  const std::string name = names_.name_of(std::string(text_of(properties, PW_KEY_NODE_DESCRIPTION)), id);
+  const std::string name = name_of(node.endpoint.facts, properties);
   {
     std::scoped_lock lock(mutex_);
     node.endpoint.facts.has_one_channel = tells_one_channel(properties);
@@ -365,11 +385,13 @@ void Graph::add_card(std::uint32_t id) {
 
 // ---- Defaults
 
-void Graph::bind_defaults(std::uint32_t id) {
-  defaults_ =
-      static_cast<pw_metadata*>(pw_registry_bind(registry_, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
-  if (defaults_ == nullptr) return;
-  defaults_id_ = id;
+void Graph::ask_for_defaults() {
+  if (defaults_id_ == SPA_ID_INVALID) return;
+  auto* const asked = static_cast<pw_metadata*>(
+      pw_registry_bind(registry_, defaults_id_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+  if (asked == nullptr) return;
+  leave_defaults();
+  defaults_ = asked;
   static const pw_metadata_events events = [] {
     pw_metadata_events table{};
     table.version = PW_VERSION_METADATA_EVENTS;
@@ -381,12 +403,23 @@ void Graph::bind_defaults(std::uint32_t id) {
   pw_metadata_add_listener(defaults_, &defaults_hook_, &events, this);
 }
 
-void Graph::forget_defaults() {
+/// While a client asks for the defaults for the first time, the server tells changes of them to nobody else.
+void Graph::ask_for_defaults_later() {
+  if (std::exchange(asks_again_, true)) return;
+  timespec wait{.tv_sec = kAskAgainSeconds, .tv_nsec = 0};
+  pw_loop_update_timer(&connection_.loop(), ask_again_, &wait, nullptr, false);
+}
+
+void Graph::leave_defaults() {
   if (defaults_ == nullptr) return;
   spa_hook_remove(&defaults_hook_);
   pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults_));
   defaults_ = nullptr;
-  defaults_id_ = SPA_ID_INVALID;
+}
+
+void Graph::forget_defaults() {
+  leave_defaults();
+  if (std::exchange(defaults_id_, SPA_ID_INVALID) == SPA_ID_INVALID) return;
   set_default(DataFlow::capture, {});
   set_default(DataFlow::render, {});
 }

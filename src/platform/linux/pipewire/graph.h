@@ -101,6 +101,8 @@ class Graph final : private Connection::User {
 
   void global_added(std::uint32_t id, const char* type, const spa_dict* properties);
   void global_removed(std::uint32_t id);
+  /// Tables have names of microphones alone.
+  std::string name_of(const EndpointFacts& endpoint, const spa_dict& properties) const;
   void add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow);
   Nodes::iterator node_of(const std::string& id);
   void remove_node(Nodes::iterator node);
@@ -109,7 +111,9 @@ class Graph final : private Connection::User {
   bool request_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
   void volume_answered(Node& node, VolumeRequest::Outcome outcome);
   void await_settled(Node& node);
-  void bind_defaults(std::uint32_t id);
+  void ask_for_defaults();
+  void ask_for_defaults_later();
+  void leave_defaults();
   void forget_defaults();
   int default_changed(const char* key, const char* value);
   void set_default(DataFlow flow, const std::string& name);
@@ -137,6 +141,8 @@ class Graph final : private Connection::User {
   std::uint32_t defaults_id_ = SPA_ID_INVALID;
   spa_hook defaults_hook_{};
   Nodes nodes_;
+  spa_source* ask_again_ = nullptr;
+  bool asks_again_ = false;  ///< the timer runs
   std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
   std::vector<DepartureWatch*> watches_;
   std::map<std::string, OwnNode*> own_nodes_;

@@ -40,6 +40,8 @@ VolumeRequest::~VolumeRequest() {
   if (core_ == nullptr) return;
   pw_loop_destroy_source(&loop_, end_);
   spa_hook_remove(&core_hook_);
+  for (pw_proxy* const each : bound_) pw_proxy_destroy(each);
+  if (registry_ != nullptr) pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
   pw_core_disconnect(core_);
 }
 
@@ -59,7 +61,9 @@ bool VolumeRequest::set_card_route(std::uint32_t card, const spa_pod& route) {
 
 pw_proxy* VolumeRequest::bind(std::uint32_t id, const char* type, std::uint32_t version) {
   if (registry_ == nullptr || end_ == nullptr) return nullptr;
-  return static_cast<pw_proxy*>(pw_registry_bind(registry_, id, type, version, 0));
+  auto* const proxy = static_cast<pw_proxy*>(pw_registry_bind(registry_, id, type, version, 0));
+  if (proxy != nullptr) bound_.push_back(proxy);
+  return proxy;
 }
 
 bool VolumeRequest::sent() {

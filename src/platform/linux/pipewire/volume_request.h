@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "platform/linux/pipewire/connection.h"
 
@@ -41,6 +42,7 @@ class VolumeRequest {
   pw_core* core_ = nullptr;
   spa_hook core_hook_{};
   pw_registry* registry_ = nullptr;
+  std::vector<pw_proxy*> bound_;
   int latest_ = 0;  ///< number of the answer that ends the latest request
 };
 

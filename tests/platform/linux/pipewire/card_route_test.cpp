@@ -64,5 +64,19 @@ TEST(CardRoute, AChangeNamesTheRouteAndOnlyWhatDiffers) {
   EXPECT_EQ(told.channels, (std::vector<float>{0.25f}));
 }
 
+TEST(CardRoute, AMuteIsKeptBySessionManagersAndALevelIsNot) {
+  const NodeVolume before{.muted = false, .channels = {0.5f, 0.5f}};
+  const auto is_kept = [&](const NodeVolume& wanted) {
+    Pod pod;
+    const spa_pod& param = *route_volume(pod.builder, {.index = 3, .direction = 0, .device = 5}, before, wanted);
+    bool kept = false;
+    EXPECT_EQ(spa_pod_get_bool(&value_of(param, SPA_PARAM_ROUTE_save), &kept), 0);
+    return kept;
+  };
+  EXPECT_TRUE(is_kept({.muted = true, .channels = {0.5f, 0.5f}}));
+  EXPECT_FALSE(is_kept({.muted = false, .channels = {0.9f, 0.9f}}));
+  EXPECT_FALSE(is_kept({.muted = true, .channels = {0.9f, 0.9f}}));
+}
+
 }  // namespace
 }  // namespace sonivo::pipewire

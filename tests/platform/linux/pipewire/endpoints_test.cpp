@@ -41,6 +41,26 @@ TEST_F(PipeWireEndpointsTest, AnEndpointBearsTheDescriptionOfItsNode) {
   EXPECT_TRUE(std::holds_alternative<std::monostate>(value));
 }
 
+TEST_F(PipeWireEndpointsTest, ATableNamesMicrophonesAlone) {
+  pipewire::FriendlyNames names;
+  ASSERT_EQ(names.add("notebook. = Known\n"), 0);
+  endpoints().unregister_callback(&notices_);
+  half_ = std::make_unique<AudioHalf>(server_->remote(), names);
+  const auto name_of = [&](DataFlow flow, const char* id) {
+    const auto device = endpoint(flow, id);
+    std::unique_ptr<PropertyStore> store;
+    PropertyValue value;
+    if (!device || device->open_properties(store) != kOk || store->value(PKEY_Device_FriendlyName, value) != kOk) {
+      return std::string();
+    }
+    return std::get<std::string>(value);
+  };
+  EXPECT_TRUE(comes_true([&] {
+    return name_of(DataFlow::capture, kMic) == "Microphone Array (Realtek High Definition Audio) (Known)" &&
+           name_of(DataFlow::render, "notebook.speakers") == "Speakers (Realtek High Definition Audio)";
+  }));
+}
+
 TEST_F(PipeWireEndpointsTest, ADeviceThatIsPluggedInIsTold) {
   server_->plug_headset();
   EXPECT_TRUE(notices_.has("added usb.headset"));
@@ -109,6 +129,16 @@ TEST_F(PipeWireEndpointsTest, ASinkAsTheDefaultSourceIsNoMicrophone) {
   EXPECT_TRUE(notices_.has("default capture 0 "));
   EXPECT_EQ(default_id(DataFlow::capture), "");
   EXPECT_NE(server_->run({"pw-metadata", "0", "default.audio.source"}).find("notebook.speakers"), std::string::npos);
+}
+
+TEST_F(PipeWireEndpointsTest, ANewDefaultIsNotMissedWhileOthersAskForTheDefaultsToo) {
+  server_->plug_headset();
+  ASSERT_TRUE(notices_.has("state usb.headset 1"));
+  const ChildProcess others = server_->start({"sh", "-c", "while :; do pw-metadata 0; done"});
+  for (const char* const wanted : {kHeadsetMic, kMic, kHeadsetMic, kMic, kHeadsetMic, kMic}) {
+    server_->set_default("default.configured.audio.source", wanted);
+    EXPECT_TRUE(comes_true([&] { return default_id(DataFlow::capture) == wanted; }));
+  }
 }
 
 TEST_F(PipeWireEndpointsTest, TheDefaultThatIsUnpluggedIsFollowedByTheNextBest) {

@@ -22,7 +22,8 @@ struct ProcessHalf {
 
 /// The audio half of the machine beside a server, and what of the other half it needs.
 struct AudioHalf : ProcessHalf, pipewire::AudioParts {
-  explicit AudioHalf(const std::string& remote) : AudioParts(threads, {}, remote) {}
+  explicit AudioHalf(const std::string& remote, const pipewire::FriendlyNames& names = {})
+      : AudioParts(threads, names, remote) {}
 };
 
 /// What a client was told, a line each.

@@ -1,0 +1,5 @@
+# Run by cpack over what it has put together: manual pages are compressed, and a changelog lies beside the copyright.
+set(share "${CPACK_TEMPORARY_DIRECTORY}/usr/share")
+file(COPY "${CMAKE_CURRENT_LIST_DIR}/../share/debian/changelog" DESTINATION "${share}/doc/sonivo")
+file(GLOB_RECURSE pages "${share}/man/*.[18]")
+execute_process(COMMAND gzip -9n "${share}/doc/sonivo/changelog" ${pages} COMMAND_ERROR_IS_FATAL ANY)
