@@ -8,9 +8,9 @@
 
 namespace sonivo::pipewire {
 
-/// The names by which microphones are known to the program. Its rules recognise a notebook's own microphone by fragments
-/// that the sound drivers of one system put into names; what this system calls such a microphone stands in a table,
-/// which an installation can extend.
+/// The names by which microphones are known to the program. Its rules recognise a notebook's own microphone by
+/// fragments that the sound drivers of one system put into names; what this system calls such a microphone stands in a
+/// table, which an installation can extend.
 ///
 /// A table is text: one rule a line, "FRAGMENT = NAME". A microphone whose description or node name contains the
 /// fragment gets NAME in parentheses after its description. Lines that are empty or start with '#' mean nothing. The
