@@ -22,11 +22,13 @@ class GraphProfile {
  public:
   struct Node {
     std::uint64_t turns = 0;
-    std::uint64_t missed = 0;  ///< of those, turns that went on without it
+    std::uint64_t missed = 0;  ///< of those, turns that went on while it was busy
+    std::uint64_t asleep = 0;  ///< of those, turns that went on before the machine had woken it
     std::int64_t busy_ns = 0;  ///< in all of its turns, from its being awake to its end
     std::int64_t longest_ns = 0;
     double mean_us() const {
-      return turns != missed ? 1e-3 * static_cast<double>(busy_ns) / static_cast<double>(turns - missed) : 0;
+      const std::uint64_t kept = turns - missed - asleep;
+      return kept != 0 ? 1e-3 * static_cast<double>(busy_ns) / static_cast<double>(kept) : 0;
     }
   };
 
@@ -113,14 +115,14 @@ class GraphProfile {
     Node& node = nodes_[name];
     ++node.turns;
     if (status != kFinished) {
-      ++node.missed;
+      ++(status == kAwake ? node.missed : node.asleep);
       return;
     }
     node.busy_ns += end - awake;
     node.longest_ns = std::max(node.longest_ns, end - awake);
   }
 
-  static constexpr std::int32_t kFinished = 3;
+  static constexpr std::int32_t kAwake = 2, kFinished = 3;
 
   pw_thread_loop* loop_ = nullptr;
   pw_context* context_ = nullptr;

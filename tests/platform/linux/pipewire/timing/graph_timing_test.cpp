@@ -32,10 +32,10 @@ class GraphTimingTest : public PipeWireRelayTest {
   void print(unsigned rate, unsigned quantum) {
     for (const char* const name : kOurs) {
       const auto& node = latest_[name];
-      std::printf("%5u Hz, %4u frames: %-24s %4llu turns, %llu missed, %5.1f us of each, %5.1f us at most\n", rate,
-                  quantum, name, static_cast<unsigned long long>(node.turns),
-                  static_cast<unsigned long long>(node.missed), node.mean_us(),
-                  1e-3 * static_cast<double>(node.longest_ns));
+      std::printf(
+          "%5u Hz, %4u frames: %-24s %4llu turns, %llu missed, %llu asleep, %5.1f us of each, %5.1f us at most\n", rate,
+          quantum, name, static_cast<unsigned long long>(node.turns), static_cast<unsigned long long>(node.missed),
+          static_cast<unsigned long long>(node.asleep), node.mean_us(), 1e-3 * static_cast<double>(node.longest_ns));
     }
   }
 
