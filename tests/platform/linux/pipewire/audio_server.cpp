@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,8 +16,13 @@
 #include <sstream>
 #include <utility>
 
+#include "base/descriptor.h"
+
 namespace sonivo::test {
 namespace {
+
+/// A command that takes longer hangs.
+constexpr std::chrono::seconds kCommandLimit{30};
 
 constexpr char kServerConfiguration[] = R"conf(
 context.properties = {
@@ -150,6 +157,13 @@ int ChildProcess::wait() {
   return status;
 }
 
+bool ChildProcess::ends_within(std::chrono::milliseconds limit) {
+  if (id_ <= 0) return true;
+  const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0)));
+  pollfd end{process.number(), POLLIN, 0};
+  return ::poll(&end, 1, static_cast<int>(limit.count())) != 0;
+}
+
 bool ChildProcess::has_ended() {
   if (id_ <= 0) return true;
   int status = 0;
@@ -262,7 +276,11 @@ ChildProcess AudioServer::start(const std::vector<std::string>& command) {
 
 std::string AudioServer::run(const std::vector<std::string>& command) {
   const std::string output = folder_ / ("output." + std::to_string(outputs_));
-  start(command).wait();
+  if (ChildProcess process = start(command); process.ends_within(kCommandLimit)) {
+    process.wait();
+  } else {
+    ADD_FAILURE() << command.front() << (command.size() > 1 ? " " + command[1] : "") << " doesn't end";
+  }
   std::ifstream file(output);
   return {std::istreambuf_iterator<char>(file), {}};
 }

@@ -37,6 +37,8 @@ class ChildProcess {
   void end(int signal);
   /// Its exit status; waits for it.
   int wait();
+  /// Waits no longer for it than that.
+  bool ends_within(std::chrono::milliseconds limit);
   /// Without waiting.
   bool has_ended();
 
@@ -67,7 +69,7 @@ class AudioServer {
 
   /// Name to connect to.
   const std::string& remote() const { return remote_; }
-  /// Runs a command beside the server to its end: what it wrote.
+  /// Runs a command beside the server to its end: what it wrote. One that hangs is ended, which is a failure.
   std::string run(const std::vector<std::string>& command);
   ChildProcess start(const std::vector<std::string>& command);
   /// Plays a file into the microphone of this name, as what it hears, until it ends or the process does: its channels

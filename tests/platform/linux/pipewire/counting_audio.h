@@ -73,18 +73,30 @@ inline std::vector<StereoFrame> tone_frames(std::size_t count, std::uint32_t rat
   return frames;
 }
 
-/// Whether the latest half second is that tone without a break. A sine of w a frame has x[n+1] = 2 cos(w) x[n] -
-/// x[n-1]; each of the three is rounded, here and there twice, and a thousandth of w makes less than a tenth.
+/// Frames of the longest piece of that tone without a break. A sine of w a frame has x[n+1] = 2 cos(w) x[n] - x[n-1];
+/// each of the three is rounded, here and there twice, and a thousandth of w makes less than a tenth.
+inline std::size_t longest_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
+  const double turn = 2 * std::cos(2 * std::numbers::pi * 440 / rate_hz);
+  std::size_t longest = 0, piece = 0;
+  int largest = 0;  // of the piece: silence has no break either
+  for (std::size_t n = 1; n + 1 < frames.size(); ++n) {
+    if (std::fabs(turn * frames[n][0] - frames[n - 1][0] - frames[n + 1][0]) > 5) {
+      piece = 0;
+      largest = 0;
+      continue;
+    }
+    ++piece;
+    largest = std::max<int>(largest, frames[n][0]);
+    if (largest > 9900) longest = std::max(longest, piece);
+  }
+  return longest;
+}
+
+/// Whether the latest half second is that tone without a break.
 inline bool is_clean_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
   const std::size_t half_second = rate_hz / 2;
-  if (frames.size() < half_second) return false;
-  const double turn = 2 * std::cos(2 * std::numbers::pi * 440 / rate_hz);
-  int largest = 0;
-  for (std::size_t n = frames.size() - half_second + 1; n + 1 < frames.size(); ++n) {
-    largest = std::max<int>(largest, frames[n][0]);
-    if (std::fabs(turn * frames[n][0] - frames[n - 1][0] - frames[n + 1][0]) > 5) return false;
-  }
-  return largest > 9900;
+  return frames.size() >= half_second &&
+         longest_tone({frames.end() - half_second, frames.end()}, rate_hz) == half_second - 2;
 }
 
 /// A WAV file of 16 bits at this rate.
