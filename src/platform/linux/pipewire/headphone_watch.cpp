@@ -1,5 +1,7 @@
 #include "platform/linux/pipewire/headphone_watch.h"
 
+#include <pipewire/extensions/metadata.h>
+
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -11,6 +13,10 @@
 namespace sonivo::pipewire {
 namespace {
 
+using std::chrono::milliseconds;
+
+constexpr milliseconds kParting{1000};  // cards go before and after the manager whose they are
+constexpr milliseconds kReturn{4000};   // a manager that is restarted has them again after one or two
 constexpr int kRoundsUntilAllTold = 3;  // the cards that there are, what each is, then its ports
 constexpr std::uint32_t kAllParams = 0xFFFFFFFF;
 
@@ -68,26 +74,55 @@ struct HeadphoneWatch::Card {
 };
 
 HeadphoneWatch::HeadphoneWatch(Connection& connection, std::function<void(bool)> changed)
-    : changed_(std::move(changed)), registry_(connection, *this, kRoundsUntilAllTold) {}
+    : changed_(std::move(changed)),
+      waited_(connection,
+              [this] {
+                waits_ = false;
+                look();
+              }),
+      registry_(connection, *this, kRoundsUntilAllTold) {}
 
 HeadphoneWatch::~HeadphoneWatch() = default;
 
 void HeadphoneWatch::came(std::uint32_t id, std::string_view type, const spa_dict& properties) {
-  if (type != PW_TYPE_INTERFACE_Device || text_of(properties, PW_KEY_MEDIA_CLASS) != "Audio/Device") return;
-  cards_[id] = std::make_unique<Card>(*this, registry_, id);
+  if (type == PW_TYPE_INTERFACE_Device && text_of(properties, PW_KEY_MEDIA_CLASS) == "Audio/Device") {
+    cards_[id] = std::make_unique<Card>(*this, registry_, id);
+  } else if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
+    manager_ = id;
+    if (waits_) wait_for_cards(kReturn);
+  }
 }
 
 void HeadphoneWatch::went(std::uint32_t id) {
-  if (cards_.erase(id) != 0) look();
+  if (id == manager_)
+    manager_ = SPA_ID_INVALID;
+  else if (cards_.erase(id) == 0)
+    return;
+  wait_for_cards(manager_ == SPA_ID_INVALID ? kReturn : kParting);
 }
 
-void HeadphoneWatch::lost() { cards_.clear(); }
+void HeadphoneWatch::told() {
+  if (told_.has_value()) wait_for_cards(kReturn);
+  look();
+}
+
+void HeadphoneWatch::lost() {
+  cards_.clear();
+  manager_ = SPA_ID_INVALID;
+}
+
+void HeadphoneWatch::wait_for_cards(milliseconds limit) {
+  waits_ = true;
+  waited_.start(limit);
+}
 
 void HeadphoneWatch::look() {
   if (!registry_.is_told()) return;
   const bool plugged = std::any_of(cards_.begin(), cards_.end(), [](const auto& each) {
     return has_headphones(each.second->form_factor, each.second->ports);
   });
+  waits_ = waits_ && !plugged;
+  if (waits_ && told_.has_value()) return;
   if (std::exchange(told_, plugged) != plugged) changed_(plugged);
 }
 
