@@ -96,7 +96,7 @@ inline std::size_t longest_tone(const std::vector<StereoFrame>& frames, std::uin
 inline bool is_clean_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
   const std::size_t half_second = rate_hz / 2;
   return frames.size() >= half_second &&
-         longest_tone({frames.end() - half_second, frames.end()}, rate_hz) == half_second - 2;
+         longest_tone({frames.end() - rate_hz / 2, frames.end()}, rate_hz) == half_second - 2;
 }
 
 /// A WAV file of 16 bits at this rate.
