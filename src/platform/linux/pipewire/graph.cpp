@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "platform/linux/pipewire/dictionary.h"
@@ -13,6 +14,7 @@ namespace sonivo::pipewire {
 namespace {
 
 constexpr int kRoundsUntilKnown = 2;  // the nodes that there are, then what each tells of itself
+constexpr std::ptrdiff_t kMostAway = 64;
 
 /// Monitors of sinks are ports of the sink, so no node of a source's class is one.
 std::optional<DataFlow> flow_of(std::string_view media_class) {
@@ -38,24 +40,25 @@ struct Graph::Endpoint {
 
   EndpointFacts facts;
   std::uint32_t node_id = SPA_ID_INVALID;
-  std::uint32_t priority = 0;  ///< when a default is chosen
+  std::uint64_t departure = 0;  ///< number of its latest
+  std::uint32_t priority = 0;   ///< when a default is chosen
   NodeVolume volume;
-  Callbacks<IAudioEndpointVolumeCallback> callbacks;
+  VolumeCallbacks callbacks;
 };
 
 class Graph::Node final : public GraphNode {
  public:
-  Node(Graph& graph, std::uint32_t id, Graph::Endpoint& its_endpoint)
+  Node(Graph& graph, std::uint32_t id, std::shared_ptr<Graph::Endpoint> its_endpoint)
       : GraphNode(graph.connection_, graph.registry_, graph.cards_, id,
-                  {its_endpoint.facts.id, its_endpoint.facts.flow, its_endpoint.volume}),
-        endpoint(its_endpoint),
+                  {its_endpoint->facts.id, its_endpoint->facts.flow, its_endpoint->volume}),
+        endpoint(std::move(its_endpoint)),
         graph_(graph) {}
 
-  Graph::Endpoint& endpoint;
+  const std::shared_ptr<Graph::Endpoint> endpoint;
 
  private:
-  void told_properties(const spa_dict& properties) override { graph_.told_properties(endpoint, properties); }
-  void told_volume(const NodeVolume& volume) override { graph_.told_volume(endpoint, volume); }
+  void told_properties(const spa_dict& properties) override { graph_.told_properties(*endpoint, properties); }
+  void told_volume(const NodeVolume& volume) override { graph_.told_volume(*endpoint, volume); }
 
   Graph& graph_;
 };
@@ -91,8 +94,8 @@ std::vector<EndpointFacts> Graph::endpoints(DataFlow flow) const {
 
 std::optional<EndpointFacts> Graph::find(const std::string& id) const {
   std::scoped_lock lock(mutex_);
-  const Endpoint* const endpoint = known(id);
-  return endpoint != nullptr ? std::optional(endpoint->facts) : std::nullopt;
+  const auto endpoint = known(id);
+  return endpoint ? std::optional(endpoint->facts) : std::nullopt;
 }
 
 std::string Graph::default_id(DataFlow flow) const {
@@ -151,18 +154,35 @@ void Graph::manager_left() {
 
 // ---- Endpoints
 
-/// With the mutex held; null: none of this id was ever there.
-Graph::Endpoint* Graph::known(const std::string& id) const {
+/// With the mutex held; null: none of this id is remembered.
+std::shared_ptr<Graph::Endpoint> Graph::known(const std::string& id) const {
   const auto found =
       std::find_if(endpoints_.begin(), endpoints_.end(), [&](const auto& each) { return each->facts.id == id; });
-  return found != endpoints_.end() ? found->get() : nullptr;
+  return found != endpoints_.end() ? *found : nullptr;
 }
 
-Graph::Endpoint& Graph::remembered(const std::string& id, DataFlow flow) {
-  if (Endpoint* const endpoint = known(id)) return *endpoint;
-  endpoints_.push_back(std::make_unique<Endpoint>(dispatcher_, EndpointFacts{id, id, flow, false}));
+std::shared_ptr<Graph::Endpoint> Graph::remembered(const std::string& id, DataFlow flow) {
+  if (auto endpoint = known(id)) return endpoint;
+  endpoints_.push_back(std::make_shared<Endpoint>(dispatcher_, EndpointFacts{id, id, flow, false}));
   callbacks_.notify([id](IMMNotificationClient& client) { client.OnDeviceAdded(id); });
-  return *endpoints_.back();
+  return endpoints_.back();
+}
+
+/// With the mutex held.
+void Graph::forget_oldest() {
+  const auto is_away = [](const auto& each) { return !each->facts.present; };
+  const auto may_go = [&](const auto& each) {
+    return is_away(each) && each.use_count() == 1 && !own_nodes_.contains(each->facts.id);
+  };
+  while (std::count_if(endpoints_.begin(), endpoints_.end(), is_away) > kMostAway) {
+    const auto oldest = std::min_element(endpoints_.begin(), endpoints_.end(), [&](const auto& a, const auto& b) {
+      return std::tuple(!may_go(a), a->departure) < std::tuple(!may_go(b), b->departure);
+    });
+    if (!may_go(*oldest)) return;
+    callbacks_.notify([id = (*oldest)->facts.id](IMMNotificationClient& client) { client.OnDeviceRemoved(id); });
+    dispatcher_.post([gone = *oldest] {});  // calls of its callbacks may be on their way still
+    endpoints_.erase(oldest);
+  }
 }
 
 std::string Graph::name_of(const EndpointFacts& endpoint, const spa_dict& properties) const {
@@ -173,42 +193,44 @@ std::string Graph::name_of(const EndpointFacts& endpoint, const spa_dict& proper
 
 void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow) {
   const std::string name(text_of(properties, PW_KEY_NODE_NAME));
-  Endpoint* endpoint = nullptr;
+  std::shared_ptr<Endpoint> endpoint;
   {
     std::scoped_lock lock(mutex_);
-    endpoint = &remembered(name, flow);
+    endpoint = remembered(name, flow);
     endpoint->facts.flow = flow;
     endpoint->facts.name = name_of(endpoint->facts, properties);
     endpoint->facts.present = true;
     endpoint->priority = number_of(properties, PW_KEY_PRIORITY_SESSION).value_or(0);
     endpoint->node_id = id;
   }
-  nodes_[id] = std::make_unique<Node>(*this, id, *endpoint);
+  nodes_[id] = std::make_unique<Node>(*this, id, std::move(endpoint));
   callbacks_.notify([name](IMMNotificationClient& client) { client.OnDeviceStateChanged(name, kDeviceActive); });
   update_default(flow);
 }
 
 Graph::Nodes::iterator Graph::node_of(const std::string& id) {
   return std::find_if(nodes_.begin(), nodes_.end(), [&](const auto& each) {
-    const Endpoint& endpoint = each.second->endpoint;
+    const Endpoint& endpoint = *each.second->endpoint;
     return endpoint.facts.id == id && endpoint.node_id == each.first;
   });
 }
 
 void Graph::remove_node(Nodes::iterator node) {
-  Endpoint& endpoint = node->second->endpoint;
-  const bool is_it = endpoint.node_id == node->first;  // else a later node of the same name has taken its place
+  const auto endpoint = node->second->endpoint;
+  const bool is_it = endpoint->node_id == node->first;  // else a later node of the same name has taken its place
   nodes_.erase(node);
   if (!is_it) return;
   {
     std::scoped_lock lock(mutex_);
-    endpoint.facts.present = false;
-    endpoint.node_id = SPA_ID_INVALID;
+    endpoint->facts.present = false;
+    endpoint->node_id = SPA_ID_INVALID;
+    endpoint->departure = ++departures_;
+    forget_oldest();
   }
-  const std::string& id = endpoint.facts.id;
+  const std::string& id = endpoint->facts.id;
   for (DepartureWatch* const watch : watches_) watch->departed(id);
   callbacks_.notify([id](IMMNotificationClient& client) { client.OnDeviceStateChanged(id, kDeviceNotPresent); });
-  update_default(endpoint.facts.flow);
+  update_default(endpoint->facts.flow);
 }
 
 void Graph::told_properties(Endpoint& endpoint, const spa_dict& properties) {
@@ -267,20 +289,20 @@ void Graph::update_default(DataFlow flow) {
 
 std::optional<NodeVolume> Graph::volume(const std::string& id) const {
   std::scoped_lock lock(mutex_);
-  const Endpoint* const endpoint = known(id);
-  return endpoint != nullptr && endpoint->facts.present ? std::optional(endpoint->volume) : std::nullopt;
+  const auto endpoint = known(id);
+  return endpoint && endpoint->facts.present ? std::optional(endpoint->volume) : std::nullopt;
 }
 
 std::optional<NodeVolume> Graph::latest_volume(const std::string& id) const {
   std::scoped_lock lock(mutex_);
-  const Endpoint* const endpoint = known(id);
-  return endpoint != nullptr ? std::optional(endpoint->volume) : std::nullopt;
+  const auto endpoint = known(id);
+  return endpoint ? std::optional(endpoint->volume) : std::nullopt;
 }
 
-Callbacks<IAudioEndpointVolumeCallback>* Graph::volume_callbacks(const std::string& id) {
+std::shared_ptr<Graph::VolumeCallbacks> Graph::hold(const std::string& id) {
   std::scoped_lock lock(mutex_);
-  Endpoint* const endpoint = known(id);
-  return endpoint != nullptr ? &endpoint->callbacks : nullptr;
+  const auto endpoint = known(id);
+  return endpoint ? std::shared_ptr<VolumeCallbacks>(endpoint, &endpoint->callbacks) : nullptr;
 }
 
 bool Graph::set_volume(const std::string& id, const Guid& context, const std::function<void(NodeVolume&)>& change) {
@@ -289,12 +311,12 @@ bool Graph::set_volume(const std::string& id, const Guid& context, const std::fu
   if (found == nodes_.end()) return false;
   Node& node = *found->second;
   const auto own = own_nodes_.find(id);
-  NodeVolume wanted = node.endpoint.volume;
+  NodeVolume wanted = node.endpoint->volume;
   change(wanted);
-  if (wanted != node.endpoint.volume && !node.write_volume(wanted, own != own_nodes_.end() ? own->second : nullptr)) {
+  if (wanted != node.endpoint->volume && !node.write_volume(wanted, own != own_nodes_.end() ? own->second : nullptr)) {
     return false;
   }
-  tell_volume(node.endpoint, wanted, context);
+  tell_volume(*node.endpoint, wanted, context);
   return true;
 }
 

@@ -42,7 +42,8 @@ class DepartureWatch {
 };
 
 /// The model of the server's endpoints and defaults: written on the loop's thread, read on any. An endpoint that has
-/// gone is remembered, so that what was read of it still holds when it comes back.
+/// gone is remembered, so that what was read of it still holds when it comes back: the latest 64, and those that
+/// somebody holds.
 class Graph final : private Registry::User {
  public:
   Graph(Connection& connection, Dispatcher& dispatcher, FriendlyNames names);
@@ -70,8 +71,9 @@ class Graph final : private Registry::User {
   /// Takes effect in the model at once, and is told to the callbacks with the context; taken back, and told so, where
   /// the node's owner doesn't answer for two seconds. False: the endpoint isn't there, or the server takes no request.
   bool set_volume(const std::string& id, const Guid& context, const std::function<void(NodeVolume&)>& change);
-  /// Null for an endpoint that was never there.
-  Callbacks<IAudioEndpointVolumeCallback>* volume_callbacks(const std::string& id);
+  using VolumeCallbacks = Callbacks<IAudioEndpointVolumeCallback>;
+  /// Who has them holds the endpoint. Null for one that isn't remembered.
+  std::shared_ptr<VolumeCallbacks> hold(const std::string& id);
 
  private:
   struct Endpoint;
@@ -96,8 +98,9 @@ class Graph final : private Registry::User {
   void told_properties(Endpoint& endpoint, const spa_dict& properties);
   void told_volume(Endpoint& endpoint, const NodeVolume& volume);
   void tell_volume(Endpoint& endpoint, const NodeVolume& volume, const Guid& context);
-  Endpoint* known(const std::string& id) const;
-  Endpoint& remembered(const std::string& id, DataFlow flow);
+  std::shared_ptr<Endpoint> known(const std::string& id) const;
+  std::shared_ptr<Endpoint> remembered(const std::string& id, DataFlow flow);
+  void forget_oldest();
 
   Connection& connection_;
   Dispatcher& dispatcher_;
@@ -113,7 +116,8 @@ class Graph final : private Registry::User {
   mutable std::mutex mutex_;
   std::condition_variable known_changed_;
   bool known_ = false;
-  std::vector<std::unique_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance; none ever goes
+  std::vector<std::shared_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance
+  std::uint64_t departures_ = 0;                      ///< so far
   std::map<DataFlow, std::string> default_names_;     ///< as the server has them
   std::map<DataFlow, std::string> foreign_names_;     ///< the latest of those that weren't own nodes
   std::map<DataFlow, std::string> default_ids_;       ///< those that are there

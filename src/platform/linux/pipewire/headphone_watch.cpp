@@ -15,9 +15,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kParting{1000};  // cards go before and after the manager whose they are
-constexpr milliseconds kReturn{4000};   // a manager that is restarted has them again after one or two
-constexpr int kRoundsUntilAllTold = 3;  // the cards that there are, what each is, then its ports
+constexpr milliseconds kCardsPart{1000};    // cards go before and after the manager whose they are
+constexpr milliseconds kCardsReturn{4000};  // a manager that is restarted has them again after one or two
+constexpr int kRoundsUntilAllTold = 3;      // the cards that there are, what each is, then its ports
 constexpr std::uint32_t kAllParams = 0xFFFFFFFF;
 
 }  // namespace
@@ -89,20 +89,21 @@ void HeadphoneWatch::came(std::uint32_t id, std::string_view type, const spa_dic
     cards_[id] = std::make_unique<Card>(*this, registry_, id);
   } else if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
     manager_ = id;
-    if (waits_) wait_for_cards(kReturn);
+    if (waits_) wait_for_cards(kCardsReturn);
   }
 }
 
 void HeadphoneWatch::went(std::uint32_t id) {
-  if (id == manager_)
+  if (id == manager_) {
     manager_ = SPA_ID_INVALID;
-  else if (cards_.erase(id) == 0)
+  } else if (cards_.erase(id) == 0) {
     return;
-  wait_for_cards(manager_ == SPA_ID_INVALID ? kReturn : kParting);
+  }
+  wait_for_cards(manager_ == SPA_ID_INVALID ? kCardsReturn : kCardsPart);
 }
 
 void HeadphoneWatch::told() {
-  if (told_.has_value()) wait_for_cards(kReturn);
+  if (told_.has_value()) wait_for_cards(kCardsReturn);
   look();
 }
 
