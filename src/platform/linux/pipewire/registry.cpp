@@ -14,7 +14,7 @@ Registry::~Registry() {
   if (core_ != nullptr) disconnected();
 }
 
-void Registry::connected(pw_core& core) {
+void Registry::connected(pw_core&) {
   static const pw_core_events core_events = [] {
     pw_core_events table{};
     table.version = PW_VERSION_CORE_EVENTS;
@@ -33,7 +33,7 @@ void Registry::connected(pw_core& core) {
     table.global_remove = [](void* self, std::uint32_t id) { static_cast<Registry*>(self)->user_.went(id); };
     return table;
   }();
-  core_ = &core;
+  core_ = connection_.asker();
   pw_core_add_listener(core_, &core_hook_, &core_events, this);
   objects_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
   pw_registry_add_listener(objects_, &objects_hook_, &objects_events, this);

@@ -62,6 +62,7 @@ class AudioServer {
   void kill_server();
   void start_manager();
   void kill_manager();
+  ChildProcess& manager() { return manager_.back(); }
   void plug_headset();
   void unplug_headset();
   /// Another microphone, with these channels.
