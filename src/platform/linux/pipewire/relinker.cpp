@@ -49,6 +49,7 @@ void Relinker::came(Id id, std::string_view type, const spa_dict& properties) {
     if (output && input) add_link(id, *output, *input);
   } else if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
     manager_ = id;
+    manager_came_ = steady_clock::now();
     looks_left_ = kLooks;
     next_look_.start(kFirstLook);
   }
@@ -56,8 +57,10 @@ void Relinker::came(Id id, std::string_view type, const spa_dict& properties) {
 
 void Relinker::went(Id id) {
   const auto now = steady_clock::now();
-  if (manager_ != SPA_ID_INVALID && !looks_left_) {
-    std::erase_if(lost_, [&](const Lost& each) { return now - each.when > kParting; });
+  if (manager_ != SPA_ID_INVALID) {
+    std::erase_if(lost_, [&](const Lost& each) {
+      return (each.when > manager_came_ || !looks_left_) && now - each.when > kParting;
+    });
   }
   if (id == manager_) manager_ = SPA_ID_INVALID;
   own_nodes_.erase(id);
@@ -79,6 +82,7 @@ void Relinker::add_link(Id id, Id output, Id input) {
   const Link link{output, input, is_recorded ? to->second.node : from->second.node, is_recorded,
                   other.is_own ? other.name : ""};
   links_[id] = link;
+  std::erase_if(lost_, [this](const Lost& each) { return is_over(each.link); });
   if (is_made(link)) return;
   for (const auto& [made, each] : links_) {
     if (each.stream == link.stream && is_made(each)) pw_registry_destroy(&registry_.objects(), made);
@@ -88,7 +92,9 @@ void Relinker::add_link(Id id, Id output, Id input) {
 void Relinker::look() {
   if (manager_ == SPA_ID_INVALID) return;
   std::erase_if(lost_, [this](const Lost& each) { return is_over(each.link); });
-  for (const Lost& each : lost_) restore(each.link);
+  for (const Lost& each : lost_) {
+    if (each.when < manager_came_) restore(each.link);
+  }
   if (--looks_left_ > 0) next_look_.start(kNextLook);
 }
 

@@ -15,7 +15,7 @@ namespace sonivo::pipewire {
 
 /// Links applications with nodes of ours again after the session manager has been away: it leaves a stream that lived
 /// before without a link. A stream that the manager links by itself is the manager's, also later; one that had no link
-/// with a node of ours when the manager went isn't touched.
+/// with a node of ours when the manager went isn't touched, and what somebody takes apart under a manager stays so.
 class Relinker final : private Registry::User {
  public:
   Relinker(Connection& connection, std::set<std::string> own_nodes);
@@ -54,6 +54,7 @@ class Relinker final : private Registry::User {
   const std::set<std::string> own_names_;
   LoopTimer next_look_;
   Id manager_ = SPA_ID_INVALID;  ///< its table of defaults
+  std::chrono::steady_clock::time_point manager_came_;
   int looks_left_ = 0;
   std::map<Id, std::string> own_nodes_;
   std::set<Id> streams_;

@@ -245,6 +245,20 @@ TEST_F(PipeWireManagerTest, AnApplicationThatWasLinkedAgainIsLetGoWhereItIsLinke
   EXPECT_NE(links().find("call:input_FL"), std::string::npos);
 }
 
+TEST_F(PipeWireManagerTest, WhatSomebodyTakesApartSoonAfterTheSessionManagersReturnStaysSo) {
+  const auto recorder =
+      server_->start({"pw-record", "--target", kVirtualMic, "-P", "{ node.name = call }", path("heard.wav")});
+  const auto takes_apart = [&](const std::string& channel) {
+    return server_->run({"pw-link", "-d", std::string(kVirtualMic) + ":capture_" + channel, "call:input_" + channel});
+  };
+  ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) == "running"; }));
+  ASSERT_NO_FATAL_FAILURE(restart_manager());
+  ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) == "running"; }));
+  ASSERT_EQ(takes_apart("FL") + takes_apart("FR"), "");
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_EQ(server_->run({"pw-link", "-l"}).find("call:input"), std::string::npos);
+}
+
 TEST_F(PipeWireRelayTest, AServerThatIsKilledAndComesBackIsUsedAgain) {
   for (const char* file : {"first.wav", "second.wav", "third.wav"}) {
     const auto voice = server_->speak_into("notebook.microphone", counting(60));
