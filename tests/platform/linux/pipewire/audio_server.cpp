@@ -260,7 +260,9 @@ ChildProcess AudioServer::play(const std::string& sink, const std::string& wav) 
 
 ChildProcess AudioServer::record(const std::string& source, const std::string& wav, bool is_sink) {
   std::vector<std::string> command{"pw-record", "--target", source, "--format", "s16", "--channels", "2"};
-  if (is_sink) command.insert(command.end(), {"-P", "{ stream.capture.sink = true }"});
+  if (is_sink) {  // which stays the one that is recorded, whatever the default is
+    command.insert(command.end(), {"-P", "{ stream.capture.sink = true node.dont-reconnect = true }"});
+  }
   command.push_back(wav);
   return start(command);
 }
