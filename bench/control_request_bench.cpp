@@ -78,6 +78,22 @@ void measure(benchmark::State& state, Completion completion, std::uint32_t code,
   state.SetItemsProcessed(state.iterations());
 }
 
+/// One at a time, with pauses in which both sides go to sleep.
+void BM_GetNumberAfterAPause(benchmark::State& state) {
+  const auto device = running->open(Completion::synchronous);
+  std::array<std::byte, 4> output{};
+  std::uint32_t transferred = 0;
+  for (auto _ : state) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const auto start = std::chrono::steady_clock::now();
+    if (device->control_now(control::GetFunction, {}, output, transferred) != error::kNone) {
+      state.SkipWithError("refused");
+    }
+    state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  }
+}
+BENCHMARK(BM_GetNumberAfterAPause)->Setup(start_driver)->Teardown(end_driver)->UseManualTime()->Iterations(1000);
+
 /// Sets another value each time.
 void measure_setting(benchmark::State& state, std::uint32_t code) {
   const auto device = running->open(Completion::synchronous);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -22,6 +23,8 @@ constexpr ClientId kStop = 1;
 constexpr ClientId kFirstClient = 2;
 /// Of one client before the others have their turn.
 constexpr int kFramesPerTurn = 16;
+/// Who has asked often asks again at once, and to wake a core that went to sleep takes longer than to answer.
+constexpr std::chrono::microseconds kStaysAwake{50};
 /// What waits at the listener and can't be taken isn't to be spun on.
 constexpr int kPauseMs = 10;
 
@@ -76,7 +79,7 @@ void Server::run(const std::optional<Heartbeat>& heartbeat) {
       next_beat = std::chrono::steady_clock::now() + heartbeat->period;
     }
     std::array<epoll_event, 32> events;
-    const int count = ::epoll_wait(poll_.number(), events.data(), static_cast<int>(events.size()), longest_wait);
+    const int count = await_events(events, longest_wait);
     if (count < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "epoll_wait");
     for (int i = 0; i < count; ++i) {
       const epoll_event& event = events[static_cast<std::size_t>(i)];
@@ -94,6 +97,18 @@ void Server::run(const std::optional<Heartbeat>& heartbeat) {
     close_doomed();
   }
   announce_exit();
+}
+
+/// As epoll_wait().
+int Server::await_events(std::span<epoll_event> events, int longest_wait) {
+  const auto wait = [&](int limit_ms) {
+    return ::epoll_wait(poll_.number(), events.data(), static_cast<int>(events.size()), limit_ms);
+  };
+  for (const auto end = std::chrono::steady_clock::now() + kStaysAwake; std::chrono::steady_clock::now() < end;) {
+    if (const int count = wait(0); count != 0) return count;
+    ::sched_yield();
+  }
+  return wait(longest_wait);
 }
 
 void Server::announce_exit() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/epoll.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <vector>
 
 #include "driver/connection.h"
@@ -52,6 +54,7 @@ class Server {
   void stop();
 
  private:
+  int await_events(std::span<epoll_event> events, int longest_wait);
   void accept_clients();
   bool accept_one();
   bool wait_after_failure(int number);

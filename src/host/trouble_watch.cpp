@@ -1,5 +1,7 @@
 #include "host/trouble_watch.h"
 
+#include <utility>
+
 namespace sonivo {
 namespace {
 
@@ -30,8 +32,8 @@ bool Standing::Since(bool holds, std::uint64_t now_ms) {
 
 const std::string& TroubleWatch::Look() {
   const std::uint64_t now_ms = host_.machine.clock.tick_ms();
-  NoteUnderruns(capture_, host_.m_AudioControl.Stream(DataFlow::capture), now_ms);
-  NoteUnderruns(render_, host_.m_AudioControl.Stream(DataFlow::render), now_ms);
+  LookAtStream(capture_, host_.m_AudioControl.Stream(DataFlow::capture), now_ms);
+  LookAtStream(render_, host_.m_AudioControl.Stream(DataFlow::render), now_ms);
   std::string present = Present(now_ms);
   if (!present.empty() && present != present_) host_.m_LastTrouble.Note(present, now_ms);
   present_ = std::move(present);
@@ -69,20 +71,24 @@ std::string TroubleWatch::VirtualTrouble(Direction& direction, const CStreamInte
 
 std::string TroubleWatch::PhysicalTrouble(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms) {
   const bool hangs = direction.opening.Since(stream.State() == StreamState::eVirtualStreaming, now_ms);
-  if (!hangs && !stream.OpeningFailed()) return {};
   const std::string device = direction.device;
-  return stream.EndpointId().empty() ? "there is no " + device : "the " + device + " can't be opened";
+  if (hangs || stream.OpeningFailed()) {
+    return stream.EndpointId().empty() ? "there is no " + device : "the " + device + " can't be opened";
+  }
+  return direction.is_silent ? "the " + device + " is open, but no sound passes" : "";
 }
 
-// What runs empty when its stream ends is no loss.
-void TroubleWatch::NoteUnderruns(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms) {
-  const StreamStatistics statistics = stream.Statistics();
-  const bool same_stream = stream.State() == StreamState::ePhysicalStreaming && statistics.streams == direction.streams;
-  if (same_stream && statistics.underruns > direction.underruns) {
+void TroubleWatch::LookAtStream(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms) {
+  const StreamStatistics now = stream.Statistics();
+  const StreamStatistics before = std::exchange(direction.statistics, now);
+  // What runs empty when its stream ends is no loss.
+  const bool same_stream = stream.State() == StreamState::ePhysicalStreaming && now.streams == before.streams;
+  if (same_stream && now.underruns > before.underruns) {
     host_.m_LastTrouble.Note(std::string("the ring of the ") + direction.device + " ran empty", now_ms);
   }
-  direction.underruns = statistics.underruns;
-  direction.streams = statistics.streams;
+  // An application streams, and the device behind it doesn't.
+  direction.is_silent = direction.silent.Since(
+      now.virtual_transfers != before.virtual_transfers && now.physical_packets == before.physical_packets, now_ms);
 }
 
 }  // namespace sonivo

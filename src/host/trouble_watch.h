@@ -34,22 +34,24 @@ class TroubleWatch {
     const char* device;
     Standing absent;
     Standing opening;
-    std::uint64_t streams = 0;
-    std::uint64_t underruns = 0;
+    Standing silent;
+    bool is_silent = false;
+    StreamStatistics statistics = {};
   };
   std::string Present(std::uint64_t now_ms);
   std::string LookAtDriver(std::uint64_t now_ms);
   std::string VirtualTrouble(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms);
   std::string PhysicalTrouble(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms);
-  void NoteUnderruns(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms);
+  void LookAtStream(Direction& direction, const CStreamInterface& stream, std::uint64_t now_ms);
 
   static constexpr std::uint32_t kMomentMs = 1000;
+  static constexpr std::uint32_t kSilentMs = 2000;     // a device that has slept may need one to begin
   static constexpr std::uint32_t kReconnectMs = 5000;  // a resume takes two seconds to connect again
 
   HostState& host_;
   Standing not_ready_{kReconnectMs};
-  Direction capture_{"microphone", Standing(kMomentMs), Standing(kMomentMs)};
-  Direction render_{"speaker", Standing(kMomentMs), Standing(kMomentMs)};
+  Direction capture_{"microphone", Standing(kMomentMs), Standing(kMomentMs), Standing(kSilentMs)};
+  Direction render_{"speaker", Standing(kMomentMs), Standing(kMomentMs), Standing(kSilentMs)};
   std::string present_;
   std::string driver_trouble_;
 };

@@ -25,6 +25,7 @@ MachineFacts well() {
                                {"relay.spk", "Norvell Audio Relay", DataFlow::render, false, ""}},
                  .default_microphone = "mic",
                  .default_speaker = "spk"};
+  facts.session = {.logind = true, .id = "2", .active = true};
   facts.real_time = true;
   facts.chain = Chain::keycancel;
   facts.has_chain_parameters = true;
@@ -261,6 +262,32 @@ TEST(DoctorRules, FilesOfTheProgramTablesOfNamesAndRealTime) {
   EXPECT_EQ(the_trouble(facts),
             "realtime: Real-time scheduling is refused to this user, so that audio may stutter under load. | Install "
             "rtkit, or allow the user a real-time priority of 10 in /etc/security/limits.conf.");
+}
+
+TEST(DoctorRules, ARefusalOfRealTimeByRealtimeKit) {
+  MachineFacts facts = well();
+  facts.real_time = false;
+  facts.real_time_refusal = "Permission denied";
+  EXPECT_EQ(the_trouble(facts),
+            "realtime: Real-time scheduling is refused to this user, so that audio may stutter under load: Permission "
+            "denied. | Allow the user a real-time priority of 10 in /etc/security/limits.conf.");
+  facts.real_time_refusal = "Device or resource busy";
+  EXPECT_TRUE(is_well(findings(facts))) << "it would be granted later";
+  EXPECT_EQ(findings(facts).back().text, "Who grants real-time scheduling has been asked too often to answer now.");
+}
+
+TEST(DoctorRules, ASessionWithoutAudio) {
+  MachineFacts facts = well();
+  facts.session.active = false;
+  EXPECT_EQ(the_trouble(facts),
+            "session: Another session has the machine's screen, so that no audio passes here. | Switch to this one: "
+            "loginctl activate 2.");
+  facts.session.id = "";
+  EXPECT_EQ(
+      the_trouble(facts),
+      "session: Nobody is signed in as this user, so that no audio passes. | Sign in at the machine's own screen.");
+  facts.session = {};  // without logind there is one session
+  EXPECT_TRUE(is_well(findings(facts)));
 }
 
 TEST(DoctorRules, WhatIsPrintedHasNoControlCharacters) {

@@ -6,6 +6,7 @@ set -euo pipefail
 cpack=$1
 build=$(realpath "$2")
 folder=$(mktemp -d)
+readonly folder
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
 
@@ -50,6 +51,12 @@ grep -qx ExecStart=/usr/bin/NorvellSonivoService "$root/usr/lib/systemd/user/Nor
 [[ -L $enabled && -L $root/etc/systemd/user/sockets.target.wants/NorvellSonivoDriver.socket ]] || fail "the units don't start with a session"
 
 grep -q '^Copyright: ' "$root/usr/share/doc/sonivo/copyright" || fail "the copyright is nobody's"
+# What the programs are compiled from beside their own sources; those of the system have no code in their headers.
+compiled_in=$(ninja -C "$build" -t deps | awk '/^[^ ]/ { installed = $1 !~ /^(tests|bench|fuzz)\// } /^ / && installed' |
+  grep -oE '/usr/(include|share)/[^/]+/' | grep -vE '/(c\+\+|x86_64-linux-gnu|linux|asm-generic|systemd)/' | sort -u)
+for library in $compiled_in; do
+  grep -qE "^Files:.* ${library#/}\*" "$root/usr/share/doc/sonivo/copyright" || fail "the copyright of $library is left out"
+done
 [[ $(zcat "$root/usr/share/doc/sonivo/changelog.gz" | head -n 1) == "sonivo ($version) "* ]] || fail "the changelog is of another version"
 if command -v lintian >/dev/null; then
   lintian --allow-root --fail-on error,warning "$deb" || fail "the package is found fault with"

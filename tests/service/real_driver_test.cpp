@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <array>
@@ -28,6 +29,15 @@ namespace c = control;
 std::size_t open_descriptors() {
   const std::filesystem::directory_iterator all("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+/// What the first return of a driver makes for good is less.
+constexpr std::size_t kFirstReturn = 16 * 1024;
+
+/// A sanitizer's allocator says 0.
+std::size_t allocated_bytes() {
+  const auto heap = ::mallinfo2();
+  return heap.uordblks + heap.hblkhd;
 }
 
 /// How often the driver is killed; more in a long run.
@@ -165,6 +175,7 @@ TEST_F(RealDriver, KillsAtAnyMomentAreSurvivedAndSettingsKept) {
   simulation.run_for(500);
   const std::size_t descriptors = open_descriptors();
   const std::size_t threads = simulation.scheduler().live_threads();
+  const std::size_t bytes = allocated_bytes();
 
   std::array settings_known{KnownSetting{c::SetFunction, c::GetFunction, 1000},
                             KnownSetting{c::SetAutoExit, c::GetAutoExit, 2},
@@ -211,11 +222,14 @@ TEST_F(RealDriver, KillsAtAnyMomentAreSurvivedAndSettingsKept) {
     EXPECT_TRUE(each.may_be(value)) << std::hex << each.get_code << " is " << value;
   }
   EXPECT_TRUE(wait_until([&] { return ready(); }));
-  std::printf("%d kills, %zu requests answered, %zu lost\n", kills(), answered, lost);
+  const std::size_t bytes_after = allocated_bytes();
+  std::printf("%d kills, %zu requests answered, %zu lost, %zu bytes before and %zu after\n", kills(), answered, lost,
+              bytes, bytes_after);
   EXPECT_GT(answered, 0u);
   wait_until([&] { return open_descriptors() == descriptors && simulation.scheduler().live_threads() == threads; });
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_EQ(simulation.scheduler().live_threads(), threads);
+  EXPECT_LT(bytes_after, bytes + kFirstReturn);
   const auto names = std::filesystem::directory_iterator(state());
   EXPECT_TRUE(std::none_of(begin(names), end(names), [](const auto& file) {
     return file.path().string().find(".damaged") != std::string::npos;

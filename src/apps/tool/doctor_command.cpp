@@ -18,8 +18,9 @@ constexpr int kWell = 0;
 constexpr int kNotWell = 4;
 
 constexpr const char* kDoctorDescription =
-    "Looks at all that can be wrong on this machine: PipeWire, its devices and their mutes, the driver, the service,\n"
-    "parameters, models, real-time scheduling. Says of each what is and, where something is wrong, what to do.\n"
+    "Looks at all that can be wrong on this machine: the session, PipeWire, its devices and their mutes, the driver,\n"
+    "the service, parameters, models, real-time scheduling. Says of each what is and, where something is wrong, what\n"
+    "to do.\n"
     "Takes a few seconds at most.\n"
     "Exit codes:\n"
     "  0  all is well\n"

@@ -51,25 +51,33 @@ class Examination {
   explicit Examination(const MachineFacts& facts) : facts_(facts) {}
 
   std::vector<Finding> run() {
+    look_at_session();
     look_at_server();
     look_at_holders();
     look_at_driver();
     look_at_service();
     look_at_chain();
     look_at_files();
-    if (facts_.real_time) {
-      add(Kind::good, "realtime", "Audio may run in real time.");
-    } else {
-      add(Kind::trouble, "realtime",
-          "Real-time scheduling is refused to this user, so that audio may stutter under load.",
-          "Install rtkit, or allow the user a real-time priority of 10 in /etc/security/limits.conf.");
-    }
+    look_at_scheduling();
     return std::move(findings_);
   }
 
  private:
   void add(Kind kind, const char* subject, std::string text, std::string advice = {}) {
     findings_.push_back({kind, subject, std::move(text), std::move(advice)});
+  }
+
+  void look_at_session() {
+    if (!facts_.session.logind) return;  // a machine without it has one session
+    if (facts_.session.id.empty()) {
+      add(Kind::trouble, "session", "Nobody is signed in as this user, so that no audio passes.",
+          "Sign in at the machine's own screen.");
+    } else if (!facts_.session.active) {
+      add(Kind::trouble, "session", "Another session has the machine's screen, so that no audio passes here.",
+          "Switch to this one: loginctl activate " + facts_.session.id + '.');
+    } else {
+      add(Kind::good, "session", "This session is the active one.");
+    }
   }
 
   void look_at_server() {
@@ -243,6 +251,25 @@ class Examination {
     for (const std::string& file : facts_.missing_files) {
       add(Kind::trouble, "files", "A file that belongs to the program is missing: " + quoted(file) + ".",
           kInstallAgain);
+    }
+  }
+
+  void look_at_scheduling() {
+    const std::string& refusal = facts_.real_time_refusal;
+    const std::string allow = "llow the user a real-time priority of 10 in /etc/security/limits.conf.";
+    if (facts_.real_time) {
+      add(Kind::good, "realtime", "Audio may run in real time.");
+    } else if (refusal.empty()) {
+      add(Kind::trouble, "realtime",
+          "Real-time scheduling is refused to this user, so that audio may stutter under load.",
+          "Install rtkit, or a" + allow);
+    } else if (contains(refusal, "busy")) {  // the limit of requests in a time, about which it says no more
+      add(Kind::hint, "realtime", "Who grants real-time scheduling has been asked too often to answer now.",
+          "Look again in half a minute.");
+    } else {
+      add(Kind::trouble, "realtime",
+          "Real-time scheduling is refused to this user, so that audio may stutter under load: " + ended(refusal),
+          "A" + allow);
     }
   }
 

@@ -7,6 +7,7 @@
 #include "apps/tool/device_holders.h"
 #include "apps/tool/machine_chain.h"
 #include "apps/tool/status_report.h"
+#include "platform/linux/logind.h"
 #include "platform/linux/pipewire/server_survey.h"
 
 namespace sonivo::tool {
@@ -16,7 +17,9 @@ struct MachineFacts {
   std::vector<std::string> table_faults;  ///< of the tables of microphone names, a sentence each
   pipewire::ServerSurvey audio;
   std::vector<DeviceHolder> holders;
-  bool real_time = false;  ///< is granted to this user
+  linux::SessionState session;
+  bool real_time = false;         ///< is granted to this user
+  std::string real_time_refusal;  ///< else why, in the words of who schedules; empty: there is nobody who does
 
   std::string driver_fault;  ///< why it can't be asked, and what to do, with a semicolon between; empty: it answers
   // Known only where the driver answers.

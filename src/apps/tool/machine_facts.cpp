@@ -13,6 +13,7 @@
 #include "apps/tool/param_blob.h"
 #include "base/text.h"
 #include "platform/linux/folders.h"
+#include "platform/linux/logind.h"
 #include "platform/linux/real_time.h"
 #include "relay/effect_properties.h"
 #include "relay/model_table.h"
@@ -24,10 +25,18 @@ namespace {
 constexpr int kAudioPriority = 10;  // as the threads that serve streams ask for
 
 /// On a thread that ends with the question: what is granted stays with it.
-bool real_time_is_granted() {
-  bool granted = false;
-  std::thread([&] { granted = linux::RealTime({}).grant(kAudioPriority); }).join();
-  return granted;
+void ask_for_real_time(MachineFacts& facts) {
+  std::thread([&] { facts.real_time = linux::RealTime({}).grant(kAudioPriority, facts.real_time_refusal); }).join();
+}
+
+/// That of this program; where it is in none, as the service, the one that its user sees.
+linux::SessionState session_state() {
+  linux::SessionState latest;
+  const linux::Logind logind(linux::usual_logind(),
+                             {.changed = [&](const linux::SessionState& state) { latest = state; },
+                              .suspends = [](auto) {},
+                              .resumed = [] {}});
+  return latest;
 }
 
 /// With one of those where the relay looks; it looks with those that are not there, too, which the driver doesn't list.
@@ -70,7 +79,8 @@ MachineFacts gather_facts(const std::string& socket) {
   const auto names = pipewire::names_of_tables(linux::microphone_tables(), facts.table_faults);
   facts.audio = pipewire::survey_server(names, kServerPatienceMs);
   facts.holders = device_holders();
-  facts.real_time = real_time_is_granted();
+  facts.session = session_state();
+  ask_for_real_time(facts);
   try {
     ask_driver(socket, facts);
   } catch (const Failure& failure) {

@@ -1,5 +1,6 @@
 #include "platform/linux/control_socket.h"
 
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -17,6 +18,8 @@
 
 namespace sonivo::linux {
 namespace {
+
+constexpr std::chrono::microseconds kStaysAwake{50};
 
 Error connect_error(int number) {
   switch (number) {
@@ -49,6 +52,21 @@ bool connect_to(const Descriptor& socket, const sockaddr_un& address) {
 void limit_waiting(int socket, int option, std::chrono::milliseconds limit) {
   const timeval value{limit.count() / 1000, limit.count() % 1000 * 1000};
   ::setsockopt(socket, SOL_SOCKET, option, &value, sizeof value);
+}
+
+/// As recvmsg(). An answer is there so soon that a core that went to sleep meanwhile would come late for it.
+ssize_t receive_packet(int socket, msghdr& message) {
+  const auto receive = [&](int flags) { return ::recvmsg(socket, &message, MSG_CMSG_CLOEXEC | flags); };
+  for (const auto end = std::chrono::steady_clock::now() + kStaysAwake; std::chrono::steady_clock::now() < end;) {
+    const ssize_t count = receive(MSG_DONTWAIT);
+    if (count >= 0 || (errno != EAGAIN && errno != EINTR)) return count;
+    ::sched_yield();
+  }
+  ssize_t count = 0;
+  do {
+    count = receive(0);
+  } while (count < 0 && errno == EINTR);
+  return count;
 }
 
 /// Whoever owns the name is asked for nothing unless it is this user or root.
@@ -129,10 +147,7 @@ Received receive_control(int socket, control::ReplyHead& head, std::span<std::by
   msghdr message{};
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();
-  ssize_t count = 0;
-  do {
-    count = ::recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
-  } while (count < 0 && errno == EINTR);
+  const ssize_t count = receive_packet(socket, message);
   if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Received::nothing;
   const bool whole = count >= static_cast<ssize_t>(sizeof head) && (message.msg_flags & MSG_TRUNC) == 0 &&
                      static_cast<std::size_t>(count) == sizeof head + head.transferred;

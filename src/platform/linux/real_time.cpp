@@ -30,7 +30,7 @@ constexpr Granter kRealtimeKit{BusKind::system, "org.freedesktop.RealtimeKit1", 
 
 constexpr std::uint64_t kLimitUs = 500'000;
 
-bool make_real_time(sd_bus* bus, const Granter& granter, std::uint32_t priority) {
+bool make_real_time(sd_bus* bus, const Granter& granter, std::uint32_t priority, std::string& refusal) {
   sd_bus_message* made = nullptr;
   if (sd_bus_message_new_method_call(bus, &made, granter.name, granter.path, granter.interface,
                                      "MakeThreadRealtimeWithPID") < 0) {
@@ -39,9 +39,11 @@ bool make_real_time(sd_bus* bus, const Granter& granter, std::uint32_t priority)
   const BusMessage call(made);
   const auto process = static_cast<std::uint64_t>(::getpid());
   const auto thread = static_cast<std::uint64_t>(::gettid());
-  BusError ignored;
-  return sd_bus_message_append(made, "ttu", process, thread, priority) >= 0 &&
-         sd_bus_call(bus, made, kLimitUs, ignored.get(), nullptr) >= 0;
+  BusError error;
+  if (sd_bus_message_append(made, "ttu", process, thread, priority) < 0) return false;
+  if (sd_bus_call(bus, made, kLimitUs, error.get(), nullptr) >= 0) return true;
+  refusal = error.get()->message;
+  return false;
 }
 
 bool is_there(sd_bus* bus, const char* name) {
@@ -55,7 +57,7 @@ bool is_there(sd_bus* bus, const char* name) {
 }
 
 /// They grant it only to a process that has agreed to be ended when a thread computes for longer than this.
-bool ask(const Granter& granter, const std::string& address, int priority) {
+bool ask(const Granter& granter, const std::string& address, int priority, std::string& refusal) {
   const Bus bus = open_bus(granter.bus, address);
   if (!bus) return false;
   sd_bus_set_method_call_timeout(bus.get(), kLimitUs);
@@ -68,7 +70,7 @@ bool ask(const Granter& granter, const std::string& address, int priority) {
     return false;
   }
   if (!limit_real_time(static_cast<std::uint64_t>(longest_us))) return false;
-  return make_real_time(bus.get(), granter, static_cast<std::uint32_t>(std::min(priority, most)));
+  return make_real_time(bus.get(), granter, static_cast<std::uint32_t>(std::min(priority, most)), refusal);
 }
 
 }  // namespace
@@ -79,8 +81,9 @@ bool RealTime::set_real_time(int priority) {
   return ::pthread_setschedparam(::pthread_self(), SCHED_RR, &parameters) == 0;
 }
 
-bool RealTime::grant(int priority) {
-  if (ask(kPortal, options_.user_bus, priority) || ask(kRealtimeKit, options_.system_bus, priority) ||
+bool RealTime::grant(int priority, std::string& refusal) {
+  refusal.clear();
+  if (ask(kPortal, options_.user_bus, priority, refusal) || ask(kRealtimeKit, options_.system_bus, priority, refusal) ||
       options_.own_limits(priority)) {
     guard_this_thread();
     return true;

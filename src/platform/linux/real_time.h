@@ -21,7 +21,12 @@ class RealTime {
 
   /// For the calling thread. May wait up to a second for those it asks, where they hang. A notice tells of the first
   /// refusal.
-  bool grant(int priority);
+  bool grant(int priority) {
+    std::string ignored;
+    return grant(priority, ignored);
+  }
+  /// `refusal`: in the words of the one who was asked last; empty: nobody is there who could be asked.
+  bool grant(int priority, std::string& refusal);
 
   /// By the process's own limits.
   static bool set_real_time(int priority);

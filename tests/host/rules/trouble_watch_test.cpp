@@ -126,6 +126,20 @@ TEST_F(Troubles, TellOfAnOpeningThatTakesOverASecond) {
   EXPECT_EQ(look_for(3000), (std::vector<std::string>{"", kClosedMicrophone, ""}));
 }
 
+TEST_F(Troubles, TellOfADeviceThatStandsStillWhileAnApplicationStreams) {
+  start();
+  script.fail_always(Step::client_start, kOk);  // as one that nobody links
+  open_recorder();
+  EXPECT_EQ(look_for(2400), (std::vector<std::string>{"", "the microphone is open, but no sound passes"}));
+  machine.driver().close_client(sim::PinId::mic);
+  look_for(400);
+  open_player();
+  EXPECT_EQ(look_for(2400), (std::vector<std::string>{"", "the speaker is open, but no sound passes"}));
+  script.pardon(Step::client_start);
+  look_for(400);
+  EXPECT_EQ(present(), "");
+}
+
 TEST_F(Troubles, AreNotedWithTheTimeOfTheirBeginning) {
   start();
   script.fail_always(Step::client_initialize, kFail);

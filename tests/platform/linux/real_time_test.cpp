@@ -122,6 +122,18 @@ TEST_F(RealTimeTest, TheOwnLimitsAreTheLastResort) {
   EXPECT_THAT(own_limits_asked, ElementsAre(5));
 }
 
+TEST_F(RealTimeTest, ARefusalIsToldInTheWordsOfTheOneWhoRefuses) {
+  own_limits_grant = false;
+  std::string refusal = "of before";
+  EXPECT_FALSE(real_time.grant(5, refusal));
+  EXPECT_EQ(refusal, "") << "nobody is there";
+  MockedGranter busy =
+      kit("raise dbus.exceptions.DBusException('Device or resource busy', "
+          "name='org.freedesktop.DBus.Error.AccessDenied')");
+  EXPECT_FALSE(real_time.grant(5, refusal));
+  EXPECT_EQ(refusal, "Device or resource busy");
+}
+
 TEST_F(RealTimeTest, ARefusalByAllIsToldOnce) {
   std::vector<std::string> traces;
   const ScopedTraceSink sink([&](TraceLevel, std::string_view text) { traces.emplace_back(text); });

@@ -3,6 +3,8 @@
 #include <spa/param/route.h>
 #include <spa/pod/parser.h>
 
+#include <algorithm>
+
 namespace sonivo::pipewire {
 
 std::optional<CardRoute> read_route(const spa_pod& param) {
@@ -26,6 +28,38 @@ const spa_pod* route_volume(spa_pod_builder& builder, const CardRoute& route, co
   spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_save, 0);
   spa_pod_builder_bool(&builder, wanted.channels == before.channels);
   return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
+}
+
+void CardRoutes::add(const Registry& registry, std::uint32_t id) {
+  static const pw_device_events events = [] {
+    pw_device_events table{};
+    table.version = PW_VERSION_DEVICE_EVENTS;
+    table.param = [](void* card, int, std::uint32_t param_id, std::uint32_t, std::uint32_t, const spa_pod* param) {
+      if (param_id != SPA_PARAM_Route || param == nullptr) return;
+      const auto route = read_route(*param);
+      if (!route) return;
+      auto& routes = static_cast<Card*>(card)->routes;
+      std::erase_if(routes, [&](const CardRoute& each) {
+        return each.device == route->device && each.direction == route->direction;
+      });
+      routes.push_back(*route);
+    };
+    return table;
+  }();
+  Card& card = cards_[id];
+  card.object =
+      std::make_unique<BoundObject>(registry, id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE, &events, &card);
+  std::uint32_t wanted = SPA_PARAM_Route;
+  if (auto* const device = card.object->get<pw_device>()) pw_device_subscribe_params(device, &wanted, 1);
+}
+
+const CardRoute* CardRoutes::find(std::uint32_t id, std::int32_t device, std::uint32_t direction) const {
+  const auto card = cards_.find(id);
+  if (card == cards_.end()) return nullptr;
+  for (const CardRoute& each : card->second.routes) {
+    if (each.device == device && each.direction == direction) return &each;
+  }
+  return nullptr;
 }
 
 }  // namespace sonivo::pipewire

@@ -4,9 +4,13 @@
 #include <spa/pod/pod.h>
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <optional>
+#include <vector>
 
 #include "platform/linux/pipewire/node_volume.h"
+#include "platform/linux/pipewire/registry.h"
 
 namespace sonivo::pipewire {
 
@@ -25,5 +29,23 @@ std::optional<CardRoute> read_route(const spa_pod& param);
 /// not: it is set for as long as audio passes, and a program that is killed can't take it back.
 const spa_pod* route_volume(spa_pod_builder& builder, const CardRoute& route, const NodeVolume& before,
                             const NodeVolume& wanted);
+
+/// The routes in use on the server's sound cards. With the loop locked, all of it.
+class CardRoutes {
+ public:
+  void add(const Registry& registry, std::uint32_t card);
+  void remove(std::uint32_t card) { cards_.erase(card); }
+  void clear() { cards_.clear(); }
+  /// That of one of the card's nodes; null when it has none.
+  const CardRoute* find(std::uint32_t card, std::int32_t device, std::uint32_t direction) const;
+
+ private:
+  struct Card {
+    std::vector<CardRoute> routes;  ///< at most one for a device and direction
+    std::unique_ptr<BoundObject> object;
+  };
+
+  std::map<std::uint32_t, Card> cards_;
+};
 
 }  // namespace sonivo::pipewire

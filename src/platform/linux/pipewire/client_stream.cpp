@@ -188,15 +188,15 @@ void RenderStream::fill(std::byte* frames, std::uint32_t count) {
 }
 
 void RenderStream::release(std::uint32_t frames) {
-  played_ = std::min<std::uint64_t>(played_ + playout_.admitted(frames), written_);
+  position_.pass(playout_.admitted(frames));
   wake_client();
 }
 
-std::uint32_t RenderStream::padding() const { return static_cast<std::uint32_t>(written_ - played_); }
+std::uint32_t RenderStream::padding() const { return position_.waiting(); }
 
 void RenderStream::drop_buffered() {
   playout_.flush();
-  played_ = written_.load();
+  position_.drop();
 }
 
 Status RenderStream::get_buffer(std::uint32_t frames, std::byte*& data) {
@@ -213,7 +213,7 @@ Status RenderStream::release_buffer(std::uint32_t frames, std::uint32_t flags) {
   const std::size_t bytes = std::size_t{frames} * format_.nBlockAlign;
   if ((flags & kBufferSilent) != 0) std::fill_n(lent_.begin(), bytes, std::byte{0});
   playout_.write(lent_.data(), frames);
-  written_ += frames;
+  position_.write(frames);
   return kOk;
 }
 

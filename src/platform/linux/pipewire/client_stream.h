@@ -12,6 +12,7 @@
 #include "platform/linux/pipewire/frame_fifo.h"
 #include "platform/linux/pipewire/graph.h"
 #include "platform/linux/pipewire/pacer.h"
+#include "platform/linux/pipewire/play_position.h"
 #include "platform/linux/pipewire/playout.h"
 #include "platform/linux/pipewire/stream_node.h"
 #include "platform/wave_format.h"
@@ -116,9 +117,8 @@ class RenderStream final : public ClientStream {
 
   const std::uint32_t buffer_frames_;
   Playout playout_;
-  std::atomic<std::uint64_t> written_ = 0;  ///< by the client
-  std::atomic<std::uint64_t> played_ = 0;   ///< as the client is told: evenly, not by turns; never beyond what it wrote
-  std::vector<std::byte> lent_;             ///< with the client
+  PlayPosition position_;
+  std::vector<std::byte> lent_;  ///< with the client
   std::uint32_t lent_frames_ = 0;
 };
 

@@ -36,10 +36,8 @@ Connection::Connection(const std::string& remote) : remote_(remote) {
 
 Connection::~Connection() {
   pw_thread_loop_stop(loop_);
-  if (core_ != nullptr) {
-    spa_hook_remove(&core_hook_);
-    pw_core_disconnect(core_);
-  }
+  close(asker_);
+  close(bearer_);
   pw_context_destroy(context_);
   pw_thread_loop_destroy(loop_);
   pw_deinit();
@@ -47,7 +45,7 @@ Connection::~Connection() {
 
 void Connection::add(User& user) {
   users_.push_back(&user);
-  if (core_ != nullptr) user.connected(*core_);
+  if (core() != nullptr) user.connected(*core());
 }
 
 void Connection::remove(User& user) { std::erase(users_, &user); }
@@ -59,18 +57,9 @@ pw_core* Connection::connect_once() {
   return pw_context_connect(context_, properties, 0);
 }
 
-pw_core* Connection::connect_beside() { return core_ != nullptr ? connect_once() : nullptr; }
+pw_core* Connection::connect_beside() { return core() != nullptr ? connect_once() : nullptr; }
 
-void Connection::connect() {
-  core_ = connect_once();
-  if (core_ == nullptr) {
-    note_away("PipeWire can't be reached");
-    ++failures_;
-    retry_later();
-    return;
-  }
-  failures_ = 0;
-  if (std::exchange(is_away_, false)) trace(TraceLevel::notice, "PipeWire is there again\n");
+bool Connection::open(Client& client) {
   static const pw_core_events events = [] {
     pw_core_events table{};
     table.version = PW_VERSION_CORE_EVENTS;
@@ -84,17 +73,37 @@ void Connection::connect() {
     };
     return table;
   }();
-  pw_core_add_listener(core_, &core_hook_, &events, this);
-  for (User* const user : users_) user->connected(*core_);
+  client.core = connect_once();
+  if (client.core == nullptr) return false;
+  pw_core_add_listener(client.core, &client.hook, &events, this);
+  return true;
+}
+
+void Connection::close(Client& client) {
+  if (client.core == nullptr) return;
+  spa_hook_remove(&client.hook);
+  pw_core_disconnect(std::exchange(client.core, nullptr));
+}
+
+void Connection::connect() {
+  if (!open(bearer_) || !open(asker_)) {
+    close(bearer_);
+    note_away("PipeWire can't be reached");
+    ++failures_;
+    retry_later();
+    return;
+  }
+  failures_ = 0;
+  if (std::exchange(is_away_, false)) trace(TraceLevel::notice, "PipeWire is there again\n");
+  for (User* const user : users_) user->connected(*core());
 }
 
 void Connection::lose() {
-  if (core_ == nullptr) return;
+  if (core() == nullptr) return;
   note_away("PipeWire is gone");
   for (User* const user : users_) user->disconnected();
-  spa_hook_remove(&core_hook_);
-  pw_core_disconnect(core_);
-  core_ = nullptr;
+  close(asker_);
+  close(bearer_);
   retry_later();
 }
 

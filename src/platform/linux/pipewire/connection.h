@@ -10,6 +10,10 @@ namespace sonivo::pipewire {
 
 /// The connection to the audio server, made anew whenever the server is there again. All of it happens on the thread of
 /// its loop; other threads hold a Lock while they touch anything of the server's.
+///
+/// It is two clients to the server, which hears nothing more of one that has asked for another's object until that
+/// other has answered. The one bears our nodes and asks nobody for anything, the other asks: were they one, we and the
+/// session manager would wait for each other for ever whenever each asks at the same time, and with us all clients.
 class Connection {
  public:
   /// What lives by the connection. Called on the loop's thread, with the loop locked.
@@ -47,16 +51,25 @@ class Connection {
   void add(User& user);
   /// With a Lock. The user is not told anything.
   void remove(User& user);
-  /// With a Lock. Null while there is no server.
-  pw_core* core() const { return core_; }
-  /// With a Lock. One more connection to the same server, on the same loop, which the caller ends; null when there is
+  /// With a Lock. Bears our nodes; null while there is no server.
+  pw_core* core() const { return bearer_.core; }
+  /// With a Lock. Asks for the objects of others; null while there is no server.
+  pw_core* asker() const { return asker_.core; }
+  /// With a Lock. One more client to the same server, on the same loop, which the caller ends; null when there is
   /// none to be had.
   pw_core* connect_beside();
   pw_loop& loop() const { return *pw_thread_loop_get_loop(loop_); }
 
  private:
+  struct Client {
+    pw_core* core = nullptr;
+    spa_hook hook{};
+  };
+
   void connect();
   pw_core* connect_once();
+  bool open(Client& client);
+  static void close(Client& client);
   void lose();
   void note_away(const char* how);
   void retry_later();
@@ -66,8 +79,8 @@ class Connection {
   spa_source* retry_ = nullptr;
   spa_source* lost_ = nullptr;
   std::string remote_;
-  pw_core* core_ = nullptr;
-  spa_hook core_hook_{};
+  Client bearer_;
+  Client asker_;
   unsigned failures_ = 0;  ///< since the latest connection
   bool is_away_ = false;   ///< and the log says so
   std::vector<User*> users_;

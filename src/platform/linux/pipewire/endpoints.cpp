@@ -29,7 +29,7 @@ class NodeProperties final : public PropertyStore {
 class NodeEndpoint final : public Endpoint {
  public:
   NodeEndpoint(Connection& connection, Graph& graph, Pacer& pacer, std::string id)
-      : connection_(connection), graph_(graph), pacer_(pacer), id_(std::move(id)) {}
+      : connection_(connection), graph_(graph), pacer_(pacer), id_(std::move(id)), held_(graph_.hold(id_)) {}
 
   Status id(std::string& id) override {
     id = id_;
@@ -55,6 +55,7 @@ class NodeEndpoint final : public Endpoint {
   Graph& graph_;
   Pacer& pacer_;
   const std::string id_;
+  const std::shared_ptr<const void> held_;
 };
 
 }  // namespace

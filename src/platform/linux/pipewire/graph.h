@@ -1,6 +1,5 @@
 #pragma once
 
-#include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
 
 #include <condition_variable>
@@ -17,9 +16,10 @@
 #include "platform/linux/pipewire/callbacks.h"
 #include "platform/linux/pipewire/card_route.h"
 #include "platform/linux/pipewire/connection.h"
+#include "platform/linux/pipewire/default_names.h"
 #include "platform/linux/pipewire/friendly_names.h"
-#include "platform/linux/pipewire/node_volume.h"
-#include "platform/linux/pipewire/volume_request.h"
+#include "platform/linux/pipewire/graph_node.h"
+#include "platform/linux/pipewire/registry.h"
 
 namespace sonivo::pipewire {
 
@@ -41,25 +41,10 @@ class DepartureWatch {
   ~DepartureWatch() = default;
 };
 
-/// A node of this process. The server hears nothing else of a client while that client's request to change a node is
-/// under way, so that the answer of one's own node would never arrive: it is changed here instead. Nodes of others are
-/// changed by a VolumeRequest.
-class OwnNode {
- public:
-  /// Any thread, with the loop locked.
-  virtual void set_volume(const NodeVolume& volume) = 0;
-  /// Loop's thread, with the loop locked: the session manager has gone. The next one waits without end for the ports of
-  /// a node that had them before, and links nothing meanwhile: the node has to be made anew. Its
-  /// endpoint has gone until then.
-  virtual void manager_left() = 0;
-
- protected:
-  ~OwnNode() = default;
-};
-
 /// The model of the server's endpoints and defaults: written on the loop's thread, read on any. An endpoint that has
-/// gone is remembered, so that what was read of it still holds when it comes back.
-class Graph final : private Connection::User {
+/// gone is remembered, so that what was read of it still holds when it comes back: the latest 64, and those that
+/// somebody holds.
+class Graph final : private Registry::User {
  public:
   Graph(Connection& connection, Dispatcher& dispatcher, FriendlyNames names);
   ~Graph();
@@ -86,46 +71,36 @@ class Graph final : private Connection::User {
   /// Takes effect in the model at once, and is told to the callbacks with the context; taken back, and told so, where
   /// the node's owner doesn't answer for two seconds. False: the endpoint isn't there, or the server takes no request.
   bool set_volume(const std::string& id, const Guid& context, const std::function<void(NodeVolume&)>& change);
-  /// Null for an endpoint that was never there.
-  Callbacks<IAudioEndpointVolumeCallback>* volume_callbacks(const std::string& id);
+  using VolumeCallbacks = Callbacks<IAudioEndpointVolumeCallback>;
+  /// Who has them holds the endpoint. Null for one that isn't remembered.
+  std::shared_ptr<VolumeCallbacks> hold(const std::string& id);
 
  private:
-  struct Node;
-  struct Card;
   struct Endpoint;
+  class Node;
   using Nodes = std::map<std::uint32_t, std::unique_ptr<Node>>;
 
-  // Connection::User
-  void connected(pw_core& core) override;
-  void disconnected() override;
+  // Registry::User
+  void came(std::uint32_t id, std::string_view type, const spa_dict& properties) override;
+  void went(std::uint32_t id) override;
+  void told() override;
+  void lost() override;
 
-  void global_added(std::uint32_t id, const char* type, const spa_dict* properties);
-  void global_removed(std::uint32_t id);
   /// Tables have names of microphones alone.
   std::string name_of(const EndpointFacts& endpoint, const spa_dict& properties) const;
   void add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow);
   Nodes::iterator node_of(const std::string& id);
   void remove_node(Nodes::iterator node);
-  void add_card(std::uint32_t id);
-  bool write_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
-  bool request_volume(Node& node, const NodeVolume& before, const NodeVolume& wanted);
-  void volume_answered(Node& node, VolumeRequest::Outcome outcome);
-  void await_settled(Node& node);
-  void ask_for_defaults();
-  void ask_for_defaults_later();
-  void leave_defaults();
-  void forget_defaults();
-  int default_changed(const char* key, const char* value);
+  void manager_left();
   void set_default(DataFlow flow, const std::string& name);
   std::string default_there(DataFlow flow);
   void update_default(DataFlow flow);
-  void node_props(Node& node, const spa_dict& properties);
-  void node_param(Node& node, const spa_pod& param);
-  void volume_settled(Node& node);
-  void adopt_volume(Endpoint& endpoint, const NodeVolume& volume);
-  void synced();
-  void set_known();
-  Endpoint& remembered(const std::string& id, DataFlow flow);
+  void told_properties(Endpoint& endpoint, const spa_dict& properties);
+  void told_volume(Endpoint& endpoint, const NodeVolume& volume);
+  void tell_volume(Endpoint& endpoint, const NodeVolume& volume, const Guid& context);
+  std::shared_ptr<Endpoint> known(const std::string& id) const;
+  std::shared_ptr<Endpoint> remembered(const std::string& id, DataFlow flow);
+  void forget_oldest();
 
   Connection& connection_;
   Dispatcher& dispatcher_;
@@ -133,28 +108,22 @@ class Graph final : private Connection::User {
   Callbacks<IMMNotificationClient> callbacks_;
 
   // Of the loop's thread.
-  pw_core* core_ = nullptr;
-  spa_hook core_hook_{};
-  pw_registry* registry_ = nullptr;
-  spa_hook registry_hook_{};
-  pw_metadata* defaults_ = nullptr;
-  std::uint32_t defaults_id_ = SPA_ID_INVALID;
-  spa_hook defaults_hook_{};
   Nodes nodes_;
-  spa_source* ask_again_ = nullptr;
-  bool asks_again_ = false;  ///< the timer runs
-  std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
+  CardRoutes cards_;
   std::vector<DepartureWatch*> watches_;
   std::map<std::string, OwnNode*> own_nodes_;
-  int rounds_ = 0;  ///< of questions and answers since the connection; after two the server has told everything
 
   mutable std::mutex mutex_;
   std::condition_variable known_changed_;
   bool known_ = false;
-  std::vector<std::unique_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance; none ever goes
+  std::vector<std::shared_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance
+  std::uint64_t departures_ = 0;                      ///< so far
   std::map<DataFlow, std::string> default_names_;     ///< as the server has them
   std::map<DataFlow, std::string> foreign_names_;     ///< the latest of those that weren't own nodes
   std::map<DataFlow, std::string> default_ids_;       ///< those that are there
+
+  DefaultNames told_defaults_;
+  Registry registry_;
 };
 
 }  // namespace sonivo::pipewire

@@ -1,22 +1,23 @@
 #pragma once
 
-#include <pipewire/pipewire.h>
-
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <string_view>
 
-#include "platform/linux/pipewire/connection.h"
+#include "platform/linux/pipewire/loop_timer.h"
+#include "platform/linux/pipewire/registry.h"
 
 namespace sonivo::pipewire {
 
 /// Sees from the server's sound cards whether headphones are plugged in.
-class HeadphoneWatch final : private Connection::User {
+class HeadphoneWatch final : private Registry::User {
  public:
   /// `changed` is called on the loop's thread, with the loop locked: first once the cards are known, then at each
-  /// change. It may not wait. What was told stays while there is no server.
+  /// change. It may not wait. What was told stays while there is no server, and while the session manager, who has the
+  /// cards, is away and comes back, four seconds at most; a card that goes by itself is told after one.
   HeadphoneWatch(Connection& connection, std::function<void(bool plugged)> changed);
   ~HeadphoneWatch();
   HeadphoneWatch(const HeadphoneWatch&) = delete;
@@ -25,23 +26,22 @@ class HeadphoneWatch final : private Connection::User {
  private:
   struct Card;
 
-  // Connection::User
-  void connected(pw_core& core) override;
-  void disconnected() override;
+  // Registry::User
+  void came(std::uint32_t id, std::string_view type, const spa_dict& properties) override;
+  void went(std::uint32_t id) override;
+  void told() override;
+  void lost() override;
 
-  void round_done();
-  void add_card(std::uint32_t id);
+  void wait_for_cards(std::chrono::milliseconds limit);
   void look();
 
-  Connection& connection_;
   const std::function<void(bool)> changed_;
-  pw_core* core_ = nullptr;
-  spa_hook core_hook_{};
-  pw_registry* registry_ = nullptr;
-  spa_hook registry_hook_{};
   std::map<std::uint32_t, std::unique_ptr<Card>> cards_;
-  int rounds_ = 0;  ///< of questions and answers since the connection; after three the cards have told everything
+  std::uint32_t manager_ = SPA_ID_INVALID;  ///< its table of defaults
   std::optional<bool> told_;
+  bool waits_ = false;  ///< since cards that are not there may come back
+  LoopTimer waited_;
+  Registry registry_;
 };
 
 }  // namespace sonivo::pipewire

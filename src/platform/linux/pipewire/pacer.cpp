@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <mutex>
 #include <stdexcept>
 
 namespace sonivo::pipewire {

@@ -3,13 +3,13 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "base/descriptor.h"
 #include "base/thread.h"
 #include "platform/linux/pipewire/cycle.h"
+#include "platform/linux/pipewire/pi_mutex.h"
 
 namespace sonivo::pipewire {
 
@@ -64,7 +64,7 @@ class Pacer {
   Threads& threads_;
   Descriptor woken_;
   std::atomic<bool> stop_ = false;
-  std::mutex mutex_;
+  PiMutex mutex_;
   std::vector<Stream*> streams_;
   std::unique_ptr<Thread> thread_;
 };

@@ -21,40 +21,9 @@ constexpr int kLooks = 50;
 }  // namespace
 
 Relinker::Relinker(Connection& connection, std::set<std::string> own_nodes)
-    : connection_(connection), own_names_(std::move(own_nodes)) {
-  const Connection::Lock lock(connection_);
-  timer_ = pw_loop_add_timer(
-      &connection_.loop(), [](void* self, std::uint64_t) { static_cast<Relinker*>(self)->look(); }, this);
-  connection_.add(*this);
-}
+    : own_names_(std::move(own_nodes)), next_look_(connection, [this] { look(); }), registry_(connection, *this) {}
 
-Relinker::~Relinker() {
-  const Connection::Lock lock(connection_);
-  connection_.remove(*this);
-  if (core_ != nullptr) disconnected();
-  pw_loop_destroy_source(&connection_.loop(), timer_);
-}
-
-void Relinker::connected(pw_core& core) {
-  static const pw_registry_events events = [] {
-    pw_registry_events table{};
-    table.version = PW_VERSION_REGISTRY_EVENTS;
-    table.global = [](void* self, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
-                      const spa_dict* properties) {
-      if (properties != nullptr) static_cast<Relinker*>(self)->added(id, type, *properties);
-    };
-    table.global_remove = [](void* self, std::uint32_t id) { static_cast<Relinker*>(self)->removed(id); };
-    return table;
-  }();
-  core_ = &core;
-  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
-  pw_registry_add_listener(registry_, &registry_hook_, &events, this);
-}
-
-void Relinker::disconnected() {
-  spa_hook_remove(&registry_hook_);
-  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
-  core_ = nullptr;
+void Relinker::lost() {
   manager_ = SPA_ID_INVALID;
   own_nodes_.clear();
   streams_.clear();
@@ -64,7 +33,7 @@ void Relinker::disconnected() {
   lost_.clear();
 }
 
-void Relinker::added(Id id, std::string_view type, const spa_dict& properties) {
+void Relinker::came(Id id, std::string_view type, const spa_dict& properties) {
   if (type == PW_TYPE_INTERFACE_Node) {
     const std::string name(text_of(properties, PW_KEY_NODE_NAME));
     if (own_names_.contains(name)) own_nodes_[id] = name;
@@ -81,11 +50,11 @@ void Relinker::added(Id id, std::string_view type, const spa_dict& properties) {
   } else if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
     manager_ = id;
     looks_left_ = kLooks;
-    look_in(kFirstLook);
+    next_look_.start(kFirstLook);
   }
 }
 
-void Relinker::removed(Id id) {
+void Relinker::went(Id id) {
   const auto now = steady_clock::now();
   if (manager_ != SPA_ID_INVALID && !looks_left_) {
     std::erase_if(lost_, [&](const Lost& each) { return now - each.when > kParting; });
@@ -112,21 +81,15 @@ void Relinker::add_link(Id id, Id output, Id input) {
   links_[id] = link;
   if (is_made(link)) return;
   for (const auto& [made, each] : links_) {
-    if (each.stream == link.stream && is_made(each)) pw_registry_destroy(registry_, made);
+    if (each.stream == link.stream && is_made(each)) pw_registry_destroy(&registry_.objects(), made);
   }
-}
-
-void Relinker::look_in(milliseconds wait) {
-  timespec once{.tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(wait).count()};
-  timespec never{};
-  pw_loop_update_timer(&connection_.loop(), timer_, &once, &never, false);
 }
 
 void Relinker::look() {
   if (manager_ == SPA_ID_INVALID) return;
   std::erase_if(lost_, [this](const Lost& each) { return is_over(each.link); });
   for (const Lost& each : lost_) restore(each.link);
-  if (--looks_left_ > 0) look_in(kNextLook);
+  if (--looks_left_ > 0) next_look_.start(kNextLook);
 }
 
 /// Whether its stream has gone, or is linked again, by whomever.
@@ -149,8 +112,8 @@ void Relinker::restore(const Link& lost) {
   pw_properties* const properties = pw_properties_new(PW_KEY_OBJECT_LINGER, "true", nullptr);
   pw_properties_setf(properties, PW_KEY_LINK_OUTPUT_PORT, "%u", output);
   pw_properties_setf(properties, PW_KEY_LINK_INPUT_PORT, "%u", input);
-  void* const link =
-      pw_core_create_object(core_, "link-factory", PW_TYPE_INTERFACE_Link, PW_VERSION_LINK, &properties->dict, 0);
+  void* const link = pw_core_create_object(registry_.core(), "link-factory", PW_TYPE_INTERFACE_Link, PW_VERSION_LINK,
+                                           &properties->dict, 0);
   pw_properties_free(properties);
   if (link == nullptr) return;
   pw_proxy_destroy(static_cast<pw_proxy*>(link));  // the link stays as long as its ports

@@ -15,6 +15,7 @@
 #include "platform/linux/pipewire/dictionary.h"
 #include "platform/linux/pipewire/dispatcher.h"
 #include "platform/linux/pipewire/graph.h"
+#include "platform/linux/pipewire/registry.h"
 
 namespace sonivo::pipewire {
 namespace {
@@ -26,23 +27,13 @@ constexpr std::chrono::milliseconds kDefaultsPause{10};
 
 /// Sees of the server what the model of its endpoints doesn't keep. Members but those under the mutex belong to the
 /// loop's thread.
-class Onlooker final : private Connection::User {
+class Onlooker final : private Registry::User {
  public:
-  explicit Onlooker(Connection& connection) : connection_(connection) {
-    const Connection::Lock lock(connection_);
-    connection_.add(*this);
-  }
-  ~Onlooker() {
-    const Connection::Lock lock(connection_);
-    connection_.remove(*this);
-    if (core_ != nullptr) disconnected();
-  }
-  Onlooker(const Onlooker&) = delete;
-  Onlooker& operator=(const Onlooker&) = delete;
+  explicit Onlooker(Connection& connection) : connection_(connection), registry_(connection, *this, kRoundsUntilTold) {}
 
   bool reachable() const {
     const Connection::Lock lock(connection_);
-    return core_ != nullptr;
+    return registry_.core() != nullptr;
   }
   /// Whether it has told everything within the limit.
   bool wait_until_told(std::chrono::milliseconds limit) {
@@ -57,83 +48,38 @@ class Onlooker final : private Connection::User {
   std::string fault_of(const std::string& node_name) const {
     const Connection::Lock lock(connection_);
     for (const auto& [id, node] : nodes_) {
-      if (node->name == node_name) return node->fault;
+      if (node.name == node_name) return node.fault;
     }
     return {};
   }
 
  private:
   struct Node {
-    explicit Node(std::string_view its_name) : name(its_name) {}
-    ~Node() {
-      if (proxy == nullptr) return;
-      spa_hook_remove(&hook);
-      pw_proxy_destroy(proxy);
-    }
-    Node(const Node&) = delete;
-    Node& operator=(const Node&) = delete;
-
-    const std::string name;
+    std::string name;
     std::string fault;
-    pw_proxy* proxy = nullptr;
-    spa_hook hook{};
+    std::unique_ptr<BoundObject> object;
   };
 
-  void connected(pw_core& core) override {
-    static const pw_core_events core_events = [] {
-      pw_core_events table{};
-      table.version = PW_VERSION_CORE_EVENTS;
-      table.done = [](void* self, std::uint32_t id, int) {
-        if (id == PW_ID_CORE) static_cast<Onlooker*>(self)->round_done();
-      };
-      return table;
-    }();
-    static const pw_registry_events registry_events = [] {
-      pw_registry_events table{};
-      table.version = PW_VERSION_REGISTRY_EVENTS;
-      table.global = [](void* self, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
-                        const spa_dict* properties) {
-        if (properties != nullptr) static_cast<Onlooker*>(self)->see(id, type, *properties);
-      };
-      table.global_remove = [](void* self, std::uint32_t id) { static_cast<Onlooker*>(self)->nodes_.erase(id); };
-      return table;
-    }();
-    core_ = &core;
-    pw_core_add_listener(core_, &core_hook_, &core_events, this);
-    registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
-    pw_registry_add_listener(registry_, &registry_hook_, &registry_events, this);
-    pw_core_sync(core_, PW_ID_CORE, 0);
-  }
-
-  void disconnected() override {
-    nodes_.clear();
-    spa_hook_remove(&registry_hook_);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
-    spa_hook_remove(&core_hook_);
-    core_ = nullptr;
-    rounds_ = 0;
-    has_defaults_ = false;
-  }
-
-  void round_done() {
-    if (++rounds_ < kRoundsUntilTold) {
-      pw_core_sync(core_, PW_ID_CORE, 0);
-      return;
-    }
-    {
-      std::scoped_lock lock(mutex_);
-      told_ = true;
-    }
-    told_changed_.notify_all();
-  }
-
-  void see(std::uint32_t id, std::string_view type, const spa_dict& properties) {
+  // Registry::User
+  void came(std::uint32_t id, std::string_view type, const spa_dict& properties) override {
     // The session manager keeps the defaults; the server alone has none.
     if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
       has_defaults_ = true;
     } else if (type == PW_TYPE_INTERFACE_Node) {
       add_node(id, text_of(properties, PW_KEY_NODE_NAME));
     }
+  }
+  void went(std::uint32_t id) override { nodes_.erase(id); }
+  void told() override {
+    {
+      std::scoped_lock lock(mutex_);
+      told_ = true;
+    }
+    told_changed_.notify_all();
+  }
+  void lost() override {
+    nodes_.clear();
+    has_defaults_ = false;
   }
 
   void add_node(std::uint32_t id, std::string_view name) {
@@ -147,25 +93,20 @@ class Onlooker final : private Connection::User {
       };
       return table;
     }();
-    auto node = std::make_unique<Node>(name);
-    node->proxy = static_cast<pw_proxy*>(pw_registry_bind(registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
-    if (node->proxy == nullptr) return;
-    pw_proxy_add_object_listener(node->proxy, &node->hook, &events, node.get());
-    nodes_[id] = std::move(node);
+    Node& node = nodes_[id];
+    node.name = name;
+    node.object = std::make_unique<BoundObject>(registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &events, &node);
   }
 
   Connection& connection_;
-  pw_core* core_ = nullptr;
-  spa_hook core_hook_{};
-  pw_registry* registry_ = nullptr;
-  spa_hook registry_hook_{};
-  std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
+  std::map<std::uint32_t, Node> nodes_;
   bool has_defaults_ = false;
-  int rounds_ = 0;
 
   std::mutex mutex_;
   std::condition_variable told_changed_;
   bool told_ = false;
+
+  Registry registry_;
 };
 
 void wait_for_defaults(const Graph& graph) {

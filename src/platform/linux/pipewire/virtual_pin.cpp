@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <utility>
 
 namespace sonivo::pipewire {
@@ -66,9 +67,9 @@ class VirtualPin::Handle final : public Device {
   }
 
   Error result(Overlapped& overlapped, std::uint32_t& transferred, bool wait) override {
-    std::unique_lock lock(pin_.mutex_);
+    std::scoped_lock lock(pin_.mutex_);
     if (overlapped.pending && !wait) return error::kIoPending;
-    pin_.done_.wait(lock, [&] { return !overlapped.pending; });
+    pin_.mutex_.wait(pin_.done_, [&] { return !overlapped.pending; });
     transferred = overlapped.transferred;
     return overlapped.error;
   }
@@ -147,22 +148,25 @@ VirtualPin::~VirtualPin() {
 }
 
 bool VirtualPin::is_present() const {
+  const bool listed = is_listed();
   std::scoped_lock lock(mutex_);
-  return is_listed();
+  return present_ && listed;
 }
 
-/// Whoever opens the device looks for its endpoint then.
+/// Whoever opens the device looks for its endpoint then. Without the mutex: that of the graph isn't one for which the
+/// pacer may wait.
 bool VirtualPin::is_listed() const {
   const auto endpoint = graph_.find(node_name(flow_));
-  return present_ && endpoint && endpoint->present;
+  return endpoint && endpoint->present;
 }
 
 std::shared_ptr<Device> VirtualPin::open(Sharing sharing, Error& why) {
+  const bool there = is_listed();
   std::scoped_lock lock(mutex_);
   const bool in_the_way = std::any_of(handles_.begin(), handles_.end(), [&](const Handle* handle) {
     return !handle->lost && (sharing == Sharing::exclusive || handle->sharing == Sharing::exclusive);
   });
-  why = !is_listed() ? error::kFileNotFound : in_the_way ? error::kSharingViolation : error::kNone;
+  why = !there || !present_ ? error::kFileNotFound : in_the_way ? error::kSharingViolation : error::kNone;
   return why == error::kNone ? std::make_shared<Handle>(*this, sharing) : nullptr;
 }
 

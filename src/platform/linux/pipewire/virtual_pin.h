@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <vector>
 
@@ -15,6 +14,7 @@
 #include "platform/linux/pipewire/frame_slip.h"
 #include "platform/linux/pipewire/graph.h"
 #include "platform/linux/pipewire/pacer.h"
+#include "platform/linux/pipewire/pi_mutex.h"
 #include "platform/linux/pipewire/playout.h"
 #include "platform/linux/pipewire/stream_node.h"
 #include "platform/wave_format.h"
@@ -70,8 +70,8 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   void manager_left() override;
 
   bool open_node(pw_core& core);
-  // With the mutex held.
   bool is_listed() const;
+  // With the mutex held.
   void complete(const Request& request, Error error, std::size_t transferred);
   void end_streaming();
   void end_all(std::vector<Request>& requests, Error error);
@@ -95,7 +95,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   FrameSlip slip_;
   std::vector<std::byte> scratch_;
 
-  mutable std::mutex mutex_;
+  mutable PiMutex mutex_;
   std::condition_variable done_;
   bool present_ = false;
   bool streaming_ = false;

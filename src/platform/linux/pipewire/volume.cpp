@@ -9,7 +9,7 @@ namespace {
 
 class GraphVolume final : public EndpointVolume {
  public:
-  GraphVolume(Graph& graph, std::string id) : graph_(graph), id_(std::move(id)) {}
+  GraphVolume(Graph& graph, std::string id) : graph_(graph), id_(std::move(id)), callbacks_(graph_.hold(id_)) {}
 
   Status mute(bool& muted) override {
     const auto volume = graph_.volume(id_);
@@ -32,12 +32,10 @@ class GraphVolume final : public EndpointVolume {
     return change(context, [&](NodeVolume& volume) { volume.set_scalar(level); });
   }
   Status register_callback(IAudioEndpointVolumeCallback* callback) override {
-    auto* const callbacks = graph_.volume_callbacks(id_);
-    return callbacks != nullptr ? callbacks->add(callback) : kDeviceInvalidated;
+    return callbacks_ ? callbacks_->add(callback) : kDeviceInvalidated;
   }
   Status unregister_callback(IAudioEndpointVolumeCallback* callback) override {
-    auto* const callbacks = graph_.volume_callbacks(id_);
-    return callbacks != nullptr ? callbacks->remove(callback) : kDeviceInvalidated;
+    return callbacks_ ? callbacks_->remove(callback) : kDeviceInvalidated;
   }
 
  private:
@@ -47,6 +45,7 @@ class GraphVolume final : public EndpointVolume {
 
   Graph& graph_;
   const std::string id_;
+  const std::shared_ptr<Graph::VolumeCallbacks> callbacks_;
 };
 
 }  // namespace

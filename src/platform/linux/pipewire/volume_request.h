@@ -2,11 +2,13 @@
 
 #include <pipewire/pipewire.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <vector>
 
 #include "platform/linux/pipewire/connection.h"
+#include "platform/linux/pipewire/loop_timer.h"
 
 namespace sonivo::pipewire {
 
@@ -17,7 +19,7 @@ class VolumeRequest {
  public:
   enum class Outcome { taken, given_up };
   /// Owners have two seconds.
-  static constexpr long kLimitS = 2;
+  static constexpr std::chrono::seconds kLimit{2};
 
   /// `ended` is called on the loop's thread, at most once and outside of the calls of this object: all requests have
   /// been answered, or the first that wasn't has had its time. It may destroy the object.
@@ -33,12 +35,11 @@ class VolumeRequest {
  private:
   pw_proxy* bind(std::uint32_t id, const char* type, std::uint32_t version);
   bool sent();
-  void end_in(timespec wait);
+  void end();
 
-  pw_loop& loop_;
   const std::function<void(Outcome)> ended_;
   Outcome outcome_ = Outcome::given_up;
-  spa_source* end_ = nullptr;
+  LoopTimer end_;
   pw_core* core_ = nullptr;
   spa_hook core_hook_{};
   pw_registry* registry_ = nullptr;

@@ -64,6 +64,7 @@ class AudioServer {
   void kill_manager();
   /// To the server and its manager.
   void send(int signal);
+  ChildProcess& manager() { return manager_.back(); }
   void plug_headset();
   void unplug_headset();
   void plug_speakers();

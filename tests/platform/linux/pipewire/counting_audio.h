@@ -94,9 +94,9 @@ inline std::size_t longest_tone(const std::vector<StereoFrame>& frames, std::uin
 
 /// Whether the latest half second is that tone without a break.
 inline bool is_clean_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
-  const auto half_second = static_cast<std::ptrdiff_t>(rate_hz / 2);
-  return std::ssize(frames) >= half_second &&
-         longest_tone({frames.end() - half_second, frames.end()}, rate_hz) == rate_hz / 2 - 2;
+  const std::size_t half_second = rate_hz / 2;
+  return frames.size() >= half_second &&
+         longest_tone({frames.end() - rate_hz / 2, frames.end()}, rate_hz) == half_second - 2;
 }
 
 /// A WAV file of 16 bits at this rate.

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "pipewire_bench.h"
+#include "platform/linux/pipewire/stream_node.h"
 
 namespace sonivo::test {
 namespace {
@@ -102,6 +103,52 @@ TEST_F(PipeWireEndpointsTest, AVolumeThatIsActivatedWhileTheDeviceIsAwayWorksWhe
   bool muted = false;
   EXPECT_EQ(volume->mute(muted), kOk);
   EXPECT_TRUE(muted);
+}
+
+/// A source of another process.
+struct PassingSource final : private pipewire::StreamHandler {
+  explicit PassingSource(const std::string& name)
+      : node({PW_DIRECTION_OUTPUT,
+              pcm_format(48000, 16, 2),
+              {{PW_KEY_MEDIA_CLASS, "Audio/Source"}, {PW_KEY_NODE_NAME, name}}},
+             *this) {}
+  void take(const std::byte*, std::uint32_t) override {}
+  void fill(std::byte*, std::uint32_t) override {}
+  void state_changed(pw_stream_state) override {}
+
+  pipewire::StreamNode node;
+};
+
+TEST_F(PipeWireEndpointsTest, OfDevicesThatAreAwayTheLatest64AreRememberedAndThoseThatSomebodyHolds) {
+  pipewire::Connection others(server_->remote());
+  std::vector<std::unique_ptr<PassingSource>> sources;
+  std::vector<std::string> names;
+  for (int i = 0; i < 68; ++i) {
+    names.push_back("passing." + std::to_string(i));
+    sources.push_back(std::make_unique<PassingSource>(names.back()));
+    {
+      const pipewire::Connection::Lock lock(others);
+      ASSERT_TRUE(sources.back()->node.open(*others.core()));
+    }
+    ASSERT_TRUE(notices_.has("state " + names.back() + " 1"));
+  }
+  const auto held = endpoint(DataFlow::capture, names[0]);
+  std::shared_ptr<EndpointVolume> volume;
+  ASSERT_EQ(endpoint(DataFlow::capture, names[2])->activate_volume(volume), kOk);
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    {
+      const pipewire::Connection::Lock lock(others);
+      sources[i]->node.close();
+    }
+    ASSERT_TRUE(notices_.has("state " + names[i] + " 4"));
+  }
+  for (const std::size_t forgotten : {1u, 3u, 4u, 5u}) {
+    EXPECT_TRUE(notices_.has("removed " + names[forgotten])) << forgotten;
+    names[forgotten].clear();
+  }
+  std::erase(names, "");
+  EXPECT_EQ(ids(DataFlow::capture, kDeviceNotPresent), names);
+  EXPECT_THAT(ids(DataFlow::capture), ElementsAre(kMic));
 }
 
 TEST_F(PipeWireEndpointsTest, EndpointsAndDefaultsAreKnownFromTheStart) {

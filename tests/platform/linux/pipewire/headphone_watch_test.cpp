@@ -67,6 +67,33 @@ TEST_F(HeadphoneWatchTest, HeadphonesThatAreInBeforeTheWatchAreToldFirst) {
   EXPECT_TRUE(is_told({true, true, true}));
 }
 
+TEST_F(HeadphoneWatchTest, AManagerThatIsRestartedChangesNothing) {
+  auto card = std::make_unique<PretendedCard>(server_->remote());
+  card->plug(true);
+  ASSERT_TRUE(is_told({false, true}));
+  for (const bool manager_goes_first : {true, false}) {
+    if (manager_goes_first) server_->kill_manager();
+    card.reset();
+    if (!manager_goes_first) server_->kill_manager();
+    server_->start_manager();
+    ASSERT_TRUE(comes_true([&] { return default_id(DataFlow::capture) == "notebook.microphone"; }));
+    EXPECT_EQ(told(), (std::vector<bool>{false, true}));
+    card = std::make_unique<PretendedCard>(server_->remote());
+    card->plug(true);
+  }
+  card->plug(false);
+  ASSERT_TRUE(is_told({false, true, false}));
+}
+
+TEST_F(HeadphoneWatchTest, CardsThatStayAwayWithTheirManagerAreNotWaitedForWithoutEnd) {
+  auto card = std::make_unique<PretendedCard>(server_->remote());
+  card->plug(true);
+  ASSERT_TRUE(is_told({false, true}));
+  server_->kill_manager();
+  card.reset();
+  EXPECT_TRUE(is_told({false, true, false}));
+}
+
 TEST_F(HeadphoneWatchTest, AServerThatIsKilledChangesNothingUntilItsCardsAreKnownAgain) {
   {
     PretendedCard card(server_->remote());

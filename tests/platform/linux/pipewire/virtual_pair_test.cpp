@@ -6,10 +6,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <optional>
+#include <string>
 #include <thread>
 
 #include "counting_audio.h"
 #include "pipewire_bench.h"
+#include "platform/linux/pipewire/volume_request.h"
 
 namespace sonivo::test {
 namespace {
@@ -150,6 +153,32 @@ TEST_F(VirtualPairTest, ADeviceComesAfterItsEndpoint) {
   }
   ASSERT_TRUE(comes_true([&] { return pair_->interfaces(kAudio).size() == 2; }));
   EXPECT_TRUE(lists_it());
+}
+
+// Else it and the manager, which asks the nodes of all clients for something, would wait for each other.
+TEST_F(VirtualPairTest, ItsNodesAnswerWhileTheSessionManagerOwesThisProcessAnAnswer) {
+  const auto node = static_cast<std::uint32_t>(std::stoul(server_->property_of(kVirtualMic, "object.id")));
+  server_->manager().send(SIGSTOP);
+  pipewire::Connection other(server_->remote());  // the manager is asked for the defaults again for each that comes,
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // a second later
+  std::atomic<int> outcome = -1;
+  std::optional<pipewire::VolumeRequest> mute;
+  {
+    const pipewire::Connection::Lock lock(other);
+    std::array<std::uint8_t, 1024> memory{};
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), std::uint32_t{memory.size()});
+    mute.emplace(other, [&](pipewire::VolumeRequest::Outcome its) { outcome = static_cast<int>(its); });
+    ASSERT_TRUE(mute->set_node_props(node, *pipewire::volume_props(builder, {}, {.muted = true})));
+  }
+  EXPECT_TRUE(comes_true([&] { return outcome == static_cast<int>(pipewire::VolumeRequest::Outcome::taken); }));
+  server_->manager().send(SIGCONT);
+  EXPECT_TRUE(comes_true([&] {
+    const auto volume = half_->graph.latest_volume(kVirtualMic);
+    return volume && volume->muted;
+  }));
+  const pipewire::Connection::Lock lock(other);
+  mute.reset();
 }
 
 /// What a device says to a wait for a format at the moment in which its endpoint goes.
