@@ -14,9 +14,6 @@
 namespace sonivo::test {
 namespace {
 
-constexpr char kMicrophone[] = "norvell.relay.microphone";
-constexpr char kSpeaker[] = "norvell.relay.speaker";
-
 /// How often everything comes and goes; more in a long run.
 int rounds() {
   const char* wanted = std::getenv("SONIVO_LEAK_ROUNDS");
@@ -78,8 +75,8 @@ class LeaksTest : public OwnMachineTest {
   void with_streams(const std::function<void()>& meanwhile) {
     {
       const auto recorder = server_->start(
-          {"pw-record", "--target", kMicrophone, "-P", "{ node.name = recorder }", "--format", "s16", folder("heard")});
-      const auto player = server_->play(kSpeaker, folder("silence.wav"));
+          {"pw-record", "--target", kVirtualMic, "-P", "{ node.name = recorder }", "--format", "s16", folder("heard")});
+      const auto player = server_->play(kVirtualSpeaker, folder("silence.wav"));
       EXPECT_TRUE(stream());
       meanwhile();
     }
@@ -89,7 +86,7 @@ class LeaksTest : public OwnMachineTest {
     const auto each_channel = [&](std::vector<std::string> words) {
       for (const std::string channel : {"FL", "FR"}) {
         std::vector<std::string> command = words;
-        command.insert(command.end(), {std::string(kMicrophone) + ":capture_" + channel, "recorder:input_" + channel});
+        command.insert(command.end(), {std::string(kVirtualMic) + ":capture_" + channel, "recorder:input_" + channel});
         server_->run(command);
       }
     };
@@ -126,8 +123,8 @@ class LeaksTest : public OwnMachineTest {
     EXPECT_TRUE(comes_true([&] { return server_->run({"pw-metadata", "0"}).find("notebook") == std::string::npos; }));
     server_->start_manager();
     wait_for_defaults();
-    EXPECT_TRUE(comes_true([&] { return !server_->state_of(kMicrophone).empty(); }));
-    EXPECT_TRUE(comes_true([&] { return !server_->state_of(kSpeaker).empty(); }));
+    EXPECT_TRUE(comes_true([&] { return !server_->state_of(kVirtualMic).empty(); }));
+    EXPECT_TRUE(comes_true([&] { return !server_->state_of(kVirtualSpeaker).empty(); }));
   }
 
   /// In the second half the driver lives on, so that its memory can be looked at.

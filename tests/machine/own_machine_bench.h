@@ -10,6 +10,8 @@
 
 namespace sonivo::test {
 
+inline constexpr char kVirtualMic[] = "norvell.relay.microphone";
+inline constexpr char kVirtualSpeaker[] = "norvell.relay.speaker";
 inline constexpr char kNotebookMicrophone[] = "Microphone Array (Realtek High Definition Audio)";
 
 /// What a run of a program wrote and answered.
@@ -31,15 +33,16 @@ class OwnMachineTest : public testing::Test {
   }
 
   virtual AudioServer::Devices devices() { return AudioServer::Devices::of_server; }
+  virtual std::vector<std::string> service_command() { return {SONIVO_SERVICE_PROGRAM}; }
 
   void start_driver() {
     driver_.push_back(server_->start({SONIVO_DRIVER_PROGRAM}));
     ASSERT_TRUE(comes_true([&] { return sonivo({"settings", "get", "model"}).code == 0; }));
   }
   void start_service() {
-    service_.push_back(server_->start({SONIVO_SERVICE_PROGRAM}));
+    service_.push_back(server_->start(service_command()));
     ASSERT_TRUE(comes_true([&] { return status().has("\"driver_ready\": true"); }));
-    ASSERT_TRUE(comes_true([&] { return !server_->state_of("norvell.relay.microphone").empty(); }));
+    ASSERT_TRUE(comes_true([&] { return !server_->state_of(kVirtualMic).empty(); }));
   }
   void end_service() { service_.clear(); }
   void end_driver() { driver_.clear(); }

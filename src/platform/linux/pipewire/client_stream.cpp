@@ -29,9 +29,6 @@ StreamSettings stream_settings(const EndpointFacts& endpoint, const WAVEFORMATEX
       {PW_KEY_NODE_DONT_RECONNECT, "true"},
       // The endpoint runs only while somebody uses the virtual one.
       {PW_KEY_NODE_PASSIVE, "true"},
-      // A wish of 10 ms; turns are never forced.
-      {PW_KEY_NODE_LATENCY,
-       std::to_string(format.nSamplesPerSec / kPiecesPerSecond) + "/" + std::to_string(format.nSamplesPerSec)},
       {"state.restore-props", "false"},
       {"state.restore-target", "false"},
   };

@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 namespace sonivo::pipewire {
 namespace {
+
+constexpr std::uint32_t kTurnsPerSecond = 100;
 
 spa_audio_format sample_format(std::uint16_t bits) {
   switch (bits) {
@@ -59,6 +62,9 @@ void join_group(StreamSettings& settings, DataFlow flow) {
   settings.properties.emplace_back(PW_KEY_NODE_GROUP, group);
   settings.properties.emplace_back(PW_KEY_NODE_LINK_GROUP, group);
   settings.properties.emplace_back(PW_KEY_NODE_VIRTUAL, "true");
+  const std::uint32_t rate_hz = settings.format.nSamplesPerSec;
+  settings.properties.emplace_back(PW_KEY_NODE_LATENCY,
+                                   std::to_string(rate_hz / kTurnsPerSecond) + "/" + std::to_string(rate_hz));
 }
 
 StreamNode::StreamNode(StreamSettings settings, StreamHandler& handler)

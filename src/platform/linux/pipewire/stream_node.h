@@ -41,6 +41,8 @@ class StreamHandler {
 bool can_stream(const WAVEFORMATEXTENSIBLE& format);
 
 /// Properties that the nodes of one direction share: scheduled together, by one driver, and never linked to each other.
+/// Each has the same wish for turns of 10 ms, which are never forced, so that they stay as they are while the physical
+/// one's node is made anew: an application's stream may fall silent for good where turns become longer for a moment.
 void join_group(StreamSettings& settings, DataFlow flow);
 
 /// One node of ours in the graph, which converts to and from the format by itself.

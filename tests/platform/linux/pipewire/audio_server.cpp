@@ -96,6 +96,11 @@ constexpr char kHeadset[] =
          media.class = Audio/Source/Virtual audio.position = [ FL FR ]
          priority.session = 1500 priority.driver = 1500 object.linger = true })conf";
 
+constexpr char kDesktopSpeakers[] =
+    R"conf({ factory.name = support.null-audio-sink node.name = usb.speakers node.description = "Desktop Speakers"
+         media.class = Audio/Sink audio.position = [ FL FR ]
+         priority.session = 500 priority.driver = 500 object.linger = true })conf";
+
 bool is_installed(const std::string& program) {
   std::istringstream folders(std::getenv("PATH") != nullptr ? std::getenv("PATH") : "");
   for (std::string folder; std::getline(folders, folder, ':');) {
@@ -213,9 +218,16 @@ void AudioServer::start_server() {
 void AudioServer::kill_server() { server_.clear(); }
 void AudioServer::start_manager() { manager_.push_back(start({"wireplumber"})); }
 void AudioServer::kill_manager() { manager_.clear(); }
+void AudioServer::send(int signal) {
+  for (auto* const each : {&server_, &manager_}) {
+    for (ChildProcess& process : *each) process.send(signal);
+  }
+}
 
 void AudioServer::plug_headset() { run({"pw-cli", "create-node", "adapter", kHeadset}); }
 void AudioServer::unplug_headset() { run({"pw-cli", "destroy", "usb.headset"}); }
+void AudioServer::plug_speakers() { run({"pw-cli", "create-node", "adapter", kDesktopSpeakers}); }
+void AudioServer::unplug_speakers() { run({"pw-cli", "destroy", "usb.speakers"}); }
 
 void AudioServer::plug_microphone(const std::string& name, const std::vector<std::string>& channels) {
   std::string positions;
@@ -248,7 +260,9 @@ ChildProcess AudioServer::play(const std::string& sink, const std::string& wav) 
 
 ChildProcess AudioServer::record(const std::string& source, const std::string& wav, bool is_sink) {
   std::vector<std::string> command{"pw-record", "--target", source, "--format", "s16", "--channels", "2"};
-  if (is_sink) command.insert(command.end(), {"-P", "{ stream.capture.sink = true }"});
+  if (is_sink) {  // which stays the one that is recorded, whatever the default is
+    command.insert(command.end(), {"-P", "{ stream.capture.sink = true node.dont-reconnect = true }"});
+  }
   command.push_back(wav);
   return start(command);
 }

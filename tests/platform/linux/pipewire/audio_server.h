@@ -47,7 +47,7 @@ class ChildProcess {
 };
 
 /// An audio server of the test's own with its session manager and bus, and a notebook's devices, none of which is real:
-/// "notebook.microphone", "notebook.speakers" and "usb.headset".
+/// "notebook.microphone", "notebook.speakers", "usb.headset" and "usb.speakers".
 class AudioServer {
  public:
   /// Whose the notebook's devices are: those of a sound card are the manager's, and come and go with it.
@@ -62,9 +62,13 @@ class AudioServer {
   void kill_server();
   void start_manager();
   void kill_manager();
+  /// To the server and its manager.
+  void send(int signal);
   ChildProcess& manager() { return manager_.back(); }
   void plug_headset();
   void unplug_headset();
+  void plug_speakers();
+  void unplug_speakers();
   /// Another microphone, with these channels.
   void plug_microphone(const std::string& name, const std::vector<std::string>& channels);
 

@@ -129,14 +129,19 @@ inline std::string wav_of(const std::vector<StereoFrame>& frames, std::uint32_t 
 
 inline std::string counting_wav(std::size_t count) { return wav_of(counting_frames(count)); }
 
-/// The frames of such a file, whatever chunks stand before them.
-inline std::vector<StereoFrame> frames_of_wav(const std::string& path) {
+/// The frames of such a file from one on, whatever chunks stand before them.
+inline std::vector<StereoFrame> frames_of_wav(const std::string& path, std::size_t first = 0) {
   std::ifstream stream(path, std::ios::binary);
-  const std::string file{std::istreambuf_iterator<char>(stream), {}};
-  const std::size_t data = file.find("data");
-  if (data == file.npos || file.size() < data + 8) return {};
-  std::vector<StereoFrame> frames((file.size() - data - 8) / sizeof(StereoFrame));
-  std::memcpy(frames.data(), file.data() + data + 8, frames.size() * sizeof(StereoFrame));
+  std::string head(4096, '\0');
+  stream.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<std::size_t>(stream.gcount()));
+  const std::size_t data = head.find("data");
+  if (data == head.npos) return {};
+  stream.clear();
+  stream.seekg(static_cast<std::streamoff>(data + 8 + first * sizeof(StereoFrame)));
+  const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+  std::vector<StereoFrame> frames(bytes.size() / sizeof(StereoFrame));
+  std::memcpy(frames.data(), bytes.data(), frames.size() * sizeof(StereoFrame));
   return frames;
 }
 

@@ -134,6 +134,7 @@ TEST_F(PipeWireRelayTest, TheNodesOfADirectionAreOneGroupAndForceNothing) {
     EXPECT_EQ(property("node.virtual"), "true");
     EXPECT_EQ(property("node.passive"), each.passive);
     EXPECT_EQ(property("audio.position"), each.position);
+    EXPECT_EQ(property("node.latency"), "480/48000") << "so that turns stay when another node goes";
     for (const char* key : {"node.force-quantum", "node.force-rate", "node.lock-quantum", "node.lock-rate"}) {
       EXPECT_EQ(property(key), "") << key;
     }
