@@ -15,6 +15,10 @@
 
 namespace sonivo::test {
 
+inline constexpr char kVirtualMic[] = "norvell.relay.microphone";
+inline constexpr char kVirtualSpeaker[] = "norvell.relay.speaker";
+inline constexpr std::size_t kRate = 48000;
+
 struct ProcessHalf {
   linux::ProcessThreads threads;
   linux::DescriptorEvents events;
