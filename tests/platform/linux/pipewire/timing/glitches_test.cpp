@@ -34,6 +34,20 @@ struct Heard {
   }
 };
 
+TEST(ToneBreaks, AreOneForEachPlaceWhereFramesAreMissingOrSilent) {
+  auto frames = tone_frames(kRate);
+  EXPECT_TRUE(tone_breaks(frames, 1).empty());
+  std::fill_n(frames.begin() + 30000, 1000, StereoFrame{});
+  frames.erase(frames.begin() + 20200);  // one with the next, a few ms before it
+  frames.erase(frames.begin() + 20000);
+  const auto breaks = tone_breaks(frames, 1);
+  ASSERT_EQ(breaks.size(), 2u);
+  EXPECT_EQ(breaks[0].begin, 19999u);
+  EXPECT_NEAR(static_cast<double>(breaks[0].length()), 202, 2);
+  EXPECT_NEAR(static_cast<double>(breaks[1].length()), 1000, 2);
+  EXPECT_EQ(tone_breaks(std::vector<StereoFrame>(kRate), 1).size(), 1u);
+}
+
 /// One tone goes both ways through the relay and, beside it, through the server's own loopback. For each way an
 /// application records both, so that what it misses itself is in both.
 class GlitchesTest : public PipeWireRelayTest {
