@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <thread>
 #include <vector>
 
@@ -13,6 +15,7 @@ namespace sonivo::test {
 namespace {
 
 constexpr std::chrono::milliseconds kSettle{1500};
+constexpr std::chrono::milliseconds kPause{200};  // in which a recorder writes what it has heard
 constexpr std::size_t kWayCount = 2;
 constexpr std::array<const char*, kWayCount> kWays{"microphone", "speaker"};
 
@@ -27,7 +30,7 @@ struct Heard {
     const auto all = breaks(channel);
     return all.empty() ? 0 : all.back().end - all.front().begin;
   }
-  /// pw-play falls silent for good at one change of the rate in ten or so, and there is nothing to be heard.
+  /// pw-play falls silent for good now and then, chiefly with the rate, and there is nothing to be heard.
   bool is_silent_at_the_end() const {
     const auto all = breaks(kLoopback);
     return !all.empty() && all.back().end == frames.size() && all.back().length() > kRate / 2;
@@ -55,6 +58,8 @@ class GlitchesTest : public PipeWireRelayTest {
   void SetUp() override {
     PipeWireRelayTest::SetUp();
     if (!half_) return;
+    const sched_param plain{};  // what is read and reckoned here isn't to be in the relay's way
+    ASSERT_EQ(::sched_setscheduler(0, SCHED_OTHER, &plain), 0);
     tone_ = server_->folder().write("tone.wav", wav_of(tone_frames(60 * kRate)));
     loop("{ node.name = loop.in target.object = notebook.microphone node.passive = true }",
          "{ node.name = loop.microphone media.class = Audio/Source }");
@@ -86,8 +91,11 @@ class GlitchesTest : public PipeWireRelayTest {
   /// What is recorded in so many seconds, of each way, from `event` on.
   template <class Event>
   std::array<Heard, kWayCount> listen(std::chrono::seconds length, Event event) {
+    std::this_thread::sleep_for(kPause);
     std::array<std::size_t, kWayCount> before{};
-    for (std::size_t way = 0; way < kWayCount; ++way) before[way] = frames_of_wav(path(kWays[way])).size();
+    for (std::size_t way = 0; way < kWayCount; ++way) {
+      before[way] = std::filesystem::file_size(path(kWays[way])) / sizeof(StereoFrame);
+    }
     event();
     std::this_thread::sleep_for(length);
     std::array<Heard, kWayCount> heard;
@@ -112,7 +120,7 @@ class GlitchesTest : public PipeWireRelayTest {
 };
 
 constexpr std::chrono::seconds kListen{4};
-constexpr int kAttempts = 3;
+constexpr int kAttempts = 4;
 
 /// How often both broke, attempt by attempt.
 class BreakCount {
@@ -151,12 +159,15 @@ TEST_P(EachRate, OnceTheGraphHasSettledNothingBreaksWhateverItsTurns) {
     std::array<BreakCount, kWayCount> counts{BreakCount(quantum), BreakCount(quantum)};
     for (int i = 0; i < kAttempts && !(counts[0].is_clean() && counts[1].is_clean()); ++i) {
       const auto heard = listen(kListen, [] {});
+      if (heard[0].is_silent_at_the_end() || heard[1].is_silent_at_the_end()) {
+        ASSERT_NO_FATAL_FAILURE(play_tone());
+        continue;
+      }
       for (std::size_t way = 0; way < kWayCount; ++way) {
-        const std::size_t ours = heard[way].breaks(kOurs).size(), loopback = heard[way].breaks(kLoopback).size();
         if (counts[way].is_clean()) continue;
+        const std::size_t ours = heard[way].breaks(kOurs).size(), loopback = heard[way].breaks(kLoopback).size();
         std::printf("%5u Hz, %4u frames, %-10s: %2zu breaks in %d s, of the loopback %2zu\n", GetParam(), quantum,
                     kWays[way], ours, static_cast<int>(kListen.count()), loopback);
-        ASSERT_FALSE(heard[way].is_silent_at_the_end());
         counts[way].add(ours, loopback);
       }
     }
