@@ -66,10 +66,13 @@ void Relinker::went(Id id) {
   own_nodes_.erase(id);
   streams_.erase(id);
   ports_.erase(id);
+  // Another object may get its number.
+  std::erase_if(lost_, [id](const Lost& each) { return each.link.stream_port() == id; });
   const auto link = links_.extract(id);
   if (link.empty()) return;
-  made_.erase({link.mapped().output, link.mapped().input});
-  if (!link.mapped().own_port.empty()) lost_.push_back({link.mapped(), now});
+  const Link& gone = link.mapped();
+  made_.erase({gone.output, gone.input});
+  if (!gone.own_port.empty() && ports_.contains(gone.stream_port())) lost_.push_back({gone, now});
 }
 
 void Relinker::add_link(Id id, Id output, Id input) {
@@ -98,12 +101,11 @@ void Relinker::look() {
   if (--looks_left_ > 0) next_look_.start(kNextLook);
 }
 
-/// Whether its stream has gone, or is linked again, by whomever.
+/// Whether its stream is linked again, by whomever.
 bool Relinker::is_over(const Link& lost) const {
-  const Id stream_port = lost.is_recorded ? lost.input : lost.output;
-  return !ports_.contains(stream_port) || std::any_of(links_.begin(), links_.end(), [&](const auto& link) {
+  return std::any_of(links_.begin(), links_.end(), [&](const auto& link) {
     const Link& each = link.second;
-    return each.stream == lost.stream && (!is_made(each) || each.output == stream_port || each.input == stream_port);
+    return each.stream == lost.stream && (!is_made(each) || each.stream_port() == lost.stream_port());
   });
 }
 

@@ -34,6 +34,7 @@ class Relinker final : private Registry::User {
     Id stream = SPA_ID_INVALID;
     bool is_recorded = false;  ///< the input is the stream's
     std::string own_port;      ///< at the other end; empty: it isn't ours
+    Id stream_port() const { return is_recorded ? input : output; }
   };
   struct Lost {
     Link link;

@@ -41,6 +41,7 @@ context.properties = {
 context.spa-libs = {
     audio.convert.* = audioconvert/libspa-audioconvert
     support.* = support/libspa-support
+    api.alsa.* = alsa/libspa-alsa
 }
 context.modules = [
     { name = libpipewire-module-rt args = { nice.level = -11 } flags = [ ifexists nofail ] }

@@ -73,23 +73,64 @@ inline std::vector<StereoFrame> tone_frames(std::size_t count, std::uint32_t rat
   return frames;
 }
 
-/// Frames of the longest piece of that tone without a break. A sine of w a frame has x[n+1] = 2 cos(w) x[n] - x[n-1];
-/// each of the three is rounded, here and there twice, and a thousandth of w makes less than a tenth.
-inline std::size_t longest_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
+/// Whether that tone goes on from this frame to the next, in this channel. A sine of w a frame has x[n+1] = 2 cos(w)
+/// x[n]
+/// - x[n-1]. Each of the three is rounded in the file and in the recording, which makes 4 at most; a thousandth of w
+/// makes less than a tenth, and what conversions of the rate leave beside the tone, 90 dB below it, about 1.
+inline bool tone_goes_on(const std::vector<StereoFrame>& frames, std::size_t n, std::size_t channel,
+                         std::uint32_t rate_hz) {
+  const auto at = [&](std::size_t frame) { return static_cast<double>(frames[frame][channel]); };
   const double turn = 2 * std::cos(2 * std::numbers::pi * 440 / rate_hz);
+  return std::fabs(turn * at(n) - at(n - 1) - at(n + 1)) <= 5;
+}
+
+/// Its peak, which silence hasn't: it has no break either.
+inline constexpr int kTonePeak = 9900;
+
+/// Frames of the longest piece of that tone without a break.
+inline std::size_t longest_tone(const std::vector<StereoFrame>& frames, std::uint32_t rate_hz = 48000) {
   std::size_t longest = 0, piece = 0;
-  int largest = 0;  // of the piece: silence has no break either
+  int largest = 0;  // of the piece
   for (std::size_t n = 1; n + 1 < frames.size(); ++n) {
-    if (std::fabs(turn * frames[n][0] - frames[n - 1][0] - frames[n + 1][0]) > 5) {
+    if (!tone_goes_on(frames, n, 0, rate_hz)) {
       piece = 0;
       largest = 0;
       continue;
     }
     ++piece;
     largest = std::max<int>(largest, frames[n][0]);
-    if (largest > 9900) longest = std::max(longest, piece);
+    if (largest > kTonePeak) longest = std::max(longest, piece);
   }
   return longest;
+}
+
+/// Frames from the first up to the one behind the last.
+struct Stretch {
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  std::size_t length() const { return end - begin; }
+};
+
+/// What lies between pieces of that tone of a hundredth of a second and more, in this channel.
+inline std::vector<Stretch> tone_breaks(const std::vector<StereoFrame>& frames, std::size_t channel,
+                                        std::uint32_t rate_hz = 48000) {
+  std::vector<Stretch> breaks;
+  std::size_t heard = 1, piece = 1;  // end of the tone up to now, and begin of what may be more of it
+  int largest = 0;                   // of that
+  for (std::size_t n = 1; n < frames.size(); ++n) {
+    if (n + 1 < frames.size() && tone_goes_on(frames, n, channel, rate_hz)) {
+      largest = std::max<int>(largest, frames[n][channel]);
+      continue;
+    }
+    if (n - piece >= rate_hz / 100 && largest > kTonePeak) {
+      if (piece > heard) breaks.push_back({heard, piece});
+      heard = n;
+    }
+    piece = n + 1;
+    largest = 0;
+  }
+  if (frames.size() > heard + rate_hz / 100) breaks.push_back({heard, frames.size()});
+  return breaks;
 }
 
 /// Whether the latest half second is that tone without a break.
@@ -129,14 +170,15 @@ inline std::string wav_of(const std::vector<StereoFrame>& frames, std::uint32_t 
 
 inline std::string counting_wav(std::size_t count) { return wav_of(counting_frames(count)); }
 
-/// The frames of such a file from one on, whatever chunks stand before them.
+/// The frames of such a file from the first wanted on, whatever chunks stand before them.
 inline std::vector<StereoFrame> frames_of_wav(const std::string& path, std::size_t first = 0) {
+  constexpr std::size_t kLongestHead = 4096;
   std::ifstream stream(path, std::ios::binary);
-  std::string head(4096, '\0');
-  stream.read(head.data(), static_cast<std::streamsize>(head.size()));
+  std::string head(kLongestHead, '\0');
+  stream.read(head.data(), kLongestHead);
   head.resize(static_cast<std::size_t>(stream.gcount()));
   const std::size_t data = head.find("data");
-  if (data == head.npos) return {};
+  if (data == head.npos || head.size() < data + 8) return {};
   stream.clear();
   stream.seekg(static_cast<std::streamoff>(data + 8 + first * sizeof(StereoFrame)));
   const std::string bytes{std::istreambuf_iterator<char>(stream), {}};

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -14,6 +15,10 @@
 #include "platform/linux/threads.h"
 
 namespace sonivo::test {
+
+inline constexpr char kVirtualMic[] = "norvell.relay.microphone";
+inline constexpr char kVirtualSpeaker[] = "norvell.relay.speaker";
+inline constexpr std::size_t kRate = 48000;
 
 struct ProcessHalf {
   linux::ProcessThreads threads;

@@ -18,10 +18,6 @@
 
 namespace sonivo::test {
 
-inline constexpr char kVirtualMic[] = "norvell.relay.microphone";
-inline constexpr char kVirtualSpeaker[] = "norvell.relay.speaker";
-inline constexpr std::size_t kRate = 48000;
-
 class NoOtherDevices final : public DeviceBus {
  public:
   std::vector<DeviceInterface> interfaces(const Guid&) override { return {}; }

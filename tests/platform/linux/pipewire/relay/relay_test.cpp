@@ -152,6 +152,19 @@ TEST_F(PipeWireRelayTest, ASessionManagerThatIsKilledAndComesBackLinksTheNextApp
   EXPECT_TRUE(is_heard_in(path("heard.wav")));
 }
 
+// A port that comes may bear the number of one that has gone.
+TEST_F(PipeWireRelayTest, AnApplicationThatEndsLeavesNoLinkToWhatComesAfterIt) {
+  for (int round = 0; round < 6; ++round) {
+    const auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+    ASSERT_TRUE(comes_true([&] { return server_->state_of("sonivo.microphone") == "running"; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const std::string links = server_->run({"pw-link", "-l"});
+    std::size_t heard = 0;
+    for (std::size_t at = 0; (at = links.find("|-> sonivo.microphone:input_", at)) != links.npos; ++at) ++heard;
+    EXPECT_EQ(heard, 2u) << links;
+  }
+}
+
 class PipeWireManagerTest : public PipeWireRelayTest {
  protected:
   void restart_manager() {
