@@ -42,7 +42,7 @@ bool make_real_time(sd_bus* bus, const Granter& granter, std::uint32_t priority,
   BusError error;
   if (sd_bus_message_append(made, "ttu", process, thread, priority) < 0) return false;
   if (sd_bus_call(bus, made, kLimitUs, error.get(), nullptr) >= 0) return true;
-  refusal = error.get()->message;
+  refusal = error.get()->message != nullptr ? error.get()->message : "";
   return false;
 }
 
