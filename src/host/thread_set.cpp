@@ -55,6 +55,7 @@ void ThreadSet::CreateEvents() {
 }
 
 void ThreadSet::StartDriverThreads() {
+  host_.m_Pause = Pause::none;
   hThread = Run("MainThread", MainThread);
   hThreadSub = Run("SubThread", SubThread);
 }
@@ -79,7 +80,6 @@ void ThreadSet::Reboot() {
       CloseEvents(host_.m_hRegistryEvent_Quit);
     }
   }
-  host_.m_Pause = Pause::none;
   host_.m_bSonivoServiceLock = 0;
   host_.m_bThreadExit = 0;
   StartDriverThreads();

@@ -14,6 +14,7 @@ namespace sonivo::linux {
 namespace {
 
 constexpr std::uint32_t kOnlySession = 1;
+constexpr std::uint32_t kOutsideOfSessions = 0;
 constexpr std::uint32_t kLettered = 0x80000000;
 
 }  // namespace
@@ -51,8 +52,8 @@ bool LogindSession::has_console() const { return own() != kNoSession && state_.a
 
 bool LogindSession::process_session(std::uint32_t& session) {
   const std::scoped_lock lock(desktop_->mutex);
-  session = own();
-  return session != kNoSession;
+  session = own() != kNoSession ? own() : kOutsideOfSessions;
+  return true;
 }
 
 std::uint32_t LogindSession::console_session() {

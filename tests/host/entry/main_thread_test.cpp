@@ -72,6 +72,17 @@ TEST(MainThreadReconnect, AnUnknownSessionKeepsTheDriversLock) {
   EXPECT_FALSE(bench.host->m_csDriver.try_lock());  // and leaves once less than it entered
 }
 
+TEST(MainThreadReconnect, HoldsTheDriversLockWhileItOpens) {
+  MainThreadBench bench;
+  std::vector<bool> free;
+  for (const std::uint64_t nth : {1u, 2u}) {
+    bench.machine.script().before(sim::Step::control_open, nth, [&] { free.push_back(bench.driver_lock_is_free()); });
+  }
+  bench.start_thread(2100);
+  EXPECT_THAT(free, ElementsAre(false, false));
+  EXPECT_TRUE(bench.driver_lock_is_free());
+}
+
 TEST(MainThreadReconnect, ADriverThatIsOpenedMeanwhileIsNotOpenedAgain) {
   MainThreadBench bench;
   bench.machine.script().before(sim::Step::process_session, 1, [&] { bench.open(); });

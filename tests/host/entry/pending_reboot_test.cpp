@@ -45,6 +45,7 @@ TEST(PendingReboot, TakesTheStopBackBeforeItsFirstThread) {
   bench.post_any();
   bench.run_for(1000);
   EXPECT_EQ(exit_at_their_start, 0u);
+  EXPECT_EQ(bench.host->m_Pause, Pause::none);
   EXPECT_EQ(lock_at_their_start, 0u);
 }
 

@@ -123,15 +123,18 @@ TEST(StartUp, FailingQueriesHaveTheirDefaults) {
   std::uint32_t generation = 0;
   std::uint32_t generation_mic = 0;
   std::uint32_t function = 9;
+  std::uint32_t function_mic = 0;
   bench.machine.script().before(sim::Step::window_create, 1, [&] {
     generation = bench.host->m_dwGeneration;
     generation_mic = bench.host->m_dwGenerationMic;
     function = bench.host->m_Function;
+    function_mic = bench.host->m_FunctionMic;
   });
   bench.start();
   EXPECT_EQ(generation, 8u);
   EXPECT_EQ(generation_mic, 2u);
   EXPECT_EQ(function, 0u);
+  EXPECT_EQ(function_mic, kBeamForming.function_mic);
 }
 
 TEST(StartUp, TheLaunchedValueGivesThePosition) {

@@ -65,13 +65,14 @@ TEST_F(LogindSessionTest, HasTheConsoleWhileItIsActive) {
   EXPECT_EQ(session.console_session(), kNoSession);
 }
 
-TEST_F(LogindSessionTest, IsActiveOnAMachineWithoutLogindAndUnknownToOneThatKnowsNone) {
+TEST_F(LogindSessionTest, IsActiveOnAMachineWithoutLogindAndOutsideOfSessionsWhereItKnowsNone) {
   std::uint32_t own = 0;
   session.set({});
   EXPECT_TRUE(session.process_session(own));
   EXPECT_EQ(session.console_session(), own);
   session.set({.logind = true, .active = false});
-  EXPECT_FALSE(session.process_session(own));
+  EXPECT_TRUE(session.process_session(own));
+  EXPECT_EQ(own, 0u);
   EXPECT_EQ(session.console_session(), kNoSession);
 }
 
