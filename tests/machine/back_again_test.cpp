@@ -136,6 +136,7 @@ TEST_F(BackAgainTest, NothingIsMissingWhileTheDriverIsKilledAndComesBack) {
   const auto listener = record_speakers(kPlayed);
   ASSERT_TRUE(is_heard({}, kHeard));
   ASSERT_TRUE(is_heard({}, kPlayed));
+  const Streams streams = streams_so_far();
   const Moment heard = now(kHeard);
   const Moment played = now(kPlayed);
   end_driver();
@@ -145,6 +146,7 @@ TEST_F(BackAgainTest, NothingIsMissingWhileTheDriverIsKilledAndComesBack) {
   EXPECT_TRUE(is_heard(now(kPlayed), kPlayed));
   expect_unbroken("the microphone beside another driver", heard, kHeard);
   expect_unbroken("the speakers beside another driver", played, kPlayed);
+  EXPECT_EQ(streams_so_far(), streams);
 }
 
 // The session manager moves applications to other devices meanwhile, and back where they follow the default. Turns stay
