@@ -104,6 +104,41 @@ TEST_F(BackAgainTest, AfterAPinnedMicrophoneHasReturned) {
   expect_back("the pinned microphone that returned", returned, kHeard, Voice::second);
 }
 
+/// With devices that are those of the session manager, as a sound card's are.
+class BackAgainWithTheManagerTest : public BackAgainTest {
+ protected:
+  AudioServer::Devices devices() override { return AudioServer::Devices::of_manager; }
+};
+
+// The applications live on, and nobody links them but the relay: the devices return with the manager, and with those
+// the voice and the listener.
+TEST_F(BackAgainWithTheManagerTest, ForApplicationsThatGoOnAfterTheSessionManagerWasKilled) {
+  start_service();
+  const auto recorder = record(kHeard);
+  const auto player = play();
+  for (const int away_ms : {0, 500}) {
+    const std::string played = std::to_string(away_ms) + kPlayed;
+    {
+      const auto voice = speak_into("notebook.microphone");
+      const auto listener = record_speakers(played);
+      ASSERT_TRUE(is_heard(now(kHeard), kHeard));
+      ASSERT_TRUE(is_heard({}, played));
+    }
+    server_->kill_manager();
+    ASSERT_TRUE(is_gone("notebook.microphone"));
+    ASSERT_TRUE(is_gone("notebook.speakers"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(away_ms));
+    const Moment start = now(kHeard);
+    server_->start_manager();
+    ASSERT_TRUE(is_there("notebook.microphone"));
+    ASSERT_TRUE(is_there("notebook.speakers"));
+    const auto voice = speak_into("notebook.microphone");
+    const auto listener = record_speakers("again." + played);
+    expect_back("the microphone after a new session manager", start, kHeard);
+    expect_back("the speakers after a new session manager", {start.when}, "again." + played);
+  }
+}
+
 // Applications lose their streams with the server, and open new ones when they see the pair.
 TEST_F(BackAgainTest, AfterTheAudioServerAndItsManagerWereKilled) {
   start_service();
@@ -136,6 +171,7 @@ TEST_F(BackAgainTest, NothingIsMissingWhileTheDriverIsKilledAndComesBack) {
   const auto listener = record_speakers(kPlayed);
   ASSERT_TRUE(is_heard({}, kHeard));
   ASSERT_TRUE(is_heard({}, kPlayed));
+  const Streams streams = streams_so_far();
   const Moment heard = now(kHeard);
   const Moment played = now(kPlayed);
   end_driver();
@@ -145,6 +181,7 @@ TEST_F(BackAgainTest, NothingIsMissingWhileTheDriverIsKilledAndComesBack) {
   EXPECT_TRUE(is_heard(now(kPlayed), kPlayed));
   expect_unbroken("the microphone beside another driver", heard, kHeard);
   expect_unbroken("the speakers beside another driver", played, kPlayed);
+  EXPECT_EQ(streams_so_far(), streams);
 }
 
 // The session manager moves applications to other devices meanwhile, and back where they follow the default. Turns stay

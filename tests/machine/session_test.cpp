@@ -38,10 +38,11 @@ class SessionTest : public AudibleMachineTest {
   bool becomes(const std::string& part) {
     return comes_true([&] { return status().has(part); });
   }
-  /// Both directions since these moments.
-  void expect_unbroken_both(const Moment& microphone, const Moment& speakers) {
+  /// Both directions since these moments, at which so many streams had begun.
+  void expect_unbroken_both(const Moment& microphone, const Moment& speakers, const Streams& streams) {
     expect_unbroken("the microphone", microphone, kMicrophoneFile);
     expect_unbroken("the speakers", speakers, kSpeakersFile);
+    EXPECT_EQ(streams_so_far(), streams);
   }
 
   /// What sleeps with the machine: all programs but logind, which tells of it.
@@ -61,6 +62,7 @@ TEST_F(SessionTest, AudioGoesOnWhileTheSessionIsLocked) {
   start_service();
   start_applications();
   ASSERT_TRUE(are_heard({}, {}));
+  const Streams streams = streams_so_far();
   const Moment microphone = now(kMicrophoneFile);
   const Moment speakers = now(kSpeakersFile);
   logind_->ask_session("Lock");
@@ -71,7 +73,7 @@ TEST_F(SessionTest, AudioGoesOnWhileTheSessionIsLocked) {
   EXPECT_TRUE(are_heard(now(kMicrophoneFile), now(kSpeakersFile)));
   EXPECT_TRUE(becomes("\"pause\": \"none\""));
   EXPECT_TRUE(becomes("\"driver_ready\": true"));
-  expect_unbroken_both(microphone, speakers);
+  expect_unbroken_both(microphone, speakers, streams);
 }
 
 TEST_F(SessionTest, AudioIsBackInTimeAfterTheMachineHasSlept) {
@@ -100,12 +102,13 @@ TEST_F(SessionTest, AServiceThatStartsInALockedSessionCarriesAudio) {
   start_service();
   start_applications();
   EXPECT_TRUE(are_heard({}, {}));
+  const Streams streams = streams_so_far();
   const Moment microphone = now(kMicrophoneFile);
   const Moment speakers = now(kSpeakersFile);
   logind_->ask_session("Unlock");
   EXPECT_TRUE(are_heard(now(kMicrophoneFile), now(kSpeakersFile)));
   EXPECT_TRUE(status().has("\"driver_ready\": true")) << status().text;
-  expect_unbroken_both(microphone, speakers);
+  expect_unbroken_both(microphone, speakers, streams);
 }
 
 TEST_F(SessionTest, AServiceThatStartsInTheBackgroundLeavesTheDevicesToOthersUntilItsSessionIsActive) {

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "graph_profile.h"
+
+namespace sonivo::test {
+
+/// How the nodes of the relay keep the turns of a server's graph, while audio goes both ways.
+class KeptTurns {
+ public:
+  explicit KeptTurns(const std::string& remote) : profile_(remote) {}
+
+  /// Whether each node ends every turn of one second out of several, within a tenth of it on average. Prints the
+  /// latest second.
+  bool in_some_second(unsigned rate_hz, unsigned quantum) {
+    bool kept = false;
+    for (int second = 0; second < kSeconds && !kept; ++second) kept = in_the_next_second(1e6 * quantum / rate_hz);
+    for (const char* const name : kOurs) {
+      const auto& node = latest_[name];
+      std::printf(
+          "%5u Hz, %4u frames: %-24s %4llu turns, %llu missed, %llu asleep, %5.1f us of each, %5.1f us at most\n",
+          rate_hz, quantum, name, static_cast<unsigned long long>(node.turns),
+          static_cast<unsigned long long>(node.missed), static_cast<unsigned long long>(node.asleep), node.mean_us(),
+          1e-3 * static_cast<double>(node.longest_ns));
+    }
+    return kept;
+  }
+
+ private:
+  bool in_the_next_second(double turn_us) {
+    profile_.take();
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    latest_ = profile_.take();
+    return std::all_of(kOurs.begin(), kOurs.end(), [&](const char* name) {
+      const auto& node = latest_[name];
+      const double turns = 1e6 / turn_us;
+      return static_cast<double>(node.turns) > 0.9 * turns && node.missed == 0 && node.mean_us() < turn_us / 10;
+    });
+  }
+
+  /// A machine that is busy with something else lets any program miss turns now and then.
+  static constexpr int kSeconds = 8;
+  static constexpr std::array kOurs{"norvell.relay.microphone", "norvell.relay.speaker", "sonivo.microphone",
+                                    "sonivo.speaker"};
+
+  GraphProfile profile_;
+  std::map<std::string, GraphProfile::Node> latest_;
+};
+
+}  // namespace sonivo::test
