@@ -161,6 +161,36 @@ TEST(DoctorRules, AMuteOfEachDeviceInTheWay) {
   }
 }
 
+TEST(DoctorRules, BehindADefaultThatIsTheVirtualOneItselfTheDeviceOfTheServiceIsLookedAt) {
+  for (std::size_t i = 0; i < 4; ++i) {
+    MachineFacts facts = well();
+    facts.audio.default_microphone = "relay.mic";
+    facts.audio.default_speaker = "relay.spk";
+    facts.audio.endpoints.push_back({"usb", "Webcam", DataFlow::capture, true, "busy"});
+    facts.service->capture.endpoint = "mic";
+    facts.service->render.endpoint = "spk";
+    facts.audio.endpoints[i].muted = true;
+    const std::string device = i % 2 == 0 ? "microphone" : "speaker";
+    EXPECT_EQ(the_trouble(facts), "mute: The " + device + " '" + facts.audio.endpoints[i].name +
+                                      "' is muted. | Unmute it in the sound settings of the desktop.");
+  }
+  MachineFacts facts = well();
+  facts.audio.default_speaker = "relay.spk";
+  facts.audio.endpoints[1].fault = "Device or resource busy";
+  facts.service->render.endpoint = "spk";
+  EXPECT_THAT(the_trouble(facts), testing::StartsWith("speaker: The speaker 'Speakers' can't be opened: Device"));
+  facts.service->render.endpoint = "unplugged";
+  EXPECT_THAT(troubles(facts), testing::IsEmpty());
+}
+
+TEST(DoctorRules, AMutedVirtualMicrophoneIsToldThoughTheRealOneCantBeOpened) {
+  MachineFacts facts = well();
+  facts.audio.endpoints[0].fault = "busy";
+  facts.audio.endpoints[2].muted = true;
+  EXPECT_THAT(troubles(facts),
+              testing::ElementsAre(testing::StartsWith("microphone: "), testing::StartsWith("mute: ")));
+}
+
 TEST(DoctorRules, AMuteOfAnotherMicrophoneDoesntMatter) {
   MachineFacts facts = well();
   facts.audio.endpoints.push_back({"usb", "Webcam", DataFlow::capture, true, "busy"});

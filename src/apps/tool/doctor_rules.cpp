@@ -101,7 +101,10 @@ class Examination {
     for (const std::string& fault : facts_.table_faults) {
       add(Kind::trouble, "names", fault, "Mend it; the service goes without it.");
     }
-    for (const Direction& each : {kMicrophone, kSpeaker}) look_at_device(each);
+    for (const Direction& each : {kMicrophone, kSpeaker}) {
+      look_at_device(each);
+      look_for_own_mute(each);
+    }
   }
 
   const SurveyedEndpoint* find(DataFlow flow, const std::string& id) const {
@@ -109,6 +112,13 @@ class Examination {
     const auto found = std::find_if(all.begin(), all.end(),
                                     [&](const SurveyedEndpoint& each) { return each.flow == flow && each.id == id; });
     return found != all.end() ? &*found : nullptr;
+  }
+
+  /// Null where the service doesn't tell, or what it tells of isn't there.
+  const SurveyedEndpoint* find_behind(DataFlow flow) const {
+    if (!facts_.service) return nullptr;
+    const StreamReport& stream = flow == DataFlow::capture ? facts_.service->capture : facts_.service->render;
+    return find(flow, stream.endpoint);
   }
 
   std::vector<std::string> real_nodes(DataFlow flow) const {
@@ -138,35 +148,42 @@ class Examination {
                  "Plug one in, or turn on the profile of the sound card that has one: wpctl status shows the cards.");
     }
     if (is_own(*used) && chosen.empty()) {
-      return add(Kind::hint, direction.device,
-                 "The default " + device + " is " + quoted(used->name) +
-                     " itself, so that the default before it is used, or else the best that is there.",
-                 "Make the real one the default, or choose its node: " + choose + ' ' + one_of(real));
+      add(Kind::hint, direction.device,
+          "The default " + device + " is " + quoted(used->name) +
+              " itself, so that the default before it is used, or else the best that is there.",
+          "Make the real one the default, or choose its node: " + choose + ' ' + one_of(real));
+      const SurveyedEndpoint* const behind = find_behind(direction.flow);
+      if (behind != nullptr) look_at_used(direction, *behind);
+      return;
     }
     if (is_own(*used)) {
       return add(Kind::trouble, direction.device,
                  "The " + device + " behind " + quoted(used->name) + " would be that one itself.",
                  "Follow the default again: " + choose + " default.");
     }
-    if (!used->fault.empty()) {
-      return add(Kind::trouble, direction.device,
-                 "The " + device + " " + quoted(used->name) + " can't be opened: " + ended(used->fault),
-                 "End other programs that use it past PipeWire, or unplug it and plug it in again.");
-    }
-    add(Kind::good, direction.device, "The " + device + " is " + quoted(used->name) + ".");
-    look_for_mute(direction, *used);
+    look_at_used(direction, *used);
   }
 
-  void look_for_mute(const Direction& direction, const SurveyedEndpoint& used) {
-    if (used.muted) {
-      add(Kind::trouble, "mute", "The " + std::string(direction.device) + " " + quoted(used.name) + " is muted.",
-          kUnmute);
+  void look_at_used(const Direction& direction, const SurveyedEndpoint& used) {
+    const std::string device = direction.device;
+    if (!used.fault.empty()) {
+      return add(Kind::trouble, direction.device,
+                 "The " + device + " " + quoted(used.name) + " can't be opened: " + ended(used.fault),
+                 "End other programs that use it past PipeWire, or unplug it and plug it in again.");
     }
+    add(Kind::good, direction.device, "The " + device + " is " + quoted(used.name) + ".");
+    if (used.muted) add_mute(direction, used);
+  }
+
+  void look_for_own_mute(const Direction& direction) {
     for (const SurveyedEndpoint& each : facts_.audio.endpoints) {
-      if (each.flow != direction.flow || !each.muted || !is_own(each)) continue;
-      add(Kind::trouble, "mute", "The " + std::string(direction.device) + " " + quoted(each.name) + " is muted.",
-          kUnmute);
+      if (each.flow == direction.flow && each.muted && is_own(each)) add_mute(direction, each);
     }
+  }
+
+  void add_mute(const Direction& direction, const SurveyedEndpoint& endpoint) {
+    add(Kind::trouble, "mute", "The " + std::string(direction.device) + " " + quoted(endpoint.name) + " is muted.",
+        kUnmute);
   }
 
   void look_at_holders() {

@@ -75,12 +75,14 @@ Graph::Graph(Connection& connection, Dispatcher& dispatcher, FriendlyNames names
 Graph::~Graph() = default;
 
 void Graph::wait_until_known(std::uint32_t limit_ms) {
+  std::unique_lock lock(mutex_, std::defer_lock);
   {
-    const Connection::Lock lock(connection_);
+    const Connection::Lock loop(connection_);
     if (connection_.core() == nullptr) return;
+    lock.lock();
   }
-  std::unique_lock lock(mutex_);
-  known_changed_.wait_for(lock, std::chrono::milliseconds(limit_ms), [&] { return known_; });
+  known_changed_.wait_for(lock, std::chrono::milliseconds(limit_ms),
+                          [&, before = losses_] { return known_ || losses_ != before; });
 }
 
 std::vector<EndpointFacts> Graph::endpoints(DataFlow flow) const {
@@ -140,14 +142,18 @@ void Graph::lost() {
   while (!nodes_.empty()) remove_node(nodes_.begin());
   cards_.clear();
   told_defaults_.forget();
-  std::scoped_lock lock(mutex_);
-  known_ = false;
+  {
+    std::scoped_lock lock(mutex_);
+    known_ = false;
+    ++losses_;
+  }
+  known_changed_.notify_all();
 }
 
 void Graph::manager_left() {
   told_defaults_.forget();
   for (const auto& [name, own] : own_nodes_) {
-    if (const auto old = node_of(name); old != nodes_.end()) remove_node(old);
+    drop(name);
     own->manager_left();
   }
 }
@@ -231,6 +237,10 @@ void Graph::remove_node(Nodes::iterator node) {
   for (DepartureWatch* const watch : watches_) watch->departed(id);
   callbacks_.notify([id](IMMNotificationClient& client) { client.OnDeviceStateChanged(id, kDeviceNotPresent); });
   update_default(endpoint->facts.flow);
+}
+
+void Graph::drop(const std::string& id) {
+  if (const auto node = node_of(id); node != nodes_.end()) remove_node(node);
 }
 
 void Graph::told_properties(Endpoint& endpoint, const spa_dict& properties) {

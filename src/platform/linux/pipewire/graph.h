@@ -63,6 +63,8 @@ class Graph final : private Registry::User {
   void remove(DepartureWatch& watch);
   void add(const std::string& id, OwnNode& node) { own_nodes_[id] = &node; }
   void remove(const std::string& id) { own_nodes_.erase(id); }
+  /// Has the endpoint of a node that is made anew go first, whatever the server lists still.
+  void drop(const std::string& id);
 
   /// The volume of an endpoint; none while it isn't there.
   std::optional<NodeVolume> volume(const std::string& id) const;
@@ -116,6 +118,7 @@ class Graph final : private Registry::User {
   mutable std::mutex mutex_;
   std::condition_variable known_changed_;
   bool known_ = false;
+  std::uint64_t losses_ = 0;                          ///< of the server, so far
   std::vector<std::shared_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance
   std::uint64_t departures_ = 0;                      ///< so far
   std::map<DataFlow, std::string> default_names_;     ///< as the server has them

@@ -15,15 +15,14 @@
 
 namespace sonivo::pipewire {
 
-/// A node of this process. The server hears nothing else of a client while that client's request to change a node is
-/// under way, so that the answer of one's own node would never arrive: it is changed here instead. Nodes of others are
-/// changed by a VolumeRequest.
+/// A node of this process, whose volume is set at once, here. Asked for by a VolumeRequest, as for nodes of others, it
+/// would take one more connection, and the request would only come back to this process.
 class OwnNode {
  public:
   /// Any thread, with the loop locked.
   virtual void set_volume(const NodeVolume& volume) = 0;
-  /// Loop's thread, with the loop locked: the session manager has gone. The next one waits without end for the ports of
-  /// a node that had them before, and links nothing meanwhile: the node has to be made anew. Its
+  /// Loop's thread, with the loop locked: the session manager has gone. The next one would wait without end for the
+  /// ports of a node that had them before, and link nothing meanwhile, so that the node has to be made anew. Its
   /// endpoint has gone until then.
   virtual void manager_left() = 0;
 

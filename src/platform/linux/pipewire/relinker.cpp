@@ -29,6 +29,7 @@ void Relinker::lost() {
   streams_.clear();
   ports_.clear();
   links_.clear();
+  asked_.clear();
   made_.clear();
   lost_.clear();
 }
@@ -71,7 +72,7 @@ void Relinker::went(Id id) {
   const auto link = links_.extract(id);
   if (link.empty()) return;
   const Link& gone = link.mapped();
-  made_.erase({gone.output, gone.input});
+  made_.erase(ports_of(gone));
   if (!gone.own_port.empty() && ports_.contains(gone.stream_port())) lost_.push_back({gone, now});
 }
 
@@ -85,6 +86,7 @@ void Relinker::add_link(Id id, Id output, Id input) {
   const Link link{output, input, is_recorded ? to->second.node : from->second.node, is_recorded,
                   other.is_own ? other.name : ""};
   links_[id] = link;
+  if (asked_.erase(ports_of(link)) != 0) made_.insert(ports_of(link));
   std::erase_if(lost_, [this](const Lost& each) { return is_over(each.link); });
   if (is_made(link)) return;
   for (const auto& [made, each] : links_) {
@@ -93,12 +95,14 @@ void Relinker::add_link(Id id, Id output, Id input) {
 }
 
 void Relinker::look() {
-  if (manager_ == SPA_ID_INVALID) return;
+  asked_.clear();
+  if (manager_ == SPA_ID_INVALID || looks_left_ == 0) return;
   std::erase_if(lost_, [this](const Lost& each) { return is_over(each.link); });
   for (const Lost& each : lost_) {
     if (each.when < manager_came_) restore(each.link);
   }
-  if (--looks_left_ > 0) next_look_.start(kNextLook);
+  --looks_left_;
+  next_look_.start(kNextLook);
 }
 
 /// Whether its stream is linked again, by whomever.
@@ -125,7 +129,7 @@ void Relinker::restore(const Link& lost) {
   pw_properties_free(properties);
   if (link == nullptr) return;
   pw_proxy_destroy(static_cast<pw_proxy*>(link));  // the link stays as long as its ports
-  made_.insert({output, input});
+  asked_.insert({output, input});
 }
 
 }  // namespace sonivo::pipewire

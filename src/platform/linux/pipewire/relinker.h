@@ -15,7 +15,9 @@ namespace sonivo::pipewire {
 
 /// Links applications with nodes of ours again after the session manager has been away: it leaves a stream that lived
 /// before without a link. A stream that the manager links by itself is the manager's, also later; one that had no link
-/// with a node of ours when the manager went isn't touched, and what somebody takes apart under a manager stays so.
+/// with a node of ours when the manager went isn't touched, and what somebody takes apart under a manager stays so, but
+/// for a link that goes less than a second before the manager, which counts as gone with it and is made again. A stream
+/// that somebody links with a second node loses the link that was made again, as though it had been moved there.
 class Relinker final : private Registry::User {
  public:
   Relinker(Connection& connection, std::set<std::string> own_nodes);
@@ -50,7 +52,8 @@ class Relinker final : private Registry::User {
   void look();
   bool is_over(const Link& lost) const;
   void restore(const Link& lost);
-  bool is_made(const Link& link) const { return made_.contains({link.output, link.input}); }
+  bool is_made(const Link& link) const { return made_.contains(ports_of(link)); }
+  static std::pair<Id, Id> ports_of(const Link& link) { return {link.output, link.input}; }
 
   const std::set<std::string> own_names_;
   LoopTimer next_look_;
@@ -61,7 +64,8 @@ class Relinker final : private Registry::User {
   std::set<Id> streams_;
   std::map<Id, Port> ports_;
   std::map<Id, Link> links_;
-  std::set<std::pair<Id, Id>> made_;  ///< from port to port
+  std::set<std::pair<Id, Id>> asked_;  ///< for since the latest look, from port to port; the server may refuse
+  std::set<std::pair<Id, Id>> made_;
   std::vector<Lost> lost_;
   Registry registry_;
 };

@@ -18,6 +18,8 @@ constexpr std::size_t kExpectedRequests = 16;
 constexpr std::size_t kPinFrames = 32768;      // four times the longest turn of the server
 constexpr std::uint32_t kLatePerSecond = 500;  // the pacer may be 2 ms late
 constexpr std::uint32_t kScratchFrames = 1024;
+constexpr std::chrono::milliseconds kFirstRenewal{100};
+constexpr std::chrono::milliseconds kSlowestRenewal{1600};
 
 StreamSettings pin_settings(DataFlow flow, const WAVEFORMATEXTENSIBLE& format) {
   const bool capture = flow == DataFlow::capture;
@@ -128,7 +130,9 @@ VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataF
       to_graph_(format.nBlockAlign, kPinFrames, format.nSamplesPerSec, format.nSamplesPerSec / kLatePerSecond),
       from_graph_(format.nBlockAlign, kPinFrames),
       slip_(format),
-      scratch_(std::size_t{kScratchFrames} * format.nBlockAlign) {
+      scratch_(std::size_t{kScratchFrames} * format.nBlockAlign),
+      renewal_(connection, [this] { renew(); }),
+      renewal_wait_(kFirstRenewal) {
   waiting_.reserve(kExpectedRequests);
   transfers_.reserve(kExpectedRequests);
   pacer_.add(*this);
@@ -143,6 +147,7 @@ VirtualPin::~VirtualPin() {
     connection_.remove(*this);
     graph_.remove(node_name(flow_));
     node_.close();
+    wants_renewal_ = false;
   }
   pacer_.remove(*this);
 }
@@ -179,6 +184,7 @@ bool VirtualPin::serves(const Device* device) const {
 
 void VirtualPin::connected(pw_core& core) {
   const bool opened = open_node(core);
+  if (!opened) renew_later();
   std::scoped_lock lock(mutex_);
   present_ = opened;
 }
@@ -192,6 +198,11 @@ bool VirtualPin::open_node(pw_core& core) {
 
 void VirtualPin::disconnected() {
   node_.close();
+  wants_renewal_ = false;
+  leave();
+}
+
+void VirtualPin::leave() {
   std::scoped_lock lock(mutex_);
   present_ = false;
   for (Handle* const handle : handles_) handle->lost = true;
@@ -206,7 +217,28 @@ void VirtualPin::manager_left() {
   connected(*core);
 }
 
+void VirtualPin::renew_later() {
+  wants_renewal_ = true;
+  renewal_.start(renewal_wait_);
+  renewal_wait_ = std::min(2 * renewal_wait_, kSlowestRenewal);
+}
+
+void VirtualPin::renew() {
+  pw_core* const core = connection_.core();
+  if (core == nullptr || !std::exchange(wants_renewal_, false)) return;
+  node_.close();
+  connected(*core);
+}
+
+/// A node that fails, or that somebody destroys, can't be closed within its own call. Its device goes at once, after
+/// its endpoint, which the graph may list still.
 void VirtualPin::state_changed(pw_stream_state state) {
+  if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
+    graph_.drop(node_name(flow_));
+    leave();
+    return renew_later();
+  }
+  if (state == PW_STREAM_STATE_STREAMING) renewal_wait_ = kFirstRenewal;
   std::scoped_lock lock(mutex_);
   if (state != PW_STREAM_STATE_STREAMING) return end_streaming();
   streaming_ = true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include "platform/linux/pipewire/frame_fifo.h"
 #include "platform/linux/pipewire/frame_slip.h"
 #include "platform/linux/pipewire/graph.h"
+#include "platform/linux/pipewire/loop_timer.h"
 #include "platform/linux/pipewire/pacer.h"
 #include "platform/linux/pipewire/pi_mutex.h"
 #include "platform/linux/pipewire/playout.h"
@@ -26,9 +28,9 @@ namespace sonivo::pipewire {
 /// An application that streams makes the requests for a format succeed. While it does, transfers go one after the
 /// other, at the pace of the graph: those of the microphone (flow capture) are what applications record, those of the
 /// speaker what they play. When the last application has gone they end with error::kDeviceNotConnected, as all requests
-/// do when the server goes or its session manager; the device is there again with the server, without a manager at
-/// once. What applications play while no transfer is outstanding is lost; what they record then is silence. Feedback 1
-/// has the transfers go a thousandth faster than the graph, -1 slower.
+/// do when the server goes, its session manager or the node alone; the device is there again with the server, without a
+/// manager at once, without its node in a moment. What applications play while no transfer is outstanding is lost; what
+/// they record then is silence. Feedback 1 has the transfers go a thousandth faster than the graph, -1 slower.
 class VirtualPin final : private Connection::User, private StreamHandler, private Pacer::Stream, private OwnNode {
  public:
   VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow, const WAVEFORMATEXTENSIBLE& format);
@@ -70,6 +72,9 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   void manager_left() override;
 
   bool open_node(pw_core& core);
+  void leave();
+  void renew_later();
+  void renew();
   bool is_listed() const;
   // With the mutex held.
   void complete(const Request& request, Error error, std::size_t transferred);
@@ -94,6 +99,11 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   FrameFifo from_graph_;  ///< of the speaker
   FrameSlip slip_;
   std::vector<std::byte> scratch_;
+
+  // Of the loop's thread.
+  LoopTimer renewal_;
+  std::chrono::milliseconds renewal_wait_;
+  bool wants_renewal_ = false;
 
   mutable PiMutex mutex_;
   std::condition_variable done_;

@@ -1,6 +1,11 @@
 #include "platform/linux/pipewire/endpoints.h"
 
 #include <gmock/gmock.h>
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 #include "pipewire_bench.h"
 #include "platform/linux/pipewire/stream_node.h"
@@ -30,6 +35,23 @@ class PipeWireEndpointsTest : public PipeWireTest {
 TEST_F(PipeWireEndpointsTest, SourcesAndSinksAreListedByFlow) {
   EXPECT_THAT(ids(DataFlow::capture), ElementsAre(kMic));
   EXPECT_THAT(ids(DataFlow::render), ElementsAre("notebook.speakers"));
+}
+
+TEST_F(PipeWireEndpointsTest, WhoeverWaitsUntilTheyAreKnownWaitsNoLongerThanTheServerIsThere) {
+  server_->send(SIGSTOP);
+  pipewire::Connection connection(server_->remote());
+  pipewire::Dispatcher dispatcher;
+  pipewire::Graph graph(connection, dispatcher, {});
+  std::atomic<bool> is_over = false;
+  std::thread waiting([&] {
+    graph.wait_until_known(20'000);
+    is_over = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_FALSE(is_over);
+  server_->kill_server();
+  EXPECT_TRUE(comes_true([&] { return is_over.load(); }));
+  waiting.join();
 }
 
 TEST_F(PipeWireEndpointsTest, AnEndpointBearsTheDescriptionOfItsNode) {

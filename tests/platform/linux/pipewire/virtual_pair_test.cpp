@@ -285,6 +285,29 @@ TEST_F(VirtualPairTest, RequestsEndWithTheServerAndTheDeviceReturnsWithIt) {
   EXPECT_EQ(wait_stream(*again, format), error::kNone);
 }
 
+TEST_F(VirtualPairTest, ANodeThatSomebodyDestroysIsMadeAnewAndCanBeRecorded) {
+  for (int round = 0; round < 2; ++round) {
+    const auto device = open(kMicPath);
+    WAVEFORMATEXTENSIBLE format;
+    Overlapped request;
+    ASSERT_EQ(device->control(kWait, {}, std::as_writable_bytes(std::span(&format, 1)), request), error::kIoPending);
+    server_->run({"pw-cli", "destroy", kVirtualMic});
+    std::uint32_t transferred = 0;
+    ASSERT_TRUE(comes_true([&] { return device->result(request, transferred, false) != error::kIoPending; })) << round;
+    EXPECT_EQ(device->result(request, transferred, false), error::kDeviceNotConnected);
+    ASSERT_TRUE(comes_true([&] { return pair_->interfaces(kAudio).size() == 2; })) << round;
+  }
+  const auto again = open(kMicPath);
+  const std::string wav = server_->folder() / "heard.wav";
+  auto recorder = server_->record(kVirtualMic, wav);
+  WAVEFORMATEXTENSIBLE format;
+  ASSERT_EQ(wait_stream(*again, format), error::kNone);
+  Transfers transfers(*again, true);
+  ASSERT_GE(transfers.move(kRate).size(), kRate) << transfers.outcome;
+  recorder.end(2);
+  EXPECT_GE(longest_run(frames_of_wav(wav)), kOnePiece);
+}
+
 TEST_F(VirtualPairTest, CancelledAndClosedRequestsAreAborted) {
   const auto device = open(kSpeakerPath);
   WAVEFORMATEXTENSIBLE format;

@@ -259,6 +259,27 @@ TEST_F(PipeWireManagerTest, AnApplicationThatWasLinkedAgainIsLetGoWhereItIsLinke
   EXPECT_NE(links().find("call:input_FL"), std::string::npos);
 }
 
+TEST_F(PipeWireManagerTest, ALinkThatTheServerRefusesIsNotTakenForOneThatSomebodyElseMakesLater) {
+  const std::string wanted = std::string(kVirtualMic) + ":capture_FL";
+  const auto recorder =
+      server_->start({"pw-record", "--target", kVirtualMic, "-P", "{ node.name = call }", path("heard.wav")});
+  const auto links = [&] { return server_->run({"pw-link", "-l"}); };
+  ASSERT_TRUE(comes_true([&] { return server_->state_of(kVirtualMic) == "running"; }));
+  server_->run({"sh", "-c", R"(
+      factory=$(pw-cli ls Factory | awk '/^\tid/ {id = $2 + 0} /"link-factory"/ {print id}')
+      for client in $(pw-cli ls Client | awk '/^\tid/ {id = $2 + 0} /"Sonivo"/ {print id}'); do
+        pw-cli permissions $client $factory 0
+      done)"});
+  ASSERT_NO_FATAL_FAILURE(restart_manager());
+  std::this_thread::sleep_for(std::chrono::seconds(6));  // as long as it is tried again
+  ASSERT_EQ(links().find("call:input"), std::string::npos);
+  server_->plug_headset();
+  ASSERT_EQ(server_->run({"pw-link", wanted, "call:input_FL"}), "");
+  ASSERT_EQ(server_->run({"pw-link", "usb.headset:capture_FL", "call:input_FL"}), "");
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_NE(links().find(wanted + "\n  |-> call:input_FL"), std::string::npos) << links();
+}
+
 TEST_F(PipeWireManagerTest, WhatSomebodyTakesApartSoonAfterTheSessionManagersReturnStaysSo) {
   const auto recorder =
       server_->start({"pw-record", "--target", kVirtualMic, "-P", "{ node.name = call }", path("heard.wav")});
