@@ -152,6 +152,20 @@ TEST_F(PipeWireRelayTest, ASessionManagerThatIsKilledAndComesBackLinksTheNextApp
   EXPECT_TRUE(is_heard_in(path("heard.wav")));
 }
 
+TEST_F(PipeWireRelayTest, AVirtualMicrophoneThatSomebodyDestroysWhileItIsRecordedIsHeardByTheNextApplication) {
+  const auto voice = server_->speak_into("notebook.microphone", counting(60));
+  for (const char* file : {"first.wav", "second.wav", "third.wav"}) {
+    const auto recorder = server_->record(kVirtualMic, path(file));
+    ASSERT_TRUE(is_heard_in(path(file))) << file;
+    const std::string node = server_->property_of(kVirtualMic, "object.serial");
+    server_->run({"pw-cli", "destroy", kVirtualMic});
+    ASSERT_TRUE(comes_true([&] {
+      const std::string now = server_->property_of(kVirtualMic, "object.serial");
+      return !now.empty() && now != node;
+    })) << file;
+  }
+}
+
 // A port that comes may bear the number of one that has gone.
 TEST_F(PipeWireRelayTest, AnApplicationThatEndsLeavesNoLinkToWhatComesAfterIt) {
   for (int round = 0; round < 6; ++round) {
