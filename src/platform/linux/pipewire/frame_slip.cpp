@@ -66,11 +66,12 @@ void FrameSlip::reset() {
 FrameSlip::Moved FrameSlip::process(const std::byte* input, std::size_t input_frames, std::byte* output,
                                     std::size_t output_frames) {
   Moved moved;
-  while (moved.given < output_frames) {
+  while (moved.given < output_frames && moved.slipped == 0) {
     for (; missing_ > 0 && moved.taken < input_frames; --missing_) push(input + moved.taken++ * frame_bytes_);
     if (missing_ > 0) break;
     give(output + moved.given++ * frame_bytes_);
     missing_ = advance();
+    moved.slipped = missing_ - 1;
   }
   return moved;
 }

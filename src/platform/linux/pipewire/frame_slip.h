@@ -28,8 +28,9 @@ class FrameSlip {
   struct Moved {
     std::size_t taken = 0;
     std::size_t given = 0;
+    std::int32_t slipped = 0;  ///< 1: one more was taken than given, -1: one fewer
   };
-  /// Gives out as many frames as there is room for and input suffices for.
+  /// Gives out as many frames as there is room for and input suffices for, at most up to the end of a slip.
   Moved process(const std::byte* input, std::size_t input_frames, std::byte* output, std::size_t output_frames);
 
  private:

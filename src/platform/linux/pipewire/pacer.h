@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -8,8 +9,10 @@
 
 #include "base/descriptor.h"
 #include "base/thread.h"
+#include "platform/endpoints.h"
 #include "platform/linux/pipewire/cycle.h"
 #include "platform/linux/pipewire/pi_mutex.h"
+#include "platform/linux/pipewire/steady_delay.h"
 
 namespace sonivo::pipewire {
 
@@ -53,6 +56,8 @@ class Pacer {
   void add(Stream& stream);
   /// Afterwards nothing of it is called.
   void remove(Stream& stream);
+  /// The way of that direction's frames, which its two streams keep together.
+  SteadyDelay& way(DataFlow flow) { return ways_[flow == DataFlow::capture ? 0 : 1]; }
 
  private:
   void wake();
@@ -64,6 +69,7 @@ class Pacer {
   Threads& threads_;
   Descriptor woken_;
   std::atomic<bool> stop_ = false;
+  std::array<SteadyDelay, 2> ways_;
   PiMutex mutex_;
   std::vector<Stream*> streams_;
   std::unique_ptr<Thread> thread_;

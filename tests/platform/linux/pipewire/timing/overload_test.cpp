@@ -14,6 +14,10 @@ namespace sonivo::test {
 namespace {
 
 constexpr long kStallMs = 300;
+constexpr std::chrono::seconds kSettled{15};
+constexpr std::chrono::seconds kSlippedBack{25};
+constexpr int kSlipping = kRate / 10 / 1000 + 3;
+constexpr int kSame = static_cast<int>(kRate / 500);
 
 /// Keeps a thread of this process from going on for that long, as a machine that is too busy does.
 void stall(pid_t thread) {
@@ -40,7 +44,7 @@ class PipeWireOverloadTest : public PipeWireRelayTest {
     EXPECT_TRUE(link(std::string(kVirtualMic) + ":capture_FL", "both:input_FR"));
     return recorder;
   }
-  /// Frames by which the right channel is later, once it has stayed the same for a tenth of a second.
+  /// Frames by which the right channel is later, once it has stayed nearly the same for a tenth of a second.
   int frames_behind(const std::string& wav) {
     int behind = -1;
     EXPECT_TRUE(comes_true([&] {
@@ -51,28 +55,37 @@ class PipeWireOverloadTest : public PipeWireRelayTest {
         return frame[1] > 0 ? (frame[0] - frame[1] + 30000) % 30000 : -1;
       };
       behind = lag(1);
-      return behind > 0 && lag(kRate / 20) == behind && lag(kRate / 10) == behind;
+      const auto is_same = [&](std::size_t back) { return std::abs(lag(back) - behind) <= kSlipping; };
+      return behind > 0 && is_same(kRate / 20) && is_same(kRate / 10);
     }));
     return behind;
   }
 };
 
+// The streams slip back by a frame in a thousand.
 TEST_F(PipeWireOverloadTest, TheWayThroughTheRelayIsAsLongAfterAnOverloadAsBefore) {
   server_->force("clock.force-quantum", 256);
-  const auto voice = server_->speak_into("notebook.microphone", counting(120));
+  const auto voice = server_->speak_into("notebook.microphone", counting(240));
   const auto recorder = record_both(path("both.wav"));
-  std::this_thread::sleep_for(std::chrono::seconds(2));
+  std::this_thread::sleep_for(kSettled);
   const int before = frames_behind(path("both.wav"));
-  for (const std::string name : {"capture", "audio pacer"}) {
-    const auto thread = own_threads_called(name);
-    ASSERT_EQ(thread.size(), 1u) << name;
+  const std::string unnamed = own_threads()[::getpid()];  // PipeWire's data thread is one of those
+  for (const std::string name : {"capture", "audio pacer", unnamed.c_str()}) {
+    auto threads = own_threads_called(name);
+    std::erase(threads, ::getpid());
+    ASSERT_FALSE(threads.empty()) << name;
     for (int i = 0; i < 3; ++i) {
-      stall(thread.front());
+      for (const pid_t thread : threads) stall(thread);
       std::this_thread::sleep_for(std::chrono::milliseconds(2 * kStallMs));
     }
-    const int after = frames_behind(path("both.wav"));
-    RecordProperty("frames_after_" + name, after);
-    EXPECT_LE(std::abs(after - before), static_cast<int>(kRate / 50)) << name;
+    const auto is_back = [&] {
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+      const int after = frames_behind(path("both.wav"));
+      RecordProperty("frames_after_" + name, after);
+      std::printf("%s: %d frames before, %d after\n", name.c_str(), before, after);
+      return std::abs(after - before) <= kSame;
+    };
+    EXPECT_TRUE(comes_true(is_back, kSlippedBack)) << name;
   }
 }
 
