@@ -43,7 +43,8 @@ StreamSettings stream_settings(const EndpointFacts& endpoint, const WAVEFORMATEX
 
 ClientStream::ClientStream(Connection& connection, Graph& graph, Pacer& pacer, const EndpointFacts& endpoint,
                            const WAVEFORMATEXTENSIBLE& format)
-    : Pacer::Stream(pacer, format.nSamplesPerSec),
+    : Pacer::Stream(pacer, format.nSamplesPerSec,
+                    endpoint.flow == DataFlow::capture ? Pacer::Order::gives : Pacer::Order::takes),
       format_(format),
       connection_(connection),
       graph_(graph),

@@ -21,10 +21,15 @@ namespace sonivo::pipewire {
 /// their distance from each other.
 class Pacer {
  public:
+  /// The stream that gives a client frames comes before the one that takes them from it in the same turn, so that the
+  /// client's ring is always as empty as it seems.
+  enum class Order { gives, takes };
+
   /// A stream whose frames are handed on in pieces, apart from the data thread.
   class Stream {
    public:
-    Stream(Pacer& pacer, std::uint32_t rate_hz) : pacer_(pacer), rate_hz_(rate_hz), cutter_(rate_hz / 100) {}
+    Stream(Pacer& pacer, std::uint32_t rate_hz, Order order)
+        : pacer_(pacer), rate_hz_(rate_hz), order_(order), cutter_(rate_hz / 100) {}
 
    protected:
     ~Stream() = default;
@@ -43,6 +48,7 @@ class Pacer {
 
     Pacer& pacer_;
     const std::uint32_t rate_hz_;
+    const Order order_;
     CycleQueue cycles_;
     CycleCutter cutter_;
   };

@@ -120,7 +120,8 @@ const char* VirtualPin::node_name(DataFlow flow) {
 
 VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow,
                        const WAVEFORMATEXTENSIBLE& format)
-    : Pacer::Stream(pacer, format.nSamplesPerSec),
+    : Pacer::Stream(pacer, format.nSamplesPerSec,
+                    flow == DataFlow::capture ? Pacer::Order::takes : Pacer::Order::gives),
       connection_(connection),
       graph_(graph),
       pacer_(pacer),
