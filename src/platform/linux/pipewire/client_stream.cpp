@@ -14,7 +14,6 @@ constexpr std::uint32_t kPiecesPerSecond = 100;
 // that the one loses the other loses too, and afterwards the way from the one to the other is as long as before.
 constexpr std::uint32_t kWaitingPerSecond = 50;
 constexpr std::uint32_t kReactionPerSecond = 200;  // a client has 5 ms to bring what is played
-constexpr std::uint32_t kSettlingSeconds = 2;
 constexpr std::uint32_t kLongestTurn = 16384;      // twice the longest turn of the server, in frames of either rate
 
 StreamSettings stream_settings(const EndpointFacts& endpoint, const WAVEFORMATEXTENSIBLE& format) {
@@ -82,7 +81,7 @@ void ClientStream::close() {
 Status ClientStream::start(bool needs_event) {
   if (running_) return kNotStopped;
   if (needs_event && event_ == nullptr) return kEventNotSet;
-  way_.begin(kSettlingSeconds * format_.nSamplesPerSec);
+  way_.begin(format_.nSamplesPerSec);
   running_ = true;
   return kOk;
 }

@@ -39,19 +39,17 @@ class Playout {
   /// Writer: what was written so far isn't to be heard any more.
   void flush() { flushed_.store(fifo_.written(), std::memory_order_release); }
 
-  /// Data thread. Returns how many frames later than before all that follows is heard: the silence put in, where it
-  /// isn't what a longer turn needs.
+  /// Data thread. Returns by how many frames of silence all that follows is heard later.
   std::size_t read(std::byte* frames, std::size_t count) {
     const std::uint64_t flushed = flushed_.load(std::memory_order_acquire);
     if (flushed > fifo_.taken()) fifo_.drop(static_cast<std::size_t>(flushed - fifo_.taken()));
-    const bool is_longer = count > latest_ + latest_ / kChange;
     shorten(count);
     const std::size_t there = fifo_.available();
     const std::size_t silent = there < count ? std::min(count, count - there + spare_) : 0;
     std::memset(frames, 0, silent * fifo_.frame_bytes());
     fifo_.read(frames + silent * fifo_.frame_bytes(), count - silent);
     note_left(there - (count - silent), count);
-    return is_longer ? 0 : silent;
+    return silent;
   }
 
  private:

@@ -249,12 +249,14 @@ void VirtualPin::state_changed(pw_stream_state state) {
 }
 
 void VirtualPin::take(const std::byte* frames, std::uint32_t count) {
+  way_.turn(count);
   const std::size_t written = from_graph_.write(frames, count);
   lose(count - written);
   note_turn(static_cast<std::uint32_t>(written));
 }
 
 void VirtualPin::fill(std::byte* frames, std::uint32_t count) {
+  way_.turn(count);
   way_.add(static_cast<std::int64_t>(to_graph_.read(frames, count)));
   note_turn(count);
 }

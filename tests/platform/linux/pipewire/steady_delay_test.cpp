@@ -5,11 +5,15 @@
 namespace sonivo::pipewire {
 namespace {
 
+constexpr std::uint32_t kRate = 1000;
+constexpr std::uint32_t kTurn = 64;
+
 /// Of a stream that has settled.
 struct SteadyDelayTest : testing::Test {
   SteadyDelayTest() {
-    way.begin(100);
-    way.pass(100);
+    way.turn(kTurn);
+    way.begin(kRate);
+    way.pass(2 * kRate);
   }
   /// The direction of each slip from now on, until none is wanted any more or there were `limit`.
   int slips(std::int32_t wanted, int limit) {
@@ -59,16 +63,31 @@ TEST_F(SteadyDelayTest, WhereTheClientWantsTheOppositeTheWayStaysAsItIs) {
   EXPECT_EQ(slips(0, 10), 0);
 }
 
-TEST_F(SteadyDelayTest, WhatIsLostWhileAStreamSettlesIsNotMadeUpFor) {
-  way.begin(100);
+TEST_F(SteadyDelayTest, WhatIsLostInTheFirstTwoSecondsOfAStreamIsNotMadeUpFor) {
+  way.begin(kRate);
   way.add(50);
-  way.pass(60);
+  EXPECT_EQ(slips(0, 10), 0);
+  way.pass(kRate);
   way.add(50);
-  way.pass(60);
+  way.pass(kRate);
   EXPECT_EQ(slips(0, 10), 0);
   way.add(2);
   way.pass(60);
   EXPECT_EQ(slips(0, 10), 2);
+}
+
+TEST_F(SteadyDelayTest, NorWhatIsLostInTheFirstTwoSecondsWithTurnsOfAnotherLength) {
+  way.turn(kTurn);
+  way.turn(kTurn + kTurn / 8);
+  way.add(7);
+  way.pass(kRate);
+  EXPECT_EQ(slips(0, 10), 7);
+  way.turn(2 * kTurn);
+  way.add(50);
+  way.pass(kRate);
+  way.add(50);
+  way.pass(kRate);
+  EXPECT_EQ(slips(0, 10), 0);
 }
 
 TEST_F(SteadyDelayTest, WithoutAStreamNothingIsMadeUpFor) {
