@@ -14,8 +14,8 @@ namespace sonivo::pipewire {
 /// read a thousandth faster or slower, by interpolation, until exactly one frame more or fewer has been taken in than
 /// was given out. In between the frames pass unchanged, bit for bit. Packed integers of 16 or 24 bits.
 ///
-/// A frame at t between two is the sum of x[k] sinc(t - k) cos^2(pi (t - k) / 16) over the 16 nearest k, which is x[t]
-/// where t is whole. Delay: 8 frames.
+/// A frame at t between two is the mean of the 16 nearest x[k] with the weights sinc(t - k) cos^2(pi (t - k) / 16),
+/// which is x[t] where t is whole. Delay: 8 frames.
 class FrameSlip {
  public:
   explicit FrameSlip(const WAVEFORMATEXTENSIBLE& format);

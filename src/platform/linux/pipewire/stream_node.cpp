@@ -68,7 +68,10 @@ void join_group(StreamSettings& settings, DataFlow flow) {
 }
 
 StreamNode::StreamNode(StreamSettings settings, StreamHandler& handler)
-    : settings_(std::move(settings)), frame_bytes_(settings_.format.nBlockAlign), handler_(handler), turns_(settings_.format.nSamplesPerSec) {}
+    : settings_(std::move(settings)),
+      frame_bytes_(settings_.format.nBlockAlign),
+      handler_(handler),
+      turns_(settings_.format.nSamplesPerSec) {}
 
 bool StreamNode::open(pw_core& core) {
   stream_ = pw_stream_new(&core, "sonivo", properties_of(settings_));

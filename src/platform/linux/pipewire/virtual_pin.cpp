@@ -376,8 +376,8 @@ void VirtualPin::play(std::uint32_t frames) {
   while (left != 0 && !transfers_.empty()) {
     Request& front = transfers_.front();
     const auto there = from_graph_.front();
-    const auto moved = slip(there.first(std::min(left * format_.nBlockAlign, there.size())),
-                            front.output.subspan(front.done));
+    const auto moved =
+        slip(there.first(std::min(left * format_.nBlockAlign, there.size())), front.output.subspan(front.done));
     from_graph_.drop(moved.taken);
     left -= moved.taken;
     front.done += moved.given * format_.nBlockAlign;

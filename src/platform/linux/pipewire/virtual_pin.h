@@ -117,7 +117,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   std::vector<Request> waiting_;
   std::vector<Request> transfers_;
   std::int32_t feedback_ = 0;  ///< as the way the slip is to go
-  std::size_t owed_ = 0;  ///< frames of the latest release for which the microphone's transfers were too few
+  std::size_t owed_ = 0;       ///< frames of the latest release for which the microphone's transfers were too few
 };
 
 }  // namespace sonivo::pipewire

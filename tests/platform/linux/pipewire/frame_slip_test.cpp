@@ -135,6 +135,14 @@ TEST(FrameSlip, ATonePassesTheSlipWithoutAClick) {
   }
 }
 
+TEST(FrameSlip, AConstantPassesTheSlipAsItIs) {
+  FrameSlip slip(pcm_format(48000, 16, 2));
+  slip.want(1);
+  const std::vector<StereoFrame> in(3000, StereoFrame{32000, -32000});
+  const auto out = slipped(slip, in, 2900);
+  for (std::size_t n = 2 * kDelay; n < out.size(); ++n) ASSERT_EQ(out[n], in[n]) << n;
+}
+
 TEST(FrameSlip, PiecesOfAnySizeGiveTheSame) {
   FrameSlip whole(pcm_format(48000, 16, 2));
   FrameSlip pieces(pcm_format(48000, 16, 2));
