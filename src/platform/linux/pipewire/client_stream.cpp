@@ -42,11 +42,14 @@ StreamSettings stream_settings(const EndpointFacts& endpoint, const WAVEFORMATEX
 
 ClientStream::ClientStream(Connection& connection, Graph& graph, Pacer& pacer, const EndpointFacts& endpoint,
                            const WAVEFORMATEXTENSIBLE& format)
-    : Pacer::Stream(pacer, format.nSamplesPerSec),
+    : Pacer::Stream(pacer, format.nSamplesPerSec,
+                    endpoint.flow == DataFlow::capture ? Pacer::Order::gives : Pacer::Order::takes),
       format_(format),
       connection_(connection),
       graph_(graph),
       pacer_(pacer),
+      way_(pacer.way(endpoint.flow)),
+      flow_(endpoint.flow),
       endpoint_(endpoint.id),
       max_piece_(format.nSamplesPerSec / kPiecesPerSecond),
       node_(stream_settings(endpoint, format), *this) {}
@@ -78,11 +81,16 @@ void ClientStream::close() {
 Status ClientStream::start(bool needs_event) {
   if (running_) return kNotStopped;
   if (needs_event && event_ == nullptr) return kEventNotSet;
+  way_.begin(format_.nSamplesPerSec);
   running_ = true;
   return kOk;
 }
 
-Status ClientStream::stop() { return running_.exchange(false) ? kOk : kWasStopped; }
+Status ClientStream::stop() {
+  if (!running_.exchange(false)) return kWasStopped;
+  way_.end();
+  return kOk;
+}
 
 Status ClientStream::reset() {
   if (running_) return kNotStopped;
@@ -107,6 +115,9 @@ void ClientStream::state_changed(pw_stream_state state) {
   if (state == PW_STREAM_STATE_ERROR) invalidate();
 }
 
+/// What the microphone said then is not on its way; what the speaker was to play then still is.
+void ClientStream::missed(std::int64_t frames) { lengthen_way(flow_ == DataFlow::capture ? -frames : frames); }
+
 void ClientStream::invalidate() {
   valid_ = false;
   wake_client();
@@ -123,7 +134,9 @@ CaptureStream::CaptureStream(Connection& connection, Graph& graph, Pacer& pacer,
 
 void CaptureStream::take(const std::byte* frames, std::uint32_t count) {
   if (!is_running()) return;
-  note_turn(static_cast<std::uint32_t>(fifo_.write(frames, count)));
+  const auto written = static_cast<std::uint32_t>(fifo_.write(frames, count));
+  lose(count - written);
+  note_turn(written);
 }
 
 void CaptureStream::release(std::uint32_t frames) {
@@ -146,10 +159,10 @@ void CaptureStream::drop_buffered() {
 Status CaptureStream::get_buffer(const std::byte*& data, std::uint32_t& frames, std::uint32_t& flags) {
   if (held_frames_ != 0) return kOutOfOrder;
   flags = 0;
-  fifo_.drop(std::min(skipped_.exchange(0), padding()));
+  lose(fifo_.drop(std::min(skipped_.exchange(0), padding())));
   std::uint32_t waiting = padding();
   if (waiting > buffer_frames_) {
-    fifo_.drop(waiting - buffer_frames_);
+    lose(fifo_.drop(waiting - buffer_frames_));
     waiting = buffer_frames_;
   }
   frames = std::min(waiting, max_piece());
@@ -183,7 +196,7 @@ void RenderStream::fill(std::byte* frames, std::uint32_t count) {
     std::fill_n(frames, std::size_t{count} * format_.nBlockAlign, std::byte{0});
     return;
   }
-  playout_.read(frames, count);
+  lengthen_way(static_cast<std::int64_t>(playout_.read(frames, count)));
   note_turn(count);
 }
 

@@ -45,6 +45,8 @@ class ClientStream : private Connection::User,
   void close();
   virtual void drop_buffered() = 0;
   void wake_client();
+  /// Frames by which the way of this direction has become longer.
+  void lengthen_way(std::int64_t frames) { way_.add(frames); }
   bool is_running() const { return running_; }
   std::uint32_t max_piece() const { return max_piece_; }
 
@@ -55,11 +57,14 @@ class ClientStream : private Connection::User,
   void disconnected() override;
   void departed(const std::string& id) override;
   void state_changed(pw_stream_state state) override;
+  void missed(std::int64_t frames) override;
   void invalidate();
 
   Connection& connection_;
   Graph& graph_;
   Pacer& pacer_;
+  SteadyDelay& way_;
+  const DataFlow flow_;
   const std::string endpoint_;
   const std::uint32_t max_piece_;
   StreamNode node_;
@@ -87,6 +92,7 @@ class CaptureStream final : public ClientStream {
   void release(std::uint32_t frames) override;
   void skip(std::uint32_t frames) override;
   void drop_buffered() override;
+  void lose(std::size_t frames) { lengthen_way(-static_cast<std::int64_t>(frames)); }
 
   const std::uint32_t buffer_frames_;
   FrameFifo fifo_;

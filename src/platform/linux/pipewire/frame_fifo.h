@@ -45,8 +45,12 @@ class FrameFifo {
     return {memory_.data() + at * frame_bytes_, std::min(available(), capacity_ - at) * frame_bytes_};
   }
 
-  /// Reader: drops what is there, at most `count` frames.
-  void drop(std::size_t count) { taken_.fetch_add(std::min(count, available()), std::memory_order_release); }
+  /// Reader: drops what is there, at most `count` frames, and returns how many that was.
+  std::size_t drop(std::size_t count) {
+    count = std::min(count, available());
+    taken_.fetch_add(count, std::memory_order_release);
+    return count;
+  }
 
   /// Reader: frames that can be read. For the writer it is what it was at most.
   std::size_t available() const { return static_cast<std::size_t>(written() - taken()); }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <numeric>
 
 namespace sonivo::pipewire {
 namespace {
@@ -25,10 +26,13 @@ const std::array<Taps, kPhases>& slip_taps() {
   static const auto table = [] {
     std::array<Taps, kPhases> all{};
     for (int phase = 0; phase < kPhases; ++phase) {
+      std::array<double, kSlipTaps> weights{};
       for (int tap = 0; tap < kSlipTaps; ++tap) {
-        const double t = tap - kCentre - static_cast<double>(phase) / kPhases;
-        all[static_cast<std::size_t>(phase)][static_cast<std::size_t>(tap)] = static_cast<float>(slip_kernel(t));
+        weights[static_cast<std::size_t>(tap)] = slip_kernel(tap - kCentre - static_cast<double>(phase) / kPhases);
       }
+      const double sum = std::accumulate(weights.begin(), weights.end(), 0.0);
+      std::transform(weights.begin(), weights.end(), all[static_cast<std::size_t>(phase)].begin(),
+                     [sum](double weight) { return static_cast<float>(weight / sum); });
     }
     return all;
   }();
@@ -66,11 +70,12 @@ void FrameSlip::reset() {
 FrameSlip::Moved FrameSlip::process(const std::byte* input, std::size_t input_frames, std::byte* output,
                                     std::size_t output_frames) {
   Moved moved;
-  while (moved.given < output_frames) {
+  while (moved.given < output_frames && moved.slipped == 0) {
     for (; missing_ > 0 && moved.taken < input_frames; --missing_) push(input + moved.taken++ * frame_bytes_);
     if (missing_ > 0) break;
     give(output + moved.given++ * frame_bytes_);
     missing_ = advance();
+    moved.slipped = missing_ - 1;
   }
   return moved;
 }

@@ -14,8 +14,8 @@ namespace sonivo::pipewire {
 /// read a thousandth faster or slower, by interpolation, until exactly one frame more or fewer has been taken in than
 /// was given out. In between the frames pass unchanged, bit for bit. Packed integers of 16 or 24 bits.
 ///
-/// A frame at t between two is the sum of x[k] sinc(t - k) cos^2(pi (t - k) / 16) over the 16 nearest k, which is x[t]
-/// where t is whole. Delay: 8 frames.
+/// A frame at t between two is the mean of the 16 nearest x[k] with the weights sinc(t - k) cos^2(pi (t - k) / 16),
+/// which is x[t] where t is whole. Delay: 8 frames.
 class FrameSlip {
  public:
   explicit FrameSlip(const WAVEFORMATEXTENSIBLE& format);
@@ -28,8 +28,9 @@ class FrameSlip {
   struct Moved {
     std::size_t taken = 0;
     std::size_t given = 0;
+    std::int32_t slipped = 0;  ///< 1: one more was taken than given, -1: one fewer
   };
-  /// Gives out as many frames as there is room for and input suffices for.
+  /// Gives out as many frames as there is room for and input suffices for, at most up to the end of a slip.
   Moved process(const std::byte* input, std::size_t input_frames, std::byte* output, std::size_t output_frames);
 
  private:

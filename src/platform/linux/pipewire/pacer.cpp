@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::int64_t kNsPerSecond = 1'000'000'000;
 constexpr std::int64_t kTooLateNs = 20'000'000;
+constexpr std::int64_t kClientNs = 1'000'000;  // that a client has to put what it is given into its ring
 
 std::int64_t monotonic_ns() {
   timespec now{};
@@ -24,7 +25,9 @@ std::int64_t monotonic_ns() {
 }  // namespace
 
 void Pacer::Stream::note_turn(std::uint32_t frames) {
-  cycles_.post({frames, monotonic_ns(), std::int64_t{frames} * kNsPerSecond / rate_hz_});
+  const std::int64_t length_ns = std::int64_t{frames} * kNsPerSecond / rate_hz_;
+  const std::int64_t wait_ns = order_ == Order::takes ? std::min(kClientNs, length_ns / 2) : 0;
+  cycles_.post({frames, monotonic_ns() + wait_ns, length_ns});
   pacer_.wake();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -8,8 +9,10 @@
 
 #include "base/descriptor.h"
 #include "base/thread.h"
+#include "platform/endpoints.h"
 #include "platform/linux/pipewire/cycle.h"
 #include "platform/linux/pipewire/pi_mutex.h"
+#include "platform/linux/pipewire/steady_delay.h"
 
 namespace sonivo::pipewire {
 
@@ -18,10 +21,15 @@ namespace sonivo::pipewire {
 /// their distance from each other.
 class Pacer {
  public:
+  /// The stream that gives a client frames comes before the one that takes them from it in the same turn, so that the
+  /// client's ring is always as empty as it seems.
+  enum class Order { gives, takes };
+
   /// A stream whose frames are handed on in pieces, apart from the data thread.
   class Stream {
    public:
-    Stream(Pacer& pacer, std::uint32_t rate_hz) : pacer_(pacer), rate_hz_(rate_hz), cutter_(rate_hz / 100) {}
+    Stream(Pacer& pacer, std::uint32_t rate_hz, Order order)
+        : pacer_(pacer), rate_hz_(rate_hz), order_(order), cutter_(rate_hz / 100) {}
 
    protected:
     ~Stream() = default;
@@ -40,6 +48,7 @@ class Pacer {
 
     Pacer& pacer_;
     const std::uint32_t rate_hz_;
+    const Order order_;
     CycleQueue cycles_;
     CycleCutter cutter_;
   };
@@ -53,6 +62,8 @@ class Pacer {
   void add(Stream& stream);
   /// Afterwards nothing of it is called.
   void remove(Stream& stream);
+  /// The way of that direction's frames, which its two streams keep together.
+  SteadyDelay& way(DataFlow flow) { return ways_[flow == DataFlow::capture ? 0 : 1]; }
 
  private:
   void wake();
@@ -64,6 +75,7 @@ class Pacer {
   Threads& threads_;
   Descriptor woken_;
   std::atomic<bool> stop_ = false;
+  std::array<SteadyDelay, 2> ways_;
   PiMutex mutex_;
   std::vector<Stream*> streams_;
   std::unique_ptr<Thread> thread_;

@@ -39,8 +39,8 @@ class Playout {
   /// Writer: what was written so far isn't to be heard any more.
   void flush() { flushed_.store(fifo_.written(), std::memory_order_release); }
 
-  /// Data thread.
-  void read(std::byte* frames, std::size_t count) {
+  /// Data thread. Returns by how many frames of silence all that follows is heard later.
+  std::size_t read(std::byte* frames, std::size_t count) {
     const std::uint64_t flushed = flushed_.load(std::memory_order_acquire);
     if (flushed > fifo_.taken()) fifo_.drop(static_cast<std::size_t>(flushed - fifo_.taken()));
     shorten(count);
@@ -49,6 +49,7 @@ class Playout {
     std::memset(frames, 0, silent * fifo_.frame_bytes());
     fifo_.read(frames + silent * fifo_.frame_bytes(), count - silent);
     note_left(there - (count - silent), count);
+    return silent;
   }
 
  private:

@@ -68,11 +68,15 @@ void join_group(StreamSettings& settings, DataFlow flow) {
 }
 
 StreamNode::StreamNode(StreamSettings settings, StreamHandler& handler)
-    : settings_(std::move(settings)), frame_bytes_(settings_.format.nBlockAlign), handler_(handler) {}
+    : settings_(std::move(settings)),
+      frame_bytes_(settings_.format.nBlockAlign),
+      handler_(handler),
+      turns_(settings_.format.nSamplesPerSec) {}
 
 bool StreamNode::open(pw_core& core) {
   stream_ = pw_stream_new(&core, "sonivo", properties_of(settings_));
   if (stream_ == nullptr) return false;
+  turns_.restart();
   static const pw_stream_events events = [] {
     pw_stream_events table{};
     table.version = PW_VERSION_STREAM_EVENTS;
@@ -111,6 +115,13 @@ void StreamNode::set_volume(const NodeVolume& volume) {
                         static_cast<std::uint32_t>(channels.size()), channels.data(), 0);
 }
 
+void StreamNode::count_turn(std::uint32_t frames) {
+  pw_time time{};
+  if (pw_stream_get_time_n(stream_, &time, sizeof time) != 0 || time.rate.num != 1 || time.rate.denom == 0) return;
+  const std::int64_t missed = turns_.turn(time.ticks, time.rate.denom, frames);
+  if (missed != 0) handler_.missed(missed);
+}
+
 void StreamNode::process() {
   pw_buffer* const buffer = pw_stream_dequeue_buffer(stream_);
   if (buffer == nullptr) return;
@@ -119,10 +130,13 @@ void StreamNode::process() {
   if (memory != nullptr && settings_.direction == PW_DIRECTION_INPUT) {
     const std::uint32_t offset = std::min(data.chunk->offset, data.maxsize);
     const std::uint32_t bytes = std::min(data.chunk->size, data.maxsize - offset);
-    handler_.take(memory + offset, bytes / static_cast<std::uint32_t>(frame_bytes_));
+    const std::uint32_t frames = bytes / static_cast<std::uint32_t>(frame_bytes_);
+    count_turn(frames);
+    handler_.take(memory + offset, frames);
   } else if (memory != nullptr) {
     auto frames = data.maxsize / static_cast<std::uint32_t>(frame_bytes_);
     if (buffer->requested != 0) frames = static_cast<std::uint32_t>(std::min<std::uint64_t>(frames, buffer->requested));
+    count_turn(frames);
     handler_.fill(memory, frames);
     data.chunk->offset = 0;
     data.chunk->stride = static_cast<std::int32_t>(frame_bytes_);

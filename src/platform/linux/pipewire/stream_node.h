@@ -12,6 +12,7 @@
 #include "platform/endpoints.h"
 #include "platform/linux/pipewire/connection.h"
 #include "platform/linux/pipewire/node_volume.h"
+#include "platform/linux/pipewire/turn_count.h"
 #include "platform/wave_format.h"
 
 namespace sonivo::pipewire {
@@ -30,6 +31,8 @@ class StreamHandler {
   virtual void take(const std::byte* frames, std::uint32_t count) = 0;
   /// Data thread: frames to go out. Only copies.
   virtual void fill(std::byte* frames, std::uint32_t count) = 0;
+  /// Data thread, before either: the graph has turned by so many frames without this node.
+  virtual void missed(std::int64_t frames) = 0;
   /// Loop's thread, with the loop locked.
   virtual void state_changed(pw_stream_state state) = 0;
 
@@ -63,10 +66,12 @@ class StreamNode {
 
  private:
   void process();
+  void count_turn(std::uint32_t frames);
 
   const StreamSettings settings_;
   const std::size_t frame_bytes_;
   StreamHandler& handler_;
+  TurnCount turns_;
   pw_stream* stream_ = nullptr;
   spa_hook hook_{};
 };

@@ -120,10 +120,12 @@ const char* VirtualPin::node_name(DataFlow flow) {
 
 VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataFlow flow,
                        const WAVEFORMATEXTENSIBLE& format)
-    : Pacer::Stream(pacer, format.nSamplesPerSec),
+    : Pacer::Stream(pacer, format.nSamplesPerSec,
+                    flow == DataFlow::capture ? Pacer::Order::takes : Pacer::Order::gives),
       connection_(connection),
       graph_(graph),
       pacer_(pacer),
+      way_(pacer.way(flow)),
       flow_(flow),
       format_(format),
       node_(pin_settings(flow, format), *this),
@@ -247,13 +249,23 @@ void VirtualPin::state_changed(pw_stream_state state) {
 }
 
 void VirtualPin::take(const std::byte* frames, std::uint32_t count) {
-  note_turn(static_cast<std::uint32_t>(from_graph_.write(frames, count)));
+  way_.turn(count);
+  const std::size_t written = from_graph_.write(frames, count);
+  lose(count - written);
+  note_turn(static_cast<std::uint32_t>(written));
 }
 
 void VirtualPin::fill(std::byte* frames, std::uint32_t count) {
-  to_graph_.read(frames, count);
+  way_.turn(count);
+  way_.add(static_cast<std::int64_t>(to_graph_.read(frames, count)));
   note_turn(count);
 }
+
+/// What applications were to hear then still is on its way; what they played then is not.
+void VirtualPin::missed(std::int64_t frames) { way_.add(flow_ == DataFlow::capture ? frames : -frames); }
+
+/// Of the speaker, in front of the client.
+void VirtualPin::lose(std::size_t frames) { way_.add(-static_cast<std::int64_t>(frames)); }
 
 // ---- Requests
 
@@ -315,17 +327,26 @@ Error VirtualPin::feedback(const Request& request) {
   if (value < -1 || value > 1) return error::kInvalidParameter;
   begin(*request.overlapped);
   complete(request, error::kNone, 0);
-  slip_.want(flow_ == DataFlow::capture ? value : -value);  // a faster microphone takes in more, a speaker gives more
+  feedback_ = flow_ == DataFlow::capture ? value : -value;  // a faster microphone takes in more, a speaker gives more
   return error::kNone;
 }
 
 void VirtualPin::release(std::uint32_t frames) {
   std::scoped_lock lock(mutex_);
+  way_.pass(frames);
   flow_ == DataFlow::capture ? record(frames) : play(frames);
 }
 
 void VirtualPin::skip(std::uint32_t frames) {
-  if (flow_ == DataFlow::render) from_graph_.drop(frames);
+  if (flow_ == DataFlow::render) lose(from_graph_.drop(frames));
+}
+
+FrameSlip::Moved VirtualPin::slip(std::span<const std::byte> input, std::span<std::byte> output) {
+  slip_.want(way_.slip(feedback_));
+  const auto moved = slip_.process(input.data(), input.size() / format_.nBlockAlign, output.data(),
+                                   output.size() / format_.nBlockAlign);
+  way_.slipped(moved.slipped);
+  return moved;
 }
 
 void VirtualPin::record(std::uint32_t frames) {
@@ -339,8 +360,8 @@ std::size_t VirtualPin::pass_on(std::size_t left) {
   while (left != 0 && !transfers_.empty()) {
     Request& front = transfers_.front();
     const auto moved =
-        slip_.process(front.input.data() + front.done, (front.input.size() - front.done) / format_.nBlockAlign,
-                      scratch_.data(), std::min<std::size_t>(left, kScratchFrames));
+        slip(front.input.subspan(front.done),
+             std::span(scratch_).first(std::min<std::size_t>(left, kScratchFrames) * format_.nBlockAlign));
     to_graph_.write(scratch_.data(), moved.given);
     left -= moved.given;
     front.done += moved.taken * format_.nBlockAlign;
@@ -350,21 +371,20 @@ std::size_t VirtualPin::pass_on(std::size_t left) {
 }
 
 void VirtualPin::play(std::uint32_t frames) {
-  if (transfers_.empty()) return from_graph_.drop(frames);
+  if (transfers_.empty()) return lose(from_graph_.drop(frames));
   std::size_t left = frames;
   while (left != 0 && !transfers_.empty()) {
     Request& front = transfers_.front();
     const auto there = from_graph_.front();
     const auto moved =
-        slip_.process(there.data(), std::min(left, there.size() / format_.nBlockAlign),
-                      front.output.data() + front.done, (front.output.size() - front.done) / format_.nBlockAlign);
+        slip(there.first(std::min(left * format_.nBlockAlign, there.size())), front.output.subspan(front.done));
     from_graph_.drop(moved.taken);
     left -= moved.taken;
     front.done += moved.given * format_.nBlockAlign;
     if (front.done == front.bytes()) finish_front();
     if (there.empty()) break;
   }
-  if (transfers_.empty()) from_graph_.drop(left);
+  if (transfers_.empty()) lose(from_graph_.drop(left));
 }
 
 void VirtualPin::finish_front() {

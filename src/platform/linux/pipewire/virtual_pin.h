@@ -62,6 +62,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   // StreamHandler
   void take(const std::byte* frames, std::uint32_t count) override;
   void fill(std::byte* frames, std::uint32_t count) override;
+  void missed(std::int64_t frames) override;
   void state_changed(pw_stream_state state) override;
   // Pacer::Stream
   void release(std::uint32_t frames) override;
@@ -81,6 +82,8 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   void end_streaming();
   void end_all(std::vector<Request>& requests, Error error);
   void hand_out_format(const Request& request);
+  FrameSlip::Moved slip(std::span<const std::byte> input, std::span<std::byte> output);
+  void lose(std::size_t frames);
   void record(std::uint32_t frames);
   std::size_t pass_on(std::size_t frames);
   void play(std::uint32_t frames);
@@ -92,6 +95,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   Connection& connection_;
   Graph& graph_;
   Pacer& pacer_;
+  SteadyDelay& way_;
   const DataFlow flow_;
   const WAVEFORMATEXTENSIBLE format_;
   StreamNode node_;
@@ -112,7 +116,8 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   std::vector<Handle*> handles_;
   std::vector<Request> waiting_;
   std::vector<Request> transfers_;
-  std::size_t owed_ = 0;  ///< frames of the latest release for which the microphone's transfers were too few
+  std::int32_t feedback_ = 0;  ///< as the way the slip is to go
+  std::size_t owed_ = 0;       ///< frames of the latest release for which the microphone's transfers were too few
 };
 
 }  // namespace sonivo::pipewire

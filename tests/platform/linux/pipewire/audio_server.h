@@ -13,8 +13,8 @@
 namespace sonivo::test {
 
 /// Whether something comes true within ten seconds.
-inline bool comes_true(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+inline bool comes_true(const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
+  const auto end = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

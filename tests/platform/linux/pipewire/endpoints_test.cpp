@@ -136,6 +136,7 @@ struct PassingSource final : private pipewire::StreamHandler {
              *this) {}
   void take(const std::byte*, std::uint32_t) override {}
   void fill(std::byte*, std::uint32_t) override {}
+  void missed(std::int64_t) override {}
   void state_changed(pw_stream_state) override {}
 
   pipewire::StreamNode node;

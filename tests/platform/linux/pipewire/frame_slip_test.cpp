@@ -14,11 +14,22 @@ using test::StereoFrame;
 
 constexpr std::size_t kDelay = 8;
 
+/// Slip after slip, until there is no more input or room.
+FrameSlip::Moved process(FrameSlip& slip, const std::vector<StereoFrame>& in, std::vector<StereoFrame>& out) {
+  FrameSlip::Moved all;
+  for (FrameSlip::Moved moved{1, 1, 0}; moved.taken + moved.given != 0;) {
+    moved = slip.process(reinterpret_cast<const std::byte*>(in.data() + all.taken), in.size() - all.taken,
+                         reinterpret_cast<std::byte*>(out.data() + all.given), out.size() - all.given);
+    all.taken += moved.taken;
+    all.given += moved.given;
+    all.slipped += moved.slipped;
+  }
+  return all;
+}
+
 std::vector<StereoFrame> slipped(FrameSlip& slip, const std::vector<StereoFrame>& in, std::size_t room) {
   std::vector<StereoFrame> out(room);
-  const auto moved = slip.process(reinterpret_cast<const std::byte*>(in.data()), in.size(),
-                                  reinterpret_cast<std::byte*>(out.data()), room);
-  out.resize(moved.given);
+  out.resize(process(slip, in, out).given);
   return out;
 }
 
@@ -66,10 +77,32 @@ TEST(FrameSlip, EachThousandFramesTakeOneMoreOrOneFewerIn) {
     slip.want(direction);
     const auto in = test::counting_frames(20000);
     std::vector<StereoFrame> out(10000);
-    const auto moved = slip.process(reinterpret_cast<const std::byte*>(in.data()), in.size(),
-                                    reinterpret_cast<std::byte*>(out.data()), out.size());
+    const auto moved = process(slip, in, out);
     EXPECT_EQ(moved.given, 10000u);
+    EXPECT_NEAR(moved.slipped, 10 * direction, 1) << direction;
     EXPECT_NEAR(static_cast<double>(moved.taken), 10000.0 + 10 * direction, 1) << direction;
+  }
+}
+
+TEST(FrameSlip, ItStopsAtTheEndOfASlipSoThatAnotherCanBeWanted) {
+  for (const std::int32_t direction : {1, -1}) {
+    FrameSlip slip(pcm_format(48000, 16, 2));
+    slip.want(direction);
+    const auto in = test::counting_frames(4000);
+    std::vector<StereoFrame> out(3000);
+    std::vector<std::size_t> ends;
+    std::size_t taken = 0;
+    std::size_t given = 0;
+    for (int i = 0; i < 3; ++i) {
+      const auto moved = slip.process(reinterpret_cast<const std::byte*>(in.data() + taken), in.size() - taken,
+                                      reinterpret_cast<std::byte*>(out.data() + given), out.size() - given);
+      taken += moved.taken;
+      given += moved.given;
+      EXPECT_EQ(moved.slipped, i < 2 ? direction : 0) << i;
+      slip.want(i == 0 ? direction : 0);
+    }
+    EXPECT_EQ(given, 3000u);
+    EXPECT_EQ(static_cast<std::int64_t>(taken), 3000 + 2 * direction);
   }
 }
 
@@ -79,8 +112,7 @@ TEST(FrameSlip, ASlipThatBeganIsCarriedThroughAndThenFramesPassBitForBitAgain) {
     slip.want(direction);
     const auto in = test::counting_frames(20000);
     std::vector<StereoFrame> begun(100);
-    const auto moved = slip.process(reinterpret_cast<const std::byte*>(in.data()), in.size(),
-                                    reinterpret_cast<std::byte*>(begun.data()), begun.size());
+    const auto moved = process(slip, in, begun);
     slip.want(0);
     const auto out = slipped(slip, {in.begin() + static_cast<std::ptrdiff_t>(moved.taken), in.end()}, 18000);
     const std::size_t first = begun.size() - kDelay + static_cast<std::size_t>(direction);
@@ -101,6 +133,14 @@ TEST(FrameSlip, ATonePassesTheSlipWithoutAClick) {
     const double t = static_cast<double>(n) * 1.001 - static_cast<double>(kDelay);
     ASSERT_NEAR(out[n][0], 10000 * std::sin(2 * std::numbers::pi * cycles * t), 12) << n;
   }
+}
+
+TEST(FrameSlip, AConstantPassesTheSlipAsItIs) {
+  FrameSlip slip(pcm_format(48000, 16, 2));
+  slip.want(1);
+  const std::vector<StereoFrame> in(3000, StereoFrame{32000, -32000});
+  const auto out = slipped(slip, in, 2900);
+  for (std::size_t n = 2 * kDelay; n < out.size(); ++n) ASSERT_EQ(out[n], in[n]) << n;
 }
 
 TEST(FrameSlip, PiecesOfAnySizeGiveTheSame) {

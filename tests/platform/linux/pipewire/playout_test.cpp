@@ -44,6 +44,19 @@ TEST(Playout, ATurnThatFindsTooFewIsSilentInFrontAndLeavesTheSpareBehind) {
   EXPECT_EQ(read(playout, 12), numbers(8, 12));
 }
 
+TEST(Playout, ItTellsByHowMuchLaterTheRestIsHeard) {
+  Playout playout(kFrame, 100, 1000, 3);
+  std::vector<std::byte> heard(100 * kFrame);
+  const auto delayed_by = [&](std::size_t count) { return playout.read(heard.data(), count); };
+  write(playout, numbers(1, 10));
+  EXPECT_EQ(delayed_by(12), 5u);  // 10 are there, and 3 are spared
+  write(playout, numbers(1, 12));
+  EXPECT_EQ(delayed_by(12), 0u);
+  write(playout, numbers(1, 7));
+  EXPECT_EQ(delayed_by(12), 5u);
+  EXPECT_EQ(delayed_by(30), 30u);
+}
+
 TEST(Playout, WhatOnlyALongerTurnNeededIsDroppedWithTheFirstShorterOne) {
   Playout playout(kFrame, 100, 1000, 3);
   write(playout, numbers(1, 43));
