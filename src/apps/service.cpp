@@ -70,6 +70,9 @@ int serve_this_machine(const std::string& socket) {
                socket, [&] { machine.end_session(); });
 }
 
+/// A name by which the host knows microphones that beams can be made of.
+constexpr const char* kBuiltInArray = "Microphone Array (デジタルマイク向けインテル® スマート・サウンド)";
+
 /// An application records from the virtual microphone and another plays to the virtual speaker, all the time.
 void run_applications(sim::SimDriver& driver) {
   const auto format = pcm_format(48000, 16, 2);
@@ -83,6 +86,7 @@ int serve_simulated_notebook(const std::string& socket, const std::string& folde
   config.folder = folder;
   SimulatedNotebook notebook(socket, config);
   sim::SimMachine& simulation = notebook.simulation();
+  simulation.endpoints().rename(sim::kMicArray, kBuiltInArray);
   if (stream) run_applications(simulation.driver());
   return serve(notebook.seams(), MakeChains, socket, [&] { simulation.session().query_end(); });
 }
