@@ -251,6 +251,62 @@ TEST(AbandonedChangeThread, HasItsStopTakenByASuccessorThatIsThereBeforeItsEvent
   EXPECT_THAT(bench.threads(), Not(Contains("ChangeThread")));
 }
 
+// ---- Without gates
+
+/// A service whose driver takes the microphone's functions back once the mode threads run.
+struct LostGatesBench : WaitingBench {
+  LostGatesBench() : WaitingBench(kBeamForming) {
+    start(1000);
+    connect_with(0);
+  }
+  ~LostGatesBench() {
+    for (EventPair* events : {&host->m_hEvent, &host->m_hRegistryEvent, &host->m_hRegistryEvent_Quit}) {
+      events->Set(EventPair::kStop);
+    }
+  }
+  /// MainThread connects anew with a driver that says so.
+  void connect_with(std::uint32_t function_mic) {
+    driver().set_number(c::GetFunctionMic, function_mic);
+    host->m_bDriverReady = 0;
+    driver().send_event(c::kNothing);
+    run_for(100);
+    EXPECT_EQ(host->m_FunctionMic, function_mic);
+  }
+};
+
+TEST(ModeThreadsWithoutGates, StayThroughARebootThatDoesNotWaitForThem) {
+  LostGatesBench bench;
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeThread", "ChangeRegistryThread", "ChangeRegistryThread_Quit"));
+  bench.post_any();
+  bench.run_for(10);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeThread", "ChangeRegistryThread", "ChangeRegistryThread_Quit",
+                                           "MainThread", "SubThread"));
+}
+
+TEST(ModeThreadsWithoutGates, LeaveWithTheNextStopOnceTheGatesAreBack) {
+  LostGatesBench bench;
+  bench.connect_with(kBeamForming.function_mic);
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_THAT(bench.threads(), IsEmpty());
+}
+
+TEST(ModeThreadsWithoutGates, AreWaitedForAtTheEndAllTheSame) {
+  LostGatesBench bench;
+  bench.machine.session().query_end();
+  bench.run_for(60'000);
+  EXPECT_TRUE(bench.running());
+  bench.host->m_hEvent.Set(EventPair::kStop);
+  bench.host->m_hRegistryEvent_Quit.Set(EventPair::kStop);
+  bench.run_for(1000);
+  EXPECT_TRUE(bench.running());
+  bench.host->m_hRegistryEvent.Set(EventPair::kStop);
+  bench.run_for(1000);
+  EXPECT_EQ(bench.exit_code, 0);
+}
+
 // ---- At the end
 
 TEST(WaitingAtTheEnd, HasNoLimitForMainThread) {
