@@ -1,15 +1,10 @@
 // NorvellSonivoService: the session's background process, on this machine or on a simulated notebook.
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -17,12 +12,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "apps/service/host_heartbeat.h"
 #include "apps/service/own_machine.h"
+#include "apps/service/signals_end_session.h"
 #include "apps/service/simulated_notebook.h"
 #include "base/trace.h"
 #include "daemon_options.h"
@@ -38,58 +33,8 @@ namespace {
 
 using namespace sonivo;
 
-sigset_t end_signals() {
-  sigset_t ends;
-  ::sigemptyset(&ends);
-  ::sigaddset(&ends, SIGTERM);
-  ::sigaddset(&ends, SIGINT);
-  return ends;
-}
-
-/// For the calling thread and those that it starts.
-void block_ends() {
-  const sigset_t ends = end_signals();
-  ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-}
-
 /// The threads are waited for without a limit, one of them for a lock that a lost driver may leave taken.
 constexpr std::chrono::seconds kLongestEnd{20};
-
-/// SIGTERM and SIGINT, blocked everywhere, end the session for as long as this lives; the process, where that takes
-/// longer than kLongestEnd.
-class SignalsEndSession {
- public:
-  explicit SignalsEndSession(std::function<void()> end_session)
-      : end_session_(std::move(end_session)), thread_([this] { wait(); }) {}
-  ~SignalsEndSession() {
-    over_ = true;
-    ::kill(::getpid(), SIGTERM);
-    thread_.join();
-  }
-
- private:
-  /// Again at each signal: the first may come before there is anybody to be told.
-  void wait() {
-    const sigset_t ends = end_signals();
-    int number = 0;
-    if (::sigwait(&ends, &number) != 0 || over_) return;
-    const auto end = std::chrono::steady_clock::now() + kLongestEnd;
-    do {
-      end_session_();
-      const auto left = std::max(std::chrono::nanoseconds{0}, end - std::chrono::steady_clock::now());
-      const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
-      const timespec limit{.tv_sec = seconds.count(), .tv_nsec = (left - seconds).count()};
-      if (::sigtimedwait(&ends, nullptr, &limit) < 0 && errno == EAGAIN && !over_) {
-        std::fputs("error: the session's threads have not ended within 20 s; ending without them\n", stderr);
-        ::_exit(EXIT_FAILURE);
-      }
-    } while (!over_);
-  }
-
-  const std::function<void()> end_session_;
-  std::atomic<bool> over_ = false;
-  std::thread thread_;
-};
 
 /// A table that is wrong is told of and left out.
 pipewire::FriendlyNames microphone_names() {
@@ -109,7 +54,7 @@ std::unique_ptr<HostHeartbeat> start_heartbeat(HostState& host) {
 
 int serve(const Machine& machine, ChainFactory make_chains, const std::string& socket,
           std::function<void()> end_session) {
-  const SignalsEndSession signals(std::move(end_session));
+  const SignalsEndSession signals(std::move(end_session), kLongestEnd);
   const auto host = std::make_shared<HostState>(machine, std::move(make_chains));
   host->m_DriverNotes.SetWriter([socket](const std::string& line) {
     std::fprintf(stderr, "NorvellSonivoService: %s (socket %s)\n", line.c_str(), socket.c_str());
@@ -125,6 +70,9 @@ int serve_this_machine(const std::string& socket) {
                socket, [&] { machine.end_session(); });
 }
 
+/// A name by which the host knows microphones that beams can be made of.
+constexpr const char* kBuiltInArray = "Microphone Array (デジタルマイク向けインテル® スマート・サウンド)";
+
 /// An application records from the virtual microphone and another plays to the virtual speaker, all the time.
 void run_applications(sim::SimDriver& driver) {
   const auto format = pcm_format(48000, 16, 2);
@@ -138,6 +86,7 @@ int serve_simulated_notebook(const std::string& socket, const std::string& folde
   config.folder = folder;
   SimulatedNotebook notebook(socket, config);
   sim::SimMachine& simulation = notebook.simulation();
+  simulation.endpoints().rename(sim::kMicArray, kBuiltInArray);
   if (stream) run_applications(simulation.driver());
   return serve(notebook.seams(), MakeChains, socket, [&] { simulation.session().query_end(); });
 }
@@ -183,7 +132,7 @@ int main(int count, char** arguments) {
   } else {
     traces.emplace([&log](TraceLevel, std::string_view text) { log.write(text); }, DebugSink{}, TraceLevel::notice);
   }
-  block_ends();
+  block_end_signals();
   try {
     socket = std::filesystem::absolute(socket);
     if (const std::string fault = linux::path_fault(socket); !fault.empty()) throw std::runtime_error(fault);

@@ -16,6 +16,9 @@
 #include "base/trace.h"
 
 namespace sonivo::driver {
+
+using control::kStaysAwake;
+
 namespace {
 
 constexpr ClientId kListener = 0;
@@ -23,8 +26,6 @@ constexpr ClientId kStop = 1;
 constexpr ClientId kFirstClient = 2;
 /// Of one client before the others have their turn.
 constexpr int kFramesPerTurn = 16;
-/// Who has asked often asks again at once, and to wake a core that went to sleep takes longer than to answer.
-constexpr std::chrono::microseconds kStaysAwake{50};
 /// What waits at the listener and can't be taken isn't to be spun on.
 constexpr int kPauseMs = 10;
 

@@ -4,7 +4,6 @@
 
 #include "base/trace.h"
 #include "host/host_windows.h"
-#include "host/status_report.h"
 #include "host/stopping.h"
 #include "platform/window_messages.h"
 
@@ -13,12 +12,6 @@ namespace {
 
 constexpr std::int32_t kCell = 96;  // pixels
 constexpr std::int32_t kPanelAboveBottom = 164;
-
-/// Until the threads are started anew.
-void PauseDriverThreads(HostState& host, Pause pause) {
-  ReportPause(host, pause);
-  StopDriverThreads(host);
-}
 
 void PostReboot(HostState& host) { host.machine.desktop.post_message(host.m_hWnd, WM_EVENT_MDN, 0); }
 

@@ -159,9 +159,8 @@ std::string StatusReport(HostState& host, const std::string& trouble) {
   return report.str();
 }
 
-void ReportPause(HostState& host, Pause pause) {
+void ReportAtOnce(HostState& host) {
   const std::lock_guard lock(host.m_csReport);
-  host.m_Pause = pause;
   host.m_DriverAccess.PublishReport(StatusReport(host, host.m_szTrouble));
 }
 

@@ -12,8 +12,8 @@ namespace sonivo {
 /// What the service tells of itself, as JSON; `trouble` is what is wrong at present, empty when all is well.
 std::string StatusReport(HostState& host, const std::string& trouble);
 
-/// Tells the driver, while it is connected, that the service is about to leave it for a while. Any thread.
-void ReportPause(HostState& host, Pause pause);
+/// Gives the driver, while it is connected, a report that says how things stand now. Any thread.
+void ReportAtOnce(HostState& host);
 
 /// Gives the report to the driver, for whoever asks: at once to one that is connected anew, at most once a second when
 /// it says something new, else every five seconds, from which others see that the service goes on. Notes what keeps the

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -50,6 +51,10 @@ static_assert(sizeof(ReplyHead) == 12);
 
 inline constexpr std::size_t kMaxRequestBytes = sizeof(RequestHead) + kMaxPayload;
 inline constexpr std::size_t kMaxReplyBytes = sizeof(ReplyHead) + kMaxPayload;
+
+/// For how long both sides look for the next frame before they sleep: who has asked often asks again at once, answers
+/// come sooner still, and to wake a core that went to sleep takes longer than to answer.
+inline constexpr std::chrono::microseconds kStaysAwake{50};
 
 /// A received request; its input lies in the frame.
 struct Request {

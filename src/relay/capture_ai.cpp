@@ -119,7 +119,9 @@ int CCaptureInterface::UpdateAISpeechEnhanceSetAiModelState(bool use_enrolled) {
   std::error_code ignored;
   const bool exists = std::filesystem::exists(enrolled, ignored);
   m_AISpeechEnhanceSetAiModelName = exists && use_enrolled ? enrolled : CurrentModelRow().speech_enhancement;
-  if (m_AISpeechEnhanceIsOpen) SwapAIModel();
+  if (m_AISpeechEnhanceIsOpen && SwapAIModel() == 0) {
+    trace(TraceLevel::debug, "[cap] voice-model is %s\n", exists && use_enrolled ? "on" : "off");
+  }
   return exists ? 1 : 0;
 }
 

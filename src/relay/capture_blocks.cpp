@@ -26,6 +26,11 @@ bool IsEnhancerWarning(int status) {
 
 float FadeTarget(bool on) { return on ? 1.0f : 0.0f; }
 
+/// Of a setting that is in effect from this block on.
+void TraceTaken(const char* setting, bool on) {
+  trace(TraceLevel::debug, "[cap] %s is %s\n", setting, on ? "on" : "off");
+}
+
 }  // namespace
 
 /// Key and noise reduction of a chain are switched together.
@@ -33,6 +38,7 @@ Status CCaptureInterface::SetReduction(Chain& chain, bool on) {
   const std::uint16_t active = on ? 1 : 0;
   if (chain.SetKeyReductionActive(active) == 0 && chain.SetNoiseReductionActive(active) == 0) {
     NoteLatency(chain);
+    TraceTaken("keyboard-cancel", on);
     return kOk;
   }
   trace(TraceLevel::error, "[cap] ProcessBlocks::SetReductionActive failed.\n");
@@ -66,7 +72,10 @@ std::int32_t CCaptureInterface::ProcessBlocks() {
 // Switching the first chain is the crossfade alone.
 void CCaptureInterface::RunKeyCancel() {
   const auto key_cancel = m_KeyCancelState.Take();
-  if (key_cancel.changed) m_fKCSelTarget = FadeTarget(key_cancel.state);
+  if (key_cancel.changed) {
+    m_fKCSelTarget = FadeTarget(key_cancel.state);
+    TraceTaken("keyboard-cancel", key_cancel.state);
+  }
   RunChain(*m_chains.key_cancel, {"kcErr", "CKeyCancel::Execute"}, m_fKCSelTarget, m_fKCSel);
 }
 
@@ -75,7 +84,10 @@ Status CCaptureInterface::RunBeamForming() {
   const auto key_cancel = m_BeamFormingkeyCancelState.Take();
   if (key_cancel.changed && failed(SetReduction(chain, key_cancel.state))) return kFail;
   const auto beam = m_BeamFormingState.Take();
-  if (beam.changed) chain.SetBeamFormingActive(beam.state ? 1 : 0);
+  if (beam.changed) {
+    chain.SetBeamFormingActive(beam.state ? 1 : 0);
+    TraceTaken("beamforming", beam.state);
+  }
   RunChain(chain, {"BeamFormingkcErr", "CBeamFormingKeyCancel::Execute"}, FadeTarget(key_cancel.state),
            m_fBeamFormingKCSel2);
   return kOk;
@@ -87,11 +99,15 @@ Status CCaptureInterface::RunAISpeech() {
   const auto key_cancel = m_AISpeechEnhanceKeyCancelState.Take();
   if (key_cancel.changed && failed(SetReduction(chain, key_cancel.state))) return kFail;
   const auto beam = m_AISpeechEnhanceBeamFormingState.Take();
-  if (beam.changed) chain.SetBeamFormingActive(beam.state ? 1 : 0);
+  if (beam.changed) {
+    chain.SetBeamFormingActive(beam.state ? 1 : 0);
+    TraceTaken("beamforming", beam.state);
+  }
   const auto enhance = m_AISpeechEnhanceState.Take();
   if (enhance.changed) {
     chain.SetAISpeechEnhanceActive(enhance.state ? 1 : 0);
     NoteLatency(chain);
+    TraceTaken("speech-enhance", enhance.state);
   }
   const float target = FadeTarget(enhance.state && m_AISpeechEnhanceIsOpen);
   RunChain(chain, {"AISpeechEnhanceBeamFormingkcErr", "CAISpeechEnhance::Execute"}, target,

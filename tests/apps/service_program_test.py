@@ -1,21 +1,25 @@
 """Drives NorvellSonivoService beside NorvellSonivoDriver: audio, settings, a driver that goes and comes, its end.
 
-Usage: service_program_test.py SERVICE DRIVER SONIVO
+Usage: service_program_test.py SERVICE DRIVER SONIVO SHARE
+SHARE is the folder with the parameters and models that belong to the programs.
 """
 
 import json
 import os
+import queue
+import shutil
 import signal
 import socket
 import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 import uuid
 
-SERVICE, DRIVER, SONIVO = (os.path.realpath(sys.argv.pop(1)) for _ in range(3))
+SERVICE, DRIVER, SONIVO, SHARE = (os.path.realpath(sys.argv.pop(1)) for _ in range(4))
 NOTEBOOK = "--simulate"  # the option with the folder of the simulated notebook
 
 LIMIT = 60  # seconds, for what is waited for
@@ -28,7 +32,16 @@ NO_SERVICE = 3
 MICROPHONE = "{0.0.1.00000000}.{1f6a0c2e-3b57-4d1c-9a60-5c0d7e2b8a02}"  # of the simulated notebook
 SET_FX_PROPERTY = 0x8000E204
 ENDPOINT_GUID = uuid.UUID("1da5d803-d492-4edd-8c23-e0c0ffee7f0e"), 4
-TEXT = 31
+KEY_CANCEL_PARAMETERS = uuid.UUID("654091d5-0ac4-4fc2-b6d4-c9e81f24816e"), 551
+BEAM_FORMING_PARAMETERS = uuid.UUID("7ce50538-9cfe-4ec9-aa86-113609b25094"), 571
+TEXT, BLOB = 31, 65
+
+PROMPT = 0.3  # seconds
+POLL = 0.2  # between two looks at the driver's settings
+REST = 0.4  # until what was set before is dealt with
+# A machine that is busy with something else holds somebody up now and then: so many more rounds have to be prompt than
+# not, within this many.
+AHEAD, ROUNDS = 4, 16
 
 
 def cpu_seconds(process):
@@ -50,6 +63,33 @@ def wakes(process):
             lines = [line.split() for line in status]
         count += sum(int(line[1]) for line in lines if line[0] == "voluntary_ctxt_switches:")
     return count
+
+
+class Traces:
+    """What a program writes to standard error, each line with the time at which it came."""
+
+    def __init__(self, process):
+        self.process = process
+        self.lines = queue.Queue()
+        self.thread = threading.Thread(target=self.read)
+        self.thread.start()
+
+    def read(self):
+        for line in self.process.stderr:
+            self.lines.put((time.monotonic(), line))
+
+    def end(self):
+        self.process.kill()
+        self.thread.join()
+
+    def wait_for(self, text, start):
+        """When the line came first from this start on; None where it doesn't."""
+        came = start
+        while came < start + LIMIT:
+            came, line = self.lines.get(timeout=LIMIT)
+            if came >= start and line == text:
+                return came
+        return None
 
 
 class ServiceProgram(unittest.TestCase):
@@ -94,17 +134,34 @@ class ServiceProgram(unittest.TestCase):
         run = self.told("settings", "set", *words)
         self.assertEqual((run.returncode, run.stderr), (0, ""))
 
-    def register_microphone(self):
-        """As the system does it; the driver tells of no changes to endpoints it doesn't know."""
-        kind, number = ENDPOINT_GUID
+    def set_property(self, key, kind, value):
+        """Of the microphone, as the system does it."""
+        guid, number = key
         with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as client:
             client.connect(self.path)
             for home in range(2):
-                data = struct.pack("<2I", home, number) + kind.bytes_le
-                data += MICROPHONE.encode("utf-16-le").ljust(520, b"\0") + struct.pack("<I", TEXT)
-                data += MICROPHONE.rpartition(".")[2].encode()
+                data = struct.pack("<2I", home, number) + guid.bytes_le
+                data += MICROPHONE.encode("utf-16-le").ljust(520, b"\0") + struct.pack("<I", kind) + value
                 client.send(struct.pack("<5I", home, 1, SET_FX_PROPERTY, len(data), 0) + data)
                 self.assertEqual(client.recv(100), struct.pack("<3I", home, 0, 0))
+
+    def register_microphone(self):
+        """The driver tells of no changes to endpoints it doesn't know."""
+        self.set_property(ENDPOINT_GUID, TEXT, MICROPHONE.rpartition(".")[2].encode())
+
+    def store_parameters(self, key, flags, name):
+        with open(os.path.join(SHARE, "par", name), "rb") as blob:
+            self.set_property(key, BLOB, bytes([1] * flags) + blob.read())
+
+    def give_models(self, name="notebook"):
+        """The notebook has the models, one of which counts as enrolled."""
+        notebook = os.path.join(self.folder, name)
+        enrolled = os.path.join(notebook, "user", "NorvellSonivo")
+        os.makedirs(enrolled)
+        models = os.path.join(SHARE, "models")
+        os.symlink(models, os.path.join(notebook, "models"))
+        shutil.copyfile(os.path.join(models, "model_tsse_streaming_rtf0.10_v2.bin"),
+                        os.path.join(enrolled, "EnhanceModel.bin"))
 
     def status(self):
         run = self.told("status", "--json")
@@ -136,6 +193,47 @@ class ServiceProgram(unittest.TestCase):
         self.assertEqual(self.told("status").returncode, 0)
         service.terminate()
         self.assertEqual(service.wait(LIMIT), 0)
+
+    def expect_prompt(self, traces, name):
+        """The command takes the setting to the audio of the chain, from its start to the first block that has it."""
+        ahead = 0
+        value = "off" if self.told("settings", "get", name).stdout == "on\n" else "on"
+        for i in range(ROUNDS):
+            time.sleep(REST + i % AHEAD * POLL / AHEAD)  # so as to begin at any moment of a poll
+            start = time.monotonic()
+            self.set(name, value)
+            taken = traces.wait_for(f"[cap] {name} is {value}\n", start)
+            self.assertIsNotNone(taken, f"{name} {value} doesn't reach the chain")
+            print(f"{name} {value} is in the audio after {1000 * (taken - start):.0f} ms")
+            ahead += 1 if taken - start < PROMPT else -1
+            if ahead == AHEAD:
+                return
+            value = "off" if value == "on" else "on"
+        self.fail(f"{name} comes late")
+
+    def settings_reach(self, chain, generation, function, names):
+        self.start_driver()
+        self.set("--machine", "generation-mic", generation, "function-mic", function)
+        self.register_microphone()
+        if chain == "keycancel":
+            self.store_parameters(KEY_CANCEL_PARAMETERS, 2, "keycancel.bin")
+        else:
+            self.store_parameters(BEAM_FORMING_PARAMETERS, 3, "beamforming.bin")
+        traces = Traces(self.start_service("--stream", "--verbose"))
+        self.addCleanup(traces.end)
+        self.wait_until(lambda: self.is_ready() and self.status()["service"]["chain"] == chain)
+        for name in names:
+            self.expect_prompt(traces, name)
+
+    def test_settings_reach_the_first_chain_promptly(self):
+        self.settings_reach("keycancel", "2", "1", ["keyboard-cancel"])
+
+    def test_settings_reach_the_second_chain_promptly(self):
+        self.settings_reach("beamforming", "3", "2", ["keyboard-cancel", "beamforming"])
+
+    def test_settings_reach_the_third_chain_promptly(self):
+        self.give_models()
+        self.settings_reach("ai", "5", "8", ["keyboard-cancel", "beamforming", "speech-enhance", "voice-model"])
 
     def test_what_the_user_sets_takes_effect(self):
         self.start_driver()

@@ -119,6 +119,29 @@ TEST_F(ControlDeviceTest, WaitsInASynchronousHandleItself) {
   EXPECT_EQ(now_ms(), 40u);
 }
 
+TEST_F(ControlDeviceTest, DelaysAReportAndACancellationToo) {
+  device.set_delay(control::NSV_PUBLISH_REPORT, 20);
+  device.set_delay(control::NSV_SERVICE_EVENT_CANCEL, 30);
+  const auto handle = open(Completion::synchronous);
+  std::uint32_t bytes = 0;
+  EXPECT_EQ(handle->control_now(control::NSV_PUBLISH_REPORT, {}, {}, bytes), error::kNone);
+  EXPECT_EQ(now_ms(), 20u);
+  EXPECT_EQ(handle->control_now(control::NSV_SERVICE_EVENT_CANCEL, {}, {}, bytes), error::kNone);
+  EXPECT_EQ(now_ms(), 50u);
+}
+
+TEST_F(ControlDeviceTest, RunsAnActionRightBeforeTheNextRequestWithItsCode) {
+  const auto handle = open();
+  Asking asking(machine);
+  std::vector<std::size_t> requests;
+  device.before(control::GetFunction, [&] { requests.push_back(device.requests().size()); });
+  get(*handle, asking, control::GetAutoExit);
+  EXPECT_TRUE(requests.empty());
+  get(*handle, asking);
+  get(*handle, asking);
+  EXPECT_EQ(requests, std::vector<std::size_t>{1});
+}
+
 TEST_F(ControlDeviceTest, FailsACodeUntilItsPardon) {
   const auto handle = open();
   Asking asking(machine);

@@ -30,7 +30,10 @@ inline constexpr std::uint32_t kNoAnswer = 0xFFFF;
 /// The host on simulated endpoints, in real time, beside the real driver.
 class RealDriver : public testing::Test {
  protected:
-  RealDriver() : notebook(socket(), config(), std::chrono::milliseconds(500)), simulation(notebook.simulation()) {
+  /// How long the driver may take to answer.
+  static constexpr std::chrono::milliseconds kLimit{500};
+
+  RealDriver() : notebook(socket(), config(), kLimit), simulation(notebook.simulation()) {
     std::filesystem::create_directory(folder.path() / "user");
   }
   ~RealDriver() override { end_service(); }

@@ -255,6 +255,27 @@ TEST_F(RealDriver, ADriverThatIsStoppedHoldsNobodyUpAndIsTakenUpAgain) {
   EXPECT_TRUE(wait_until([&] { return host->m_Function == 5; }));
 }
 
+TEST_F(RealDriver, ALockTellsTheThreadsBeforeADriverThatHangsAndWaitsForItOnce) {
+  const auto driver = start_driver();
+  start_service();
+  ASSERT_TRUE(wait_until([&] { return ready(); }));
+  [[maybe_unused]] const double limit = std::chrono::duration<double>(kLimit).count();
+  driver->halt();
+  const double start = seconds_now();
+  simulation.session().lock();
+  ASSERT_TRUE(wait_until([&] { return host->m_bThreadExit == 1 && host->m_bSonivoServiceLock == 1; }));
+  const double told = seconds_now() - start;
+  ASSERT_TRUE(wait_until([&] { return host->m_bDriverReady == 0 && !host->m_DriverAccess.GetDriverHandle(); }));
+  const double closed = seconds_now() - start;
+  std::printf("a driver hangs: the threads are told after %.0f ms, it is closed after %.0f ms\n", told * 1e3,
+              closed * 1e3);
+#if !defined(SONIVO_ASAN) && !defined(SONIVO_TSAN)  // which take their own time
+  EXPECT_LT(told, limit / 2);
+  EXPECT_LT(closed, limit * 1.5);
+#endif
+  driver->go_on();
+}
+
 TEST_F(RealDriver, AnIdleServiceReportsAgainToADriverThatCameBack) {
   auto driver = start_driver();
   make_key_cancel_machine();

@@ -17,9 +17,10 @@
 #include "platform/fx_requests.h"
 
 namespace sonivo::linux {
-namespace {
 
-constexpr std::chrono::microseconds kStaysAwake{50};
+using control::kStaysAwake;
+
+namespace {
 
 Error connect_error(int number) {
   switch (number) {
@@ -54,7 +55,7 @@ void limit_waiting(int socket, int option, std::chrono::milliseconds limit) {
   ::setsockopt(socket, SOL_SOCKET, option, &value, sizeof value);
 }
 
-/// As recvmsg(). An answer is there so soon that a core that went to sleep meanwhile would come late for it.
+/// As recvmsg().
 ssize_t receive_packet(int socket, msghdr& message) {
   const auto receive = [&](int flags) { return ::recvmsg(socket, &message, MSG_CMSG_CLOEXEC | flags); };
   for (const auto end = std::chrono::steady_clock::now() + kStaysAwake; std::chrono::steady_clock::now() < end;) {

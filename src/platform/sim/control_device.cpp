@@ -74,6 +74,7 @@ class ControlDevice::Handle final : public Device {
   Error start(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output, Overlapped& request,
               bool with_overlapped) {
     const auto failure = device_.script_.enter(Step::control_request);
+    if (const auto action = device_.take_action(code)) action();
     std::scoped_lock lock(device_.scheduler_.mutex());
     const std::uint64_t thread = device_.scheduler_.current_thread();
     device_.requests_.push_back({.time = device_.scheduler_.now(),
@@ -170,16 +171,6 @@ Error ControlDevice::start(const Handle& handle, std::uint32_t code, std::span<c
   if (!present_) return error::kDeviceNotConnected;
   if (const auto failure = failures_.find(code); failure != failures_.end()) return failure->second;
   if (code == control::NSV_SERVICE_EVENT_NOTIFY) return start_event(handle, output, request);
-  if (code == control::NSV_SERVICE_EVENT_CANCEL) {
-    cancel_events();
-    finish(request, error::kNone, 0);
-    return error::kNone;
-  }
-  if (code == control::NSV_PUBLISH_REPORT) {
-    report_.assign(reinterpret_cast<const char*>(input.data()), input.size());
-    finish(request, error::kNone, 0);
-    return error::kNone;
-  }
   const Answer answer = this->answer(code, input, output);
   if (answer.event) events_.push_back(*answer.event);
   deliver_events();
@@ -191,7 +182,21 @@ Error ControlDevice::start(const Handle& handle, std::uint32_t code, std::span<c
   return answer.error;
 }
 
+std::function<void()> ControlDevice::take_action(std::uint32_t code) {
+  std::scoped_lock lock(scheduler_.mutex());
+  const auto action = actions_.extract(code);
+  return action ? action.mapped() : nullptr;
+}
+
 Answer ControlDevice::answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output) {
+  if (code == control::NSV_SERVICE_EVENT_CANCEL) {
+    cancel_events();
+    return {};
+  }
+  if (code == control::NSV_PUBLISH_REPORT) {
+    report_.assign(reinterpret_cast<const char*>(input.data()), input.size());
+    return {};
+  }
   const auto raw = raw_answers_.find(code);
   if (raw == raw_answers_.end()) return store_.answer(code, input, output);
   const std::size_t bytes = std::min(raw->second.size(), output.size());
@@ -288,6 +293,11 @@ void ControlDevice::answer_raw(std::uint32_t code, std::vector<std::byte> bytes)
 void ControlDevice::set_delay(std::uint32_t code, std::uint32_t ms) {
   std::scoped_lock lock(scheduler_.mutex());
   delays_ms_[code] = ms;
+}
+
+void ControlDevice::before(std::uint32_t code, std::function<void()> action) {
+  std::scoped_lock lock(scheduler_.mutex());
+  actions_[code] = std::move(action);
 }
 
 void ControlDevice::send_event(std::uint32_t command) {

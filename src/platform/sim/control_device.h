@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -54,8 +55,11 @@ class ControlDevice {
   void pardon(std::uint32_t code);
   /// Every request with this code is answered with these bytes, as far as there is room for them.
   void answer_raw(std::uint32_t code, std::vector<std::byte> bytes);
-  /// Overlapped requests with this code stay pending for so long.
+  /// Requests with this code are answered after so long, all but those for an event.
   void set_delay(std::uint32_t code, std::uint32_t ms);
+  /// Runs the action on the calling thread right before the next request with this code reaches the driver, with no
+  /// lock of the machine held.
+  void before(std::uint32_t code, std::function<void()> action);
   /// Completes the oldest pending event request, or waits for the next one.
   void send_event(std::uint32_t command);
   /// Tells all who asked, one after another on the system thread.
@@ -88,6 +92,7 @@ class ControlDevice {
   };
   Error start(const Handle& handle, std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
               Overlapped& request);
+  std::function<void()> take_action(std::uint32_t code);
   control::Answer answer(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output);
   Error start_event(const Handle& handle, std::span<std::byte> output, Overlapped& request);
   void finish_later(const Handle& handle, Overlapped& request, const control::Answer& answer, std::uint32_t ms);
@@ -105,6 +110,7 @@ class ControlDevice {
   std::map<std::uint32_t, Error> failures_;
   std::map<std::uint32_t, std::vector<std::byte>> raw_answers_;
   std::map<std::uint32_t, std::uint32_t> delays_ms_;
+  std::map<std::uint32_t, std::function<void()>> actions_;
   std::deque<std::uint32_t> events_;
   std::vector<Pending> waiting_for_event_;
   std::vector<Pending> delayed_;

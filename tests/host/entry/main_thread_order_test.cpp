@@ -56,6 +56,17 @@ TEST(HeldDriver, IsNotSynchronisedWith) {
   bench.thread->join();
 }
 
+TEST(DriverThatLeaves, IsNotReadyAnyMoreWhenItsHandlesClose) {
+  MainThreadBench bench;
+  bench.open();
+  bench.start_thread();
+  ASSERT_EQ(bench.host->m_bDriverReady, 1u);
+  std::uint32_t found = 77;
+  bench.machine.script().before(sim::Step::control_close, 1, [&] { found = bench.host->m_bDriverReady; });
+  bench.send(c::NSVPLAY_CMD_EXIT);
+  EXPECT_EQ(found, 0u);
+}
+
 // ---- Endpoints
 
 TEST(ConnectedEndpoints, AreBothReadBeforeTheMicrophonesIsSetAndThenTheSpeakers) {

@@ -143,6 +143,16 @@ TEST(MainThreadSynchronise, NothingIsAskedOfGenerationNine) {
                                                   c::GetRenderEndpointId, c::NSV_GET_AUTO_MUTE_MTG));
 }
 
+TEST(MainThreadSynchronise, TheFunctionsOfAMicrophoneThatIsKnownAreAskedOfGenerationNineToo) {
+  MainThreadBench bench({9, 2, 5, 8});
+  bench.open();
+  bench.host->m_dwGenerationMic = 5;
+  bench.start_thread();
+  EXPECT_THAT(bench.driver().codes(), testing::Contains(c::GetFunctionMic));
+  EXPECT_EQ(bench.host->m_FunctionMic, 8u);
+  EXPECT_EQ(bench.host->m_dwGenerationMic, 5u);
+}
+
 TEST(MainThreadSynchronise, FailingGettersLeaveZero) {
   MainThreadBench bench(kBeamForming);
   bench.open();

@@ -85,6 +85,15 @@ TEST(StartUpOrder, HeadphonesThatAreFoundAreNotedBeforeTheThreadsStart) {
   EXPECT_EQ(noted, 1u);
 }
 
+TEST(StartUpOrder, TheRoomCorrectionIsNoneWhenTheLaunchedValueIsAskedFor) {
+  HostBench bench;
+  bench.host->m_RoomCorrection = 1;
+  std::uint32_t found = 77;
+  bench.driver().before(c::NSV_GET_LAUNCHED_MTG, [&] { found = bench.host->m_RoomCorrection; });
+  bench.start();
+  EXPECT_EQ(found, 0u);
+}
+
 TEST(StartUpOrder, TheRelayIsToldOfTheMuteWindowBeforeItStarts) {
   HostBench bench;
   bench.machine.driver().open_recorder(pcm_format(48000, 16, 2));

@@ -209,6 +209,7 @@ TEST(StartUp, ConnectedStandbyRegistersForTheDisplayTwiceAndKeepsOne) {
 
 TEST(StartUp, WithoutConnectedStandbyItRegistersOnce) {
   HostBench bench;
+  bench.host->m_bModernStandby = 1;
   bench.start();
   EXPECT_EQ(bench.host->m_bModernStandby, 0u);
   EXPECT_EQ(bench.machine.script().count(sim::Step::power_register_setting), 1u);

@@ -172,6 +172,16 @@ TEST(ResumeOrder, TheModeIsReadBeforeTheMeetingIsLeft) {
   }
 }
 
+TEST(ResumeOrder, TheServiceLockIsTakenBackBeforeTheModeIsRead) {
+  OrderBench bench;
+  bench.host->m_bSonivoServiceLock = 1;
+  std::uint32_t found = 77;
+  bench.driver().before(c::NSV_GET_LAUNCHED_MTG, [&] { found = bench.host->m_bSonivoServiceLock; });
+  bench.post(kWmPowerBroadcast, kPowerResumeAutomatic);
+  bench.run_for(10);
+  EXPECT_EQ(found, 0u);
+}
+
 TEST(ResumeOrder, AMeetingThatIsOffLeavesTheRoomCorrectionAsItWas) {
   OrderBench bench;
   bench.host->m_RoomCorrection = 1;

@@ -16,14 +16,16 @@ using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 namespace c = control;
 
 constexpr const char* kSubLeft = "[Main] hThreadSub != WAIT_OBJECT_0.\n";
 constexpr const char* kMainLeft = "[Main] hThread != WAIT_OBJECT_0.\n";
 
-std::size_t times(const std::vector<std::string>& names, const char* name) {
-  return static_cast<std::size_t>(std::count(names.begin(), names.end(), name));
+template <class Item, class One>
+std::size_t times(const std::vector<Item>& all, const One& one) {
+  return static_cast<std::size_t>(std::count(all.begin(), all.end(), one));
 }
 
 struct WaitingBench : HostBench {
@@ -53,6 +55,15 @@ struct WaitingBench : HostBench {
     host->m_bSonivoServiceLock = 1;
     post_any();
   }
+  /// Whether the rules of the devices are applied when another one becomes the default.
+  bool follows_the_default_device() {
+    driver().forget_requests();
+    plays_at_headphones_ = !plays_at_headphones_;
+    machine.endpoints().set_default(DataFlow::render, Role::console,
+                                    plays_at_headphones_ ? sim::kHeadphones : sim::kSpeakers);
+    run_for(10);
+    return times(driver().codes(), c::GetHeadphone) != 0;
+  }
   /// The session is locked; each of the mode threads' events, whether it is open when the next message has started the
   /// first thread anew.
   std::vector<bool> open_events_after_lock(std::uint32_t ms) {
@@ -68,6 +79,9 @@ struct WaitingBench : HostBench {
     run_for(ms);
     return open;
   }
+
+ private:
+  bool plays_at_headphones_ = false;
 };
 
 // ---- At a reboot
@@ -135,6 +149,9 @@ TEST(WaitingAtAReboot, LeavesTheEventsOfAbandonedThreadsOpen) {
   EXPECT_THAT(bench.open_events_after_lock(13'000), AllOf(SizeIs(6), Each(true)));
 }
 
+/// The limit for one thread, and until the driver is open again.
+constexpr std::uint32_t kRebooted = 9000;
+
 /// A service whose registry thread builds a voice model for half a minute, on a machine where nobody else wants the
 /// third chain meanwhile.
 struct BuildingBench : WaitingBench {
@@ -150,6 +167,18 @@ struct BuildingBench : WaitingBench {
     EXPECT_EQ(driver().number(c::GetAispeechenhanceRegistrationMTG), 30u);
   }
 };
+
+TEST(AbandonedRegistryThread, KeepsItsEventsAndThoseOfTheThreadThatQuitsItsBuild) {
+  BuildingBench bench;
+  const auto former = bench.host->m_hRegistryEvent.Get(EventPair::kStop);
+  const auto former_quit = bench.host->m_hRegistryEvent_Quit.Get(EventPair::kStop);
+  EXPECT_THAT(bench.open_events_after_lock(kRebooted), ElementsAre(false, false, true, true, true, true));
+  EXPECT_NE(bench.host->m_hRegistryEvent.Get(EventPair::kStop), former);
+  EXPECT_NE(bench.host->m_hRegistryEvent_Quit.Get(EventPair::kStop), former_quit);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeRegistryThread", "MainThread", "SubThread", "ChangeThread",
+                                           "ChangeRegistryThread", "ChangeRegistryThread_Quit"));
+  EXPECT_TRUE(bench.follows_the_default_device());
+}
 
 TEST(AbandonedRegistryThread, FinishesItsBuildAndEndsBesideItsSuccessor) {
   BuildingBench bench;
@@ -171,6 +200,111 @@ TEST(AbandonedRegistryThread, FinishesItsBuildAndEndsBesideItsSuccessor) {
   bench.machine.session().lock();
   bench.run_for(1000);
   EXPECT_THAT(bench.threads(), IsEmpty());
+}
+
+/// A service whose ChangeThread has followed a device for half a minute before it asks the driver again.
+struct FollowingBench : WaitingBench {
+  FollowingBench() : WaitingBench(kBeamForming) {
+    start(1000);
+    driver().before(c::GetKeyboardCancelMTG, [this] { machine.seams().clock.sleep_ms(30'000); });
+    EXPECT_TRUE(follows_the_default_device());
+  }
+  ~FollowingBench() { run_for(30'000); }
+};
+
+TEST(AbandonedChangeThread, KeepsItsEventsWhileThoseOfTheRegistryThreadsClose) {
+  FollowingBench bench;
+  const auto former = bench.host->m_hEvent.Get(EventPair::kStop);
+  EXPECT_THAT(bench.open_events_after_lock(kRebooted), ElementsAre(true, true, false, false, false, false));
+  EXPECT_NE(bench.host->m_hEvent.Get(EventPair::kStop), former);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeThread", "MainThread", "SubThread", "ChangeThread",
+                                           "ChangeRegistryThread", "ChangeRegistryThread_Quit"));
+}
+
+TEST(AbandonedChangeThread, EndsBesideItsSuccessorWhichFollowsTheDevices) {
+  FollowingBench bench;
+  bench.open_events_after_lock(kRebooted);
+  EXPECT_TRUE(bench.follows_the_default_device());
+  bench.run_for(30'000);
+  EXPECT_EQ(times(bench.threads(), "ChangeThread"), 1u);
+  EXPECT_TRUE(bench.follows_the_default_device());
+}
+
+// The entry is held up between the new thread and its first event.
+TEST(AbandonedChangeThread, HasItsStopTakenByASuccessorThatIsThereBeforeItsEvents) {
+  FollowingBench bench;
+  const auto former = bench.host->m_hEvent.Get(EventPair::kStop);
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  bench.machine.script().before(sim::Step::event_create, 1, [&] { bench.machine.scheduler().pass(sim::kMillisecond); });
+  bench.post_any();
+  bench.run_for(kRebooted);
+  EXPECT_FALSE(bench.log.has("ChangeThread ERROR.\n"));
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeThread", "MainThread", "SubThread", "ChangeRegistryThread",
+                                           "ChangeRegistryThread_Quit"));
+  ASSERT_EQ(bench.host->m_bDriverReady, 1u);
+  EXPECT_FALSE(bench.follows_the_default_device());
+  bench.run_for(30'000);
+  EXPECT_THAT(bench.threads(), Contains("ChangeThread")) << "the one left behind";
+  former->set();
+  bench.run_for(10);
+  EXPECT_THAT(bench.threads(), Not(Contains("ChangeThread")));
+}
+
+// ---- Without gates
+
+/// A service whose driver takes the microphone's functions back once the mode threads run.
+struct LostGatesBench : WaitingBench {
+  LostGatesBench() : WaitingBench(kBeamForming) {
+    start(1000);
+    connect_with(0);
+  }
+  ~LostGatesBench() {
+    for (EventPair* events : {&host->m_hEvent, &host->m_hRegistryEvent, &host->m_hRegistryEvent_Quit}) {
+      events->Set(EventPair::kStop);
+    }
+  }
+  /// MainThread connects anew with a driver that says so.
+  void connect_with(std::uint32_t function_mic) {
+    driver().set_number(c::GetFunctionMic, function_mic);
+    host->m_bDriverReady = 0;
+    driver().send_event(c::kNothing);
+    run_for(100);
+    EXPECT_EQ(host->m_FunctionMic, function_mic);
+  }
+};
+
+TEST(ModeThreadsWithoutGates, StayThroughARebootThatDoesNotWaitForThem) {
+  LostGatesBench bench;
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeThread", "ChangeRegistryThread", "ChangeRegistryThread_Quit"));
+  bench.post_any();
+  bench.run_for(10);
+  EXPECT_THAT(bench.threads(), ElementsAre("ChangeThread", "ChangeRegistryThread", "ChangeRegistryThread_Quit",
+                                           "MainThread", "SubThread"));
+}
+
+TEST(ModeThreadsWithoutGates, LeaveWithTheNextStopOnceTheGatesAreBack) {
+  LostGatesBench bench;
+  bench.connect_with(kBeamForming.function_mic);
+  bench.machine.session().lock();
+  bench.run_for(1000);
+  EXPECT_THAT(bench.threads(), IsEmpty());
+}
+
+TEST(ModeThreadsWithoutGates, AreWaitedForAtTheEndAllTheSame) {
+  LostGatesBench bench;
+  bench.machine.session().query_end();
+  bench.run_for(60'000);
+  EXPECT_TRUE(bench.running());
+  bench.host->m_hEvent.Set(EventPair::kStop);
+  bench.host->m_hRegistryEvent_Quit.Set(EventPair::kStop);
+  bench.run_for(1000);
+  EXPECT_TRUE(bench.running());
+  bench.host->m_hRegistryEvent.Set(EventPair::kStop);
+  bench.run_for(1000);
+  EXPECT_EQ(bench.exit_code, 0);
 }
 
 // ---- At the end

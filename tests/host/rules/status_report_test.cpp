@@ -270,9 +270,11 @@ TEST_F(PublishedReport, IsTriedAgainWhereTheDriverRefusedIt) {
 TEST_F(PublishedReport, SaysWhyThereWillBeNoneForAWhile) {
   publisher.Publish();
   EXPECT_EQ(tool::read_service_report(device.report()).pause, "none");
-  ReportPause(host, Pause::locked);
+  host.m_Pause = Pause::locked;
+  ReportAtOnce(host);
   EXPECT_EQ(tool::read_service_report(device.report()).pause, "locked") << "at once";
-  ReportPause(host, Pause::asleep);
+  host.m_Pause = Pause::asleep;
+  ReportAtOnce(host);
   EXPECT_EQ(tool::read_service_report(device.report()).pause, "asleep");
   publish_after(5000);
   EXPECT_EQ(tool::read_service_report(device.report()).pause, "asleep") << "who publishes meanwhile says so too";
@@ -282,7 +284,8 @@ TEST_F(PublishedReport, OfAPauseStillSaysWhatIsWrong) {
   host.m_AudioControl.Start();
   machine.driver().open_recorder(pcm_format(48000, 16, 2));
   publish_after(10);
-  ReportPause(host, Pause::locked);
+  host.m_Pause = Pause::locked;
+  ReportAtOnce(host);
   EXPECT_EQ(tool::read_service_report(device.report()).trouble, "there is no microphone");
 }
 

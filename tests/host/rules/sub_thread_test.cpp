@@ -62,10 +62,11 @@ void PrintTo(const Choice& row, std::ostream* out) {
 using Key = Choice::Key;
 constexpr Choice kChoices[] = {
     {0, 0, 0, 0, Key::alone}, {0, 0, 1, 1, Key::alone}, {0, 0, 2, 2, Key::alone}, {0, 1, 0, 0, Key::alone},
-    {0, 1, 1, 1, Key::alone}, {0, 1, 2, 2, Key::alone}, {1, 0, 0, 0, Key::alone}, {1, 0, 2, 2, Key::alone},
-    {1, 1, 1, 1, Key::alone}, {2, 0, 0, 0, Key::off},   {2, 0, 1, 1, Key::users}, {2, 0, 2, 2, Key::users},
-    {2, 0, 3, 3, Key::users}, {2, 1, 0, 0, Key::off},   {2, 1, 1, 1, Key::users}, {2, 1, 2, 2, Key::alone},
-    {2, 1, 3, 1, Key::users}, {2, 9, 3, 1, Key::users}, {3, 0, 3, 3, Key::users},
+    {0, 1, 1, 1, Key::alone}, {0, 1, 2, 2, Key::alone}, {1, 0, 0, 0, Key::alone}, {1, 0, 1, 1, Key::alone},
+    {1, 0, 2, 2, Key::alone}, {1, 1, 0, 0, Key::alone}, {1, 1, 1, 1, Key::alone}, {1, 1, 2, 2, Key::alone},
+    {2, 0, 0, 0, Key::off},   {2, 0, 1, 1, Key::users}, {2, 0, 2, 2, Key::users}, {2, 0, 3, 3, Key::users},
+    {2, 1, 0, 0, Key::off},   {2, 1, 1, 1, Key::users}, {2, 1, 2, 2, Key::alone}, {2, 1, 3, 1, Key::users},
+    {2, 9, 3, 1, Key::users}, {3, 0, 3, 3, Key::users},
 };
 
 class ChosenPosition : public SubThreadBench, public ::testing::TestWithParam<Choice> {
@@ -90,6 +91,12 @@ class ChosenPosition : public SubThreadBench, public ::testing::TestWithParam<Ch
     const bool off = GetParam().position == 0 || GetParam().position == 2;
     if (off) all.push_back({control::SetBeamformingMTG, 0});
     if (!off && users == 1) all.push_back({control::SetBeamformingMTG, 1});
+  }
+  /// Enhancement and voice model of the position, where the user's settings have these values.
+  void expect_speech(std::vector<Asked>& all, std::uint32_t enhance, std::uint32_t voice_model) const {
+    const std::int32_t p = GetParam().position;
+    all.push_back({control::SetAispeechenhanceMTG, p == 0 ? 0 : enhance});
+    all.push_back({control::SetAispeechenhanceSetAiModelMTG, p == 0 || p == 2 ? 0 : voice_model});
   }
 };
 
@@ -130,14 +137,38 @@ TEST_P(ChosenPosition, TakesAUsersSettingThatCantBeReadForOn) {
 }
 
 TEST_P(ChosenPosition, SetsEnhancementAndVoiceModelUnderTheThirdGate) {
-  device.set_number(control::GetAispeechenhance_UI_MTG, 2);
-  device.set_number(control::GetAispeechenhanceSetAiModel_UI_MTG, 3);
+  for (const std::uint32_t users : {0u, 1u, 2u}) {
+    const std::uint32_t users_model = (users + 1) % 3;
+    device.set_number(control::GetAispeechenhance_UI_MTG, users);
+    device.set_number(control::GetAispeechenhanceSetAiModel_UI_MTG, users_model);
+    prepare(Notebook::ai_speech);
+    auto all = expected();
+    expect_speech(all, users, users_model);
+    EXPECT_EQ(choose(GetParam().position), all) << users;
+    stop();
+    host.m_bThreadExit = 0;
+    driver.SetLaunchedMTGOff(false);
+  }
+}
+
+TEST_P(ChosenPosition, TakesTheUsersEnhancementThatCantBeReadForOn) {
+  device.set_number(control::GetAispeechenhance_UI_MTG, 0);
+  device.set_number(control::GetAispeechenhanceSetAiModel_UI_MTG, 0);
+  device.fail(control::GetAispeechenhance_UI_MTG, 31);
   prepare(Notebook::ai_speech);
-  const std::int32_t p = GetParam().position;
   auto all = expected();
-  all.push_back({control::SetAispeechenhanceMTG, p == 0 ? 0u : 2u});
-  all.push_back({control::SetAispeechenhanceSetAiModelMTG, p == 0 || p == 2 ? 0u : 3u});
-  EXPECT_EQ(choose(p), all);
+  expect_speech(all, 1, 0);
+  EXPECT_EQ(choose(GetParam().position), all);
+}
+
+TEST_P(ChosenPosition, TakesTheUsersVoiceModelThatCantBeReadForOn) {
+  device.set_number(control::GetAispeechenhance_UI_MTG, 0);
+  device.set_number(control::GetAispeechenhanceSetAiModel_UI_MTG, 0);
+  device.fail(control::GetAispeechenhanceSetAiModel_UI_MTG, 31);
+  prepare(Notebook::ai_speech);
+  auto all = expected();
+  expect_speech(all, 0, 1);
+  EXPECT_EQ(choose(GetParam().position), all);
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, ChosenPosition, ::testing::ValuesIn(kChoices));
