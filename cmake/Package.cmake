@@ -20,7 +20,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "pipewire, wireplumber | pipewire-media-session")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "pipewire, wireplumber")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "dbus-user-session, rtkit | xdg-desktop-portal")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     "${CMAKE_SOURCE_DIR}/share/debian/postinst;${CMAKE_SOURCE_DIR}/share/debian/prerm;${CMAKE_SOURCE_DIR}/share/debian/postrm")

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "apps/tool/doctor_command.h"
@@ -213,6 +214,27 @@ TEST(DoctorRules, AServiceThatDoesntRunIsMissedButNotItsDevices) {
             "service: The service does not run. | Start it: systemctl --user start NorvellSonivoService.");
 }
 
+TEST(DoctorRules, AServiceThatHangsIsOfNoUseThoughItsLatestReportIsWell) {
+  MachineFacts facts = well();
+  facts.silent_s = 16;
+  EXPECT_EQ(the_trouble(facts),
+            "service: The service has not answered for 16 s. | Restart it: systemctl --user restart "
+            "NorvellSonivoService.");
+}
+
+TEST(DoctorRules, AServiceMayStillConnectWithADriverThatHasJustStarted) {
+  MachineFacts facts = well();
+  facts.has_report = false;
+  facts.service.reset();
+  facts.has_new_driver = true;
+  const auto all = findings(facts);
+  EXPECT_TRUE(is_well(all));
+  const auto said = std::find_if(all.begin(), all.end(), [](const Finding& each) { return each.subject == "service"; });
+  ASSERT_NE(said, all.end());
+  EXPECT_EQ(said->text, "The driver has just started, and no service has connected with it yet.");
+  EXPECT_EQ(said->advice, "Look again in a few seconds.");
+}
+
 TEST(DoctorRules, AServiceThatIsNotConnectedInTroubleOrOfAnotherVersion) {
   MachineFacts facts = well();
   facts.service->driver_ready = false;
@@ -310,8 +332,8 @@ TEST(DoctorRules, ASessionWithoutAudio) {
   MachineFacts facts = well();
   facts.session.active = false;
   EXPECT_EQ(the_trouble(facts),
-            "session: Another session has the machine's screen, so that no audio passes here. | Switch to this one: "
-            "loginctl activate 2.");
+            "session: Another session has the machine's screen, so that audio that is interrupted here does not "
+            "come back. | Switch to this one: loginctl activate 2.");
   facts.session.id = "";
   EXPECT_EQ(
       the_trouble(facts),

@@ -31,7 +31,7 @@ of_us() { (cd "$root" && find . -iname '*sonivo*' -not -path './var/lib/dpkg/*' 
 deb=$(echo made/sonivo_*.deb)
 field() { dpkg-deb -f "$deb" "$1"; }
 [[ $(field Package) == sonivo ]] || fail "the package is $(field Package)"
-[[ $(field Depends) == *pipewire,* && $(field Depends) == *libc6* ]] || fail "it depends on $(field Depends)"
+[[ $(field Depends) == *pipewire,\ wireplumber* && $(field Depends) == *libc6* ]] || fail "it depends on $(field Depends)"
 dpkg-deb -c "$deb" | awk '$2 != "root/root" || $1 ~ /s|w..w|w$/ { bad = 1; print } END { exit bad }' ||
   fail "the rights of what is installed"
 # The next one, with a file less and a file more.

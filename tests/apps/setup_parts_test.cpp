@@ -6,6 +6,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "../driver/failing_disk.h"
 #include "../platform/linux/running_driver.h"
 #include "apps/tool/chain_parameters.h"
 #include "apps/tool/endpoint_properties.h"
@@ -212,6 +213,29 @@ TEST_F(ChainParametersTest, TheNumbersOfAMachineCallForTheChainThatWasSet) {
     EXPECT_EQ(to_string(driver_chain(driver_)), name);
   }
   EXPECT_THROW(parse_chain("both"), UsageError);
+}
+
+TEST(MachineChain, WhicheverStepOfTheDiskFailsTheFormerChainHoldsOrTheNewOne) {
+  test::FailingDisk disk;
+  for (bool failed = true; failed;) {
+    ++disk.fail_at;
+    disk.steps = 0;
+    failed = false;
+    const test::TemporaryFolder folder;
+    test::RunningDriver running(folder, disk);
+    DriverConnection driver(running.path());
+    Chain former = Chain::none;
+    for (const Chain chain : {Chain::keycancel, Chain::ai, Chain::beamforming}) {
+      if (failure_of([&] { set_driver_chain(driver, chain); }) != "no failure") {
+        failed = true;
+        EXPECT_THAT(driver_chain(driver), testing::AnyOf(former, chain)) << "step " << disk.fail_at;
+        set_driver_chain(driver, chain);
+      }
+      EXPECT_EQ(driver_chain(driver), chain) << "step " << disk.fail_at;
+      former = chain;
+    }
+  }
+  EXPECT_GT(disk.fail_at, 6 * 5) << "settings that were written, with a new file, a write, two syncs and a rename each";
 }
 
 }  // namespace

@@ -14,6 +14,7 @@ using Kind = Finding::Kind;
 using pipewire::SurveyedEndpoint;
 
 constexpr const char* kUnmute = "Unmute it in the sound settings of the desktop.";
+constexpr const char* kRestartService = "Restart it: systemctl --user restart NorvellSonivoService.";
 constexpr const char* kInstallAgain = "Install the program again.";
 
 /// How a direction is called.
@@ -73,7 +74,8 @@ class Examination {
       add(Kind::trouble, "session", "Nobody is signed in as this user, so that no audio passes.",
           "Sign in at the machine's own screen.");
     } else if (!facts_.session.active) {
-      add(Kind::trouble, "session", "Another session has the machine's screen, so that no audio passes here.",
+      add(Kind::trouble, "session",
+          "Another session has the machine's screen, so that audio that is interrupted here does not come back.",
           "Switch to this one: loginctl activate " + facts_.session.id + '.');
     } else {
       add(Kind::good, "session", "This session is the active one.");
@@ -205,6 +207,10 @@ class Examination {
 
   void look_at_service() {
     if (!facts_.driver_fault.empty()) return;
+    if (!facts_.has_report && facts_.has_new_driver) {
+      return add(Kind::hint, "service", "The driver has just started, and no service has connected with it yet.",
+                 "Look again in a few seconds.");
+    }
     if (!facts_.has_report) {
       return add(Kind::trouble, "service", "The service does not run.",
                  "Start it: systemctl --user start NorvellSonivoService.");
@@ -214,11 +220,14 @@ class Examination {
                  "What the service tells of itself can't be understood: " + ended(facts_.report_fault),
                  "Install the programs of one version, and restart them.");
     }
+    if (facts_.silent_s != 0) {
+      return add(Kind::trouble, "service",
+                 "The service has not answered for " + std::to_string(facts_.silent_s) + " s.", kRestartService);
+    }
     if (facts_.service->is_paused()) {
       add(Kind::good, "service", "The service waits: the session is locked, or the machine has just woken.");
     } else if (!facts_.service->driver_ready) {
-      add(Kind::trouble, "service", "The service has no connection with the driver.",
-          "Restart it: systemctl --user restart NorvellSonivoService.");
+      add(Kind::trouble, "service", "The service has no connection with the driver.", kRestartService);
     } else if (!facts_.service->trouble.empty()) {
       add(Kind::trouble, "service", "The service tells of trouble: " + ended(facts_.service->trouble),
           "See to what else is said here; journalctl --user -u NorvellSonivoService tells more.");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,7 +30,9 @@ struct MachineFacts {
   bool has_chain_parameters = false;  ///< with a microphone where the relay looks for those of the chain
   bool has_report = false;            ///< the service runs and tells of itself
   std::optional<ServiceReport> service;
-  std::string report_fault;  ///< why there is no `service` in spite of a report
+  std::string report_fault;     ///< why there is no `service` in spite of a report
+  std::uint64_t silent_s = 0;   ///< for so long it has told nothing, though it should have; 0: it tells
+  bool has_new_driver = false;  ///< with which the service may not have connected yet
 
   std::vector<std::string> missing_files;  ///< that come with the program
   std::string model;                       ///< file of the third chain; empty: it is there

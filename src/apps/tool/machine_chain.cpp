@@ -28,11 +28,18 @@ Chain driver_chain(DriverConnection& driver) {
   return chain_of(function_mic, driver.number(*control::find_setting("generation-mic")));
 }
 
-// The generation first: with the function of another chain it calls for none, so that no third one runs in between.
+// The generation alone changes the chain, so that no third one runs in between, nor none where the disk is full by
+// then: each generation goes by another bit of the function, and has it before.
 void set_driver_chain(DriverConnection& driver, Chain chain) {
   const MachineNumbers& numbers = kMachineNumbers.at(static_cast<std::size_t>(chain));
+  const std::uint32_t former = driver.number(*control::find_setting("function-mic"));
+  const std::uint32_t both = former | numbers.function_mic;
+  const auto set_function = [&](std::uint32_t value) {
+    driver.set_number(control::SetFunctionMic, value, "function-mic");
+  };
+  if (both != former) set_function(both);
   driver.set_number(control::SetGenerationMic, numbers.generation_mic, "generation-mic");
-  driver.set_number(control::SetFunctionMic, numbers.function_mic, "function-mic");
+  if (both != numbers.function_mic) set_function(numbers.function_mic);
 }
 
 }  // namespace sonivo::tool

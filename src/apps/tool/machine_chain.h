@@ -11,7 +11,7 @@ namespace sonivo::tool {
 Chain chain_of(std::uint32_t function_mic, std::uint32_t generation_mic);
 /// Of the numbers that the driver holds. Throws Failure.
 Chain driver_chain(DriverConnection& driver);
-/// Sets numbers that call for it. Throws Failure.
+/// Sets numbers that call for it. Throws Failure; the numbers then call for it or for the former one.
 void set_driver_chain(DriverConnection& driver, Chain chain);
 
 }  // namespace sonivo::tool

@@ -11,6 +11,7 @@
 #include "apps/tool/failure.h"
 #include "apps/tool/microphones.h"
 #include "apps/tool/param_blob.h"
+#include "apps/tool/status_command.h"
 #include "base/text.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/logind.h"
@@ -52,20 +53,17 @@ bool has_chain_parameters(DriverConnection& driver, const MachineFacts& facts) {
 
 void ask_driver(const std::string& socket, MachineFacts& facts) {
   DriverConnection driver(socket);
-  const control::Store settings = driver.settings();
+  const MachineStatus status = read_status(driver, socket);
+  const control::Store& settings = status.settings;
   facts.chain = chain_of(settings.number(control::GetFunctionMic), settings.number(control::GetGenerationMic));
   facts.capture_endpoint = to_utf8(settings.text(control::GetCaptureEndpointId));
   facts.render_endpoint = to_utf8(settings.text(control::GetRenderEndpointId));
   facts.has_chain_parameters = has_chain_parameters(driver, facts);
-  const std::string report = driver.report();
-  facts.has_report = !report.empty();
-  if (facts.has_report) {
-    try {
-      facts.service = read_service_report(report);
-    } catch (const ReportFault& fault) {
-      facts.report_fault = fault.what();
-    }
-  }
+  facts.has_report = !status.report.empty();
+  facts.service = status.service;
+  facts.report_fault = status.report_fault;
+  if (status.is_silent()) facts.silent_s = status.ages.report_ms / 1000;
+  facts.has_new_driver = status.has_new_driver();
   const auto row = GetModelRow(linux::InstalledFolders::places().models,
                                static_cast<int>(settings.number(control::GetAispeechenhanceModelNoMTG)));
   std::error_code ignored;

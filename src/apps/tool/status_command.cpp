@@ -263,14 +263,13 @@ control::Ages ages_at(DriverConnection& driver) {
   return ages;
 }
 
-MachineStatus read_status(const std::string& socket) {
-  DriverConnection driver(socket);
+}  // namespace
+
+MachineStatus read_status(DriverConnection& driver, const std::string& socket) {
   const Store settings = driver.settings();
   const std::string report = driver.report();
   return machine_status(socket, settings, report, ages_at(driver), monotonic_ms());
 }
-
-}  // namespace
 
 MachineStatus machine_status(std::string socket, control::Store settings, std::string report, const control::Ages& ages,
                              std::uint64_t now_ms) {
@@ -326,7 +325,8 @@ int run_status_command(const StatusOptions& options, std::ostream& output) {
   std::string socket = options.socket;
   try {
     socket = driver_socket(socket);
-    const MachineStatus status = read_status(socket);
+    DriverConnection driver(socket);
+    const MachineStatus status = read_status(driver, socket);
     options.json ? print_status_json(output, status) : print_status(output, status);
     return status_exit_code(status);
   } catch (const Failure& failure) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "apps/tool/driver_connection.h"
 #include "apps/tool/status_report.h"
 #include "platform/control_store.h"
 
@@ -51,6 +52,8 @@ struct MachineStatus {
   static constexpr std::uint64_t kConnectMs = 8000;
 };
 
+/// Throws Failure when the driver can't be asked.
+MachineStatus read_status(DriverConnection& driver, const std::string& socket);
 MachineStatus machine_status(std::string socket, control::Store settings, std::string report, const control::Ages& ages,
                              std::uint64_t now_ms = 0);
 

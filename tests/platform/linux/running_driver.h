@@ -16,8 +16,8 @@ namespace sonivo::test {
 /// A driver on a thread, which may go and come back.
 class RunningDriver {
  public:
-  explicit RunningDriver(const test::TemporaryFolder& home)
-      : path_(home / "driver.sock"), folder_(home.path() / "state", disk_), settings_(folder_), properties_(folder_) {
+  explicit RunningDriver(const test::TemporaryFolder& home, driver::Disk& disk = whole_disk())
+      : path_(home / "driver.sock"), folder_(home.path() / "state", disk), settings_(folder_), properties_(folder_) {
     start();
   }
   ~RunningDriver() { stop(); }
@@ -37,8 +37,12 @@ class RunningDriver {
   const std::string& path() const { return path_; }
 
  private:
+  static driver::Disk& whole_disk() {
+    static driver::Disk disk;
+    return disk;
+  }
+
   std::string path_;
-  driver::Disk disk_;
   driver::StateFolder folder_;
   driver::Settings settings_;
   driver::EffectProperties properties_;
