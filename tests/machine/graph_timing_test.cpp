@@ -4,15 +4,7 @@
 namespace sonivo::test {
 namespace {
 
-class ChainInTheGraphTest : public AudibleMachineTest {
- protected:
-  void SetUp() override {
-#if defined(SONIVO_ASAN)
-    GTEST_SKIP() << "no chain keeps up with real time under a sanitizer";
-#endif
-    AudibleMachineTest::SetUp();
-  }
-};
+using ChainInTheGraphTest = WithChains<AudibleMachineTest>;
 
 // The network has a thread of its own for it.
 TEST_F(ChainInTheGraphTest, NoNodeOfOursHoldsTheGraphUpWhileTheNetworkRuns) {

@@ -113,13 +113,10 @@ double change_ms(const Round& round, std::span<const double> played) {
   return static_cast<double>(largest) * 1000 / kRate;
 }
 
-class PromptSettingsTest : public AudibleMachineTest, public testing::WithParamInterface<Switch> {
+class PromptSettingsTest : public WithChains<AudibleMachineTest>, public testing::WithParamInterface<Switch> {
  protected:
   void SetUp() override {
-#if defined(SONIVO_ASAN)
-    GTEST_SKIP() << "no chain keeps up with real time under a sanitizer";
-#endif
-    AudibleMachineTest::SetUp();
+    WithChains::SetUp();
     if (!server_) return;
     ASSERT_EQ(sonivo({"setup", "--microphone", "notebook.microphone", "--chain", GetParam().chain}).code, 0);
     bus_ = std::make_unique<linux::ControlBus>(folder("sonivo/driver.sock"));
