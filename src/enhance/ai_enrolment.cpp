@@ -1,5 +1,7 @@
 // Enrolment: a recording of a voice becomes a model that is tuned to it.
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -212,6 +214,7 @@ void CAISpeechEnhance_A::encode_voice(const VoiceRecording& recording, const cha
   base.load(base_model_file, false);
   fifo->BuffClear();
   std::thread encoder([&] {
+    ::pthread_setname_np(::pthread_self(), "voice encoder");
     try {
       set_spkenc(base, fifo, enc_model_file);
     } catch (const std::exception& error) {

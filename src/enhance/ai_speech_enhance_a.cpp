@@ -2,6 +2,8 @@
 
 #include "enhance/ai_speech_enhance_a.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -159,7 +161,10 @@ void CAISpeechEnhance_A::start_enhancement() {
   fifo_in->Start();
   fifo_out->BuffClear();
   se_model->startEnhancement(fifo_in);
-  exec_thread = std::thread([this] { ThreadExec(); });
+  exec_thread = std::thread([this] {
+    ::pthread_setname_np(::pthread_self(), "enhancement");
+    ThreadExec();
+  });
 }
 
 int CAISpeechEnhance_A::Stop() {

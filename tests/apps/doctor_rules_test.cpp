@@ -7,7 +7,6 @@
 #include <sstream>
 
 #include "apps/tool/doctor_command.h"
-#include "support/temporary_folder.h"
 
 namespace sonivo::tool {
 namespace {
@@ -351,33 +350,6 @@ TEST(DoctorRules, WhatIsPrintedHasNoControlCharacters) {
   EXPECT_EQ(json.str(),
             "{\n  \"well\": true,\n  \"findings\": [\n    {\n      \"kind\": \"ok\",\n      \"subject\": \"x\",\n"
             "      \"text\": \"A.\",\n      \"advice\": \"\"\n    }\n  ]\n}\n");
-}
-
-TEST(DeviceHolders, AreThoseThatTheKernelTellsOfButTheServer) {
-  const test::TemporaryFolder proc;
-  const auto stream = [&](const std::string& where, const std::string& status) {
-    std::filesystem::create_directories(proc.path() / "asound" / where);
-    proc.write("asound/" + where + "/status", status);
-  };
-  const auto thread = [&](const std::string& id, const std::string& process, const std::string& name) {
-    std::filesystem::create_directories(proc.path() / id);
-    proc.write(id + "/status", "Name:\tx\nTgid:\t" + process + "\n");
-    proc.write(id + "/comm", name + "\n");
-  };
-  stream("card0/pcm0p/sub0", "closed\n");
-  stream("card0/pcm0c/sub0", "state: RUNNING\nowner_pid   : 12\ntrigger_time: 1.2\n");
-  stream("card1/pcm0c/sub0", "state: RUNNING\nowner_pid   : 20\n");
-  stream("card1/pcm1c/sub0", "owner_pid   : nobody\n");
-  thread("12", "10", "a thread");
-  thread("10", "10", "arecord");
-  thread("20", "20", "pipewire");
-  std::filesystem::create_directory_symlink("card0", proc.path() / "asound" / "cardPCH");
-  const auto holders = device_holders(proc.path());
-  ASSERT_EQ(holders.size(), 1u);
-  EXPECT_EQ(holders[0].device, "card0/pcm0c");
-  EXPECT_EQ(holders[0].program, "arecord");
-  EXPECT_EQ(holders[0].process, 10);
-  EXPECT_TRUE(device_holders(proc.path() / "none").empty());
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ inline std::size_t longest_silence(const std::vector<StereoFrame>& frames) {
 
 /// The programs carry a tone: one application records from the virtual microphone, and another's tone, played to the
 /// virtual speaker, is recorded from the real one.
-class AudibleMachineTest : public OwnMachineTest {
+class AudibleMachineTest : public DrivenMachineTest {
  protected:
   using Clock = std::chrono::steady_clock;
 
@@ -70,13 +70,11 @@ class AudibleMachineTest : public OwnMachineTest {
   using Streams = std::array<int, 2>;
 
   void SetUp() override {
-    OwnMachineTest::SetUp();
+    DrivenMachineTest::SetUp();
     if (!server_) return;
     for (const Voice voice : {Voice::first, Voice::second}) {
       server_->folder().write(tone_file(voice), wav_of(tone_of(voice, 60 * kRate)));
     }
-    start_driver();
-    wait_for_defaults();
   }
 
   static std::string tone_file(Voice voice) { return voice == Voice::first ? "first.tone" : "second.tone"; }

@@ -20,6 +20,21 @@ class BackAgainTest : public AudibleMachineTest {
   bool is_there(const std::string& node) {
     return comes_true([&] { return !server_->state_of(node).empty(); });
   }
+  /// Unplugs the headset once it is heard, at that moment.
+  void lose_headset(Moment& when) {
+    {
+      const auto voice = speak_into("usb.headset", Voice::second);
+      ASSERT_TRUE(is_heard({}, kHeard, Voice::second));
+    }
+    when = now(kHeard);
+    server_->unplug_headset();
+  }
+  void expect_headset_back(const char* what) {
+    const Moment returned = now(kHeard);
+    server_->plug_headset();
+    const auto voice = speak_into("usb.headset", Voice::second);
+    expect_back(what, returned, kHeard, Voice::second);
+  }
   /// Whether a stream of the name is linked with a node of the pair.
   bool is_linked(const char* node, const std::string& stream) {
     return comes_true([&] {
@@ -50,17 +65,10 @@ TEST_F(BackAgainTest, AfterTheDefaultMicrophoneHasGoneAndAfterItHasReturned) {
   const auto voice = speak_into("notebook.microphone");
   start_service();
   const auto recorder = record(kHeard);
-  {
-    const auto other = speak_into("usb.headset", Voice::second);
-    ASSERT_TRUE(is_heard({}, kHeard, Voice::second));
-  }
-  const Moment gone = now(kHeard);
-  server_->unplug_headset();
+  Moment gone;
+  ASSERT_NO_FATAL_FAILURE(lose_headset(gone));
   expect_back("a microphone in place of the default", gone, kHeard);
-  const Moment returned = now(kHeard);
-  server_->plug_headset();
-  const auto other = speak_into("usb.headset", Voice::second);
-  expect_back("the default microphone that returned", returned, kHeard, Voice::second);
+  expect_headset_back("the default microphone that returned");
 }
 
 // Turns stay as they are: where they become longer for a moment, an application's stream may fall silent by itself.
@@ -92,18 +100,11 @@ TEST_F(BackAgainTest, AfterAPinnedMicrophoneHasReturned) {
   ASSERT_EQ(sonivo({"settings", "set", "capture-endpoint", "usb.headset"}).code, 0);
   start_service();
   const auto recorder = record(kHeard);
-  {
-    const auto other = speak_into("usb.headset", Voice::second);
-    ASSERT_TRUE(is_heard({}, kHeard, Voice::second));
-  }
-  const Moment gone = now(kHeard);
-  server_->unplug_headset();
+  Moment gone;
+  ASSERT_NO_FATAL_FAILURE(lose_headset(gone));
   EXPECT_TRUE(comes_true([&] { return status().has("\"trouble\": \"the microphone can't be opened\""); }));
   EXPECT_EQ(longest_piece(heard_since(gone, kHeard), Voice::first), 0u) << "of the one that nobody chose";
-  const Moment returned = now(kHeard);
-  server_->plug_headset();
-  const auto other = speak_into("usb.headset", Voice::second);
-  expect_back("the pinned microphone that returned", returned, kHeard, Voice::second);
+  expect_headset_back("the pinned microphone that returned");
 }
 
 /// With devices that are those of the session manager, as a sound card's are.

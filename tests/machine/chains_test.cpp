@@ -24,19 +24,14 @@ struct Figures {
 };
 
 /// Somebody speaks in a room; an application records from the virtual microphone.
-class ChainsTest : public OwnMachineTest {
+class ChainsTest : public WithChains<DrivenMachineTest> {
  protected:
   void SetUp() override {
-#if defined(SONIVO_ASAN)
-    GTEST_SKIP() << "no chain keeps up with real time under a sanitizer";
-#endif
-    OwnMachineTest::SetUp();
+    WithChains::SetUp();
     if (!server_) return;
     speech_ = say("speech.wav", "en-gb", "I will type while I talk to you.");
     if (speech_.empty()) GTEST_SKIP() << "not installed: espeak-ng, sox";
     server_->folder().write("keys.wav", wav_of_sound(typing(speech_.size())));
-    start_driver();
-    wait_for_defaults();
   }
 
   /// A second of silence, then the sentence.

@@ -42,14 +42,8 @@ class Halted {
   const pid_t process_;
 };
 
-class DoctorTest : public OwnMachineTest {
+class DoctorTest : public DrivenMachineTest {
  protected:
-  void SetUp() override {
-    OwnMachineTest::SetUp();
-    if (!server_) return;
-    start_driver();
-    wait_for_defaults();
-  }
   void start_whole_machine() {
     ASSERT_EQ(sonivo({"setup"}).code, 0);
     start_service();

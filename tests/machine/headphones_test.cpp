@@ -4,13 +4,11 @@
 namespace sonivo::test {
 namespace {
 
-class HeadphonesTest : public OwnMachineTest {
+class HeadphonesTest : public DrivenMachineTest {
  protected:
   void SetUp() override {
-    OwnMachineTest::SetUp();
+    DrivenMachineTest::SetUp();
     if (!server_) return;
-    start_driver();
-    wait_for_defaults();
     ASSERT_EQ(sonivo({"setup", "--chain", "beamforming"}).code, 0);
     start_service();
   }

@@ -42,16 +42,14 @@ Holdings holdings_of(pid_t process) {
 }
 
 /// The programs' holdings from round to round, each of which leaves them at rest.
-class LeaksTest : public OwnMachineTest {
+class LeaksTest : public DrivenMachineTest {
  protected:
   void SetUp() override {
 #if defined(SONIVO_ASAN)
     GTEST_SKIP() << "the sanitizer keeps memory that is given back";
 #endif
-    OwnMachineTest::SetUp();
+    DrivenMachineTest::SetUp();
     if (!server_) return;
-    start_driver();
-    wait_for_defaults();
     const Told told = sonivo({"setup", "--chain", "ai"});
     ASSERT_EQ(told.code, 0) << told.text;
     start_service();

@@ -72,4 +72,27 @@ class OwnMachineTest : public testing::Test {
   std::vector<ChildProcess> service_;
 };
 
+/// With the driver, once the session manager has chosen the devices.
+class DrivenMachineTest : public OwnMachineTest {
+ protected:
+  void SetUp() override {
+    OwnMachineTest::SetUp();
+    if (!server_) return;
+    start_driver();
+    wait_for_defaults();
+  }
+};
+
+/// Chains run, which none does in real time under a sanitizer.
+template <class Machine>
+class WithChains : public Machine {
+ protected:
+  void SetUp() override {
+#if defined(SONIVO_ASAN)
+    GTEST_SKIP() << "no chain keeps up with real time under a sanitizer";
+#endif
+    Machine::SetUp();
+  }
+};
+
 }  // namespace sonivo::test

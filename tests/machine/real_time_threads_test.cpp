@@ -44,14 +44,8 @@ bool is_granted_here() {
   return granted;
 }
 
-class RealTimeThreadsTest : public OwnMachineTest {
+class RealTimeThreadsTest : public DrivenMachineTest {
  protected:
-  void SetUp() override {
-    OwnMachineTest::SetUp();
-    if (!server_) return;
-    start_driver();
-    wait_for_defaults();
-  }
   ChildProcess record() { return server_->record("norvell.relay.microphone", folder("heard.wav")); }
   ChildProcess play() {
     return server_->play("norvell.relay.speaker", server_->folder().write("music.wav", counting_wav(30 * 48000)));
@@ -78,7 +72,7 @@ TEST_P(RealTimeThreadsOf, AChainAreThoseThatAudioPasses) {
     const auto recorder = record();
     const auto player = play();
     std::vector<std::string> names{kDataThread, "audio pacer", "capture", "render"};
-    if (chain == "ai") names.emplace_back("capture");  // the thread of the enhancement, which that one starts
+    if (chain == "ai") names.emplace_back("enhancement");
     become(names);
     ASSERT_TRUE(comes_true([&] { return status().has("\"chain\": \"" + chain + "\""); })) << status().text;
     EXPECT_THAT(real_time_threads(service().id()), UnorderedElementsAreArray(names));

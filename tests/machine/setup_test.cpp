@@ -7,14 +7,8 @@
 namespace sonivo::test {
 namespace {
 
-class SetupTest : public OwnMachineTest {
+class SetupTest : public DrivenMachineTest {
  protected:
-  void SetUp() override {
-    OwnMachineTest::SetUp();
-    if (!server_) return;
-    start_driver();
-    wait_for_defaults();
-  }
   std::string own_table() {
     std::ifstream file(folder("config/sonivo/microphones"));
     return {std::istreambuf_iterator<char>(file), {}};

@@ -38,8 +38,8 @@ std::vector<fs::path> entries(const fs::path& folder, std::string_view beginning
   return found;
 }
 
-std::string program_of(const fs::path& proc, long process) {
-  std::ifstream file(proc / std::to_string(process) / "comm");
+std::string program_of(const fs::path& processes, long process) {
+  std::ifstream file(processes / std::to_string(process) / "comm");
   std::string name;
   std::getline(file, name);
   return name;
@@ -49,15 +49,15 @@ bool shares(const std::string& program) { return program == "pipewire" || progra
 
 }  // namespace
 
-std::vector<DeviceHolder> device_holders(const fs::path& proc) {
+std::vector<DeviceHolder> device_holders(const fs::path& cards, const fs::path& processes) {
   std::vector<DeviceHolder> holders;
-  for (const fs::path& card : entries(proc / "asound", "card")) {
+  for (const fs::path& card : entries(cards, "card")) {
     for (const fs::path& device : entries(card, "pcm")) {
       for (const fs::path& stream : entries(device, "sub")) {
         const auto thread = number_after(stream / "status", "owner_pid");
         if (!thread) continue;
-        const long process = number_after(proc / std::to_string(*thread) / "status", "Tgid:").value_or(*thread);
-        const std::string program = program_of(proc, process);
+        const long process = number_after(processes / std::to_string(*thread) / "status", "Tgid:").value_or(*thread);
+        const std::string program = program_of(processes, process);
         if (program.empty() || shares(program)) continue;
         holders.push_back({card.filename().string() + "/" + device.filename().string(), program, process});
       }

@@ -13,8 +13,9 @@ struct DeviceHolder {
   long process = 0;
 };
 
-/// Those but the audio server and its session manager, which share what they hold. `proc` is where the kernel tells of
-/// processes and sound cards; what can't be read there counts as nothing.
-std::vector<DeviceHolder> device_holders(const std::filesystem::path& proc = "/proc");
+/// Those but the audio server and its session manager, which share what they hold. The kernel tells of sound cards and
+/// of processes in these folders; what can't be read there counts as nothing.
+std::vector<DeviceHolder> device_holders(const std::filesystem::path& cards = "/proc/asound",
+                                         const std::filesystem::path& processes = "/proc");
 
 }  // namespace sonivo::tool

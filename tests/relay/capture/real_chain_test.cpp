@@ -166,6 +166,23 @@ TEST_F(RealChain, PlaysTheModelAndTheStrengthThatTheHostChooses) {
   expect_nothing_lost();
 }
 
+TEST_F(RealChain, PlaysAnotherStrengthFromTheNextStreamOnAndAnotherRowWithTheNextChoiceOfTheModel) {
+  const double as_it_is = level() / double{kRowGains[2]};
+  run_at_once(machine_, {[&] {
+                set_strength(0.0f);
+                relay_.SetAISpeechEnhanceModelNo(2);
+              }});
+  EXPECT_NEAR(level() / as_it_is, double{kRowGains[2]}, 0.05);
+  relay_.Stream(DataFlow::capture).RequestRestart();
+  EXPECT_NEAR(level() / as_it_is, 1.0, 0.05);
+  run_at_once(machine_, {[&] {
+                set_strength(1.0f);
+                relay_.UpdateAISpeechEnhanceSetAiModelState(true);
+                relay_.UpdateAISpeechEnhanceSetAiModelState(false);
+              }});
+  EXPECT_NEAR(level() / as_it_is, double{kRowGains[1]}, 0.05);
+}
+
 TEST_F(RealChain, LosesNoBlockWhileTheHostChangesEverything) {
   constexpr int kRounds = 80;
   run_at_once(machine_, {rounds(kRounds,

@@ -41,7 +41,7 @@ class NodeEndpoint final : public Endpoint {
   }
   Status activate_audio_client(std::unique_ptr<AudioClient>& client) override {
     const auto facts = graph_.find(id_);
-    if (!facts || !facts->present) return kDeviceInvalidated;
+    if (!facts || !facts->present || facts->has_failed) return kDeviceInvalidated;
     client = make_audio_client(connection_, graph_, pacer_, *facts);
     return kOk;
   }

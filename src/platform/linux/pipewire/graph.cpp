@@ -58,6 +58,7 @@ class Graph::Node final : public GraphNode {
 
  private:
   void told_properties(const spa_dict& properties) override { graph_.told_properties(*endpoint, properties); }
+  void told_failure(bool has_failed) override { graph_.told_failure(*endpoint, has_failed); }
   void told_volume(const NodeVolume& volume) override { graph_.told_volume(*endpoint, volume); }
 
   Graph& graph_;
@@ -206,6 +207,7 @@ void Graph::add_node(std::uint32_t id, const spa_dict& properties, DataFlow flow
     endpoint->facts.flow = flow;
     endpoint->facts.name = name_of(endpoint->facts, properties);
     endpoint->facts.present = true;
+    endpoint->facts.has_failed = false;
     endpoint->priority = number_of(properties, PW_KEY_PRIORITY_SESSION).value_or(0);
     endpoint->node_id = id;
   }
@@ -254,6 +256,17 @@ void Graph::told_properties(Endpoint& endpoint, const spa_dict& properties) {
   }
   callbacks_.notify(
       [id](IMMNotificationClient& client) { client.OnPropertyValueChanged(id, PKEY_Device_FriendlyName); });
+}
+
+/// The session manager keeps a device that has failed, as the default too. Its turns may never come again, and with
+/// them nobody would see that something else is wanted.
+void Graph::told_failure(Endpoint& endpoint, bool has_failed) {
+  {
+    std::scoped_lock lock(mutex_);
+    endpoint.facts.has_failed = has_failed;
+  }
+  if (!has_failed) return;
+  for (DepartureWatch* const watch : watches_) watch->departed(endpoint.facts.id);
 }
 
 // ---- Defaults

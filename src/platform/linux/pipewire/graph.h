@@ -29,10 +29,12 @@ struct EndpointFacts {
   std::string name;
   DataFlow flow = DataFlow::capture;
   bool present = false;
+  bool has_failed = false;  ///< and can't be opened until its owner has let it rest
   bool has_one_channel = false;
 };
 
-/// Whoever wants to know at once that an endpoint has gone. Called on the loop's thread, with the loop locked.
+/// Whoever wants to know at once that an endpoint has gone, or has failed. Called on the loop's thread, with the loop
+/// locked.
 class DepartureWatch {
  public:
   virtual void departed(const std::string& id) = 0;
@@ -98,6 +100,7 @@ class Graph final : private Registry::User {
   std::string default_there(DataFlow flow);
   void update_default(DataFlow flow);
   void told_properties(Endpoint& endpoint, const spa_dict& properties);
+  void told_failure(Endpoint& endpoint, bool has_failed);
   void told_volume(Endpoint& endpoint, const NodeVolume& volume);
   void tell_volume(Endpoint& endpoint, const NodeVolume& volume, const Guid& context);
   std::shared_ptr<Endpoint> known(const std::string& id) const;

@@ -48,6 +48,7 @@ const pw_node_events& GraphNode::node_events() {
 }
 
 void GraphNode::told_info(const pw_node_info& info) {
+  if ((info.change_mask & PW_NODE_CHANGE_MASK_STATE) != 0) told_failure(info.state == PW_NODE_STATE_ERROR);
   if ((info.change_mask & PW_NODE_CHANGE_MASK_PROPS) == 0 || info.props == nullptr) return;
   card_ = number_of(*info.props, PW_KEY_DEVICE_ID).value_or(SPA_ID_INVALID);
   if (const auto device = number_of(*info.props, "card.profile.device")) {

@@ -52,6 +52,8 @@ class GraphNode {
 
  protected:
   virtual void told_properties(const spa_dict& properties) = 0;
+  /// Whether it can't run, as when its device can't be opened.
+  virtual void told_failure(bool has_failed) = 0;
   /// Not while the owner may not know yet what was written.
   virtual void told_volume(const NodeVolume& volume) = 0;
 
