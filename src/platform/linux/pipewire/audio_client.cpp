@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint32_t kUsualRateHz = 48000;
 constexpr std::uint32_t kPlayedPeriodsPerSecond = 100;
-constexpr std::uint32_t kRecordedPeriodsPerSecond = 250;  // what is recorded waits for four of its periods
+constexpr std::uint32_t kRecordedPeriodsPerSecond = 200;  // what is recorded waits for four of its periods
 
 class CaptureService final : public AudioCaptureClient {
  public:

@@ -17,6 +17,10 @@ constexpr std::uint32_t kFeedback = 0x80000008;
 constexpr std::size_t kExpectedRequests = 16;
 constexpr std::size_t kPinFrames = 32768;      // four times the longest turn of the server
 constexpr std::uint32_t kLatePerSecond = 500;  // the pacer may be 2 ms late
+// Transfers that a late client finds ended when it comes: 15 ms of recording, which its ring has, or 20 ms of playing,
+// for which the endpoint has room at once.
+constexpr std::size_t kMostRecorded = 3;
+constexpr std::size_t kMostPlayed = 2;
 constexpr std::uint32_t kScratchFrames = 1024;
 constexpr std::chrono::milliseconds kFirstRenewal{100};
 constexpr std::chrono::milliseconds kSlowestRenewal{1600};
@@ -127,6 +131,7 @@ VirtualPin::VirtualPin(Connection& connection, Graph& graph, Pacer& pacer, DataF
       pacer_(pacer),
       way_(pacer.way(flow)),
       flow_(flow),
+      most_unanswered_(flow == DataFlow::capture ? kMostRecorded : kMostPlayed),
       format_(format),
       node_(pin_settings(flow, format), *this),
       to_graph_(format.nBlockAlign, kPinFrames, format.nSamplesPerSec, format.nSamplesPerSec / kLatePerSecond),
@@ -289,6 +294,7 @@ void VirtualPin::end_streaming() {
 void VirtualPin::end_all(std::vector<Request>& requests, Error error) {
   for (const Request& request : requests) complete(request, error, 0);
   requests.clear();
+  unanswered_ = 0;
   owed_ = 0;
 }
 
@@ -316,6 +322,7 @@ Error VirtualPin::transfer(Request request) {
   }
   begin(*request.overlapped);
   transfers_.push_back(request);
+  unanswered_ = 0;
   if (owed_ != 0) owed_ = pass_on(owed_);
   return error::kIoPending;
 }
@@ -350,14 +357,17 @@ FrameSlip::Moved VirtualPin::slip(std::span<const std::byte> input, std::span<st
 }
 
 void VirtualPin::record(std::uint32_t frames) {
-  const bool is_served = !transfers_.empty();
+  const bool was_served = is_served();
   const std::size_t left = pass_on(to_graph_.admitted(frames));
-  owed_ = is_served ? left : 0;
+  owed_ = was_served ? left : 0;
 }
+
+/// While the client comes late, the last of its transfers wait for it.
+bool VirtualPin::is_served() const { return !transfers_.empty() && unanswered_ < most_unanswered_; }
 
 /// Returns how many of the frames no transfer was left for.
 std::size_t VirtualPin::pass_on(std::size_t left) {
-  while (left != 0 && !transfers_.empty()) {
+  while (left != 0 && is_served()) {
     Request& front = transfers_.front();
     const auto moved =
         slip(front.input.subspan(front.done),
@@ -371,9 +381,9 @@ std::size_t VirtualPin::pass_on(std::size_t left) {
 }
 
 void VirtualPin::play(std::uint32_t frames) {
-  if (transfers_.empty()) return lose(from_graph_.drop(frames));
+  if (!is_served()) return lose(from_graph_.drop(frames));
   std::size_t left = frames;
-  while (left != 0 && !transfers_.empty()) {
+  while (left != 0 && is_served()) {
     Request& front = transfers_.front();
     const auto there = from_graph_.front();
     const auto moved =
@@ -384,12 +394,13 @@ void VirtualPin::play(std::uint32_t frames) {
     if (front.done == front.bytes()) finish_front();
     if (there.empty()) break;
   }
-  if (transfers_.empty()) lose(from_graph_.drop(left));
+  if (!is_served()) lose(from_graph_.drop(left));
 }
 
 void VirtualPin::finish_front() {
   const Request request = transfers_.front();
   transfers_.erase(transfers_.begin());
+  ++unanswered_;
   complete(request, error::kNone, request.bytes());
 }
 

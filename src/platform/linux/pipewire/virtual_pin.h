@@ -82,6 +82,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   void end_streaming();
   void end_all(std::vector<Request>& requests, Error error);
   void hand_out_format(const Request& request);
+  bool is_served() const;
   FrameSlip::Moved slip(std::span<const std::byte> input, std::span<std::byte> output);
   void lose(std::size_t frames);
   void record(std::uint32_t frames);
@@ -97,6 +98,7 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   Pacer& pacer_;
   SteadyDelay& way_;
   const DataFlow flow_;
+  const std::size_t most_unanswered_;
   const WAVEFORMATEXTENSIBLE format_;
   StreamNode node_;
   Playout to_graph_;      ///< of the microphone
@@ -116,8 +118,9 @@ class VirtualPin final : private Connection::User, private StreamHandler, privat
   std::vector<Handle*> handles_;
   std::vector<Request> waiting_;
   std::vector<Request> transfers_;
-  std::int32_t feedback_ = 0;  ///< as the way the slip is to go
-  std::size_t owed_ = 0;       ///< frames of the latest release for which the microphone's transfers were too few
+  std::int32_t feedback_ = 0;   ///< as the way the slip is to go
+  std::size_t unanswered_ = 0;  ///< transfers that have ended since the latest was made
+  std::size_t owed_ = 0;        ///< frames of the latest release for which the microphone's transfers were too few
 };
 
 }  // namespace sonivo::pipewire

@@ -53,14 +53,26 @@ TEST_F(SteadyDelayTest, WhatTheClientWantsComesFirstAndCounts) {
 
 TEST_F(SteadyDelayTest, WhereTheClientWantsMoreThanWasLostTheWayMovesForGood) {
   way.add(30);
+  way.pass(3 * kRate);
   EXPECT_EQ(slips(1, 50), 50);
   EXPECT_EQ(slips(0, 10), 0);
 }
 
 TEST_F(SteadyDelayTest, WhereTheClientWantsTheOppositeTheWayStaysAsItIs) {
   way.add(30);
+  way.pass(3 * kRate);
   EXPECT_EQ(slips(-1, 1), -1);
   EXPECT_EQ(slips(0, 10), 0);
+}
+
+TEST_F(SteadyDelayTest, WhatTheClientWantsInTheThreeSecondsAfterALossIsMadeUpForToo) {
+  way.add(30);
+  way.pass(3 * kRate - 1);
+  EXPECT_EQ(slips(-1, 20), -20);
+  EXPECT_EQ(slips(0, 1000), 50);
+  way.add(30);
+  EXPECT_EQ(slips(1, 50), 50);
+  EXPECT_EQ(slips(0, 1000), -20);
 }
 
 TEST_F(SteadyDelayTest, WhatIsLostInTheFirstTwoSecondsOfAStreamIsNotMadeUpFor) {

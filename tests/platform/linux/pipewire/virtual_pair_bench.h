@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -85,6 +86,13 @@ class VirtualPairTest : public PipeWireTest {
         due_ = (due_ + 1) % requests_.size();
       }
       return moved;
+    }
+    /// How many have ended since they went last.
+    std::size_t ended() {
+      std::uint32_t transferred = 0;
+      return static_cast<std::size_t>(std::count_if(requests_.begin(), requests_.end(), [&](Overlapped& request) {
+        return device_.result(request, transferred, false) == error::kNone;
+      }));
     }
     Error outcome = error::kNone;
 

@@ -229,6 +229,24 @@ TEST_F(VirtualPairTest, TransfersOfALongQuantumGoEvenly) {
   EXPECT_LE(close, 10);
 }
 
+TEST_F(VirtualPairTest, AClientThatComesLateFindsThreeRecordedTransfersEndedAndTwoPlayedOnes) {
+  const auto microphone = open(kMicPath), speaker = open(kSpeakerPath);
+  const auto recorder = server_->record(kVirtualMic, server_->folder() / "heard.wav");
+  const auto player = server_->play(kVirtualSpeaker, server_->folder().write("music.wav", counting_wav(60 * kRate)));
+  WAVEFORMATEXTENSIBLE format;
+  ASSERT_EQ(wait_stream(*microphone, format), error::kNone);
+  ASSERT_EQ(wait_stream(*speaker, format), error::kNone);
+  Transfers recorded(*microphone, true), played(*speaker, false);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(comes_true([&] { return recorded.ended() >= 3 && played.ended() >= 2; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(recorded.ended(), 3u);
+    EXPECT_EQ(played.ended(), 2u);
+    EXPECT_GE(recorded.move(kRate / 10).size(), kRate / 10);
+    EXPECT_GE(played.move(kRate / 10).size(), kRate / 10);
+  }
+}
+
 TEST_F(VirtualPairTest, TransfersEndWhenTheApplicationGoes) {
   const auto device = open(kMicPath);
   auto recorder = server_->record(kVirtualMic, server_->folder() / "heard.wav");
