@@ -18,7 +18,8 @@ namespace sonivo::test {
 namespace {
 
 constexpr long kStallMs = 300;
-constexpr std::chrono::seconds kSettled{15};
+constexpr std::chrono::seconds kSteady{5};
+constexpr std::chrono::seconds kSettled{60};
 constexpr std::chrono::seconds kSlippedBack{40};
 constexpr int kSlipping = kRate / 10 / 1000 + 3;
 constexpr int kSame = static_cast<int>(kRate / 500);
@@ -69,9 +70,14 @@ class PipeWireOverloadTest : public PipeWireRelayTest {
   /// Stalls the threads of the relay that this direction needs, one after the other. The streams slip back by a frame
   /// in a thousand.
   void expect_the_same_way_after_stalls(const std::string& relay_thread) {
-    std::this_thread::sleep_for(kSettled);
     std::optional<int> before;
-    ASSERT_TRUE(comes_true([&] { return (before = frames_behind()).has_value(); }));
+    const auto has_settled = [&] {
+      const auto earlier = frames_behind();
+      std::this_thread::sleep_for(kSteady);
+      before = frames_behind();
+      return earlier && before && std::abs(*before - *earlier) <= kSlipping;
+    };
+    ASSERT_TRUE(comes_true(has_settled, kSettled));
     const std::string unnamed = own_threads()[::getpid()];  // PipeWire's data thread is one of those
     for (const std::string& name : {relay_thread, std::string("audio pacer"), unnamed}) {
       auto threads = own_threads_called(name);
