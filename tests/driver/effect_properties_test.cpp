@@ -168,6 +168,21 @@ TEST_F(EffectPropertiesTest, MoreBytesThanAllTogetherMayHaveAreRefused) {
   EXPECT_EQ(set(address_of(FxHome::effect_store, count), 11, Bytes(1)), error::kNone);
 }
 
+TEST_F(EffectPropertiesTest, MoreValuesThanThereMayBeAreRefused) {
+  std::vector<std::string> lines;
+  for (std::size_t pid = 0; pid < control::kMaxFxValues; ++pid) {
+    lines.push_back("1 {654091d5-0ac4-4fc2-b6d4-c9e81f24816e} " + std::to_string(pid) + " 11 00 mic");
+  }
+  ASSERT_EQ(folder_->save("effect-properties", "sonivo effect properties 1", lines), error::kNone);
+  start();
+  const Bytes another = address_of(FxHome::effect_store, control::kMaxFxValues);
+  EXPECT_EQ(set(another, 11, {}), error::kDiskFull);
+  EXPECT_EQ(get(another), Bytes());
+  EXPECT_EQ(set(address_of(FxHome::effect_store, 0), 11, Bytes(2)), error::kNone) << "in place of the former value";
+  EXPECT_EQ(properties_->remove(address_of(FxHome::effect_store, 0)).error, error::kNone);
+  EXPECT_EQ(set(another, 11, {}), error::kNone);
+}
+
 TEST_F(EffectPropertiesTest, AChangeCountsForItsEndpoint) {
   ASSERT_EQ(set(address_of(), 11, {}), error::kNone);
   const std::uint64_t mic = properties_->latest_change(u"mic");
