@@ -290,6 +290,24 @@ class DriverProgram(unittest.TestCase):
         manager.close()
         listener.close()
 
+    def test_what_a_service_manager_hands_over_has_to_listen_for_packets(self):
+        os.mkdir(os.path.dirname(self.path), 0o700)
+        silent = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        stream = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        stream.bind(self.path)
+        stream.listen()
+        with open(os.devnull, "rb") as file:
+            for each in (silent, stream, file):
+                command = f'export LISTEN_PID=$$; exec "$0" 3<&{each.fileno()} --state "$1"'
+                run = subprocess.run(["bash", "-c", command, PROGRAM, self.state], capture_output=True, text=True,
+                                     env={**os.environ, "LISTEN_FDS": "1"}, pass_fds=(each.fileno(),), timeout=20)
+                self.assertEqual(run.returncode, 1)
+                self.assertEqual(run.stderr,
+                                 "error: what the service manager handed over is no listening socket for packets\n")
+                self.assertFalse(os.path.exists(self.state))
+        silent.close()
+        stream.close()
+
     def test_a_service_manager_that_watches_it_hears_of_it_until_it_hangs(self):
         manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.addCleanup(manager.close)

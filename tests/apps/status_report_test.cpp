@@ -252,6 +252,70 @@ TEST(Status, ShowsTheChainThatRunsAndTheOneThatTheGatesCallFor) {
               HasSubstr("\nchain             none now, ai by the gates\n"));
 }
 
+TEST(Status, ShowsGatesAndChainOfEachMachine) {
+  struct Case {
+    std::uint32_t generation_mic, function_mic;
+    const char* gates;
+    const char* chain;
+    json flags;
+  };
+  const auto flags = [](bool key_cancel, bool beamforming, bool ai_speech) {
+    return json({{"key_cancel", key_cancel},
+                 {"beamforming", beamforming},
+                 {"ai_speech", ai_speech},
+                 {"mode_threads", beamforming || ai_speech}});
+  };
+  for (const Case& expected : {Case{2, 1, "key cancel", "keycancel", flags(true, false, false)},
+                               Case{4, 2, "beamforming, mode threads", "beamforming", flags(false, true, false)},
+                               Case{5, 8, "AI speech, mode threads", "ai", flags(false, false, true)},
+                               Case{3, 1, "none", "none", flags(false, false, false)}}) {
+    json report = report_json();
+    report["generation_mic"] = expected.generation_mic;
+    report["function_mic"] = expected.function_mic;
+    report["chain"] = expected.chain;
+    const MachineStatus running = machine_status("s", {}, report.dump(), kFresh);
+    EXPECT_THAT(table_of(running), HasSubstr(std::string("\ngates             ") + expected.gates +
+                                             "\nchain             " + expected.chain + "\n"));
+    EXPECT_EQ(json_of(running)["gates"], expected.flags);
+
+    control::Store settings;
+    settings.set_number(control::GetGenerationMic, expected.generation_mic);
+    settings.set_number(control::GetFunctionMic, expected.function_mic);
+    const MachineStatus waiting = machine_status("s", settings, "", kNoReport);
+    EXPECT_THAT(table_of(waiting), HasSubstr(std::string("\ngates             ") + expected.gates +
+                                             "\nchain             " + expected.chain + ", once the service runs\n"));
+    EXPECT_EQ(json_of(waiting)["gates"], expected.flags);
+  }
+}
+
+TEST(Status, ShowsHowTheVirtualClockRuns) {
+  for (const auto& [feedback, words] :
+       {std::pair{-1, "slower"}, std::pair{0, "at its nominal rate"}, std::pair{1, "faster"}}) {
+    json report = report_json();
+    report["capture"]["feedback"] = feedback;
+    EXPECT_THAT(table_of(machine_status("s", {}, report.dump(), kFresh)),
+                HasSubstr(std::string("  ring fill       104.2 ms mean, 105.5 ms lowest; the virtual clock runs ") +
+                          words + "\n"));
+  }
+}
+
+TEST(Status, ShowsWhatDriverAndServiceSeeOtherwise) {
+  json report = report_json();
+  report["room_correction"] = false;
+  report["auto_mute"] = true;
+  control::Store settings;
+  EXPECT_THAT(table_of(machine_status("s", settings, report.dump(), kFresh)),
+              HasSubstr("\nmeeting mode      driver off, service 2\n"
+                        "headphones        driver off, service on\n"
+                        "auto mute         driver off, service on\n"));
+  settings.set_number(control::NSV_GET_LAUNCHED_MTG, 1);
+  settings.set_number(control::NSV_GET_ALL_SP_MTG, 1);
+  EXPECT_THAT(table_of(machine_status("s", settings, report.dump(), kFresh)), HasSubstr("\nmeeting mode      2\n"));
+  report["meeting_mode"] = 0;
+  EXPECT_THAT(table_of(machine_status("s", settings, report.dump(), kFresh)),
+              HasSubstr("\nmeeting mode      driver 2, service off\n"));
+}
+
 TEST(Status, ShowsPresentTroubleAndThatThereWasNone) {
   json report = report_json();
   report["trouble"] = "the driver is not connected";

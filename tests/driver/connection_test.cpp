@@ -15,11 +15,11 @@ namespace {
 /// One end of a connection whose other end reads nothing unless told to.
 class SlowlyReadConnection : public testing::Test {
  protected:
-  SlowlyReadConnection() {
+  explicit SlowlyReadConnection(const QueueLimits& limits = {.replies = 2}) {
     std::array<int, 2> ends{};
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
     other_ = Descriptor(ends[1]);
-    connection_.emplace(Descriptor(ends[0]), QueueLimits{.replies = 2});
+    connection_.emplace(Descriptor(ends[0]), limits);
   }
 
   bool send(Room room) {
@@ -65,6 +65,23 @@ TEST_F(SlowlyReadConnection, TakesNothingOnceTheOtherEndIsGone) {
   other_.close();
   EXPECT_FALSE(connection_->flush());
   EXPECT_TRUE(connection_->has_queued());
+}
+
+/// With room for two packets and a part of another.
+class ConnectionOfFewBytes : public SlowlyReadConnection {
+ protected:
+  ConnectionOfFewBytes() : SlowlyReadConnection({.replies = 1000, .bytes = 3 * (12 + 1044) - 1}) {}
+};
+
+TEST_F(ConnectionOfFewBytes, QueuesNoMoreThanThoseAndAsManyAgainOnceTheyAreSent) {
+  for (int round = 0; round < 2; ++round) {
+    fill();
+    read();
+    EXPECT_EQ(taken_ - read_, 2u) << "beyond what the socket held";
+    ASSERT_TRUE(connection_->flush());
+    EXPECT_FALSE(connection_->has_queued());
+    read();
+  }
 }
 
 }  // namespace

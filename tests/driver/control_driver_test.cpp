@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -299,7 +300,10 @@ TEST_F(ControlDriverTest, OnlyEventsBelowTheExitCanBeSent) {
     ASSERT_THAT(told, SizeIs(1)) << command;
     EXPECT_EQ(told[0].head.error, error::kInvalidParameter);
   }
-  EXPECT_EQ(ask(2, 1, control::NSV_SEND_EVENT, Bytes(8))[0].head.error, error::kInvalidParameter);
+  const Bytes sound = bytes_of(98u);
+  EXPECT_EQ(ask(2, 1, control::NSV_SEND_EVENT, Bytes(sound.begin(), sound.end() - 1))[0].head.error,
+            error::kInvalidParameter);
+  EXPECT_EQ(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(std::array{98u, 0u}))[0].head.error, error::kInvalidParameter);
   EXPECT_THAT(ask(2, 1, control::NSV_SEND_EVENT, bytes_of(98u)), SizeIs(2));
 }
 

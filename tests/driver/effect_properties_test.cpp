@@ -123,6 +123,8 @@ TEST_F(EffectPropertiesTest, TheOldStateAskedForAgainRepairsAFailureAtTheVeryLas
       EXPECT_FALSE(same.changed);
     }
     EXPECT_EQ(disk_.steps, all);
+    EXPECT_EQ(set(address_of(), 11, Bytes(1)), error::kNone);
+    EXPECT_EQ(disk_.steps, all) << "there is nothing left to repair";
     start();
     Bytes output(5);
     EXPECT_EQ(properties_->get(address_of(), output).transferred, 5u);
@@ -166,6 +168,32 @@ TEST_F(EffectPropertiesTest, MoreBytesThanAllTogetherMayHaveAreRefused) {
   EXPECT_EQ(set(address_of(FxHome::effect_store, count), 11, Bytes(1)), error::kDiskFull);
   EXPECT_EQ(properties_->remove(address_of(FxHome::effect_store, 0)).error, error::kNone);
   EXPECT_EQ(set(address_of(FxHome::effect_store, count), 11, Bytes(1)), error::kNone);
+  EXPECT_EQ(set(address_of(FxHome::effect_store, count + 1), 11, Bytes(1)), error::kNone);
+  EXPECT_EQ(set(address_of(FxHome::effect_store, count), 11, most), error::kDiskFull) << "in place of a smaller one";
+  EXPECT_EQ(get(address_of(FxHome::effect_store, count)), joined({}, 11, Bytes(1)));
+}
+
+TEST_F(EffectPropertiesTest, WhatChangesNothingWritesNothing) {
+  ASSERT_EQ(set(address_of(), 11, Bytes(1)), error::kNone);
+  disk_.steps = 0;
+  EXPECT_EQ(set(address_of(), 11, Bytes(1)), error::kNone);
+  EXPECT_EQ(properties_->remove(address_of(FxHome::user_store)).error, error::kNotFound);
+  EXPECT_EQ(disk_.steps, 0);
+}
+
+TEST_F(EffectPropertiesTest, MoreValuesThanThereMayBeAreRefused) {
+  std::vector<std::string> lines;
+  for (std::size_t pid = 0; pid < control::kMaxFxValues; ++pid) {
+    lines.push_back("1 {654091d5-0ac4-4fc2-b6d4-c9e81f24816e} " + std::to_string(pid) + " 11 00 mic");
+  }
+  ASSERT_EQ(folder_->save("effect-properties", "sonivo effect properties 1", lines), error::kNone);
+  start();
+  const Bytes another = address_of(FxHome::effect_store, control::kMaxFxValues);
+  EXPECT_EQ(set(another, 11, {}), error::kDiskFull);
+  EXPECT_EQ(get(another), Bytes());
+  EXPECT_EQ(set(address_of(FxHome::effect_store, 0), 11, Bytes(2)), error::kNone) << "in place of the former value";
+  EXPECT_EQ(properties_->remove(address_of(FxHome::effect_store, 0)).error, error::kNone);
+  EXPECT_EQ(set(another, 11, {}), error::kNone);
 }
 
 TEST_F(EffectPropertiesTest, AChangeCountsForItsEndpoint) {
@@ -193,6 +221,20 @@ TEST_F(EffectPropertiesTest, NoChangeIsMissedAmongManyEndpoints) {
   }
 }
 
+TEST_F(EffectPropertiesTest, AmongMoreEndpointsThanAreToldApartAChangeCountsForAll) {
+  const auto change_first = [&](int count) {
+    for (int i = 0; i < count; ++i) {
+      const std::u16string endpoint = u"mic" + std::u16string(1, static_cast<char16_t>(u'a' + i));
+      ASSERT_EQ(set(address_of(FxHome::effect_store, 1, endpoint), 11, {}), error::kNone);
+    }
+  };
+  const std::uint64_t before = properties_->latest_change(u"other");
+  change_first(256);
+  EXPECT_EQ(properties_->latest_change(u"other"), before);
+  change_first(257);
+  EXPECT_NE(properties_->latest_change(u"other"), before);
+}
+
 TEST_F(EffectPropertiesTest, AnEndpointIsFoundByIdAndByGuid) {
   FxAddress address{.home = FxHome::device_properties,
                     .pid = control::kEndpointGuidKey.pid,
@@ -202,6 +244,10 @@ TEST_F(EffectPropertiesTest, AnEndpointIsFoundByIdAndByGuid) {
   EXPECT_EQ(properties_->find_endpoint(u"mic"), u"mic");
   EXPECT_EQ(properties_->find_endpoint(u"{a}"), u"mic");
   EXPECT_EQ(properties_->find_endpoint(u"{b}"), std::nullopt);
+  ASSERT_EQ(set(address_of(), control::kTypeText, {std::byte{'{'}, std::byte{'b'}, std::byte{'}'}}), error::kNone);
+  EXPECT_EQ(properties_->find_endpoint(u"{b}"), std::nullopt) << "some other text";
+  ASSERT_EQ(set(test::bytes_of(address), control::kTypeBlob, {std::byte{'{'}, std::byte{'b'}, std::byte{'}'}}), 0u);
+  EXPECT_EQ(properties_->find_endpoint(u"{b}"), std::nullopt) << "no text";
   EXPECT_EQ(properties_->find_endpoint(u""), std::nullopt);
 }
 

@@ -150,6 +150,42 @@ TEST_F(EventChannelTest, AnEventThatIsGivenBackGoesToARequestThatWaits) {
   EXPECT_THAT(taken(), ElementsAre(Pair(10u, 12u), Pair(11u, 12u)));
 }
 
+TEST_F(EventChannelTest, AnEventThatAnOnlookerGivesBackGoesToItsRequestThatWaits) {
+  channel_.wait_as_onlooker({1, 10});
+  channel_.wait_as_onlooker({1, 11});
+  channel_.wait_as_onlooker({2, 20});
+  channel_.send(12);
+  channel_.give_back({1, 10});
+  EXPECT_THAT(taken(), ElementsAre(Pair(10u, 12u), Pair(20u, 12u), Pair(11u, 12u)));
+}
+
+TEST_F(EventChannelTest, AnEventCanBeGivenBackWhoeverElseHasGoneMeanwhile) {
+  channel_.wait_as_service({1, 10});
+  channel_.wait_as_service({2, 20});
+  channel_.send(12);
+  channel_.send(13);
+  taken();
+  channel_.drop(ClientId{2});
+  channel_.give_back({2, 20});
+  channel_.give_back({1, 10});
+  channel_.wait_as_service({1, 11});
+  channel_.wait_as_service({1, 12});
+  EXPECT_THAT(taken(), ElementsAre(Pair(11u, 12u))) << "what the one who went got is gone";
+}
+
+TEST_F(EventChannelTest, WhatTheLatestSixtyFourGotCanBeGivenBack) {
+  for (std::uint32_t i = 0; i < 65; ++i) {
+    channel_.wait_as_service({1, i});
+    channel_.send(100 + i);
+  }
+  taken();
+  channel_.give_back({1, 0});
+  channel_.wait_as_service({1, 1000});
+  EXPECT_THAT(taken(), IsEmpty()) << "64 later ones have been answered";
+  channel_.give_back({1, 1});
+  EXPECT_THAT(taken(), ElementsAre(Pair(1000u, 101u)));
+}
+
 TEST_F(EventChannelTest, OfSixtyFourEventsThatWaitTheOneGivenBackIsTheOldestAndLost) {
   channel_.wait_as_service({1, 10});
   for (std::uint32_t command = 1; command <= 65; ++command) channel_.send(command);

@@ -142,6 +142,13 @@ TEST_F(KeptSettings, AChangeIsOnTheDiskWhenItIsAnswered) {
   EXPECT_THAT(folder_->load("settings", "sonivo settings 1"), testing::Contains("function 2"));
 }
 
+TEST_F(KeptSettings, AValueThatIsSetBackIsOnTheDiskToo) {
+  for (const std::uint32_t value : {3u, 0u}) {
+    ASSERT_EQ(set(control::SetFunction, value).error, error::kNone);
+    EXPECT_THAT(folder_->load("settings", "sonivo settings 1"), testing::Contains("function " + std::to_string(value)));
+  }
+}
+
 TEST_F(KeptSettings, WhatChangesNothingThatIsKeptWritesNothing) {
   disk_.steps = 0;
   EXPECT_EQ(set(control::SetHeadphone, 1).error, error::kNone);
@@ -168,6 +175,17 @@ TEST_F(KeptSettings, AChangeThatCanNotBeWrittenFailsAndTheValueStays) {
   EXPECT_EQ(set(control::SetAutoMuteMTG, 1).event, control::NSVDRV_CMD_AUTOMUTE_ON);
   start();
   EXPECT_EQ(number(control::NSV_GET_AUTO_MUTE_MTG), 1u);
+}
+
+TEST_F(KeptSettings, AChangeThatCanNotBeWrittenLeavesWhatAnEarlierDriverKept) {
+  ASSERT_EQ(set(control::SetFunction, 2).error, error::kNone);
+  ASSERT_EQ(set_text(control::SetCaptureEndpointId, u"mic").error, error::kNone);
+  start();
+  disk_.steps = 0;
+  disk_.fail_at = 1;
+  ASSERT_EQ(set(control::SetAutoMuteMTG, 1).error, error::kDiskFull);
+  EXPECT_EQ(number(control::GetFunction), 2u);
+  EXPECT_EQ(text(control::GetCaptureEndpointId), test::wire_text(u"mic"));
 }
 
 TEST_F(KeptSettings, AFailureAtTheVeryLastStepIsRepairedByTheNextChange) {
@@ -207,6 +225,8 @@ TEST_F(KeptSettings, SettingTheOldValueAgainRepairsAFailureAtTheVeryLastStep) {
   EXPECT_EQ(same.error, error::kNone);
   EXPECT_FALSE(same.changed);
   EXPECT_EQ(disk_.steps, all);
+  EXPECT_EQ(set(control::SetFunction, 3).error, error::kNone);
+  EXPECT_EQ(disk_.steps, all) << "there is nothing left to repair";
   start();
   EXPECT_EQ(number(control::GetFunction), 3u);
 }
@@ -243,6 +263,17 @@ TEST_F(KeptSettings, AFileThatMeansNothingIsSetAsideWhole) {
     EXPECT_TRUE(std::filesystem::exists(home_ / "state/settings.damaged")) << line;
     EXPECT_FALSE(std::filesystem::exists(home_ / "state/settings")) << line;
   }
+}
+
+TEST_F(KeptSettings, OfAFileThatIsSetAsideNothingIsKept) {
+  write_file({"unknown 1", "function x", "generation 5", "unknown 2"});
+  start();
+  EXPECT_EQ(number(control::GetSonivoDrvGeneration), 8u) << "after the line that means nothing";
+  EXPECT_EQ(log_.size(), 1u);
+  ASSERT_EQ(set(control::SetFunction, 2).error, error::kNone);
+  const auto lines = folder_->load("settings", "sonivo settings 1");
+  EXPECT_THAT(lines, testing::Contains("function 2"));
+  EXPECT_THAT(lines, testing::Not(testing::Contains(testing::StartsWith("unknown"))));
 }
 
 TEST_F(KeptSettings, ATextOfMoreThanTheWireHoldsIsDamage) {

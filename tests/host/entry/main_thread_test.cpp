@@ -291,6 +291,21 @@ TEST(MainThreadEvents, AutoMuteOffUnmutesTheMicrophone) {
   EXPECT_FALSE(bench.machine.endpoint(sim::kMicArray).volume().muted());
 }
 
+TEST(MainThreadEvents, AutoMuteCommandsTakeEachOtherValueForNeither) {
+  MainThreadBench bench;
+  bench.open();
+  bench.start_thread();
+  bench.host->m_dwAutoMute = 2;
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_ON);
+  EXPECT_EQ(bench.host->m_dwAutoMute, 1u);
+  bench.host->m_dwAutoMute = 2;
+  bench.machine.endpoint(sim::kMicArray).volume().set_mute(true);
+  bench.send(c::NSVDRV_CMD_AUTOMUTE_OFF);
+  EXPECT_EQ(bench.host->m_dwAutoMute, 0u);
+  EXPECT_EQ(bench.machine.script().count(sim::Step::window_hide), 1u);
+  EXPECT_FALSE(bench.machine.endpoint(sim::kMicArray).volume().muted());
+}
+
 TEST(MainThreadEvents, MonitorWakeNudgesThePointerOnlyWhileTheDisplayIsOff) {
   MainThreadBench bench;
   bench.open();
