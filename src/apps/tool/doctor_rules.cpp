@@ -263,7 +263,7 @@ class Examination {
     }
     if (facts_.has_chain_parameters) {
       add(Kind::good, "chain", "The parameters of the chain " + name + " are kept with a microphone of this machine.");
-    } else if (facts_.audio.answers) {
+    } else if (!real_nodes(DataFlow::capture).empty()) {  // without one, that is what is wrong
       add(Kind::trouble, "chain", "No microphone of this machine has the parameters of the chain " + name + ".",
           "Store them: sonivo setup.");
     }
