@@ -347,6 +347,10 @@ TEST(DoctorRules, ASessionWithoutAudio) {
   EXPECT_EQ(
       the_trouble(facts),
       "session: Nobody is signed in as this user, so that no audio passes. | Sign in at the machine's own screen.");
+  facts.is_root = true;
+  EXPECT_EQ(the_trouble(facts),
+            "session: Nobody is signed in as this user, so that no audio passes. | Run this as the user of the "
+            "desktop, without sudo.");
   facts.session = {};  // without logind there is one session
   EXPECT_TRUE(is_well(findings(facts)));
 }
