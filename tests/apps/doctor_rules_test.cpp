@@ -276,6 +276,16 @@ TEST(DoctorRules, AChainWithoutParameters) {
             "setup.");
 }
 
+TEST(DoctorRules, WhereThereIsNoMicrophoneNobodyIsSentToStoreParameters) {
+  MachineFacts facts = well();
+  facts.audio.has_session_manager = false;
+  facts.audio.endpoints = {facts.audio.endpoints[2], facts.audio.endpoints[3]};
+  facts.has_chain_parameters = false;
+  EXPECT_EQ(the_trouble(facts),
+            "session-manager: PipeWire has no session manager, so that nobody connects programs with devices. | Start "
+            "one: systemctl --user start wireplumber.");
+}
+
 TEST(DoctorRules, AMachineWithoutAChainIsWellAndIsToldOfSetup) {
   MachineFacts facts = well();
   facts.chain = Chain::none;
@@ -337,6 +347,10 @@ TEST(DoctorRules, ASessionWithoutAudio) {
   EXPECT_EQ(
       the_trouble(facts),
       "session: Nobody is signed in as this user, so that no audio passes. | Sign in at the machine's own screen.");
+  facts.is_root = true;
+  EXPECT_EQ(the_trouble(facts),
+            "session: Nobody is signed in as this user, so that no audio passes. | Run this as the user of the "
+            "desktop, without sudo.");
   facts.session = {};  // without logind there is one session
   EXPECT_TRUE(is_well(findings(facts)));
 }

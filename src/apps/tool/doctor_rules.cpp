@@ -72,7 +72,8 @@ class Examination {
     if (!facts_.session.logind) return;  // a machine without it has one session
     if (facts_.session.id.empty()) {
       add(Kind::trouble, "session", "Nobody is signed in as this user, so that no audio passes.",
-          "Sign in at the machine's own screen.");
+          facts_.is_root ? "Run this as the user of the desktop, without sudo."
+                         : "Sign in at the machine's own screen.");
     } else if (!facts_.session.active) {
       add(Kind::trouble, "session",
           "Another session has the machine's screen, so that audio that is interrupted here does not come back.",
@@ -263,7 +264,7 @@ class Examination {
     }
     if (facts_.has_chain_parameters) {
       add(Kind::good, "chain", "The parameters of the chain " + name + " are kept with a microphone of this machine.");
-    } else if (facts_.audio.answers) {
+    } else if (!real_nodes(DataFlow::capture).empty()) {  // without one, that is what is wrong
       add(Kind::trouble, "chain", "No microphone of this machine has the parameters of the chain " + name + ".",
           "Store them: sonivo setup.");
     }

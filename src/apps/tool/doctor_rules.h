@@ -19,6 +19,7 @@ struct MachineFacts {
   pipewire::ServerSurvey audio;
   std::vector<DeviceHolder> holders;
   linux::SessionState session;
+  bool is_root = false;
   bool real_time = false;         ///< is granted to this user
   std::string real_time_refusal;  ///< else why, in the words of who schedules; empty: there is nobody who does
 

@@ -1,5 +1,7 @@
 #include "apps/tool/machine_facts.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
@@ -78,6 +80,7 @@ MachineFacts gather_facts(const std::string& socket) {
   facts.audio = pipewire::survey_server(names, kServerPatienceMs);
   facts.holders = device_holders();
   facts.session = session_state();
+  facts.is_root = ::geteuid() == 0;
   ask_for_real_time(facts);
   try {
     ask_driver(socket, facts);
