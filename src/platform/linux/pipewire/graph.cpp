@@ -86,6 +86,11 @@ void Graph::wait_until_known(std::uint32_t limit_ms) {
                           [&, before = losses_] { return known_ || losses_ != before; });
 }
 
+void Graph::wait_for_default(DataFlow flow, std::uint32_t limit_ms) {
+  std::unique_lock lock(mutex_);
+  known_changed_.wait_for(lock, std::chrono::milliseconds(limit_ms), [&] { return !default_ids_[flow].empty(); });
+}
+
 std::vector<EndpointFacts> Graph::endpoints(DataFlow flow) const {
   std::scoped_lock lock(mutex_);
   std::vector<EndpointFacts> all;
@@ -302,6 +307,7 @@ void Graph::update_default(DataFlow flow) {
     id = default_there(flow);
     if (std::exchange(default_ids_[flow], id) == id) return;
   }
+  known_changed_.notify_all();
   for (const Role role : {Role::console, Role::multimedia, Role::communications}) {
     callbacks_.notify(
         [flow, role, id](IMMNotificationClient& client) { client.OnDefaultDeviceChanged(flow, role, id); });

@@ -53,6 +53,8 @@ class Graph final : private Registry::User {
 
   /// Waits until the server's endpoints and defaults are known, or there is no server, or the time is up.
   void wait_until_known(std::uint32_t limit_ms);
+  /// Waits until there is a default of that flow, or the time is up.
+  void wait_for_default(DataFlow flow, std::uint32_t limit_ms);
 
   std::vector<EndpointFacts> endpoints(DataFlow flow) const;
   std::optional<EndpointFacts> find(const std::string& id) const;
@@ -119,7 +121,7 @@ class Graph final : private Registry::User {
   std::map<std::string, OwnNode*> own_nodes_;
 
   mutable std::mutex mutex_;
-  std::condition_variable known_changed_;
+  std::condition_variable known_changed_;  ///< and the defaults
   bool known_ = false;
   std::uint64_t losses_ = 0;                          ///< of the server, so far
   std::vector<std::shared_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance
