@@ -61,5 +61,24 @@ TEST_F(LateDevicesTest, SettingsStayAndGoOnReachingTheChainAfterTheDriverWasKill
   expect_heard("keyboard-cancel", "on");
 }
 
+TEST_F(LateDevicesTest, SettingsStayWhenTheSessionManagerAndTheServerWereKilled) {
+  ASSERT_EQ(sonivo({"setup", "--chain", "beamforming"}).code, 0);
+  start_service();
+  for (const bool with_server : {false, true}) {
+    {
+      const auto recorder = record_with("beamforming");
+      if (with_server) server_->kill_server();
+      server_->kill_manager();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    if (with_server) server_->start_server();
+    server_->start_manager();
+    wait_for_defaults();
+    ASSERT_TRUE(comes_true([&] { return !server_->state_of(kVirtualMic).empty(); }));
+    const auto recorder = record_with("beamforming");
+    EXPECT_EQ(sonivo({"settings", "get", "beamforming"}).text, "on\n") << with_server;
+  }
+}
+
 }  // namespace
 }  // namespace sonivo::test
