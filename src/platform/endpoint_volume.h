@@ -9,7 +9,7 @@ namespace sonivo {
 struct AUDIO_VOLUME_NOTIFICATION_DATA {
   Guid guidEventContext;  ///< of the caller who made the change; all zero when it gave none
   bool bMuted = false;
-  float fMasterVolume = 0.0f;  ///< scalar, 0 to 1
+  float fMasterVolume = 0.0f;  ///< scalar, as level_scalar()
 };
 
 class IAudioEndpointVolumeCallback : public IUnknown {
@@ -27,6 +27,7 @@ class EndpointVolume {
   virtual ~EndpointVolume() = default;
   virtual Status mute(bool& muted) = 0;
   virtual Status set_mute(bool muted, const Guid* context) = 0;
+  /// From 0 to 1, the full level; above it where a machine amplifies further.
   virtual Status level_scalar(float& level) = 0;
   virtual Status set_level_scalar(float level, const Guid* context) = 0;
   virtual Status register_callback(IAudioEndpointVolumeCallback* callback) = 0;

@@ -29,6 +29,7 @@ Status CPhysicalDevice::SetEndpoint(const std::string& id) {
 
 void CPhysicalDevice::MarkOpen() {
   const std::lock_guard lock(m_cs);
+  if (!m_pDevice) changeMMDevice();
   m_state = kOpen;
 }
 

@@ -22,6 +22,7 @@ class CPhysicalDevice {
 
   /// Wants the endpoint with this id, or none when it is empty. Answers the status of the change, or kOk when it waits.
   Status SetEndpoint(const std::string& id);
+  /// Looks again for an endpoint that wasn't there when it was wanted.
   void MarkOpen();
   /// Marks the device closed and applies a waiting change.
   void ClearState();

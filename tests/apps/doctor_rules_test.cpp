@@ -23,6 +23,7 @@ MachineFacts well() {
                                {"spk", "Speakers", DataFlow::render, false, ""},
                                {"relay.mic", "Norvell Audio Relay", DataFlow::capture, false, ""},
                                {"relay.spk", "Norvell Audio Relay", DataFlow::render, false, ""}},
+                 .streams = {},
                  .default_microphone = "mic",
                  .default_speaker = "spk"};
   facts.session = {.logind = true, .id = "2", .active = true};
@@ -159,6 +160,29 @@ TEST(DoctorRules, AMuteOfEachDeviceInTheWay) {
     EXPECT_EQ(the_trouble(facts), "mute: The " + device + " '" + facts.audio.endpoints[i].name +
                                       "' is muted. | Unmute it in the sound settings of the desktop.");
   }
+}
+
+TEST(DoctorRules, ADeviceThatIsTurnedDownToNothing) {
+  for (std::size_t i = 0; i < 4; ++i) {
+    MachineFacts facts = well();
+    facts.audio.endpoints[i].is_at_zero = true;
+    const std::string device = i % 2 == 0 ? "microphone" : "speaker";
+    EXPECT_EQ(the_trouble(facts), "mute: The " + device + " '" + facts.audio.endpoints[i].name +
+                                      "' is turned down to 0. | Turn it up in the sound settings of the desktop.");
+  }
+}
+
+TEST(DoctorRules, AStreamOfTheServicesThatIsMutedOrTurnedDownToNothing) {
+  constexpr const char* kAdvice =
+      " | Change that in a mixer that lists applications, such as pavucontrol, or restart the service: systemctl "
+      "--user "
+      "restart NorvellSonivoService.";
+  MachineFacts facts = well();
+  facts.audio.streams = {{"Sonivo microphone", false, false}, {"Sonivo speaker", true, true}};
+  EXPECT_EQ(the_trouble(facts), std::string("mute: The service's own stream 'Sonivo speaker' is muted.") + kAdvice);
+  facts.audio.streams = {{"Sonivo microphone", false, true}};
+  EXPECT_EQ(the_trouble(facts),
+            std::string("mute: The service's own stream 'Sonivo microphone' is turned down to 0.") + kAdvice);
 }
 
 TEST(DoctorRules, BehindADefaultThatIsTheVirtualOneItselfTheDeviceOfTheServiceIsLookedAt) {

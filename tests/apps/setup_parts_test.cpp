@@ -70,6 +70,35 @@ TEST(Microphones, AnExternalArrayIsNotTheNotebooks) {
   EXPECT_FALSE(is_microphone_array(kAnalog));
 }
 
+TEST(Microphones, TheInstalledTableKnowsThoseOfNotebooksInTheLanguageOfAnyDesktop) {
+  pipewire::FriendlyNames names;
+  ASSERT_EQ(names.add_file(std::string(SONIVO_SHARE_FOLDER) + "/microphones"), "");
+  const auto kind = [&](const char* description, const std::string& node) -> std::string {
+    const Microphone microphone{node, names.name_of(description, node), false};
+    if (!IsBuiltInMicrophone(microphone.name)) return "external";
+    return is_microphone_array(microphone)                           ? "array"
+           : microphone.name.find("内蔵マイク") != std::string::npos ? "single"
+                                                                     : "";
+  };
+  const std::string intel = "alsa_input.pci-0000_00_1f.3";
+  for (const char* const built_in : {"Built-in Audio", "Internes Audio", "Audio interne", "内部オーディオ"}) {
+    EXPECT_EQ(kind(built_in, intel + ".analog-stereo"), "single") << built_in;
+    EXPECT_EQ(kind(built_in, "alsa_input.pci-0000_00_1b.0.analog-stereo"), "single") << built_in;
+    EXPECT_EQ(kind(built_in, "alsa_input.pci-0000_04_00.6.analog-stereo"), "single") << built_in;
+    EXPECT_EQ(kind(built_in, intel + "-platform-skl_hda_dsp_generic.HiFi__hw_sofhdadsp_6__source"), "array")
+        << built_in;
+    EXPECT_EQ(kind(built_in, "alsa_input.pci-0000_04_00.5-platform-acp_pdm_mach.0.stereo-fallback"), "array")
+        << built_in;
+  }
+  EXPECT_EQ(kind("Smart Sound Technology Audio Controller Digital Microphone", intel + ".HiFi__source"), "array");
+  EXPECT_EQ(kind("Internal Microphone", "other"), "single");
+  EXPECT_EQ(kind("Headset Mono Microphone", intel + "-platform-skl_hda_dsp_generic.HiFi__hw_sofhdadsp__source"),
+            "external");
+  EXPECT_EQ(kind("HD Pro Webcam C920 Analog Stereo", "alsa_input.usb-046d_HD_Pro_Webcam_C920-02.analog-stereo"),
+            "external");
+  EXPECT_EQ(kind("Headset", "bluez_input.00_16_94_3E_00.6"), "external");
+}
+
 TEST(Microphones, OneIsCalledByItsIdItsNameOrAPartThatNoOtherHas) {
   const std::vector all{kWebcam, kHeadset, {"usb", "All of usb", false}};
   EXPECT_EQ(microphone_called("usb.cam", all).id, "usb.cam");

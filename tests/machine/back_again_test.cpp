@@ -107,6 +107,15 @@ TEST_F(BackAgainTest, AfterAPinnedMicrophoneHasReturned) {
   expect_headset_back("the pinned microphone that returned");
 }
 
+// As of a session that begins before its headset is there.
+TEST_F(BackAgainTest, APinnedMicrophoneThatComesAfterTheServiceIsHeard) {
+  ASSERT_EQ(sonivo({"settings", "set", "capture-endpoint", "usb.headset"}).code, 0);
+  start_service();
+  const auto recorder = record(kHeard);
+  ASSERT_TRUE(comes_true([&] { return status().has("\"trouble\": \"the microphone"); })) << status().text;
+  expect_headset_back("a pinned microphone that comes late");
+}
+
 /// With devices that are those of the session manager, as a sound card's are.
 class BackAgainWithTheManagerTest : public BackAgainTest {
  protected:

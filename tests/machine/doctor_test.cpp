@@ -1,6 +1,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -78,8 +79,10 @@ TEST_F(DoctorTest, AWholeMachineIsWell) {
 }
 
 TEST_F(DoctorTest, AFreshMachineIsToldOfItsServiceAndOfSetup) {
-  EXPECT_EQ(troubles(), (std::vector<std::string>{"The service does not run. Start it: systemctl --user start "
-                                                  "NorvellSonivoService."}));
+  EXPECT_TRUE(
+      sonivo({"doctor"}).has("hint     The driver has just started, and no service has connected with it yet. "));
+  EXPECT_TRUE(has_trouble("The service does not run. Start it: systemctl --user start NorvellSonivoService."));
+  EXPECT_EQ(troubles().size(), 1u);
   EXPECT_TRUE(sonivo({"doctor"})
                   .has("hint     This machine has no chain: the microphone passes as it is. Give it one: "
                        "sonivo setup.\n"));
@@ -119,6 +122,47 @@ TEST_F(DoctorTest, ADriverThatIsAbsentOrHangsIsTold) {
 TEST_F(DoctorTest, AMutedMicrophoneIsTold) {
   server_->run({"pw-cli", "set-param", "notebook.microphone", "Props", "{ mute: true }"});
   EXPECT_TRUE(has_trouble(std::string("The microphone '") + kNotebookMicrophone + "' is muted. Unmute it"));
+}
+
+TEST_F(DoctorTest, AMicrophoneThatIsTurnedDownToNothingIsTold) {
+  server_->run({"pw-cli", "set-param", "notebook.microphone", "Props", "{ channelVolumes: [ 0.0, 0.0 ] }"});
+  EXPECT_TRUE(has_trouble(std::string("The microphone '") + kNotebookMicrophone + "' is turned down to 0. Turn it up"));
+}
+
+TEST_F(DoctorTest, AMutedStreamOfTheServiceIsTold) {
+  start_whole_machine();
+  const auto recorder = server_->record(kVirtualMic, folder("heard.wav"));
+  ASSERT_TRUE(comes_true([&] { return server_->state_of("sonivo.microphone") == "running"; }));
+  EXPECT_EQ(troubles(), std::vector<std::string>());
+  server_->run({"pw-cli", "set-param", "sonivo.microphone", "Props", "{ mute: true }"});
+  EXPECT_TRUE(has_trouble("The service's own stream 'Sonivo microphone' is muted. Change that in a mixer"));
+}
+
+TEST_F(DoctorTest, RealTimeThatIsRefusedIsTold) {
+  std::string refuse = "prlimit --rtprio=0";
+  if (::geteuid() == 0) refuse += " setpriv --bounding-set -sys_nice --inh-caps -sys_nice";
+  const std::string told = server_->run(
+      {"sh", "-c", "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/none " + refuse + " \"$0\" doctor", SONIVO_PROGRAM});
+  EXPECT_NE(told.find("trouble  Real-time scheduling is refused to this user, so that audio may stutter under load. "),
+            told.npos)
+      << told;
+}
+
+TEST_F(DoctorTest, FilesAndModelsThatAreMissingAreTold) {
+  ASSERT_EQ(sonivo({"setup", "--chain", "ai"}).code, 0);
+  std::filesystem::create_directory(folder("bin"));
+  std::filesystem::copy_file(SONIVO_PROGRAM, folder("bin/sonivo"));
+  const std::string told = server_->run({folder("bin/sonivo"), "doctor"});
+  EXPECT_NE(told.find("trouble  The model of the chain ai is missing: '" +
+                      folder("share/sonivo/models/model_se_streaming_RTF0.10_v2.bin") + "'. Install"),
+            told.npos)
+      << told;
+  for (const char* const file : {"keycancel", "beamforming"}) {
+    EXPECT_NE(told.find("trouble  A file that belongs to the program is missing: '" +
+                        folder(std::string("share/sonivo/par/") + file + ".bin") + "'. Install"),
+              told.npos)
+        << told;
+  }
 }
 
 TEST_F(DoctorTest, AMicrophoneThatWasChosenAndIsGoneIsTold) {

@@ -24,7 +24,8 @@ class OwnMachine {
     pipewire::FriendlyNames names = {};
     linux::LinuxOptions system = {};
   };
-  /// Throws std::runtime_error, with a sentence, when the audio client or its thread can't be set up.
+  /// Waits for the session's microphone, five seconds at most. Throws std::runtime_error, with a sentence, when the
+  /// audio client or its thread can't be set up.
   explicit OwnMachine(Options options);
 
   Machine seams() { return machine_.seams(); }

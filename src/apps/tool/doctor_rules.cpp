@@ -14,6 +14,7 @@ using Kind = Finding::Kind;
 using pipewire::SurveyedEndpoint;
 
 constexpr const char* kUnmute = "Unmute it in the sound settings of the desktop.";
+constexpr const char* kTurnUp = "Turn it up in the sound settings of the desktop.";
 constexpr const char* kRestartService = "Restart it: systemctl --user restart NorvellSonivoService.";
 constexpr const char* kInstallAgain = "Install the program again.";
 
@@ -108,6 +109,7 @@ class Examination {
       look_at_device(each);
       look_for_own_mute(each);
     }
+    look_at_streams();
   }
 
   const SurveyedEndpoint* find(DataFlow flow, const std::string& id) const {
@@ -175,18 +177,31 @@ class Examination {
                  "End other programs that use it past PipeWire, or unplug it and plug it in again.");
     }
     add(Kind::good, direction.device, "The " + device + " is " + quoted(used.name) + ".");
-    if (used.muted) add_mute(direction, used);
+    add_mute(direction, used);
   }
 
   void look_for_own_mute(const Direction& direction) {
     for (const SurveyedEndpoint& each : facts_.audio.endpoints) {
-      if (each.flow == direction.flow && each.muted && is_own(each)) add_mute(direction, each);
+      if (each.flow == direction.flow && is_own(each)) add_mute(direction, each);
     }
   }
 
+  /// Where there is one.
   void add_mute(const Direction& direction, const SurveyedEndpoint& endpoint) {
-    add(Kind::trouble, "mute", "The " + std::string(direction.device) + " " + quoted(endpoint.name) + " is muted.",
-        kUnmute);
+    const std::string its = "The " + std::string(direction.device) + " " + quoted(endpoint.name);
+    if (endpoint.muted) add(Kind::trouble, "mute", its + " is muted.", kUnmute);
+    if (endpoint.is_at_zero) add(Kind::trouble, "mute", its + " is turned down to 0.", kTurnUp);
+  }
+
+  void look_at_streams() {
+    for (const pipewire::SurveyedStream& each : facts_.audio.streams) {
+      if (!each.muted && !each.is_at_zero) continue;
+      add(Kind::trouble, "mute",
+          "The service's own stream " + quoted(each.name) + (each.muted ? " is muted." : " is turned down to 0."),
+          "Change that in a mixer that lists applications, such as pavucontrol, or restart the service: systemctl "
+          "--user "
+          "restart NorvellSonivoService.");
+    }
   }
 
   void look_at_holders() {

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "base/text.h"
 #include "platform/fx_requests.h"
+#include "platform/linux/fx_watch.h"
 
 namespace sonivo::linux {
 namespace {
@@ -81,69 +81,7 @@ class ControlPolicy final : public PolicyConfig {
   std::shared_ptr<Device> device_;
 };
 
-/// Sets the event of the one who armed a watch; the request that starts leaves that event as it is.
-class ArmedEvent final : public Event {
- public:
-  void set() override {
-    const std::scoped_lock lock(mutex_);
-    if (target_ != nullptr) std::exchange(target_, nullptr)->set();
-  }
-  void reset() override {}
-
-  void aim(Event* target) {
-    const std::scoped_lock lock(mutex_);
-    target_ = target;
-  }
-
- private:
-  std::mutex mutex_;
-  Event* target_ = nullptr;
-};
-
-class ControlWatch final : public FxWatch {
- public:
-  ControlWatch(std::shared_ptr<Device> device, const std::string& endpoint) : device_(std::move(device)) {
-    question_.endpoint = to_wire(endpoint);
-  }
-  ~ControlWatch() override { device_->close(); }
-
-  /// Learns the latest change of all.
-  Error open() {
-    std::uint32_t transferred = 0;
-    return device_->control_now(control::NSV_WATCH_FX_PROPERTIES, question(), answer(), transferred);
-  }
-
-  Status arm(Event* event) override {
-    if (event == nullptr) return kInvalidArgument;
-    armed_.aim(event);
-    std::uint32_t transferred = 0;
-    const Error latest = device_->result(request_, transferred, false);
-    if (latest == error::kIoPending) return kOk;
-    if (latest != error::kNone) return status_from_error(latest);
-    question_.seen = change_;
-    const Error started = device_->control(control::NSV_WATCH_FX_PROPERTIES, question(), answer(), request_);
-    return started == error::kIoPending ? kOk : status_from_error(started);
-  }
-
- private:
-  std::span<const std::byte> question() const { return std::as_bytes(std::span(&question_, 1)); }
-  std::span<std::byte> answer() { return std::as_writable_bytes(std::span(&change_, 1)); }
-
-  std::shared_ptr<Device> device_;
-  control::FxWatchQuestion question_;
-  std::uint64_t change_ = 0;
-  ArmedEvent armed_;
-  Overlapped request_{.hEvent = &armed_};
-};
-
 }  // namespace
-
-std::shared_ptr<Device> ControlFxProperties::open(Completion completion, Error& why) {
-  why = error::kFileNotFound;
-  const auto interfaces = bus_.interfaces(control::kControlInterface);
-  if (interfaces.empty()) return nullptr;
-  return bus_.open(interfaces.front().path, Sharing::shared, completion, why);
-}
 
 Status ControlFxProperties::open_user_store(Endpoint& endpoint, const Guid& effect,
                                             std::unique_ptr<PropertyStore>& store) {
@@ -151,7 +89,7 @@ Status ControlFxProperties::open_user_store(Endpoint& endpoint, const Guid& effe
   std::string id;
   if (const Status status = endpoint.id(id); failed(status)) return status;
   Error why = error::kNone;
-  auto device = open(Completion::synchronous, why);
+  auto device = open_control(bus_, Completion::synchronous, why);
   if (!device) return status_from_error(why);
   store = std::make_unique<ControlUserStore>(std::move(device), std::move(id));
   return kOk;
@@ -159,19 +97,16 @@ Status ControlFxProperties::open_user_store(Endpoint& endpoint, const Guid& effe
 
 Status ControlFxProperties::policy_config(std::unique_ptr<PolicyConfig>& config) {
   Error why = error::kNone;
-  auto device = open(Completion::synchronous, why);
+  auto device = open_control(bus_, Completion::synchronous, why);
   if (!device) return status_from_error(why);
   config = std::make_unique<ControlPolicy>(std::move(device));
   return kOk;
 }
 
 Error ControlFxProperties::open_watch(const std::string& endpoint_guid, std::unique_ptr<FxWatch>& watch) {
-  Error why = error::kNone;
-  auto device = open(Completion::overlapped, why);
-  if (!device) return why;
-  auto opened = std::make_unique<ControlWatch>(std::move(device), endpoint_guid);
-  why = opened->open();
-  if (why == error::kNotFound) why = error::kFileNotFound;
+  auto opened = std::make_unique<ControlWatch>(bus_, endpoint_guid);
+  const Error why = opened->open();
+  if (why == error::kNotFound) return error::kFileNotFound;
   if (why == error::kNone) watch = std::move(opened);
   return why;
 }

@@ -8,7 +8,7 @@
 namespace sonivo::linux {
 
 /// Effect properties as the driver keeps them. What is opened has a connection of its own, and fails with
-/// error::kDeviceNotConnected once the driver is gone; a watch sets its event then, and fails when it is armed again.
+/// error::kDeviceNotConnected once the driver is gone; but a watch goes on with the next one.
 class ControlFxProperties final : public FxProperties {
  public:
   /// `bus` has the driver's control interface.
@@ -21,8 +21,6 @@ class ControlFxProperties final : public FxProperties {
   Error open_watch(const std::string& endpoint_guid, std::unique_ptr<FxWatch>& watch) override;
 
  private:
-  std::shared_ptr<Device> open(Completion completion, Error& why);
-
   DeviceBus& bus_;
 };
 

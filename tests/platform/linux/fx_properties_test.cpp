@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "platform/control_requests.h"
 #include "platform/fx_requests.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/events.h"
@@ -60,6 +61,20 @@ class ControlFxPropertiesTest : public testing::Test {
     std::unique_ptr<FxWatch> watch;
     EXPECT_EQ(fx_.open_watch(to_lower_ascii(kGuid), watch), error::kNone);
     return watch;
+  }
+  /// Its connection, by which it has told of itself.
+  std::shared_ptr<Device> start_service() {
+    Error why = error::kNone;
+    auto service = bus_.open(driver_.path(), Sharing::shared, Completion::overlapped, why);
+    static control::EventRecord event;
+    static Overlapped wait;
+    EXPECT_EQ(
+        service->control(control::NSV_SERVICE_EVENT_NOTIFY, {}, std::as_writable_bytes(std::span(&event, 1)), wait),
+        error::kIoPending);
+    std::uint32_t transferred = 0;
+    EXPECT_EQ(service->control_now(control::NSV_PUBLISH_REPORT, std::as_bytes(std::span("{}", 2)), {}, transferred),
+              error::kNone);
+    return service;
   }
   bool is_set(std::uint32_t limit_ms = 10'000) {
     const std::array all{changed_.get()};
@@ -178,12 +193,31 @@ TEST_F(ControlFxPropertiesTest, ArmingAgainMovesTheSignal) {
   EXPECT_EQ(watch->arm(nullptr), kInvalidArgument);
 }
 
-TEST_F(ControlFxPropertiesTest, ADriverThatGoesSetsTheEventAndFailsTheNextArming) {
+TEST_F(ControlFxPropertiesTest, AWatchGoesOnWithTheNextDriverOnceTheServiceHasTold) {
+  const auto watch = this->watch();
+  ASSERT_EQ(watch->arm(changed_.get()), kOk);
+  for (const bool is_armed : {true, false}) {
+    driver_.stop();
+    EXPECT_FALSE(is_set(20)) << "there is nobody to be asked";
+    if (!is_armed) {
+      ASSERT_EQ(watch->arm(changed_.get()), kOk);
+    }
+    driver_.start();
+    EXPECT_FALSE(is_set(700)) << "the service can't be asked";
+    const auto service = start_service();
+    EXPECT_TRUE(is_set());
+    ASSERT_EQ(watch->arm(changed_.get()), kOk);
+    EXPECT_FALSE(is_set(20));
+    set(FxHome::user_store, kKey, control::kTypeText, is_armed ? "one" : "two");
+    EXPECT_TRUE(is_set());
+  }
+}
+
+TEST_F(ControlFxPropertiesTest, AWatchEndsWhileThereIsNoDriver) {
   const auto watch = this->watch();
   ASSERT_EQ(watch->arm(changed_.get()), kOk);
   driver_.stop();
-  EXPECT_TRUE(is_set());
-  EXPECT_EQ(watch->arm(changed_.get()), status_from_error(error::kDeviceNotConnected));
+  EXPECT_FALSE(is_set(20));
 }
 
 }  // namespace

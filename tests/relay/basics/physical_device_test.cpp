@@ -207,6 +207,20 @@ TEST_F(PhysicalDevice, AWaitingChangeToAnUnknownEndpointSucceedsUntilItIsApplied
   EXPECT_EQ(device.GetDevice(), nullptr);
 }
 
+TEST_F(PhysicalDevice, AnEndpointThatComesAfterItWasWantedIsTakenWhenItIsOpened) {
+  machine.endpoints().set_state(kMicArray, kDeviceNotPresent);
+  EXPECT_EQ(device.SetEndpoint(kMicArray), kFail);
+  device.MarkOpen();
+  EXPECT_EQ(device.GetDevice(), nullptr);
+  device.ClearState();
+  machine.endpoints().set_state(kMicArray, kDeviceActive);
+  EXPECT_EQ(device.GetDevice(), nullptr);
+  device.MarkOpen();
+  EXPECT_EQ(device_id(), kMicArray);
+  EXPECT_EQ(callbacks(kMicArray), 1u);
+  EXPECT_FALSE(device.IsChangePending());
+}
+
 TEST_F(PhysicalDevice, ACloseWithoutAWaitingChangeKeepsTheDevice) {
   device.SetEndpoint(kMicArray);
   device.MarkOpen();

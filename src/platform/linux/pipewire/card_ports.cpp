@@ -5,6 +5,7 @@
 #include <spa/pod/parser.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace sonivo::pipewire {
 namespace {
@@ -38,14 +39,38 @@ std::optional<CardPort> read_port(const spa_pod& param) {
   CardPort port;
   std::uint32_t available = SPA_PARAM_AVAILABILITY_unknown;
   const spa_pod* info = nullptr;
-  const int found =
-      spa_pod_parse_object(&param, SPA_TYPE_OBJECT_ParamRoute, nullptr, SPA_PARAM_ROUTE_index, SPA_POD_Int(&port.index),
-                           SPA_PARAM_ROUTE_direction, SPA_POD_Id(&port.direction), SPA_PARAM_ROUTE_available,
-                           SPA_POD_OPT_Id(&available), SPA_PARAM_ROUTE_info, SPA_POD_OPT_Pod(&info));
+  constexpr std::int32_t kNoDevice = -1;
+  std::int32_t device = kNoDevice;
+  const int found = spa_pod_parse_object(
+      &param, SPA_TYPE_OBJECT_ParamRoute, nullptr, SPA_PARAM_ROUTE_index, SPA_POD_Int(&port.index),
+      SPA_PARAM_ROUTE_direction, SPA_POD_Id(&port.direction), SPA_PARAM_ROUTE_available, SPA_POD_OPT_Id(&available),
+      SPA_PARAM_ROUTE_info, SPA_POD_OPT_Pod(&info), SPA_PARAM_ROUTE_device, SPA_POD_OPT_Int(&device));
   if (found < 0) return std::nullopt;
   port.availability = availability_of(available);
   if (info != nullptr) port.type = info_value(*info, "port.type");
+  if (device != kNoDevice) port.device = device;
   return port;
+}
+
+void note_port(std::vector<CardPort>& ports, CardPort port, bool in_use) {
+  if (in_use) {
+    for (CardPort& each : ports) {
+      if (each.direction == port.direction && each.device == port.device) each.in_use = false;
+    }
+  }
+  const auto known = std::find_if(ports.begin(), ports.end(), [&](const CardPort& each) {
+    return each.index == port.index && each.direction == port.direction;
+  });
+  port.in_use = in_use;
+  if (known == ports.end()) {
+    ports.push_back(std::move(port));
+    return;
+  }
+  if (!in_use) {
+    port.in_use = known->in_use;
+    port.device = known->device;
+  }
+  *known = std::move(port);
 }
 
 bool has_headphones(std::string_view form_factor, std::span<const CardPort> ports) {

@@ -6,7 +6,6 @@
 #include <algorithm>
 
 namespace sonivo::pipewire {
-
 std::optional<CardRoute> read_route(const spa_pod& param) {
   CardRoute route;
   const int found = spa_pod_parse_object(
@@ -34,6 +33,12 @@ void CardRoutes::add(const Registry& registry, std::uint32_t id) {
   static const pw_device_events events = [] {
     pw_device_events table{};
     table.version = PW_VERSION_DEVICE_EVENTS;
+    // A subscription misses changes that follow each other at once.
+    table.info = [](void* card, const pw_device_info* info) {
+      if ((info->change_mask & PW_DEVICE_CHANGE_MASK_PARAMS) == 0) return;
+      auto* const device = static_cast<Card*>(card)->object->get<pw_device>();
+      pw_device_enum_params(device, 0, SPA_PARAM_Route, 0, kAllParams, nullptr);
+    };
     table.param = [](void* card, int, std::uint32_t param_id, std::uint32_t, std::uint32_t, const spa_pod* param) {
       if (param_id != SPA_PARAM_Route || param == nullptr) return;
       const auto route = read_route(*param);
@@ -49,8 +54,6 @@ void CardRoutes::add(const Registry& registry, std::uint32_t id) {
   Card& card = cards_[id];
   card.object =
       std::make_unique<BoundObject>(registry, id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE, &events, &card);
-  std::uint32_t wanted = SPA_PARAM_Route;
-  if (auto* const device = card.object->get<pw_device>()) pw_device_subscribe_params(device, &wanted, 1);
 }
 
 const CardRoute* CardRoutes::find(std::uint32_t id, std::int32_t device, std::uint32_t direction) const {

@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kRoundsUntilKnown = 2;  // the nodes that there are, then what each tells of itself
 constexpr std::ptrdiff_t kMostAway = 64;
+constexpr std::chrono::seconds kVacancy{4};  // of a default, before it is told of
 
 /// Monitors of sinks are ports of the sink, so no node of a source's class is one.
 std::optional<DataFlow> flow_of(std::string_view media_class) {
@@ -69,8 +70,11 @@ Graph::Graph(Connection& connection, Dispatcher& dispatcher, FriendlyNames names
       dispatcher_(dispatcher),
       names_(std::move(names)),
       callbacks_(dispatcher),
-      told_defaults_(connection, registry_,
-                     [this](DataFlow flow, const std::string& name) { set_default(flow, name); }),
+      vacancy_(connection,
+               [this] {
+                 for (const DataFlow flow : {DataFlow::capture, DataFlow::render}) tell_default(flow, default_id(flow));
+               }),
+      told_names_(connection, registry_, [this](DataFlow flow, const std::string& name) { set_default(flow, name); }),
       registry_(connection, *this, kRoundsUntilKnown) {}
 
 Graph::~Graph() = default;
@@ -84,6 +88,11 @@ void Graph::wait_until_known(std::uint32_t limit_ms) {
   }
   known_changed_.wait_for(lock, std::chrono::milliseconds(limit_ms),
                           [&, before = losses_] { return known_ || losses_ != before; });
+}
+
+void Graph::wait_for_default(DataFlow flow, std::uint32_t limit_ms) {
+  std::unique_lock lock(mutex_);
+  known_changed_.wait_for(lock, std::chrono::milliseconds(limit_ms), [&] { return !default_ids_[flow].empty(); });
 }
 
 std::vector<EndpointFacts> Graph::endpoints(DataFlow flow) const {
@@ -119,16 +128,16 @@ void Graph::came(std::uint32_t id, std::string_view type, const spa_dict& proper
   } else if (type == PW_TYPE_INTERFACE_Device && text_of(properties, PW_KEY_MEDIA_CLASS) == "Audio/Device") {
     cards_.add(registry_, id);
   } else if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
-    told_defaults_.follow(id);
+    told_names_.follow(id);
   } else if (type == PW_TYPE_INTERFACE_Client) {
-    told_defaults_.ask_later();
+    told_names_.ask_later();
   }
 }
 
 void Graph::went(std::uint32_t id) {
   if (const auto node = nodes_.find(id); node != nodes_.end()) return remove_node(node);
   cards_.remove(id);
-  if (told_defaults_.follows(id)) manager_left();
+  if (told_names_.follows(id)) manager_left();
 }
 
 void Graph::told() {
@@ -142,7 +151,7 @@ void Graph::told() {
 void Graph::lost() {
   while (!nodes_.empty()) remove_node(nodes_.begin());
   cards_.clear();
-  told_defaults_.forget();
+  told_names_.forget();
   {
     std::scoped_lock lock(mutex_);
     known_ = false;
@@ -152,7 +161,7 @@ void Graph::lost() {
 }
 
 void Graph::manager_left() {
-  told_defaults_.forget();
+  told_names_.forget();
   for (const auto& [name, own] : own_nodes_) {
     drop(name);
     own->manager_left();
@@ -302,6 +311,16 @@ void Graph::update_default(DataFlow flow) {
     id = default_there(flow);
     if (std::exchange(default_ids_[flow], id) == id) return;
   }
+  known_changed_.notify_all();
+  if (id.empty()) {
+    vacancy_.start(kVacancy);
+  } else {
+    tell_default(flow, id);
+  }
+}
+
+void Graph::tell_default(DataFlow flow, const std::string& id) {
+  if (std::exchange(told_defaults_[flow], id) == id) return;
   for (const Role role : {Role::console, Role::multimedia, Role::communications}) {
     callbacks_.notify(
         [flow, role, id](IMMNotificationClient& client) { client.OnDefaultDeviceChanged(flow, role, id); });

@@ -19,6 +19,7 @@
 #include "platform/linux/pipewire/default_names.h"
 #include "platform/linux/pipewire/friendly_names.h"
 #include "platform/linux/pipewire/graph_node.h"
+#include "platform/linux/pipewire/loop_timer.h"
 #include "platform/linux/pipewire/registry.h"
 
 namespace sonivo::pipewire {
@@ -53,10 +54,13 @@ class Graph final : private Registry::User {
 
   /// Waits until the server's endpoints and defaults are known, or there is no server, or the time is up.
   void wait_until_known(std::uint32_t limit_ms);
+  /// Waits until there is a default of that flow, or the time is up.
+  void wait_for_default(DataFlow flow, std::uint32_t limit_ms);
 
   std::vector<EndpointFacts> endpoints(DataFlow flow) const;
   std::optional<EndpointFacts> find(const std::string& id) const;
-  /// Never an OwnNode's. Empty: there is none.
+  /// Never an OwnNode's. Empty: there is none, which the callbacks are told once it has been so for four seconds: a
+  /// session manager that is restarted has the devices again after one or two, and nothing is another then.
   std::string default_id(DataFlow flow) const;
   Callbacks<IMMNotificationClient>& callbacks() { return callbacks_; }
 
@@ -99,6 +103,7 @@ class Graph final : private Registry::User {
   void set_default(DataFlow flow, const std::string& name);
   std::string default_there(DataFlow flow);
   void update_default(DataFlow flow);
+  void tell_default(DataFlow flow, const std::string& id);
   void told_properties(Endpoint& endpoint, const spa_dict& properties);
   void told_failure(Endpoint& endpoint, bool has_failed);
   void told_volume(Endpoint& endpoint, const NodeVolume& volume);
@@ -117,9 +122,10 @@ class Graph final : private Registry::User {
   CardRoutes cards_;
   std::vector<DepartureWatch*> watches_;
   std::map<std::string, OwnNode*> own_nodes_;
+  std::map<DataFlow, std::string> told_defaults_;  ///< to the callbacks
 
   mutable std::mutex mutex_;
-  std::condition_variable known_changed_;
+  std::condition_variable known_changed_;  ///< and the defaults
   bool known_ = false;
   std::uint64_t losses_ = 0;                          ///< of the server, so far
   std::vector<std::shared_ptr<Endpoint>> endpoints_;  ///< in the order of their first appearance
@@ -128,7 +134,8 @@ class Graph final : private Registry::User {
   std::map<DataFlow, std::string> foreign_names_;     ///< the latest of those that weren't own nodes
   std::map<DataFlow, std::string> default_ids_;       ///< those that are there
 
-  DefaultNames told_defaults_;
+  LoopTimer vacancy_;
+  DefaultNames told_names_;
   Registry registry_;
 };
 

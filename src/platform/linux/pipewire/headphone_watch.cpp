@@ -18,7 +18,6 @@ using std::chrono::milliseconds;
 constexpr milliseconds kCardsPart{1000};    // cards go before and after the manager whose they are
 constexpr milliseconds kCardsReturn{4000};  // a manager that is restarted has them again after one or two
 constexpr int kRoundsUntilAllTold = 3;      // the cards that there are, what each is, then its ports
-constexpr std::uint32_t kAllParams = 0xFFFFFFFF;
 
 }  // namespace
 
@@ -54,16 +53,7 @@ struct HeadphoneWatch::Card {
   void tell_param(std::uint32_t param_id, const spa_pod& param) {
     const auto port = read_port(param);
     if (!port) return;
-    const auto known = std::find_if(ports.begin(), ports.end(), [&](const CardPort& each) {
-      return each.index == port->index && each.direction == port->direction;
-    });
-    const bool was_in_use = known != ports.end() && known->in_use;
-    if (known != ports.end()) ports.erase(known);
-    if (param_id == SPA_PARAM_Route) {
-      for (CardPort& each : ports) each.in_use = each.in_use && each.direction != port->direction;
-    }
-    ports.push_back(*port);
-    ports.back().in_use = was_in_use || param_id == SPA_PARAM_Route;
+    note_port(ports, *port, param_id == SPA_PARAM_Route);
     watch.look();
   }
 

@@ -17,7 +17,7 @@ constexpr std::size_t kMaxChannels = 64;
 }  // namespace
 
 float NodeVolume::scalar() const {
-  return std::clamp(std::cbrt(*std::max_element(channels.begin(), channels.end())), 0.0f, 1.0f);
+  return std::cbrt(std::max(*std::max_element(channels.begin(), channels.end()), 0.0f));
 }
 
 void NodeVolume::set_scalar(float level) {

@@ -11,7 +11,7 @@ namespace sonivo::pipewire {
 /// Mute and level of a node, as its Props have them.
 ///
 /// The scalar is the cube root of the loudest channel's factor: what the desktop's own sliders show, with even steps to
-/// the ear. A set level keeps the balance of the channels.
+/// the ear; above 1 where the user amplifies. A set level keeps the balance of the channels.
 struct NodeVolume {
   bool muted = false;
   std::vector<float> channels{1.0f};  ///< factors of amplitude; never empty

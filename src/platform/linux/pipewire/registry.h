@@ -60,6 +60,9 @@ class Registry final : private Connection::User {
   int question_ = 0;  ///< number of its answer; others ask over the same connection
 };
 
+/// For the number of params that an object is asked for.
+inline constexpr std::uint32_t kAllParams = 0xFFFFFFFF;
+
 /// One of the server's objects and what listens to it. With the loop locked, all of it.
 class BoundObject {
  public:

@@ -3,6 +3,8 @@
 #include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -15,10 +17,14 @@
 #include "platform/linux/pipewire/dictionary.h"
 #include "platform/linux/pipewire/dispatcher.h"
 #include "platform/linux/pipewire/graph.h"
+#include "platform/linux/pipewire/node_volume.h"
 #include "platform/linux/pipewire/registry.h"
 
 namespace sonivo::pipewire {
 namespace {
+
+/// Of the service's streams, as audio clients call them.
+constexpr std::array<std::string_view, 2> kStreamNodes{"sonivo.microphone", "sonivo.speaker"};
 
 constexpr int kRoundsUntilTold = 2;  // the objects that there are, then what each tells of itself
 /// The session manager tells of the defaults by itself, past the server's own answers.
@@ -52,11 +58,22 @@ class Onlooker final : private Registry::User {
     }
     return {};
   }
+  std::vector<SurveyedStream> streams() const {
+    const Connection::Lock lock(connection_);
+    std::vector<SurveyedStream> all;
+    for (const auto& [id, node] : nodes_) {
+      if (!is_stream(node.name)) continue;
+      all.push_back({node.description, node.volume.muted, node.volume.scalar() == 0});
+    }
+    return all;
+  }
 
  private:
   struct Node {
     std::string name;
+    std::string description;
     std::string fault;
+    NodeVolume volume;
     std::unique_ptr<BoundObject> object;
   };
 
@@ -66,7 +83,7 @@ class Onlooker final : private Registry::User {
     if (type == PW_TYPE_INTERFACE_Metadata && text_of(properties, PW_KEY_METADATA_NAME) == "default") {
       has_defaults_ = true;
     } else if (type == PW_TYPE_INTERFACE_Node) {
-      add_node(id, text_of(properties, PW_KEY_NODE_NAME));
+      add_node(id, properties);
     }
   }
   void went(std::uint32_t id) override { nodes_.erase(id); }
@@ -82,7 +99,11 @@ class Onlooker final : private Registry::User {
     has_defaults_ = false;
   }
 
-  void add_node(std::uint32_t id, std::string_view name) {
+  static bool is_stream(std::string_view name) {
+    return std::find(kStreamNodes.begin(), kStreamNodes.end(), name) != kStreamNodes.end();
+  }
+
+  void add_node(std::uint32_t id, const spa_dict& properties) {
     static const pw_node_events events = [] {
       pw_node_events table{};
       table.version = PW_VERSION_NODE_EVENTS;
@@ -91,11 +112,19 @@ class Onlooker final : private Registry::User {
         const char* const why = info->error != nullptr ? info->error : "unknown";
         static_cast<Node*>(node)->fault = info->state == PW_NODE_STATE_ERROR ? why : "";
       };
+      table.param = [](void* node, int, std::uint32_t, std::uint32_t, std::uint32_t, const spa_pod* props) {
+        if (props != nullptr) read_volume(*props, static_cast<Node*>(node)->volume);
+      };
       return table;
     }();
     Node& node = nodes_[id];
-    node.name = name;
+    node.name = text_of(properties, PW_KEY_NODE_NAME);
+    node.description = text_of(properties, PW_KEY_NODE_DESCRIPTION);
     node.object = std::make_unique<BoundObject>(registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &events, &node);
+    std::uint32_t wanted = SPA_PARAM_Props;
+    if (auto* const bound = node.object->get<pw_node>(); bound != nullptr && is_stream(node.name)) {
+      pw_node_subscribe_params(bound, &wanted, 1);
+    }
   }
 
   Connection& connection_;
@@ -134,10 +163,11 @@ ServerSurvey survey_server(const FriendlyNames& names, std::uint32_t limit_ms, c
     for (const EndpointFacts& each : graph.endpoints(flow)) {
       const auto volume = graph.volume(each.id);
       if (!each.present) continue;
-      survey.endpoints.push_back(
-          {each.id, each.name, flow, volume.has_value() && volume->muted, onlooker.fault_of(each.id)});
+      survey.endpoints.push_back({each.id, each.name, flow, volume && volume->muted, onlooker.fault_of(each.id),
+                                  volume && volume->scalar() == 0});
     }
   }
+  survey.streams = onlooker.streams();
   survey.default_microphone = graph.default_id(DataFlow::capture);
   survey.default_speaker = graph.default_id(DataFlow::render);
   return survey;

@@ -15,7 +15,15 @@ struct SurveyedEndpoint {
   std::string name;
   DataFlow flow = DataFlow::capture;
   bool muted = false;
-  std::string fault;  ///< why its node can't run, in the server's words; empty: it can
+  std::string fault;        ///< why its node can't run, in the server's words; empty: it can
+  bool is_at_zero = false;  ///< its level
+};
+
+/// A stream of the service's, to or from a real device, which mixers show among those of applications.
+struct SurveyedStream {
+  std::string name;
+  bool muted = false;
+  bool is_at_zero = false;  ///< its level
 };
 
 /// What an onlooker finds at the audio server.
@@ -24,7 +32,8 @@ struct ServerSurvey {
   bool answers = false;    ///< within the limit; without that nothing else is known
   bool has_session_manager = false;
   std::vector<SurveyedEndpoint> endpoints;  ///< those that are there, in the server's order
-  std::string default_microphone;           ///< id; empty: none
+  std::vector<SurveyedStream> streams;
+  std::string default_microphone;  ///< id; empty: none
   std::string default_speaker;
 };
 

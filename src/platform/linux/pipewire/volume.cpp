@@ -7,6 +7,8 @@
 namespace sonivo::pipewire {
 namespace {
 
+constexpr float kLoudest = 2.2f;  // the server amplifies tenfold at most
+
 class GraphVolume final : public EndpointVolume {
  public:
   GraphVolume(Graph& graph, std::string id) : graph_(graph), id_(std::move(id)), callbacks_(graph_.hold(id_)) {}
@@ -27,7 +29,7 @@ class GraphVolume final : public EndpointVolume {
     return kOk;
   }
   Status set_level_scalar(float level, const Guid* context) override {
-    const bool in_range = level >= 0 && level <= 1;
+    const bool in_range = level >= 0 && level <= kLoudest;
     if (!in_range) return kInvalidArgument;
     return change(context, [&](NodeVolume& volume) { volume.set_scalar(level); });
   }

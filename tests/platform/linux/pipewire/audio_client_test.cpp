@@ -193,6 +193,66 @@ TEST_F(PipeWireClientTest, WhatIsPlayedReachesTheSpeakersBitForBit) {
   EXPECT_GE(runs.size(), 4u);  // one or more of each turn of the loop
 }
 
+TEST_F(PipeWireClientTest, AResetDropsWhatWaitsForTheClient) {
+  const auto voice =
+      server_->speak_into("notebook.microphone", server_->folder().write("voice.wav", counting_wav(60 * kSecond)));
+  const auto mic = client(DataFlow::capture, "notebook.microphone");
+  ASSERT_EQ(mic->start(), kOk);
+  std::uint32_t largest = 0;
+  record(*mic, kSecond / 10, largest);
+  std::uint32_t padding = 0;
+  ASSERT_TRUE(comes_true([&] { return mic->current_padding(padding) == kOk && padding > kSecond / 5; }));
+  ASSERT_EQ(mic->stop(), kOk);
+  ASSERT_EQ(mic->reset(), kOk);
+  ASSERT_EQ(mic->current_padding(padding), kOk);
+  EXPECT_LT(padding, kSecond / 20) << "but for a turn that had begun";
+}
+
+/// Unlike any counting frame.
+constexpr StereoFrame kUnwanted{31000, 31000};
+
+/// Puts such frames where there is room for them.
+void put_unwanted(AudioClient& client, AudioRenderClient& packets, std::uint32_t flags) {
+  std::uint32_t size = 0;
+  std::uint32_t padding = 0;
+  std::byte* data = nullptr;
+  ASSERT_EQ(client.buffer_size(size), kOk);
+  ASSERT_EQ(client.current_padding(padding), kOk);
+  ASSERT_EQ(packets.get_buffer(size - padding, data), kOk);
+  for (std::uint32_t i = 0; i < size - padding; ++i)
+    std::memcpy(data + i * sizeof kUnwanted, &kUnwanted, sizeof kUnwanted);
+  ASSERT_EQ(packets.release_buffer(size - padding, flags), kOk);
+}
+
+TEST_F(PipeWireClientTest, NeitherWhatAResetDroppedNorASilentPacketIsPlayed) {
+  const std::string wav = server_->folder() / "heard.wav";
+  auto recorder = server_->record("notebook.speakers", wav, true);
+  const auto speakers = client(DataFlow::render, "notebook.speakers");
+  ASSERT_NE(speakers, nullptr);
+  std::unique_ptr<AudioRenderClient> packets;
+  ASSERT_EQ(speakers->render_service(packets), kOk);
+  put_unwanted(*speakers, *packets, 0);
+  std::uint32_t padding = 0;
+  ASSERT_EQ(speakers->current_padding(padding), kOk);
+  EXPECT_GT(padding, 0u);
+  ASSERT_EQ(speakers->reset(), kOk);
+  ASSERT_EQ(speakers->current_padding(padding), kOk);
+  EXPECT_EQ(padding, 0u);
+  put_unwanted(*speakers, *packets, kBufferSilent);
+  play(*speakers, kSecond / 2);
+  for (int i = 0; i < 20; ++i) {
+    put_unwanted(*speakers, *packets, kBufferSilent);
+    ASSERT_TRUE(woken());
+  }
+  ASSERT_EQ(speakers->stop(), kOk);
+  ASSERT_EQ(speakers->reset(), kOk);
+  play(*speakers, kSecond / 2);
+  recorder.end(2);
+  const auto heard = frames_of_wav(wav);
+  EXPECT_GE(longest_run(heard), kOnePiece);
+  EXPECT_EQ(std::count(heard.begin(), heard.end(), kUnwanted), 0);
+}
+
 TEST_F(PipeWireClientTest, AClientOfADeviceThatGoesIsWokenAndFails) {
   server_->plug_headset();
   ASSERT_TRUE(comes_true([&] { return endpoint(DataFlow::capture, "usb.headset") != nullptr; }));

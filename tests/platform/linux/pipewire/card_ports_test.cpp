@@ -23,6 +23,7 @@ struct RouteOfACard {
   std::optional<std::uint32_t> available = SPA_PARAM_AVAILABILITY_yes;
   Info info = {{"port.type", "headphones"}, {"port.availability-group", "Headphone"}, {"card.profile.port", "3"}};
   int items_too_many = 0;
+  std::optional<std::int32_t> device = {};
 
   std::optional<CardPort> read() const {
     std::array<std::uint8_t, 1024> memory{};
@@ -42,6 +43,7 @@ struct RouteOfACard {
     for (const auto& [key, value] : info)
       spa_pod_builder_add(&builder, SPA_POD_String(key), SPA_POD_String(value), static_cast<const char*>(nullptr));
     spa_pod_builder_pop(&builder, &items);
+    if (device) spa_pod_builder_add(&builder, SPA_PARAM_ROUTE_device, SPA_POD_Int(*device), 0);
     return read_port(*static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &object)));
   }
 };
@@ -59,6 +61,8 @@ TEST(CardPorts, ARouteTellsWhereItLeadsAndWhetherSomethingIsThere) {
   EXPECT_EQ(port->direction, std::uint32_t{SPA_DIRECTION_OUTPUT});
   EXPECT_EQ(port->availability, Availability::yes);
   EXPECT_EQ(port->type, "headphones");
+  EXPECT_FALSE(port->device.has_value());
+  EXPECT_EQ(RouteOfACard{.device = 4}.read()->device, 4);
   EXPECT_EQ(RouteOfACard{.available = SPA_PARAM_AVAILABILITY_no}.read()->availability, Availability::no);
   EXPECT_EQ(RouteOfACard{.available = SPA_PARAM_AVAILABILITY_unknown}.read()->availability, Availability::unknown);
 }
@@ -93,6 +97,23 @@ TEST(CardPorts, AJackThatCantTellCountsWhileItIsInUse) {
   EXPECT_FALSE(plugged("", {speaker(), headphones(Availability::unknown)}));
   EXPECT_TRUE(plugged("", {headphones(Availability::unknown, true)}));
   EXPECT_FALSE(plugged("", {headphones(Availability::no, true)}));
+}
+
+TEST(CardPorts, ARouteInUseTakesThePlaceOfTheOneThatServedTheSameNode) {
+  CardPort jack = headphones(Availability::unknown);
+  CardPort hdmi{5, SPA_DIRECTION_OUTPUT, Availability::yes, "hdmi"};
+  CardPort speakers{2, SPA_DIRECTION_OUTPUT, Availability::unknown, "speaker"};
+  jack.device = speakers.device = 0;
+  hdmi.device = 1;
+  std::vector<CardPort> ports;
+  note_port(ports, jack, true);
+  note_port(ports, hdmi, true);
+  EXPECT_TRUE(plugged("", ports)) << "that another node of the card goes elsewhere changes nothing";
+  note_port(ports, headphones(Availability::unknown), false);
+  EXPECT_TRUE(plugged("", ports)) << "it is listed again";
+  note_port(ports, speakers, true);
+  EXPECT_FALSE(plugged("", ports));
+  EXPECT_EQ(ports.size(), 3u);
 }
 
 TEST(CardPorts, AMicrophoneOfAHeadsetIsNoHeadphone) {

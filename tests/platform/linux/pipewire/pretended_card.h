@@ -6,13 +6,16 @@
 #include <spa/param/route.h>
 #include <spa/pod/builder.h>
 #include <spa/pod/filter.h>
+#include <spa/pod/parser.h>
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "platform/linux/pipewire/connection.h"
+#include "platform/linux/pipewire/node_volume.h"
 
 namespace sonivo::test {
 
@@ -34,6 +37,10 @@ class PretendedCard {
       table.enum_params = [](void* self, int seq, std::uint32_t id, std::uint32_t start, std::uint32_t count,
                              const spa_pod*) {
         return static_cast<PretendedCard*>(self)->enum_params(seq, id, start, count);
+      };
+      table.set_param = [](void* self, std::uint32_t id, std::uint32_t, const spa_pod* param) {
+        if (id == SPA_PARAM_Route && param != nullptr) static_cast<PretendedCard*>(self)->set_route(*param);
+        return 0;
       };
       return table;
     }();
@@ -63,6 +70,22 @@ class PretendedCard {
   PretendedCard(const PretendedCard&) = delete;
   PretendedCard& operator=(const PretendedCard&) = delete;
 
+  /// The server's number for it.
+  std::uint32_t id() const {
+    const pipewire::Connection::Lock lock(connection_);
+    return proxy_ != nullptr ? pw_proxy_get_bound_id(proxy_) : SPA_ID_INVALID;
+  }
+  /// Of the route that was set last, with what volume; none yet.
+  struct SetRoute {
+    std::int32_t index = -1;
+    pipewire::NodeVolume volume;
+  };
+  std::optional<SetRoute> latest_set() const {
+    const pipewire::Connection::Lock lock(connection_);
+    return set_;
+  }
+
+  /// In which the jack is in use, too.
   void plug(bool plugged) {
     const pipewire::Connection::Lock lock(connection_);
     plugged_ = plugged;
@@ -103,7 +126,8 @@ class PretendedCard {
       std::array<std::uint8_t, 1024> memory{};
       spa_pod_builder builder{};
       spa_pod_builder_init(&builder, memory.data(), static_cast<std::uint32_t>(memory.size()));
-      spa_result_device_params result{id, i, i + 1, route(builder, id, i == 1)};
+      const bool is_jack = id == SPA_PARAM_EnumRoute ? i == 1 : plugged_;
+      spa_result_device_params result{id, i, i + 1, route(builder, id, is_jack)};
       spa_device_emit_result(&hooks_, seq, 0, SPA_RESULT_TYPE_DEVICE_PARAMS, &result);
     }
     return 0;
@@ -127,6 +151,14 @@ class PretendedCard {
     return static_cast<spa_pod*>(spa_pod_builder_pop(&builder, &object));
   }
 
+  void set_route(const spa_pod& param) {
+    SetRoute set;
+    const spa_pod* props = nullptr;
+    spa_pod_parse_object(&param, SPA_TYPE_OBJECT_ParamRoute, nullptr, SPA_PARAM_ROUTE_index, SPA_POD_Int(&set.index),
+                         SPA_PARAM_ROUTE_props, SPA_POD_OPT_Pod(&props));
+    if (props != nullptr && pipewire::read_volume(*props, set.volume)) set_ = set;
+  }
+
   pipewire::Connection connection_;
   spa_hook_list hooks_{};
   spa_device device_{};
@@ -135,6 +167,7 @@ class PretendedCard {
   pw_proxy* proxy_ = nullptr;
   spa_hook proxy_hook_{};
   bool plugged_ = false;
+  std::optional<SetRoute> set_;
 };
 
 }  // namespace sonivo::test

@@ -142,6 +142,20 @@ TEST_F(VirtualPairTest, AVirtualDefaultIsReplacedByTheOneBeforeOrElseByTheBestTh
   EXPECT_TRUE(becomes("usb.headset"));
 }
 
+TEST_F(VirtualPairTest, TheServerMakesAnyHardwareTheDefaultBeforeThePair) {
+  const auto becomes = [&](const char* key, const char* node) {
+    return comes_true([&] {
+      return server_->run({"pw-metadata", "0", std::string("default.audio.") + key}).find(node) != std::string::npos;
+    });
+  };
+  server_->plug_microphone("poor.microphone", {"FL", "FR"});
+  server_->plug_speakers();
+  server_->run({"pw-cli", "destroy", "notebook.microphone"});
+  server_->run({"pw-cli", "destroy", "notebook.speakers"});
+  EXPECT_TRUE(becomes("source", "poor.microphone"));
+  EXPECT_TRUE(becomes("sink", "usb.speakers"));
+}
+
 TEST_F(VirtualPairTest, OneHandleAtATimeIsExclusive) {
   auto device = open(kMicPath);
   Error why = error::kNone;

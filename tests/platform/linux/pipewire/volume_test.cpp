@@ -4,6 +4,8 @@
 #include <signal.h>
 
 #include <chrono>
+#include <cmath>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -101,6 +103,26 @@ TEST_F(PipeWireVolumeTest, TheLevelIsTheCubeRootOfTheFactor) {
   EXPECT_TRUE(comes_true([&] { return props().find("Float 0.125000") != std::string::npos; }));
   set_by_another("{ channelVolumes: [ 0.729, 0.343 ] }");
   EXPECT_TRUE(comes_true([&] { return level() > 0.8999f && level() < 0.9001f; }));
+  ASSERT_TRUE(comes_true([&] { return log_.told().size() == 2; }));
+  const auto told = log_.told();
+  EXPECT_EQ(told[0].guidEventContext, kContext);
+  EXPECT_FLOAT_EQ(told[0].fMasterVolume, 0.5f);
+  EXPECT_EQ(told[1].guidEventContext, Guid{});
+  EXPECT_NEAR(told[1].fMasterVolume, 0.9f, 1e-4f);
+}
+
+TEST_F(PipeWireVolumeTest, AnAmplifiedLevelIsAboveOneAndCanBeSetAgain) {
+  set_by_another("{ channelVolumes: [ 2.0, 1.0 ] }");
+  ASSERT_TRUE(comes_true([&] { return level() > 1; }));
+  const float amplified = level();
+  EXPECT_FLOAT_EQ(amplified, std::cbrt(2.0f));
+  ASSERT_EQ(volume_->set_level_scalar(0.9f, nullptr), kOk);
+  ASSERT_TRUE(comes_true([&] { return props().find("Float 0.729") != std::string::npos; }));
+  ASSERT_EQ(volume_->set_level_scalar(amplified, nullptr), kOk);
+  EXPECT_TRUE(comes_true([&] {
+    const std::string text = props();
+    return text.find("Float 2.000000") != std::string::npos && text.find("Float 1.000000") != std::string::npos;
+  }));
 }
 
 TEST_F(PipeWireVolumeTest, ASetLevelKeepsTheBalance) {
@@ -114,7 +136,8 @@ TEST_F(PipeWireVolumeTest, ASetLevelKeepsTheBalance) {
 }
 
 TEST_F(PipeWireVolumeTest, ALevelOutOfRangeIsRefused) {
-  EXPECT_EQ(volume_->set_level_scalar(1.1f, nullptr), kInvalidArgument);
+  EXPECT_EQ(volume_->set_level_scalar(2.3f, nullptr), kInvalidArgument);
+  EXPECT_EQ(volume_->set_level_scalar(std::numeric_limits<float>::quiet_NaN(), nullptr), kInvalidArgument);
   EXPECT_EQ(volume_->set_level_scalar(-0.1f, nullptr), kInvalidArgument);
   EXPECT_EQ(level(), 1.0f);
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 
 #include "pipewire_relay_bench.h"
@@ -71,6 +72,25 @@ TEST_F(PipeWireRelayTest, TheMicrophoneRunsOnlyWhileAnApplicationRecords) {
   recorder.end(2);
   EXPECT_TRUE(comes_true([&] { return server_->state_of("notebook.microphone") != "running"; }));
   EXPECT_TRUE(comes_true([&] { return server_->state_of("sonivo.microphone").empty(); }));
+}
+
+TEST_F(PipeWireRelayTest, TheMicrophoneIsAtALevelOfTheRelaysOnlyWhileAnApplicationRecords) {
+  const auto has = [&](const std::string& one, const std::string& other) {
+    return comes_true([&] {
+      const std::string props = server_->run({"pw-cli", "enum-params", "notebook.microphone", "Props"});
+      return props.find("Float " + one) != std::string::npos && props.find("Float " + other) != std::string::npos;
+    });
+  };
+  for (const auto& [loud, soft, soft_at_level] :
+       {std::array{"0.800000", "0.400000", "0.364500"}, std::array{"2.000000", "1.600000", "0.583200"}}) {
+    server_->run({"pw-cli", "set-param", "notebook.microphone", "Props",
+                  std::string("{ channelVolumes: [ ") + loud + ", " + soft + " ] }"});
+    ASSERT_TRUE(has(loud, soft));
+    auto recorder = server_->record(kVirtualMic, path("heard.wav"));
+    EXPECT_TRUE(has("0.729000", soft_at_level));
+    recorder.end(2);
+    EXPECT_TRUE(has(loud, soft));
+  }
 }
 
 // The recorder's left channel hears the microphone itself, the right one what the relay made of it.
