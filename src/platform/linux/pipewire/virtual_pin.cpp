@@ -34,7 +34,7 @@ StreamSettings pin_settings(DataFlow flow, const WAVEFORMATEXTENSIBLE& format) {
       {PW_KEY_NODE_NAME, VirtualPin::node_name(flow)},
       {PW_KEY_NODE_DESCRIPTION, "Norvell Audio Relay"},
       {"audio.position", format.nChannels == 1 ? "[ MONO ]" : "[ FL FR ]"},
-      {"priority.session", "100"},  // hardware has 1000 and more
+      {"priority.session", "100"},  // hardware has 500 and more
   };
   join_group(settings, flow);
   return settings;
