@@ -249,6 +249,21 @@ class DriverProgram(unittest.TestCase):
         print(f"4000 clients more: {growth} bytes more")
         self.assertLess(growth, 200_000)
 
+    def test_who_finds_no_descriptors_left_is_refused_and_nobody_else(self):
+        first = self.start(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (16, 16)))
+        self.assertEqual(first.get(), 0)
+        served = []
+        with self.assertRaises(ConnectionError):
+            while len(served) < 16:
+                client = self.connect()
+                client.get()
+                served.append(client)
+        for client in (first, *served):
+            self.assertEqual(client.get(), 0)
+        served[0].close()
+        self.connect_for_a_while()
+        self.assertIn("a client is refused: there are no descriptors left\n", self.kill())
+
     def test_a_full_disk_fails_the_request_and_nothing_else(self):
         file = os.path.join(self.state, "settings")
         client = self.start()

@@ -2,11 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -152,6 +154,14 @@ TEST_F(FullServer, LetsAFurtherClientWaitOnceAPlaceIsFree) {
   EXPECT_EQ(further.get(control::GetSonivoDrvGeneration), 8u);
 }
 
+TEST_F(FullServer, HasNoPlaceToWaitForOneWhoComesAfterASilentFurtherClient) {
+  const RawClient silent = connect();
+  RawClient further = connect();
+  ASSERT_EQ(further.get(control::GetSonivoDrvGeneration), 8u);
+  ASSERT_TRUE(further.ask_for_event(1, control::NSV_OBSERVE_EVENTS));
+  EXPECT_TRUE(further.ends());
+}
+
 TEST_F(FullServer, HasTheOldestOfFurtherClientsGiveWay) {
   RawClient first = connect();
   ASSERT_EQ(first.get(control::GetSonivoDrvGeneration), 8u);
@@ -173,6 +183,17 @@ TEST_F(ServerTest, ThePlaceOfTheOldestClientThatNeverAskedIsFree) {
   EXPECT_TRUE(silent.ends());
   EXPECT_EQ(later.get(control::GetSonivoDrvGeneration), 8u);
   EXPECT_EQ(asked.get(control::GetSonivoDrvGeneration), 8u);
+}
+
+// All have asked before the driver starts, so that it takes in the last of them before it reads anything.
+TEST_F(ServerTest, OneWhoseRequestIsStillToBeReadIsNotSilent) {
+  std::vector<RawClient> clients;
+  for (int i = 0; i < 4; ++i) {
+    clients.push_back(connect());
+    ASSERT_TRUE(clients.back().send(1, control::GetFunction, {}, 4));
+  }
+  start(::geteuid(), {.clients = 3});
+  for (RawClient& each : clients) EXPECT_TRUE(each.receive());
 }
 
 TEST_F(ServerTest, AServiceFindsAPlaceAmongSilentClients) {
@@ -351,6 +372,45 @@ TEST_F(ServerTest, TheEndWaitsForAClientThatReadsLate) {
   } while (reply->head.id != kUnread);
   EXPECT_EQ(test::number_in(reply->output), control::NSVPLAY_CMD_EXIT);
   EXPECT_TRUE(late.ends());
+  stopping.get();
+}
+
+/// How many packets of this size wait in a socket whose other end reads nothing.
+std::uint32_t packets_in_socket(std::size_t bytes) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const Descriptor writer(ends[0]);
+  const Descriptor reader(ends[1]);
+  const Bytes packet(bytes);
+  std::uint32_t count = 0;
+  while (::send(writer.number(), packet.data(), packet.size(), MSG_DONTWAIT) > 0) ++count;
+  return count;
+}
+
+TEST_F(ServerTest, TheEndIsAnnouncedToOneWhoseQueueIsFull) {
+  constexpr std::uint32_t kQueued = 4;
+  constexpr std::uint32_t kEvent = 1'000'000;
+  start(::geteuid(), {.queue = {.replies = kQueued}, .leave = std::chrono::seconds(30)});
+  const std::uint32_t in_socket = packets_in_socket(sizeof(control::ReplyHead) + control::kTextBytes);
+  RawClient onlooker = connect();
+  ASSERT_TRUE(onlooker.ask_for_event(1, control::NSV_OBSERVE_EVENTS));
+  RawClient late = connect();
+  ASSERT_TRUE(late.ask_for_event(kEvent));
+  for (std::uint32_t id = 0; id < in_socket + kQueued; ++id) {
+    ASSERT_TRUE(late.send(id, control::GetRenderEndpointId, {}, control::kTextBytes));
+  }
+  for (int i = 0; i < 100; ++i) ASSERT_TRUE(serves());  // by then all of them are answered
+  auto stopping = std::async(std::launch::async, [this] { stop(); });
+  ASSERT_TRUE(onlooker.receive());  // who is told after the service
+  for (std::uint32_t id = 0; id < in_socket + kQueued; ++id) {
+    const auto reply = late.receive();
+    ASSERT_TRUE(reply) << id;
+    EXPECT_EQ(reply->head.id, id);
+  }
+  const auto exit = late.receive();
+  ASSERT_TRUE(exit);
+  EXPECT_EQ(exit->head.id, kEvent);
+  EXPECT_EQ(test::number_in(exit->output), control::NSVPLAY_CMD_EXIT);
   stopping.get();
 }
 
