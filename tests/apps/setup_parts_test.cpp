@@ -48,21 +48,6 @@ TEST(Microphones, TheBuiltInOneIsTheArrayElseTheFirstThatIsKnown) {
   EXPECT_THAT(failure_of([] { built_in_microphone({}); }), testing::EndsWith("; found: none"));
 }
 
-TEST(Microphones, TheShippedTableKnowsThoseOfANotebookByHowPipeWireCallsThem) {
-  pipewire::FriendlyNames names;
-  ASSERT_EQ(names.add_file(SONIVO_SHARE_FOLDER "/microphones"), "");
-  const auto known = [&](const char* description) { return IsBuiltInMicrophone(names.name_of(description, "alsa")); };
-  EXPECT_TRUE(known("Built-in Audio Analog Stereo"));
-  EXPECT_TRUE(known("Family 17h/19h HD Audio Controller Analog Stereo"));
-  EXPECT_TRUE(known("Sunrise Point-LP HD Audio Analog Stereo"));
-  EXPECT_TRUE(known("Cannon Lake PCH cAVS Analog Stereo"));
-  EXPECT_TRUE(known("8 Series/C220 Series Chipset High Definition Audio Controller Analog Stereo"));
-  EXPECT_TRUE(known("Tiger Lake-LP Smart Sound Technology Audio Controller Digital Microphone"));
-  EXPECT_FALSE(known("Tiger Lake-LP Smart Sound Technology Audio Controller Headphones Stereo Microphone"));
-  EXPECT_FALSE(known("Webcam Analog Stereo"));
-  EXPECT_FALSE(known("Headset Mono"));
-}
-
 TEST(Microphones, AnExternalArrayIsNotTheNotebooks) {
   const Microphone external{"usb", "外付け マイク配列 (デジタルマイク向けインテル", false};
   EXPECT_FALSE(is_microphone_array(external));
