@@ -28,6 +28,9 @@ class SimulatedNotebook {
     Bus(sim::SimMachine& simulation, const std::string& socket_path, std::chrono::milliseconds limit)
         : simulation_(simulation), control_(socket_path, limit) {}
 
+    /// For threads that take no part in the simulation.
+    DeviceBus& control() { return control_; }
+
     std::vector<DeviceInterface> interfaces(const Guid& category) override;
     std::shared_ptr<Device> open(const std::string& path, Sharing sharing, Completion completion, Error& why) override;
     std::unique_ptr<RemovalNotice> notify_removal(const DeviceBroadcast& broadcast, WindowHandle window) override;
@@ -40,7 +43,7 @@ class SimulatedNotebook {
 
   sim::SimMachine simulation_;
   Bus bus_;
-  linux::ControlFxProperties fx_properties_{bus_};
+  linux::ControlFxProperties fx_properties_{bus_, bus_.control()};
 };
 
 }  // namespace sonivo

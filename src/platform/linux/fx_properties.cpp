@@ -104,7 +104,7 @@ Status ControlFxProperties::policy_config(std::unique_ptr<PolicyConfig>& config)
 }
 
 Error ControlFxProperties::open_watch(const std::string& endpoint_guid, std::unique_ptr<FxWatch>& watch) {
-  auto opened = std::make_unique<ControlWatch>(bus_, endpoint_guid);
+  auto opened = std::make_unique<ControlWatch>(of_watches_, endpoint_guid);
   const Error why = opened->open();
   if (why == error::kNotFound) return error::kFileNotFound;
   if (why == error::kNone) watch = std::move(opened);

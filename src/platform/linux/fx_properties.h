@@ -12,7 +12,9 @@ namespace sonivo::linux {
 class ControlFxProperties final : public FxProperties {
  public:
   /// `bus` has the driver's control interface.
-  explicit ControlFxProperties(DeviceBus& bus) : bus_(bus) {}
+  explicit ControlFxProperties(DeviceBus& bus) : ControlFxProperties(bus, bus) {}
+  /// Watches, which have threads of their own, go by another bus to the same driver.
+  ControlFxProperties(DeviceBus& bus, DeviceBus& of_watches) : bus_(bus), of_watches_(of_watches) {}
 
   /// Every endpoint has a user store of the capture effect.
   Status open_user_store(Endpoint& endpoint, const Guid& effect, std::unique_ptr<PropertyStore>& store) override;
@@ -22,6 +24,7 @@ class ControlFxProperties final : public FxProperties {
 
  private:
   DeviceBus& bus_;
+  DeviceBus& of_watches_;
 };
 
 }  // namespace sonivo::linux
