@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -385,6 +386,29 @@ std::uint32_t packets_in_socket(std::size_t bytes) {
   std::uint32_t count = 0;
   while (::send(writer.number(), packet.data(), packet.size(), MSG_DONTWAIT) > 0) ++count;
   return count;
+}
+
+/// What this process, the driver's thread among it, has had of the processors.
+std::chrono::nanoseconds processor_time() {
+  timespec time{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+TEST_F(ServerTest, OnceALateReaderHasReadAllNothingIsLeftToDo) {
+  constexpr std::uint32_t kQueued = 4;
+  start(::geteuid(), {.queue = {.replies = kQueued}});
+  const std::uint32_t all = packets_in_socket(sizeof(control::ReplyHead) + control::kTextBytes) + kQueued;
+  RawClient late = connect();
+  for (std::uint32_t id = 0; id < all; ++id) {
+    ASSERT_TRUE(late.send(id, control::GetRenderEndpointId, {}, control::kTextBytes));
+  }
+  for (int i = 0; i < 100; ++i) ASSERT_TRUE(serves());  // by then all of them are answered
+  for (std::uint32_t id = 0; id < all; ++id) ASSERT_TRUE(late.receive()) << id;
+  ASSERT_TRUE(serves());
+  const auto before = processor_time();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LT(processor_time() - before, std::chrono::milliseconds(50));
 }
 
 TEST_F(ServerTest, TheEndIsAnnouncedToOneWhoseQueueIsFull) {

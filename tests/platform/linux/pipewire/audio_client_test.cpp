@@ -51,6 +51,14 @@ class PipeWireClientTest : public PipeWireTest {
     }
     return heard;
   }
+  /// Records from a microphone that is spoken into, and then lets 200 ms wait.
+  void record_and_leave(AudioClient& mic) {
+    ASSERT_EQ(mic.start(), kOk);
+    std::uint32_t largest = 0;
+    record(mic, kSecond / 10, largest);
+    std::uint32_t padding = 0;
+    ASSERT_TRUE(comes_true([&] { return mic.current_padding(padding) == kOk && padding > kSecond / 5; }));
+  }
   /// Plays so many counting frames, from the first.
   void play(AudioClient& client, std::size_t count) {
     std::unique_ptr<AudioRenderClient> packets;
@@ -159,11 +167,8 @@ TEST_F(PipeWireClientTest, OfWhatAClientDoesNotFetchTheLatest20MsWait) {
   const auto voice =
       server_->speak_into("notebook.microphone", server_->folder().write("voice.wav", counting_wav(60 * kSecond)));
   const auto mic = client(DataFlow::capture, "notebook.microphone");
-  ASSERT_EQ(mic->start(), kOk);
-  std::uint32_t largest = 0;
-  record(*mic, kSecond / 10, largest);
+  ASSERT_NO_FATAL_FAILURE(record_and_leave(*mic));
   std::uint32_t padding = 0;
-  ASSERT_TRUE(comes_true([&] { return mic->current_padding(padding) == kOk && padding > kSecond / 5; }));
   std::unique_ptr<AudioCaptureClient> packets;
   ASSERT_EQ(mic->capture_service(packets), kOk);
   const std::byte* data = nullptr;
@@ -197,11 +202,8 @@ TEST_F(PipeWireClientTest, AResetDropsWhatWaitsForTheClient) {
   const auto voice =
       server_->speak_into("notebook.microphone", server_->folder().write("voice.wav", counting_wav(60 * kSecond)));
   const auto mic = client(DataFlow::capture, "notebook.microphone");
-  ASSERT_EQ(mic->start(), kOk);
-  std::uint32_t largest = 0;
-  record(*mic, kSecond / 10, largest);
+  ASSERT_NO_FATAL_FAILURE(record_and_leave(*mic));
   std::uint32_t padding = 0;
-  ASSERT_TRUE(comes_true([&] { return mic->current_padding(padding) == kOk && padding > kSecond / 5; }));
   ASSERT_EQ(mic->stop(), kOk);
   ASSERT_EQ(mic->reset(), kOk);
   ASSERT_EQ(mic->current_padding(padding), kOk);
