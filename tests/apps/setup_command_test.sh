@@ -46,7 +46,7 @@ expect "no audio server to list from" 1 '^$' '^error: PipeWire is not running, '
 expect "nothing to take back" 1 '^$' '^error: PipeWire is not running, ' setup --remove --microphone x --socket "$socket"
 nothing_is_set() { [[ $("$sonivo" settings get --socket "$socket" generation-mic) == 0 && ! -e config ]]; }
 check "nothing was set" nothing_is_set
-expect "a driver that answers" 4 $'\nok       The driver answers.\ntrouble  The service does not run. Start it: ' '^$' doctor --socket "$socket"
+expect "a driver that answers" 4 $'\nok       The driver answers.\nhint     The driver has just started, and no service has connected with it yet. Look again in a few seconds.\n' '^$' doctor --socket "$socket"
 expect "the same as JSON" 4 '^\{'$'\n''  "well": false,'$'\n''  "findings": \[.*"kind": "trouble",'$'\n *''"subject": "pipewire",.*"subject": "driver",' \
   '^$' doctor --json --socket "$socket"
 nobody_gets_it() { ! "$sonivo" doctor --socket "$socket" >/dev/full 2>.errors && says 'cannot write the table to standard output; '; }
