@@ -17,6 +17,7 @@ constexpr double kPromptMs = 300;
 constexpr double kStepMargin = 1.2;
 /// Rounds that have to be good, within some. One in which the machine itself was late, or lost audio, decides nothing.
 constexpr int kGood = 3;
+constexpr int kBad = 1;  // a machine that is busy isn't always seen to be
 constexpr int kRounds = 15;
 constexpr std::chrono::milliseconds kBetweenTurns{600};
 constexpr std::chrono::milliseconds kAftermath{300};  // of what was before a round
@@ -193,8 +194,8 @@ TEST_P(EachPromptSetting, IsHeardInTimeAndAsAStepAtTheChangeAloneWhereAStageGoes
   const Switch& setting = GetParam();
   const bool has_beams = std::string(setting.chain) != "keycancel";
   ASSERT_NO_FATAL_FAILURE(start(setting.chain, has_beams ? murmur_from_the_side(40 * kRate) : hum(40 * kRate)));
-  int good = 0;
-  for (int i = 0; i < kRounds && good < kGood && !HasFailure(); ++i) {
+  int good = 0, bad = 0;
+  for (int i = 0; i < kRounds && good < kGood && bad <= kBad; ++i) {
     const Round round = turn_off_and_on(setting);
     const auto ms = changes_ms(round);
     bool is_good = ms[0] < kPromptMs && ms[1] < kPromptMs;
@@ -205,9 +206,10 @@ TEST_P(EachPromptSetting, IsHeardInTimeAndAsAStepAtTheChangeAloneWhereAStageGoes
                   steps.together ? "" : ", at several places", round.is_disturbed ? "; the machine was late" : "");
       is_good = is_good && steps.together && (setting.steps[turn] || steps.largest < kStepMargin);
     }
-    EXPECT_TRUE(is_good || round.is_disturbed);
     good += is_good ? 1 : 0;
+    bad += is_good || round.is_disturbed ? 0 : 1;
   }
+  EXPECT_LE(bad, kBad);
   EXPECT_GT(good, 0);
 }
 
