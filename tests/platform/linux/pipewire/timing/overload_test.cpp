@@ -23,6 +23,7 @@ constexpr std::chrono::seconds kSettled{60};
 constexpr std::chrono::seconds kSlippedBack{40};
 constexpr int kSlipping = kRate / 10 / 1000 + 3;
 constexpr int kSame = static_cast<int>(kRate / 500);
+constexpr int kNearlySame = static_cast<int>(kRate / 200);  // a stall of the pacer may leave the speakers 4 ms nearer
 
 /// Keeps a thread of this process from going on for that long, as a machine that is too busy does.
 void stall(pid_t thread) {
@@ -69,7 +70,7 @@ class PipeWireOverloadTest : public PipeWireRelayTest {
   }
   /// Stalls the threads of the relay that this direction needs, one after the other. The streams slip back by a frame
   /// in a thousand.
-  void expect_the_same_way_after_stalls(const std::string& relay_thread) {
+  void expect_the_same_way_after_stalls(const std::string& relay_thread, int same) {
     std::optional<int> before;
     const auto has_settled = [&] {
       const auto earlier = frames_behind();
@@ -91,7 +92,7 @@ class PipeWireOverloadTest : public PipeWireRelayTest {
       const auto is_back = [&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         after = frames_behind();
-        return after && std::abs(*after - *before) <= kSame;
+        return after && std::abs(*after - *before) <= same;
       };
       EXPECT_TRUE(comes_true(is_back, kSlippedBack)) << name << ": " << *before << " frames, " << after.value_or(-1);
     }
@@ -102,7 +103,7 @@ TEST_F(PipeWireOverloadTest, TheWayFromTheMicrophoneIsAsLongAfterAnOverloadAsBef
   server_->force("clock.force-quantum", 256);
   const auto voice = server_->speak_into("notebook.microphone", counting(240));
   const auto recorder = record_both("notebook.microphone:capture_FL", std::string(kVirtualMic) + ":capture_FL");
-  expect_the_same_way_after_stalls("capture");
+  expect_the_same_way_after_stalls("capture", kSame);
 }
 
 TEST_F(PipeWireOverloadTest, TheWayToTheSpeakersIsAsLongAfterAnOverloadAsBefore) {
@@ -111,7 +112,7 @@ TEST_F(PipeWireOverloadTest, TheWayToTheSpeakersIsAsLongAfterAnOverloadAsBefore)
   link("music:output_FL", std::string(kVirtualSpeaker) + ":playback_FL");
   link("music:output_FR", std::string(kVirtualSpeaker) + ":playback_FR");
   const auto recorder = record_both("music:output_FL", "notebook.speakers:monitor_FL");
-  expect_the_same_way_after_stalls("render");
+  expect_the_same_way_after_stalls("render", kNearlySame);
 }
 
 }  // namespace
